@@ -1,0 +1,27 @@
+/// Path helpers of the utility library (libzarnbackup-util).
+#ifndef ZARN_BACKUP_PATH_H_
+#define ZARN_BACKUP_PATH_H_
+
+#include <string>
+
+#include "zarn/visibility.h"
+
+namespace ZARN {
+namespace Backup {
+
+/// Functions on path names. Nothing here touches the file system.
+class ZARN_EXPORT Path {
+ public:
+  /// Returns the last component of a path: the text after its final "/".
+  ///
+  /// @param path  any text, absolute or relative, without a length limit
+  /// @return the whole text when it holds no "/"; empty when it ends in "/" or is empty itself
+  ///
+  /// Never fails but for want of memory (std::bad_alloc); any thread may call it at any time.
+  static std::string basename(const std::string &path);
+};
+
+}  // namespace Backup
+}  // namespace ZARN
+
+#endif  // ZARN_BACKUP_PATH_H_
