@@ -1,0 +1,51 @@
+#include "zarn/arvlapp/summary_info.h"
+
+namespace ZARN {
+namespace ARVLAPP {
+
+struct SummaryInfo::SummaryInfoImpl {
+  std::string backupShort;
+  std::string backupLong;
+  std::string restoreShort;
+  std::string restoreLong;
+};
+
+SummaryInfo::SummaryInfo() : impl_(std::make_unique<SummaryInfoImpl>()) {}
+
+SummaryInfo::SummaryInfo(const SummaryInfo &other) : SummaryInfo() {
+  *this = other;
+}
+
+SummaryInfo &SummaryInfo::operator=(const SummaryInfo &other) {
+  *impl_ = *other.impl_;
+  return *this;
+}
+
+SummaryInfo::~SummaryInfo() = default;
+
+void SummaryInfo::setSummaryInfo(const std::string &backupShort, const std::string &backupLong,
+                                 const std::string &restoreShort, const std::string &restoreLong) {
+  impl_->backupShort = backupShort;
+  impl_->backupLong = backupLong;
+  impl_->restoreShort = restoreShort;
+  impl_->restoreLong = restoreLong;
+}
+
+const std::string &SummaryInfo::getBackupShort() const {
+  return impl_->backupShort;
+}
+
+const std::string &SummaryInfo::getBackupLong() const {
+  return impl_->backupLong;
+}
+
+const std::string &SummaryInfo::getRestoreShort() const {
+  return impl_->restoreShort;
+}
+
+const std::string &SummaryInfo::getRestoreLong() const {
+  return impl_->restoreLong;
+}
+
+}  // namespace ARVLAPP
+}  // namespace ZARN
