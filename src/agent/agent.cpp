@@ -10,14 +10,9 @@
 #include <event2/buffer.h>
 #include <event2/bufferevent.h>
 #include <event2/event.h>
-#include <json/reader.h>
 #include <json/value.h>
-#include <json/writer.h>
-#include <pthread.h>
-#include <signal.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -26,6 +21,8 @@
 #include <string>
 #include <utility>
 
+#include "agent/sigpipe_guard.h"
+#include "protocol/json_text.h"
 #include "protocol/packet_frame.h"
 #include "util/log.h"
 #include "zarn/arvlapp/protocol_util.h"
@@ -47,48 +44,6 @@ namespace {
 constexpr int kErrnoNone = 0;
 constexpr int kErrnoConnection = 1;
 
-// JsonCpp's reader and writer of old are the ones whose text is on the wire: what they accept is
-// accepted, what they write is sent.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
-
-std::string toText(const Json::Value &payload) {
-  return payload.isNull() ? std::string() : Json::FastWriter().write(payload);
-}
-
-bool parseRange(const char *begin, const char *end, Json::Value &value) {
-  return Json::Reader().parse(begin, end, value, false);
-}
-
-#pragma GCC diagnostic pop
-
-bool isJsonSpace(char c) {
-  return c == ' ' || c == '\t' || c == '\n' || c == '\r';
-}
-
-// The parser may read one byte beyond its range, so the range must not end where the payload does:
-// white space at the end, which changes no verdict, is left out, and text without any is copied to
-// where a NUL follows. The writers of old end their text with a line feed, so a copy is rare.
-//
-// False for text that is not JSON, for nesting beyond the parser's limit and for want of memory: the
-// parser throws the latter two, and no exception may cross the event loop that calls this. Does not
-// log.
-bool parseText(const char *begin, const char *end, Json::Value &value) noexcept {
-  const char *last = end;
-  while (last > begin && isJsonSpace(last[-1])) {
-    --last;
-  }
-  try {
-    if (last < end) {
-      return parseRange(begin, last, value);
-    }
-    const std::string copy(begin, end);
-    return parseRange(copy.data(), copy.data() + copy.size(), value);
-  } catch (const std::exception &) {
-    return false;
-  }
-}
-
 // Appends text to the buffer without copying it; the buffer owns it from then on, if it succeeds.
 // Does not log.
 bool appendText(evbuffer *buffer, std::string &&text) {
@@ -103,42 +58,6 @@ bool appendText(evbuffer *buffer, std::string &&text) {
   }
   return evbuffer_get_length(buffer) - before == size;
 }
-
-// Keeps SIGPIPE from the process while the event loop writes to a socket whose peer may be gone: the
-// signal is held back on this thread, and one that the loop caused is taken out of the queue. The
-// process-wide disposition is never touched; the thread's mask and a signal that was pending before
-// are afterwards as they were.
-class SigpipeGuard {
- public:
-  SigpipeGuard() {
-    sigemptyset(&sigpipe_);
-    sigaddset(&sigpipe_, SIGPIPE);
-
-    sigset_t pending;
-    sigemptyset(&pending);
-    sigpending(&pending);
-    wasPending_ = sigismember(&pending, SIGPIPE) == 1;
-
-    pthread_sigmask(SIG_BLOCK, &sigpipe_, &mask_);
-  }
-
-  ~SigpipeGuard() {
-    if (!wasPending_) {
-      const struct timespec noWait = {0, 0};
-      while (sigtimedwait(&sigpipe_, nullptr, &noWait) == -1 && errno == EINTR) {
-      }
-    }
-    pthread_sigmask(SIG_SETMASK, &mask_, nullptr);
-  }
-
-  SigpipeGuard(const SigpipeGuard &) = delete;
-  SigpipeGuard &operator=(const SigpipeGuard &) = delete;
-
- private:
-  sigset_t sigpipe_;
-  sigset_t mask_;
-  bool wasPending_ = false;
-};
 
 }  // namespace
 
@@ -343,10 +262,10 @@ bool Agent::AgentImpl::sendPacket(PACKET_TYPE type, const Json::Value &payload, 
     return ARVL_LOG_FALSE("User canceled, skip sendPacket");
   }
 
-  std::string text = toText(payload);
+  std::string text = toJsonText(payload);
   if (text.size() > kMaxPayloadLength) {
-    return ARVL_LOG_FALSE("invalid packet length %llu",
-                          static_cast<unsigned long long>(text.size()));
+    const unsigned long long size = text.size();
+    return ARVL_LOG_FALSE("invalid packet length %llu", size);
   }
 
   PacketHeader header;
@@ -425,7 +344,7 @@ bool Agent::AgentImpl::storePacket(const void *frame) {
 
   const char *text = static_cast<const char *>(frame) + kPacketHeaderSize;
   Json::Value payload;
-  if (!parseText(text, text + header.payloadLength, payload)) {
+  if (!parseJsonText(text, text + header.payloadLength, payload)) {
     return ARVL_LOG_FALSE("Failed to parse upload request payload");
   }
   if (!payload.isObject()) {

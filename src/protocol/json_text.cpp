@@ -1,0 +1,57 @@
+#include "protocol/json_text.h"
+
+#include <json/reader.h>
+#include <json/value.h>
+#include <json/writer.h>
+
+#include <exception>
+
+namespace ZARN {
+namespace ARVLAPP {
+
+namespace {
+
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+
+std::string write(const Json::Value &value) {
+  return Json::FastWriter().write(value);
+}
+
+bool parse(const char *begin, const char *end, Json::Value &value) {
+  return Json::Reader().parse(begin, end, value, false);
+}
+
+#pragma GCC diagnostic pop
+
+bool isJsonSpace(char c) {
+  return c == ' ' || c == '\t' || c == '\n' || c == '\r';
+}
+
+}  // namespace
+
+std::string toJsonText(const Json::Value &payload) {
+  return payload.isNull() ? std::string() : write(payload);
+}
+
+// The parser may read one byte beyond its range, so the range must not end where the text does. White
+// space at the end, which changes no verdict, is left out; text without any is copied to where a NUL
+// follows. The writers of old end their text with a line feed, so copies are rare.
+bool parseJsonText(const char *begin, const char *end, Json::Value &value) noexcept {
+  const char *last = end;
+  while (last > begin && isJsonSpace(last[-1])) {
+    --last;
+  }
+  try {
+    if (last < end) {
+      return parse(begin, last, value);
+    }
+    const std::string copy(begin, end);
+    return parse(copy.data(), copy.data() + copy.size(), value);
+  } catch (const std::exception &) {
+    return false;
+  }
+}
+
+}  // namespace ARVLAPP
+}  // namespace ZARN
