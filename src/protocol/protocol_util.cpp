@@ -12,8 +12,10 @@
 
 #include <json/value.h>
 
+#include <cstddef>
 #include <cstdio>
 #include <initializer_list>
+#include <string_view>
 
 #include "util/log.h"
 
@@ -37,6 +39,14 @@ namespace {
 
 bool isSuccess(const Json::Value &object) {
   return object["success"].asBool();
+}
+
+// The bytes of a string value, without a copy.
+std::string_view textOf(const Json::Value &value) {
+  const char *begin = nullptr;
+  const char *end = nullptr;
+  value.getString(&begin, &end);
+  return {begin, static_cast<std::size_t>(end - begin)};
 }
 
 // ---- Member checks: each logs its own failure. The context is the name of the calling check. Types
@@ -118,6 +128,56 @@ bool isAppDataVersionValid(const Json::Value &value, const char *context) {
   int minor = -1;
   REQUIRE(std::sscanf(text, "%d.%d", &major, &minor) == 2 && major >= 0 && minor >= 0, "invalid %s format [%s]", "app_data_version", text);
   return true;
+}
+
+// path: absolute; nothing else of it is examined
+bool isPathMemberValid(const Json::Value &value) {
+  if (!isStringMember(value, "path", __func__)) {
+    return false;
+  }
+  const std::string_view path = textOf(value["path"]);
+  REQUIRE(!path.empty() && path.front() == '/', "invalid [%s] not abs path [%s]", "path", path.data());
+  return true;
+}
+
+// type: "file", "dir" or "symlink"
+bool isFTypeMemberValid(const Json::Value &value) {
+  if (!isStringMember(value, "type", __func__)) {
+    return false;
+  }
+  const std::string_view type = textOf(value["type"]);
+  REQUIRE(type == "file" || type == "dir" || type == "symlink", "invalid fileType [%s]", type.data());
+  return true;
+}
+
+// The source of a transfer: type; path; is_temp: optional, bool
+bool isFileInfoSrcValid(const Json::Value &value) {
+  REQUIRE(hasMembers(value, {"type", "path"}), "invalid fileinfo.%s", "source");
+  REQUIRE(isFTypeMemberValid(value), "invalid fileinfo.%s.%s", "source", "type");
+  REQUIRE(isPathMemberValid(value), "invalid fileinfo.%s.%s", "source", "path");
+  return !value.isMember("is_temp") || isBoolMember(value, "is_temp", __func__);
+}
+
+// One item of a transfer request: source; destination: {path}
+bool isFileInfoValid(const Json::Value &item) {
+  REQUIRE(hasMembers(item, {"source", "destination"}), "invalid fileinfo obj");
+  if (!isFileInfoSrcValid(item["source"])) {
+    return false;
+  }
+  const Json::Value &destination = item["destination"];
+  REQUIRE(hasMembers(destination, {"path"}), "invalid fileinfo.%s", "destination");
+  REQUIRE(isPathMemberValid(destination), "invalid fileinfo.%s.%s", "destination", "path");
+  return true;
+}
+
+// One item of a transfer response: source; success: bool; error: string, required of a failure and,
+// unlike the response object's, not tested for presence first
+bool isRespFileInfoValid(const Json::Value &item) {
+  REQUIRE(hasMembers(item, {"source", "success"}), "invalid resp_file_info obj");
+  if (!isFileInfoSrcValid(item["source"]) || !isBoolMember(item, "success", __func__)) {
+    return false;
+  }
+  return isSuccess(item) || isStringMember(item, "error", __func__);
 }
 
 // ---- Completions: the result object; of a success, the members of the step as well.
@@ -202,6 +262,189 @@ bool isExportResultResponseValid(const Json::Value &payload) {
   return !payload.isMember("external_handler_result") || isExternalHandlerResultValid(payload);
 }
 
+// ---- Transfers: a request may upload many items and download one; a response carries its items even
+// when it reports a failure.
+
+bool areFileInfosValid(const Json::Value &data) {
+  for (Json::ArrayIndex i = 0; i < data.size(); ++i) {
+    REQUIRE(isFileInfoValid(data[i]), "error: invalid data[%i]", static_cast<int>(i));
+  }
+  return true;
+}
+
+bool areRespFileInfosValid(const Json::Value &data) {
+  for (Json::ArrayIndex i = 0; i < data.size(); ++i) {
+    REQUIRE(isRespFileInfoValid(data[i]), "error: invalid data[%i]", static_cast<int>(i));
+  }
+  return true;
+}
+
+// data: array of at least one file-info object
+bool isUploadRequestValid(const Json::Value &payload) {
+  REQUIRE(hasMembers(payload, {"data"}), "invalid upload request object");
+  return isArrayMember(payload, "data", 1, __func__) && areFileInfosValid(payload["data"]);
+}
+
+// data: array of at least one response file-info object
+bool isUploadResponseValid(const Json::Value &payload) {
+  REQUIRE(isBasicResponseObjectValid(payload), "invalid upload_response");
+  return isArrayMember(payload, "data", 1, __func__) && areRespFileInfosValid(payload["data"]);
+}
+
+// data: array of exactly one file-info object
+bool isDownloadRequestValid(const Json::Value &payload) {
+  REQUIRE(hasMembers(payload, {"data"}), "invalid download request object");
+  if (!isArrayMember(payload, "data", 1, __func__)) {
+    return false;
+  }
+  REQUIRE(payload["data"].size() < 2, "not support multiple download yet");
+  return areFileInfosValid(payload["data"]);
+}
+
+// data: array of at least one response file-info object
+bool isDownloadResponseValid(const Json::Value &payload) {
+  REQUIRE(isBasicResponseObjectValid(payload), "invalid download_response");
+  return isArrayMember(payload, "data", 1, __func__) && areRespFileInfosValid(payload["data"]);
+}
+
+// ---- Directories: a response echoes its request, even when it reports a failure.
+
+// path: absolute
+bool isCreateDirRequestValid(const Json::Value &payload) {
+  REQUIRE(hasMembers(payload, {"path"}), "invalid create dir request object");
+  REQUIRE(isPathMemberValid(payload), "invalid create dir request: [%s]", "path");
+  return true;
+}
+
+// request: create-directory request
+bool isCreateDirResponseValid(const Json::Value &payload) {
+  REQUIRE(isBasicResponseObjectValid(payload), "invalid create dir response");
+  REQUIRE(hasMembers(payload, {"request"}), "invalid create dir response: no [%s]", "request");
+  REQUIRE(isCreateDirRequestValid(payload["request"]), "invalid create dir response: invalid [%s]", "request");
+  return true;
+}
+
+constexpr int kMaxListRecords = 1024;
+
+// path: absolute, or request_id: string, the token of the page before; max_record: optional, 0 to 1024.
+// A request with a token is looked at for its path first, and the log says so.
+bool isListDirRequestValid(const Json::Value &payload) {
+  REQUIRE(hasMembers(payload, {"path"}) || hasMembers(payload, {"request_id"}), "invalid listDir request object");
+  const bool hasPath = payload.isMember("path");
+  const bool hasToken = payload.isMember("request_id");
+  REQUIRE(!hasPath || !hasToken, "invalid listDir request, assign %s and %s concurrently", "path", "request_id");
+  REQUIRE(!hasPath || isPathMemberValid(payload), "invalid %s", "path");
+  if (hasToken && !isStringMember(payload, "request_id", __func__)) {
+    return false;
+  }
+  if (!payload.isMember("max_record")) {
+    return true;
+  }
+  if (!isIntMember(payload, "max_record", __func__)) {
+    return false;
+  }
+  const int records = payload["max_record"].asInt();
+  REQUIRE(records >= 0 && records <= kMaxListRecords, "invalid listDir request, %s over limit (%d v.s. %d)", "max_record", records, kMaxListRecords);
+  return true;
+}
+
+// path: absolute; type; mtime, size: int
+bool isListDirEntryValid(const Json::Value &entry) {
+  REQUIRE(hasMembers(entry, {"path", "type", "mtime", "size"}), "invalid listDir entry");
+  if (!isIntMember(entry, "mtime", __func__) || !isIntMember(entry, "size", __func__)) {
+    return false;
+  }
+  REQUIRE(isFTypeMemberValid(entry), "invalid %s.%s", "entry_list", "type");
+  REQUIRE(isPathMemberValid(entry), "invalid %s.%s", "entry_list", "path");
+  return true;
+}
+
+// request: list-directory request; of a success, entry_list: array of entries; list_complete: bool;
+// request_id: string, required of a page that is not the last
+bool isListDirResponseValid(const Json::Value &payload) {
+  REQUIRE(isBasicResponseObjectValid(payload), "invalid listDir response object");
+  REQUIRE(hasMembers(payload, {"request"}), "invalid listDir response object, no [%s]", "request");
+  REQUIRE(isListDirRequestValid(payload["request"]), "invalid listDirResponse.request object");
+  if (!isSuccess(payload)) {
+    return true;
+  }
+  REQUIRE(hasMembers(payload, {"entry_list", "list_complete"}), "invalid success listDir response object");
+  if (!isArrayMember(payload, "entry_list", 0, __func__) || !isBoolMember(payload, "list_complete", __func__)) {
+    return false;
+  }
+  const Json::Value &entries = payload["entry_list"];
+  for (Json::ArrayIndex i = 0; i < entries.size(); ++i) {
+    if (!isListDirEntryValid(entries[i])) {
+      return false;
+    }
+  }
+  if (payload["list_complete"].asBool()) {
+    return true;
+  }
+  REQUIRE(hasMembers(payload, {"request_id"}), "invalid incomplete listDir response");
+  return isStringMember(payload, "request_id", __func__);
+}
+
+// ---- Queries.
+
+// Each element of the array: {object: string}
+bool areSourcesValid(const Json::Value &payload, const char *key, const char *context) {
+  const Json::Value &sources = payload[key];
+  for (Json::ArrayIndex i = 0; i < sources.size(); ++i) {
+    REQUIRE(hasMembers(sources[i], {"object"}), "error: [%s] invalid object", key);
+    REQUIRE(isStringMember(sources[i], "object", context), "error: [%s] invalid data[%i]", key, static_cast<int>(i));
+  }
+  return true;
+}
+
+// backup_folders, backup_apps: array of sources, even of a failure
+bool isSelectedSourceResponseValid(const Json::Value &payload) {
+  REQUIRE(isBasicResponseObjectValid(payload), "invalid get select source response");
+  REQUIRE(isArrayMember(payload, "backup_folders", 0, __func__), "folder is not array");
+  if (!areSourcesValid(payload, "backup_folders", __func__)) {
+    return false;
+  }
+  REQUIRE(isArrayMember(payload, "backup_apps", 0, __func__), "app is not array");
+  return areSourcesValid(payload, "backup_apps", __func__);
+}
+
+// export_config: any value
+bool isExportConfigResponseValid(const Json::Value &payload) {
+  REQUIRE(isBasicResponseObjectValid(payload), "invalid export_config_response");
+  REQUIRE(!isSuccess(payload) || hasMembers(payload, {"export_config"}), "invalid success export_config_response, no [%s]", "export_config");
+  return true;
+}
+
+// language: string
+bool isLanguageResponseValid(const Json::Value &payload) {
+  REQUIRE(isBasicResponseObjectValid(payload), "invalid language_response");
+  if (!isSuccess(payload)) {
+    return true;
+  }
+  REQUIRE(hasMembers(payload, {"language"}), "invalid success language_response, no [%s]", "language");
+  REQUIRE(isStringMember(payload, "language", __func__), "error: [%s] invalid data", "language");
+  return true;
+}
+
+// ---- Progress.
+
+// progress_stage: string; progress_percentage: int, 0 to 100
+bool isSetProgressRequestValid(const Json::Value &payload) {
+  REQUIRE(hasMembers(payload, {"progress_stage", "progress_percentage"}), "invalid progress object");
+  if (!isStringMember(payload, "progress_stage", __func__) || !isIntMember(payload, "progress_percentage", __func__)) {
+    return false;
+  }
+  const auto percentage = static_cast<unsigned>(payload["progress_percentage"].asInt());  // below 0 is far above 100
+  REQUIRE(percentage <= 100, "progress percentage should be 0 ~ 100");
+  return true;
+}
+
+// The only rule that shows the payload.
+bool isSetProgressResponseValid(const Json::Value &payload) {
+  REQUIRE(isBasicResponseObjectValid(payload), "invalid progress_response [%s]", payload.toStyledString().c_str());
+  return true;
+}
+
 // ---- Types whose payload is not examined.
 
 bool isNonePacketValid(const Json::Value & /*payload*/) {
@@ -216,10 +459,6 @@ bool isStatPacketValid(const Json::Value & /*payload*/) {
 // Requests without content: whatever comes along is ignored.
 bool isContentFreeRequestValid(const Json::Value & /*payload*/) {
   return true;
-}
-
-bool isPacketWithoutRuleValid(const Json::Value & /*payload*/) {
-  return ARVL_LOG_FALSE("no rule for packets of this type yet");
 }
 
 // clang-format on
@@ -237,30 +476,31 @@ constexpr PacketRow kPackets[] = {
     {PACKET_TYPE_NONE, "PACKET_TYPE_NONE", isNonePacketValid},
     {PACKET_CAN_EXPORT_RESULT, "CAN_EXPORT_RESULT", isCanExportResultValid},
     {PACKET_ESTIMATE_EXPORTION_RESULT, "ESTIMATE_EXPORTION_RESULT", isEstimateExportionResultValid},
-    {PACKET_UPLOAD_REQUEST, "UPLOAD_REQUEST", isPacketWithoutRuleValid},
-    {PACKET_UPLOAD_RESPONSE, "UPLOAD_RESPONSE", isPacketWithoutRuleValid},
+    {PACKET_UPLOAD_REQUEST, "UPLOAD_REQUEST", isUploadRequestValid},
+    {PACKET_UPLOAD_RESPONSE, "UPLOAD_RESPONSE", isUploadResponseValid},
     {PACKET_EXPORT_COMPLETE, "EXPORT_COMPLETE", isExportCompleteValid},
     {PACKET_CAN_IMPORT_RESULT, "CAN_IMPORT_RESULT", isCanImportResultValid},
-    {PACKET_LIST_DIR_REQUEST, "LIST_DIR_REQUEST", isPacketWithoutRuleValid},
-    {PACKET_LIST_DIR_RESPONSE, "LIST_DIR_RESPONSE", isPacketWithoutRuleValid},
+    {PACKET_LIST_DIR_REQUEST, "LIST_DIR_REQUEST", isListDirRequestValid},
+    {PACKET_LIST_DIR_RESPONSE, "LIST_DIR_RESPONSE", isListDirResponseValid},
     {PACKET_STAT_REQUEST, "STAT_REQUEST", isStatPacketValid},
     {PACKET_STAT_RESPONSE, "STAT_RESPONSE", isStatPacketValid},
-    {PACKET_DOWNLOAD_REQUEST, "DOWNLOAD_REQUEST", isPacketWithoutRuleValid},
-    {PACKET_DOWNLOAD_RESPONSE, "DOWNLOAD_RESPONSE", isPacketWithoutRuleValid},
+    {PACKET_DOWNLOAD_REQUEST, "DOWNLOAD_REQUEST", isDownloadRequestValid},
+    {PACKET_DOWNLOAD_RESPONSE, "DOWNLOAD_RESPONSE", isDownloadResponseValid},
     {PACKET_EXPORT_RESULT_REQUEST, "EXPORT_RESULT_REQUEST", isContentFreeRequestValid},
     {PACKET_EXPORT_RESULT_RESPONSE, "EXPORT_RESULT_RESPONSE", isExportResultResponseValid},
     {PACKET_IMPORT_COMPLETE, "IMPORT_COMPLETE", isImportCompleteValid},
-    {PACKET_CREATE_DIR_REQUEST, "PACKET_CREATE_DIR_REQUEST", isPacketWithoutRuleValid},
-    {PACKET_CREATE_DIR_RESPONSE, "PACKET_CREATE_DIR_RESPONSE", isPacketWithoutRuleValid},
+    {PACKET_CREATE_DIR_REQUEST, "PACKET_CREATE_DIR_REQUEST", isCreateDirRequestValid},
+    {PACKET_CREATE_DIR_RESPONSE, "PACKET_CREATE_DIR_RESPONSE", isCreateDirResponseValid},
     {PACKET_SELECTED_SOURCE_REQUEST, "PACKET_SELECTED_SOURCE_REQUEST", isContentFreeRequestValid},
-    {PACKET_SELECTED_SOURCE_RESPONSE, "PACKET_SELECTED_SOURCE_RESPONSE", isPacketWithoutRuleValid},
+    {PACKET_SELECTED_SOURCE_RESPONSE, "PACKET_SELECTED_SOURCE_RESPONSE",
+     isSelectedSourceResponseValid},
     {PACKET_EXPORT_CONFIG_REQUEST, "PACKET_EXPORT_CONFIG_REQUEST", isContentFreeRequestValid},
-    {PACKET_EXPORT_CONFIG_RESPONSE, "PACKET_EXPORT_CONFIG_RESPONSE", isPacketWithoutRuleValid},
+    {PACKET_EXPORT_CONFIG_RESPONSE, "PACKET_EXPORT_CONFIG_RESPONSE", isExportConfigResponseValid},
     {PACKET_LANGUAGE_REQUEST, "PACKET_LANGUAGE_REQUEST", isContentFreeRequestValid},
-    {PACKET_LANGUAGE_RESPONSE, "PACKET_LANGUAGE_RESPONSE", isPacketWithoutRuleValid},
+    {PACKET_LANGUAGE_RESPONSE, "PACKET_LANGUAGE_RESPONSE", isLanguageResponseValid},
     {PACKET_SUMMARY_RESULT, "PACKET_SUMMARY_RESULT", isSummaryCompleteValid},
-    {PACKET_SET_PROGRESS_REQUEST, "PACKET_SET_PROGRESS_REQUEST", isPacketWithoutRuleValid},
-    {PACKET_SET_PROGRESS_RESPONSE, "PACKET_SET_PROGRESS_RESPONSE", isPacketWithoutRuleValid},
+    {PACKET_SET_PROGRESS_REQUEST, "PACKET_SET_PROGRESS_REQUEST", isSetProgressRequestValid},
+    {PACKET_SET_PROGRESS_RESPONSE, "PACKET_SET_PROGRESS_RESPONSE", isSetProgressResponseValid},
 };
 
 constexpr bool rowsFollowTheEnum() {
