@@ -1,0 +1,54 @@
+/// What an external handler reported for an export.
+#ifndef ZARN_ARVLAPP_EXTERNAL_DATA_INFO_H_
+#define ZARN_ARVLAPP_EXTERNAL_DATA_INFO_H_
+
+#include <json/forwards.h>
+
+#include <memory>
+#include <string>
+
+#include "zarn/visibility.h"
+
+namespace ZARN {
+namespace ARVLAPP {
+
+/// The outcome of one external handler, kept with the result of an export.
+///
+/// | field  | default | meaning                                                  |
+/// |--------|---------|----------------------------------------------------------|
+/// | name   | empty   | the handler                                              |
+/// | type   | empty   | what kind of handler it is                               |
+/// | result | null    | any JSON value; its meaning is between handler and plug-in |
+///
+/// A plain value: a copy never shares anything with its original, and a move is a copy. Not
+/// synchronised.
+class ZARN_EXPORT ExternalDataInfo {
+ public:
+  ExternalDataInfo();
+  ExternalDataInfo(const ExternalDataInfo &other);
+  ExternalDataInfo &operator=(const ExternalDataInfo &other);
+  virtual ~ExternalDataInfo();
+
+  /// Replaces all three fields by the members "handler", "handler_type" and "result" of an element
+  /// of an export result, as Agent::getExternalHandleResult does.
+  ///
+  /// @param element  an object or null; a missing member gives the field's default. An element of a
+  ///                 payload that Util::isValidPacket accepted is safe.
+  /// @throws Json::LogicError from JsonCpp for a name or type that is an array or an object; the
+  ///         fields before it have then been replaced
+  void setExternalHandleJson(const Json::Value &element);
+
+  /// The references stay valid until the record is assigned to, filled again or destroyed.
+  const std::string &getExternalHandleName() const;
+  const std::string &getExternalHandleType() const;
+  const Json::Value &getExternalHandleResult() const;
+
+ private:
+  struct ZARN_LOCAL ExternalDataInfoImpl;
+  std::unique_ptr<ExternalDataInfoImpl> impl_;
+};
+
+}  // namespace ARVLAPP
+}  // namespace ZARN
+
+#endif  // ZARN_ARVLAPP_EXTERNAL_DATA_INFO_H_

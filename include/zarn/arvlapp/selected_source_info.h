@@ -1,0 +1,58 @@
+/// What the user selected for a backup.
+#ifndef ZARN_ARVLAPP_SELECTED_SOURCE_INFO_H_
+#define ZARN_ARVLAPP_SELECTED_SOURCE_INFO_H_
+
+#include <json/forwards.h>
+
+#include <list>
+#include <memory>
+#include <string>
+
+#include "zarn/visibility.h"
+
+namespace ZARN {
+namespace ARVLAPP {
+
+/// The folders and applications that the user selected, by the names that the framework uses.
+///
+/// | field   | default | meaning                                                       |
+/// |---------|---------|---------------------------------------------------------------|
+/// | folders | empty   | in the framework's order; duplicates and empty names are kept |
+/// | apps    | empty   | likewise                                                      |
+///
+/// A plain value: a copy never shares anything with its original, and a move is a copy. Not
+/// synchronised.
+class ZARN_EXPORT SelectedSourceInfo {
+ public:
+  SelectedSourceInfo();
+  SelectedSourceInfo(const SelectedSourceInfo &other);
+  SelectedSourceInfo &operator=(const SelectedSourceInfo &other);
+  virtual ~SelectedSourceInfo();
+
+  /// Replaces both lists by the names in a selected-source response, as Agent::getSelectedSource
+  /// does.
+  ///
+  /// @param payload  an object; of "backup_folders" and "backup_apps", arrays of objects, each
+  ///                 element's "object" is taken. A missing array counts as an empty one, a missing
+  ///                 "object" as an empty name. A payload that Util::isValidPacket accepted is safe.
+  /// @throws Json::LogicError from JsonCpp for a payload of another shape; the lists then hold what
+  ///         had been read
+  void setSelectedSourceJson(const Json::Value &payload);
+
+  /// The references stay valid until the record is assigned to, filled again or destroyed.
+  const std::list<std::string> &getSelectedFolders() const;
+  const std::list<std::string> &getSelectedApps() const;
+
+  /// Both lists as one line for a log or a summary: "Folders: [docs, photos], Apps: [mail]". Names
+  /// are neither quoted nor escaped.
+  std::string getDisplayString() const;
+
+ private:
+  struct ZARN_LOCAL SelectedSourceInfoImpl;
+  std::unique_ptr<SelectedSourceInfoImpl> impl_;
+};
+
+}  // namespace ARVLAPP
+}  // namespace ZARN
+
+#endif  // ZARN_ARVLAPP_SELECTED_SOURCE_INFO_H_
