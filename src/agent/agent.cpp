@@ -1,6 +1,6 @@
 // The session with the framework, in this order: plug-in modes, helpers, the session's state and
 // declarations; start-up; transport (sending, receiving, the callbacks of the event loop);
-// completions; and the facade in the order of its header.
+// the exchange of a request; completions; and the facade in the order of its header.
 //
 // One thread, the caller's: the event loop runs only inside sendPacket, and so do the callbacks.
 // Nothing here times out; that is for whoever runs the plug-in.
@@ -17,6 +17,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <list>
 #include <memory>
 #include <string>
 #include <utility>
@@ -43,6 +44,25 @@ namespace {
 // The values of the error number.
 constexpr int kErrnoNone = 0;
 constexpr int kErrnoConnection = 1;
+constexpr int kErrnoRefused = 2;
+constexpr int kErrnoUnsupported = 3;
+
+// What became of a request, as far as its operation has something of its own to say.
+enum class Outcome {
+  kDone,
+  kNotSent,
+  kNotReceived,
+  kFailed,  // and all has been said
+};
+
+// The framework versions that brought requests.
+struct Version {
+  int major;
+  int minor;
+};
+constexpr Version kEveryVersion = {0, 0};
+constexpr Version kVersion22 = {2, 2};
+constexpr Version kVersion23 = {2, 3};
 
 // Appends text to the buffer without copying it; the buffer owns it from then on, if it succeeds.
 // Does not log.
@@ -74,8 +94,20 @@ class Agent::AgentImpl {
   bool sendPacket(PACKET_TYPE type, const Json::Value &payload, bool exitWhenSent);
   bool recvPacket(PACKET_TYPE &type, Json::Value &payload);
 
-  bool isActive() const { return initialized && !canceled; }
+  bool checkInitialized() const;
+  Outcome ask(Version since, PACKET_TYPE request, const Json::Value &payload, Json::Value &answer);
+  Outcome exchange(Version since, PACKET_TYPE request, const Json::Value &payload,
+                   Json::Value &answer);
+  bool isGranted(const Json::Value &answer);
+  void addPercentage(Json::Value &item, int percentage) const;
+
   void sendComplete();
+
+  bool isActive() const { return initialized && !canceled; }
+  bool isVersionAtLeast(Version version) const;
+  // As the plug-in sees them: a framework that is gone has no version.
+  int majorVersion() const { return canceled ? -1 : frameworkMajor; }
+  int minorVersion() const { return canceled ? -1 : frameworkMinor; }
 
   int socketFd = -1;
   int frameworkMajor = -1;
@@ -102,6 +134,7 @@ class Agent::AgentImpl {
   SummaryInfo summaryInfo;
 
  private:
+  bool checkSupported(Version since);
   bool parseSocketFd(const char *text);
   bool parseFrameworkVersion(const char *text);
 
@@ -441,6 +474,79 @@ void Agent::AgentImpl::onEvent(bufferevent * /*connection*/, short what, void *s
   }
 }
 
+// ---- The exchange of a request.
+
+bool Agent::AgentImpl::isVersionAtLeast(Version version) const {
+  return frameworkMajor > version.major ||
+         (frameworkMajor == version.major && frameworkMinor >= version.minor);
+}
+
+// Logs.
+bool Agent::AgentImpl::checkInitialized() const {
+  if (!initialized) {
+    return ARVL_LOG_FALSE("Error: not initialized");
+  }
+  return true;
+}
+
+// Logs, and sets the error state.
+bool Agent::AgentImpl::checkSupported(Version since) {
+  if (isVersionAtLeast(since)) {
+    return true;
+  }
+  // clang-format off
+  ARVL_LOG_ERROR("Error: Arvelo framework ver [%d.%d] not support", majorVersion(), minorVersion());
+  // clang-format on
+  errorNumber = kErrnoUnsupported;
+  errorString = "Arvelo not support";
+  return false;
+}
+
+// The sequence that all requests share, up to an answer of the right type. Logs what is the same for
+// each of them; the operation words what it could not send or receive.
+Outcome Agent::AgentImpl::ask(Version since, PACKET_TYPE request, const Json::Value &payload,
+                              Json::Value &answer) {
+  if (!checkInitialized() || !checkSupported(since)) {
+    return Outcome::kFailed;
+  }
+  if (!sendPacket(request, payload, false)) {
+    return Outcome::kNotSent;
+  }
+  PACKET_TYPE type = PACKET_TYPE_NONE;
+  if (!recvPacket(type, answer)) {
+    return Outcome::kNotReceived;
+  }
+  if (type != request + 1) {  // the numbers of requests and their responses come in pairs
+    ARVL_LOG_ERROR("invalid response");
+    return Outcome::kFailed;
+  }
+  return Outcome::kDone;
+}
+
+// The whole of it: done when the framework has granted the request.
+Outcome Agent::AgentImpl::exchange(Version since, PACKET_TYPE request, const Json::Value &payload,
+                                   Json::Value &answer) {
+  const Outcome outcome = ask(since, request, payload, answer);
+  return outcome == Outcome::kDone && !isGranted(answer) ? Outcome::kFailed : outcome;
+}
+
+// Sets the error state when the framework has refused. Does not log.
+bool Agent::AgentImpl::isGranted(const Json::Value &answer) {
+  if (answer["success"].asBool()) {
+    return true;
+  }
+  errorNumber = kErrnoRefused;
+  errorString = answer["error"].asString();
+  return false;
+}
+
+// Adds the progress that a transfer stands for, if there is any; an older framework gets none.
+void Agent::AgentImpl::addPercentage(Json::Value &item, int percentage) const {
+  if (isVersionAtLeast(kVersion23) && percentage > 0) {
+    item["progress_percentage"] = percentage;
+  }
+}
+
 // ---- Completions: one a run, after the check of the step's product.
 
 void Agent::AgentImpl::sendComplete() {
@@ -554,7 +660,7 @@ void Agent::AgentImpl::sendImportComplete() {
   }
 }
 
-// ---- The facade.
+// ---- The facade: life cycle and outcome.
 
 Agent::Agent() : impl_(std::make_unique<AgentImpl>()) {}
 
@@ -584,24 +690,15 @@ bool Agent::init(int argc, char **argv) {
 }
 
 int Agent::getFrameworkMajorVersion() {
-  if (!impl_->initialized) {
-    ARVL_LOG_ERROR("Error: not initialized");
-    return -1;
-  }
-  return impl_->canceled ? -1 : impl_->frameworkMajor;
+  return impl_->checkInitialized() ? impl_->majorVersion() : -1;
 }
 
 int Agent::getFrameworkMinorVersion() {
-  if (!impl_->initialized) {
-    ARVL_LOG_ERROR("Error: not initialized");
-    return -1;
-  }
-  return impl_->canceled ? -1 : impl_->frameworkMinor;
+  return impl_->checkInitialized() ? impl_->minorVersion() : -1;
 }
 
 bool Agent::isVerionNotLessThan(int major, int minor) {
-  return impl_->frameworkMajor > major ||
-         (impl_->frameworkMajor == major && impl_->frameworkMinor >= minor);
+  return impl_->isVersionAtLeast({major, minor});
 }
 
 int Agent::getErrno() const {
@@ -636,6 +733,276 @@ void Agent::setStorageUsage(const StorageUsage &usage) {
 
 void Agent::setSummaryInfo(const SummaryInfo &info) {
   impl_->summaryInfo = info;
+}
+
+// ---- The facade: requests.
+
+namespace {
+
+Json::Value describeSource(const FileInfo &source) {
+  Json::Value value(Json::objectValue);
+  value["path"] = source.getPath();
+  value["type"] = source.getTypeStr();
+  return value;
+}
+
+// A transfer carries one item, though its packet has room for a list.
+Json::Value makeTransfer(const Json::Value &item) {
+  Json::Value request(Json::objectValue);
+  request["data"].append(item);
+  return request;
+}
+
+// Logs why the record cannot be made.
+bool readEntry(const Json::Value &entry, FileInfo &info) {
+  info.setPath(entry["path"].asString());
+
+  const std::string type = entry["type"].asString();
+  if (type == "dir") {
+    info.setDirType();
+  } else if (type == "file") {
+    info.setRegType();
+  } else {
+    // clang-format off
+    return ARVL_LOG_FALSE("Error: path [%s] is not support file type [%s]", info.getPath().c_str(), type.c_str());
+    // clang-format on
+  }
+
+  const long size = entry["size"].asInt64();
+  if (size < 0) {
+    return ARVL_LOG_FALSE("Error: size is negative [%ld]", size);
+  }
+  info.setSizeByte(size);
+  info.setMtime(entry["mtime"].asInt64());
+  return true;
+}
+
+// Stops at the first entry that cannot be read; those before it stay. Logs.
+bool appendEntries(const Json::Value &list, std::list<FileInfo> &entries) {
+  for (Json::ArrayIndex i = 0; i < list.size(); ++i) {
+    FileInfo info;
+    if (!readEntry(list[i], info)) {
+      return ARVL_LOG_FALSE("JsonToFileInfo failed");
+    }
+    entries.push_back(info);
+  }
+  return true;
+}
+
+}  // namespace
+
+bool Agent::getExportResult(Json::Value &result) {
+  Json::Value answer;
+  const Outcome outcome =
+      impl_->exchange(kEveryVersion, PACKET_EXPORT_RESULT_REQUEST, Json::Value(), answer);
+  if (outcome == Outcome::kNotSent) {
+    return ARVL_LOG_FALSE("send PACKET_EXPORT_RESULT_REQUEST packet failed");
+  }
+  if (outcome == Outcome::kNotReceived) {
+    return ARVL_LOG_FALSE("failed to parse getExportResult output");
+  }
+  if (outcome != Outcome::kDone) {
+    return false;
+  }
+  result.swap(answer["export_result"]);
+  return true;
+}
+
+bool Agent::getAppDataVersion(int &major, int &minor) {
+  if (!impl_->checkInitialized() || impl_->canceled) {
+    return false;
+  }
+  Json::Value result(Json::objectValue);
+  if (!getExportResult(result)) {
+    return ARVL_LOG_FALSE("get export result failed");
+  }
+  const char *text = result["app_data_version"].asCString();
+  if (std::sscanf(text, "%d.%d", &major, &minor) != 2) {
+    return ARVL_LOG_FALSE("invalid format. %s = [%s]", "app_data_version", text);
+  }
+  return true;
+}
+
+bool Agent::getSelectedSource(SelectedSourceInfo &source) {
+  Json::Value answer;
+  const Outcome outcome =
+      impl_->ask(kVersion23, PACKET_SELECTED_SOURCE_REQUEST, Json::Value(), answer);
+  if (outcome == Outcome::kNotSent) {
+    return ARVL_LOG_FALSE("send PACKET_SELECTED_SOURCE_REQUEST packet failed");
+  }
+  if (outcome == Outcome::kNotReceived) {
+    return ARVL_LOG_FALSE("failed to parse getSelectedSource output");
+  }
+  if (outcome != Outcome::kDone) {
+    return false;
+  }
+  source.setSelectedSourceJson(answer);  // the lists are there even when "success" is false
+  return true;
+}
+
+bool Agent::getExportConfig(Json::Value &config) {
+  Json::Value answer;
+  const Outcome outcome =
+      impl_->exchange(kVersion23, PACKET_EXPORT_CONFIG_REQUEST, Json::Value(), answer);
+  if (outcome == Outcome::kNotSent) {
+    return ARVL_LOG_FALSE("send PACKET_EXPORT_CONFIG_REQUEST packet failed");
+  }
+  if (outcome == Outcome::kNotReceived) {
+    return ARVL_LOG_FALSE("failed to parse getExportConfig output");
+  }
+  if (outcome != Outcome::kDone) {
+    return false;
+  }
+  config.swap(answer["export_config"]);
+  return true;
+}
+
+bool Agent::getLanguage(std::string &language) {
+  Json::Value answer;
+  const Outcome outcome =
+      impl_->exchange(kVersion23, PACKET_LANGUAGE_REQUEST, Json::Value(), answer);
+  if (outcome == Outcome::kNotSent) {
+    return ARVL_LOG_FALSE("send PACKET_LANGUAGE_REQUEST packet failed");
+  }
+  if (outcome == Outcome::kNotReceived) {
+    return ARVL_LOG_FALSE("failed to parse getLanguage output");
+  }
+  if (outcome != Outcome::kDone) {
+    return false;
+  }
+  language = answer["language"].asString();
+  return true;
+}
+
+bool Agent::setProgress(const std::string &stage, int percentage) {
+  Json::Value request(Json::objectValue);
+  request["progress_stage"] = stage;
+  request["progress_percentage"] = percentage;
+
+  Json::Value answer;
+  const Outcome outcome = impl_->exchange(kVersion23, PACKET_SET_PROGRESS_REQUEST, request, answer);
+  if (outcome == Outcome::kNotSent) {
+    return ARVL_LOG_FALSE("send PACKET_SET_PROGRESS_REQUEST packet failed");
+  }
+  if (outcome == Outcome::kNotReceived) {
+    return ARVL_LOG_FALSE("failed to parse setProgress output");
+  }
+  return outcome == Outcome::kDone;
+}
+
+bool Agent::download(const DownloadInfo &info) {
+  Json::Value item(Json::objectValue);
+  item["source"] = describeSource(info.getSource());
+  item["destination"]["path"] = info.getDestinationPath();
+  item["with_metadata"] = false;
+  impl_->addPercentage(item, info.getPercentage());
+
+  Json::Value answer;
+  const Outcome outcome =
+      impl_->exchange(kEveryVersion, PACKET_DOWNLOAD_REQUEST, makeTransfer(item), answer);
+  if (outcome == Outcome::kNotSent) {
+    return ARVL_LOG_FALSE("send PACKET_DOWNLOAD_REQUEST packet failed");
+  }
+  if (outcome == Outcome::kNotReceived) {
+    return ARVL_LOG_FALSE("failed to parse listDir output");  // the wording is the library's own
+  }
+  return outcome == Outcome::kDone;
+}
+
+bool Agent::upload(const UploadInfo &info) {
+  Json::Value item(Json::objectValue);
+  item["source"] = describeSource(info.getSource());
+  item["source"]["is_temp"] = info.getSource().isTemp();
+  item["destination"]["path"] = info.getDestinationPath();
+  impl_->addPercentage(item, info.getPercentage());
+
+  Json::Value answer;
+  const Outcome outcome =
+      impl_->exchange(kEveryVersion, PACKET_UPLOAD_REQUEST, makeTransfer(item), answer);
+  if (outcome == Outcome::kNotSent) {
+    return ARVL_LOG_FALSE("send PACKET_UPLOAD_REQUEST packet failed");
+  }
+  if (outcome == Outcome::kNotReceived) {
+    return ARVL_LOG_FALSE("failed to parse upload output");
+  }
+  return outcome == Outcome::kDone;
+}
+
+bool Agent::createDir(const std::string &dir) {
+  if (!impl_->checkInitialized()) {
+    return false;
+  }
+  if (dir.empty() || dir.front() != '/') {
+    return ARVL_LOG_FALSE("Bad param, [%s] is not abs path", dir.c_str());
+  }
+  Json::Value request(Json::objectValue);
+  request["path"] = dir;
+
+  Json::Value answer;
+  const Outcome outcome =
+      impl_->exchange(kEveryVersion, PACKET_CREATE_DIR_REQUEST, request, answer);
+  if (outcome == Outcome::kNotSent) {
+    return ARVL_LOG_FALSE("send PACKET_CREATE_DIR_REQUEST packet failed");
+  }
+  if (outcome == Outcome::kNotReceived) {
+    return ARVL_LOG_FALSE("failed to parse create dir response");
+  }
+  return outcome == Outcome::kDone;
+}
+
+bool Agent::getExternalHandleResult(std::list<ExternalDataInfo> &results) {
+  Json::Value answer;
+  const Outcome outcome =
+      impl_->exchange(kVersion22, PACKET_EXPORT_RESULT_REQUEST, Json::Value(), answer);
+  if (outcome == Outcome::kNotSent) {
+    return ARVL_LOG_FALSE("send PACKET_EXPORT_RESULT_REQUEST packet failed");
+  }
+  if (outcome == Outcome::kNotReceived) {
+    return ARVL_LOG_FALSE("failed to parse getExternalHandleResult output");
+  }
+  if (outcome != Outcome::kDone) {
+    return false;
+  }
+  const Json::Value &handlers = std::as_const(answer)["external_handler_result"];
+  for (Json::ArrayIndex i = 0; i < handlers.size(); ++i) {
+    ExternalDataInfo info;
+    info.setExternalHandleJson(handlers[i]);
+    results.push_back(info);
+  }
+  return true;
+}
+
+// The one request of several exchanges. The type of a page is not compared: its rule has to do.
+bool Agent::listDir(const std::string &path, std::list<FileInfo> &entries) {
+  if (!impl_->checkInitialized()) {
+    return false;
+  }
+  entries.clear();
+
+  Json::Value request(Json::objectValue);
+  request["path"] = path;
+  for (;;) {
+    if (!impl_->sendPacket(PACKET_LIST_DIR_REQUEST, request, false)) {
+      return ARVL_LOG_FALSE("send PACKET_LIST_DIR_REQUEST packet failed");
+    }
+    PACKET_TYPE type = PACKET_TYPE_NONE;
+    Json::Value answer;
+    if (!impl_->recvPacket(type, answer)) {
+      return ARVL_LOG_FALSE("failed to parse listDir output");
+    }
+    const Json::Value &page = answer;
+    if (!impl_->isGranted(page)) {
+      return false;
+    }
+    if (!appendEntries(page["entry_list"], entries)) {
+      return ARVL_LOG_FALSE("parse entry_list failed");
+    }
+    if (page["list_complete"].asBool()) {
+      return true;
+    }
+    request.clear();
+    request["request_id"] = page["request_id"];
+  }
 }
 
 }  // namespace ARVLAPP

@@ -2,11 +2,19 @@
 #ifndef ZARN_ARVLAPP_AGENT_H_
 #define ZARN_ARVLAPP_AGENT_H_
 
+#include <json/forwards.h>
+
+#include <list>
 #include <memory>
 #include <string>
 
+#include "zarn/arvlapp/download_info.h"
+#include "zarn/arvlapp/external_data_info.h"
+#include "zarn/arvlapp/file_info.h"
+#include "zarn/arvlapp/selected_source_info.h"
 #include "zarn/arvlapp/storage_usage.h"
 #include "zarn/arvlapp/summary_info.h"
+#include "zarn/arvlapp/upload_info.h"
 #include "zarn/visibility.h"
 
 namespace ZARN {
@@ -126,6 +134,76 @@ class ZARN_EXPORT Agent {
   void setAppDataVersion(int major, int minor);
   void setStorageUsage(const StorageUsage &usage);
   void setSummaryInfo(const SummaryInfo &info);
+
+  /// Requests. Each is one exchange: one packet to the framework, one answer, both inside the call,
+  /// which blocks until the answer is there or the connection is lost. They may be called in any
+  /// order and any number of times after init has succeeded.
+  ///
+  /// @return true when the framework answered and granted the request. Otherwise false with
+  ///         - error number 2 and the framework's text, if it refused;
+  ///         - error number 3, if its version is below the one given; nothing is sent then;
+  ///         - error number 1, if the connection was lost in this call;
+  ///         - the error state as it was, if init has not succeeded, the answer broke the protocol or
+  ///           an argument is not acceptable. The reason is in syslog (a refusal alone is not).
+  ///         An argument to be filled is written only on success, unless said otherwise.
+
+  /// Fetches the framework's record of the export that produced the data of this run.
+  ///
+  /// @param result  an object with at least "success" and "app_data_version"
+  bool getExportResult(Json::Value &result);
+
+  /// Fetches the version that the export recorded with setAppDataVersion. An exchange of its own.
+  bool getAppDataVersion(int &major, int &minor);
+
+  /// Fetches what the user selected. Since framework 2.3.
+  ///
+  /// Any valid answer counts: a framework that reports a failure and still sends both lists gives
+  /// true, and leaves the error state alone.
+  bool getSelectedSource(SelectedSourceInfo &source);
+
+  /// Fetches the settings of this export, whose form is between framework and plug-in. Since
+  /// framework 2.3.
+  ///
+  /// @param config  any JSON value, null included
+  bool getExportConfig(Json::Value &config);
+
+  /// Fetches the code of the user's language, such as "enu". Since framework 2.3.
+  bool getLanguage(std::string &language);
+
+  /// Tells how far the step has come. Since framework 2.3.
+  ///
+  /// @param stage       any text, shown to the user
+  /// @param percentage  of the whole step; sent as given, but a framework refuses what is not
+  ///                    within 0 to 100
+  bool setProgress(const std::string &stage, int percentage);
+
+  /// Has the framework deliver one file to this machine, or take one from it. A source without a type
+  /// or a path that is not absolute is sent as given, and refused by the framework.
+  bool download(const DownloadInfo &info);
+  bool upload(const UploadInfo &info);
+
+  /// Has the framework create a directory on its side.
+  ///
+  /// @param dir  absolute; another path is refused here, with a line in syslog
+  bool createDir(const std::string &dir);
+
+  /// Fetches what external handlers reported for the export. Since framework 2.2.
+  ///
+  /// @param results  the records are appended in the framework's order; nothing is cleared. If memory
+  ///                 runs out on the way, those appended stay.
+  bool getExternalHandleResult(std::list<ExternalDataInfo> &results);
+
+  /// Lists a directory on the framework's side, asking for page after page until the listing is
+  /// complete.
+  ///
+  /// Only regular files and directories can be listed: an entry of another type, or of a negative
+  /// size, fails the call. So does a page with an entry whose size or time exceeds a signed 32-bit
+  /// number, by the rule of its packet.
+  ///
+  /// @param path     as the framework names it
+  /// @param entries  emptied first, unless init has not succeeded; on failure it holds what had been
+  ///                 read before
+  bool listDir(const std::string &path, std::list<FileInfo> &entries);
 
  private:
   class ZARN_LOCAL AgentImpl;
