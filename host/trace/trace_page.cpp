@@ -278,6 +278,9 @@ class PageWriter {
   void writeFold(const PacketRecord &packet) {
     const std::string type = "Type " + std::to_string(packet.type) + ", " + sizeText(packet);
     switch (packet.payload.form) {
+      case Payload::Form::kNone:
+        closeExchange(type + ", no payload", "");
+        break;
       case Payload::Form::kJson:
         closeExchange(type, payloadText(packet.payload, true));
         break;
@@ -294,8 +297,9 @@ class PageWriter {
   void closeExchange(const std::string &caption, const std::string &content) {
     out_ << "</div></summary><div class=\"row\"><span></span><div class=\"lane\"><p "
             "class=\"caption\">"
-         << escapeHtml(caption) << "</p><pre tabindex=\"0\">" << escapeHtml(content)
-         << "</pre></div></div></details></li>\n";
+         << escapeHtml(caption) << "</p>"
+         << (content.empty() ? "" : "<pre tabindex=\"0\">" + escapeHtml(content) + "</pre>")
+         << "</div></div></details></li>\n";
   }
 
   // Where nothing happened for long, the lifelines show it.

@@ -50,22 +50,25 @@ void TracePrinter::printRecord(const StepStart &start) {
   counts_ = StepCounts();
   timer_ = AnswerTimer();
   out_ << '\n';
-  printLine(Colour::kBold, "== " + visibleText(start.step) + ": " + visibleText(start.plugin) +
-                               " (framework " + visibleText(start.frameworkVersion) + ", pid " +
-                               std::to_string(start.pid) + ")");
+  std::string line = "== " + visibleText(start.step) + ": " + visibleText(start.plugin);
+  line += " (framework " + visibleText(start.frameworkVersion) + ", pid ";
+  line += std::to_string(start.pid) + ")";
+  printLine(Colour::kBold, line);
 }
 
 void TracePrinter::printRecord(const PacketRecord &packet) {
-  std::string facts = sizeText(packet);
-  if (const auto took = timer_.time(packet)) {
-    facts += ", " + durationText(*took);
-  }
   const bool valid = packet.verdict.valid;
-  const Colour colour = packet.from == Side::kPlugin ? Colour::kPlugin : Colour::kFramework;
-  printLine(valid ? colour : Colour::kInvalid, elapsedText(packet.time) + " " + arrow(packet.from) +
-                                                   " " + padded(packetTitle(packet), kNameWidth) +
-                                                   " " + facts + (valid ? "" : ", INVALID") + "  " +
-                                                   shortPayloadText(packet.payload, kPayloadWidth));
+  std::string line = elapsedText(packet.time) + " " + arrow(packet.from) + " ";
+  line += padded(packetTitle(packet), kNameWidth) + " " + sizeText(packet);
+  if (const auto took = timer_.time(packet)) {
+    line += ", " + durationText(*took);
+  }
+  line += valid ? "" : ", INVALID";
+  if (packet.payload.form != Payload::Form::kNone) {
+    line += "  " + shortPayloadText(packet.payload, kPayloadWidth);
+  }
+  const Colour sender = packet.from == Side::kPlugin ? Colour::kPlugin : Colour::kFramework;
+  printLine(valid ? sender : Colour::kInvalid, line);
   printRuleBook(packet.verdict);
 }
 
@@ -77,26 +80,29 @@ void TracePrinter::printRuleBook(const Verdict &verdict) {
 }
 
 void TracePrinter::printRecord(const GarbageRecord &garbage) {
-  const bool cut = garbage.bytes > kGarbageShown;
-  printLine(Colour::kInvalid,
-            elapsedText(garbage.time) + " " + arrow(garbage.from) + " NO PACKET: " +
-                visibleText(garbage.reason) + ", " + countText(garbage.bytes, "byte") + "  " +
-                toHex(garbage.data.substr(0, kGarbageShown)) + (cut ? "..." : ""));
+  std::string line = elapsedText(garbage.time) + " " + arrow(garbage.from) + " NO PACKET: ";
+  line += visibleText(garbage.reason) + ", " + countText(garbage.bytes, "byte") + "  ";
+  line += toHex(garbage.data.substr(0, kGarbageShown));
+  line += garbage.bytes > kGarbageShown ? "..." : "";
+  printLine(Colour::kInvalid, line);
 }
 
 void TracePrinter::printRecord(const LogRecord &log) {
-  const bool cut = log.bytes > log.text.size();
-  printLine(Colour::kDim, elapsedText(log.time) + "    " + sourceName(log.source) + ": " +
-                              visibleText(log.text) +
-                              (cut ? "... (" + countText(log.bytes, "byte") + ")" : ""));
+  std::string line = elapsedText(log.time) + "    " + sourceName(log.source) + ": ";
+  line += visibleText(log.text);
+  if (log.bytes > log.text.size()) {
+    line += "... (" + countText(log.bytes, "byte") + ")";
+  }
+  printLine(Colour::kDim, line);
 }
 
 void TracePrinter::printRecord(const StepEnd &end) {
-  printLine(Colour::kBold,
-            "== " + visibleText(end.step) + ": " + visibleText(end.outcome) + " (exit code " +
-                std::to_string(end.exitCode) + ", " + durationText(end.duration) + ", " +
-                countText(counts_.packets, "packet") + ", " + std::to_string(counts_.invalid) +
-                " invalid, " + countText(counts_.logLines, "log line") + ")");
+  std::string line = "== " + visibleText(end.step) + ": " + visibleText(end.outcome);
+  line += " (exit code " + std::to_string(end.exitCode) + ", " + durationText(end.duration) + ", ";
+  line +=
+      countText(counts_.packets, "packet") + ", " + std::to_string(counts_.invalid) + " invalid, ";
+  line += countText(counts_.logLines, "log line") + ")";
+  printLine(Colour::kBold, line);
 }
 
 void TracePrinter::printLine(Colour colour, const std::string &text) {

@@ -132,7 +132,6 @@ class Members {
     if (has("payload_begin")) {
       return {Payload::Form::kAbbreviated, {}, string("payload_begin")};
     }
-    complain("payload", "is missing");
     return {};
   }
 

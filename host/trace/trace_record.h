@@ -46,11 +46,12 @@ struct StepStart {
 
 struct Payload {
   enum class Form {
+    kNone,         // the packet is its header alone
     kJson,         // value
     kText,         // text, which is not JSON
     kAbbreviated,  // text, which is how it begins
   };
-  Form form = Form::kJson;
+  Form form = Form::kNone;
   Json::Value value;
   std::string text;
 };

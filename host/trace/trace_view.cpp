@@ -35,7 +35,7 @@ std::string packetTitle(const PacketRecord &packet) {
 
 std::string payloadText(const Payload &payload, bool indented) {
   if (payload.form != Payload::Form::kJson) {
-    return visibleText(payload.text);
+    return visibleText(payload.text);  // empty where there is no payload
   }
   std::string text;
   appendJson(text, payload.value, indented ? JsonLayout::kIndented : JsonLayout::kCompact);

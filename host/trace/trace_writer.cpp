@@ -195,14 +195,22 @@ void TraceWriter::packet(Side from, std::uint16_t type, std::string_view payload
   if (!verdict.lines.empty()) {
     line.strings("rule_book", verdict.lines);
   }
+  addPayload(line, payload);
+  write(line);
+}
+
+// As JSON wherever that is possible, so that a trace can be searched.
+void TraceWriter::addPayload(Line &line, std::string_view payload) const {
   const std::string_view shown = abbreviate(payload);
   Json::Value value;
+  if (payload.empty()) {
+    return;
+  }
   if (shown.size() < payload.size()) {
     line.string("payload_begin", shown);
-  } else if (!(payload.empty() || parsePayload(payload, value)) || !line.json("payload", value)) {
+  } else if (!parsePayload(payload, value) || !line.json("payload", value)) {
     line.string("payload_text", payload);
   }
-  write(line);
 }
 
 void TraceWriter::garbage(Side from, std::string_view bytes, const std::string &reason) {

@@ -65,6 +65,7 @@ class TraceWriter {
 
   TraceTime now() const;
   std::string_view abbreviate(std::string_view bytes) const;
+  void addPayload(Line &line, std::string_view payload) const;
   bool append(const Line &line, std::string &error);
   void write(const Line &line);
   void report(const std::string &error) const;
