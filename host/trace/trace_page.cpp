@@ -57,14 +57,16 @@ std::string number(std::uint64_t number) {
 }
 
 std::string sizeLabel(std::uint64_t bytes) {
-  char text[48];
+  constexpr double kKibibyte = 1024;
   if (bytes < 1024) {
     return number(bytes) + " B";
   }
-  if (bytes < 1024 * 1024) {
-    std::snprintf(text, sizeof text, "%.1f KiB", static_cast<double>(bytes) / 1024);
+  const double kibibytes = static_cast<double>(bytes) / kKibibyte;
+  char text[48];
+  if (kibibytes < kKibibyte) {
+    std::snprintf(text, sizeof text, "%.1f KiB", kibibytes);
   } else {
-    std::snprintf(text, sizeof text, "%.1f MiB", static_cast<double>(bytes) / (1024 * 1024));
+    std::snprintf(text, sizeof text, "%.1f MiB", kibibytes / kKibibyte);
   }
   return text;
 }

@@ -43,7 +43,7 @@ std::string payloadText(const Payload &payload, bool indented) {
 }
 
 std::string shortPayloadText(const Payload &payload, std::size_t limit) {
-  const std::string text = payloadText(payload, false);
+  std::string text = payloadText(payload, false);
   if (text.size() <= limit && payload.form != Payload::Form::kAbbreviated) {
     return text;
   }

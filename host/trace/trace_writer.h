@@ -12,8 +12,8 @@
 namespace arvl_host {
 
 // Payloads, log lines and garbage above the first size are cut to the second.
-constexpr std::size_t kAbbreviateAbove = 64 * 1024;
-constexpr std::size_t kAbbreviateTo = 4 * 1024;
+constexpr std::size_t kAbbreviateAbove = 65536;
+constexpr std::size_t kAbbreviateTo = 4096;
 
 // Every call is allowed at any time and does nothing while no file is open, so the code that is traced
 // need not ask whether it is. Each line is in the file, whole, when its call returns: whatever becomes
