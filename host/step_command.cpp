@@ -1,18 +1,23 @@
 #include "step_command.h"
 
+#include <json/reader.h>
 #include <json/value.h>
-#include <json/writer.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <iomanip>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 
+#include "framework.h"
 #include "step_runner.h"
+#include "store.h"
 #include "trace/trace_text.h"
 #include "zarn/arvlapp/agent.h"
 
@@ -29,6 +34,11 @@ struct StepOptions {
   std::string frameworkVersion = "2.3";
   double timeout = 600;  // seconds
   double grace = 5;      // seconds
+
+  std::string exportConfigFile;
+  std::string exportResultFile;
+  std::string storeDir;
+  FrameworkValues values;
 };
 
 // What the host shows, a line at a time, each with where it comes from.
@@ -45,12 +55,6 @@ class Display : public StepListener {
   void onGarbage(Side, std::string_view bytes, const std::string &reason) override {
     std::cout << "[host] " << reason << "; the bytes begin with " << toHex(bytes) << '\n';
   }
-};
-
-// Serves nothing.
-class NoRequests : public RequestServer {
- public:
-  std::optional<Json::Value> answer(PACKET_TYPE, const Json::Value &) override { return {}; }
 };
 
 std::string valueText(const Json::Value &value) {
@@ -108,6 +112,32 @@ std::string findExecutable(const StepOptions &options) {
   return path;
 }
 
+Json::Value readJson(const std::string &file) {
+  std::ifstream stream(file);
+  Json::Value value;
+  std::string errors;
+  if (!stream) {
+    throw std::runtime_error("cannot open " + file + ": " + std::strerror(errno));
+  }
+  if (!Json::parseFromStream(Json::CharReaderBuilder(), stream, &value, &errors)) {
+    throw std::runtime_error(file + " is not JSON:\n" + errors);
+  }
+  return value;
+}
+
+Json::Value readExportResult(const std::string &file) {
+  const Json::Value content = readJson(file);
+  try {
+    return makeExportResult(content);
+  } catch (const std::runtime_error &error) {
+    throw std::runtime_error(file + ": " + error.what());
+  }
+}
+
+void showProgress(const std::string &stage, int percentage) {
+  std::cout << "[progress] " << percentage << " % " << visibleText(stage) << '\n' << std::flush;
+}
+
 int runStepCommand(const StepOptions &options) {
   StepRequest request;
   request.step = options.step;
@@ -116,9 +146,21 @@ int runStepCommand(const StepOptions &options) {
   request.timeout = toMilliseconds(options.timeout);
   request.grace = toMilliseconds(options.grace);
 
-  NoRequests server;
+  FrameworkValues values = options.values;
+  if (!options.exportConfigFile.empty()) {
+    values.exportConfig = readJson(options.exportConfigFile);
+  }
+  if (!options.exportResultFile.empty()) {
+    values.exportResult = readExportResult(options.exportResultFile);
+  }
+  std::optional<Store> store;
+  if (!options.storeDir.empty()) {
+    store.emplace(options.storeDir);
+  }
+  Framework framework(values, store ? &*store : nullptr, showProgress);
+
   Display display;
-  const StepResult result = runStep(request, server, display);
+  const StepResult result = runStep(request, framework, display);
   printResult(options.step, result);
   return exitCodeOf(result.outcome);
 }
@@ -180,6 +222,41 @@ std::function<int()> addStepCommand(CLI::App &app) {
                    "Between closing the socket, TERM and KILL to the process group, in seconds")
       ->check(CLI::Range(0.001, 1e6))
       ->type_name("SECONDS")
+      ->capture_default_str();
+  command
+      ->add_option("--export-config", options->exportConfigFile,
+                   "What the plug-in is told of this export: any JSON value (default: {})")
+      ->check(CLI::ExistingFile)
+      ->type_name("FILE");
+  command->add_option("--language", options->values.language, "The code of the user's language")
+      ->type_name("CODE")
+      ->capture_default_str();
+  command
+      ->add_option("--folder", options->values.folders,
+                   "A folder that the user selected; repeatable")
+      ->allow_extra_args(false)
+      ->type_name("NAME");
+  command
+      ->add_option("--app", options->values.apps,
+                   "An application that the user selected; repeatable")
+      ->allow_extra_args(false)
+      ->type_name("NAME");
+  command
+      ->add_option(
+          "--export-result", options->exportResultFile,
+          "The record of the export, for an import: a JSON object with \"export_result\" and "
+          "perhaps \"external_handler_result\", or the export result alone, such as "
+          "{\"success\": true, \"app_data_version\": \"1.0\"}")
+      ->check(CLI::ExistingFile)
+      ->type_name("FILE");
+  command
+      ->add_option("--store", options->storeDir,
+                   "The folder that stands for the framework's side of files")
+      ->check(CLI::ExistingDirectory)
+      ->type_name("DIR");
+  command->add_option("--list-page", options->values.listPage, "Entries a page of a listing")
+      ->check(CLI::Range(1, 1000000))
+      ->type_name("N")
       ->capture_default_str();
   return [options] { return runStepCommand(*options); };
 }

@@ -310,6 +310,17 @@ std::string visibleText(std::string_view text) {
   return out;
 }
 
+bool isUtf8(std::string_view text) {
+  for (std::size_t i = 0; i < text.size();) {
+    const Character c = characterAt(text, i);
+    if (!c.valid) {
+      return false;
+    }
+    i += c.length;
+  }
+  return true;
+}
+
 std::string escapeHtml(std::string_view text) {
   std::string out;
   out.reserve(text.size());

@@ -35,6 +35,8 @@ std::string_view cutText(std::string_view text, std::size_t limit);
 // character are seen as \n, \x1b, \u202e.
 std::string visibleText(std::string_view text);
 
+bool isUtf8(std::string_view text);
+
 std::string escapeHtml(std::string_view text);
 
 std::string toHex(std::string_view bytes);
