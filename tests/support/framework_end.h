@@ -1,0 +1,82 @@
+// The framework's end of a session, for tests that speak to the wire: a socket pair whose other end
+// goes to the plug-in, and a script that plays the framework in a thread.
+//
+//   FrameworkEnd framework;
+//   framework.play([&] {
+//     EXPECT_EQ(framework.readFrame(), frame(25, "{...}\n"));
+//     framework.write(frame(26, "{\"success\":true}"));
+//   });
+//   Agent agent;
+//   ASSERT_TRUE(openSession(agent, "export", framework));
+//   ...
+//   framework.finish();   // waits for the script
+#ifndef ARVL_TESTS_SUPPORT_FRAMEWORK_END_H_
+#define ARVL_TESTS_SUPPORT_FRAMEWORK_END_H_
+
+#include <cstddef>
+#include <functional>
+#include <initializer_list>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "zarn/arvlapp/agent.h"
+
+namespace arvl_test {
+
+// A frame's exact bytes, made by hand: DC 55, the type and the length in network order, the payload.
+std::string frame(unsigned type, const std::string &payload);
+
+// A command line as main receives it. getopt's index is set back, as a new process has it.
+class CommandLine {
+ public:
+  CommandLine(std::initializer_list<std::string> words);
+  int argc() const { return static_cast<int>(words_.size()); }
+  char **argv() { return pointers_.data(); }
+
+ private:
+  std::vector<std::string> words_;
+  std::vector<char *> pointers_;
+};
+
+class FrameworkEnd {
+ public:
+  FrameworkEnd();
+  ~FrameworkEnd();  // finishes
+  FrameworkEnd(const FrameworkEnd &) = delete;
+  FrameworkEnd &operator=(const FrameworkEnd &) = delete;
+
+  // The plug-in's descriptor. Whoever opens a session on it owns it.
+  int pluginFd() const { return pluginFd_; }
+  int fd() const { return fd_; }
+
+  void play(std::function<void()> script);
+  // Waits for the script.
+  void finish();
+
+  // One whole frame; what there was of it when the plug-in has left.
+  std::string readFrame();
+  std::string readBytes(std::size_t size);
+  // All until the plug-in closes.
+  std::string readAll();
+  // Gives up silently when the plug-in has left.
+  void write(const std::string &bytes);
+  // Returns when the plug-in has read all that was written.
+  void waitUntilRead() const;
+  void close();
+
+ private:
+  int fd_ = -1;
+  int pluginFd_ = -1;
+  std::thread thread_;
+};
+
+// Runs init on the framework's socket.
+bool openSession(ZARN::ARVLAPP::Agent &agent, const std::string &step,
+                 const FrameworkEnd &framework, const std::string &version = "2.3");
+
+int countOpenDescriptors();
+
+}  // namespace arvl_test
+
+#endif  // ARVL_TESTS_SUPPORT_FRAMEWORK_END_H_
