@@ -25,10 +25,8 @@ SummaryInfo::~SummaryInfo() = default;
 
 void SummaryInfo::setSummaryInfo(const std::string &backupShort, const std::string &backupLong,
                                  const std::string &restoreShort, const std::string &restoreLong) {
-  impl_->backupShort = backupShort;
-  impl_->backupLong = backupLong;
-  impl_->restoreShort = restoreShort;
-  impl_->restoreLong = restoreLong;
+  // Copied before any of them is replaced: the arguments may be this record's own texts.
+  *impl_ = SummaryInfoImpl{backupShort, backupLong, restoreShort, restoreLong};
 }
 
 const std::string &SummaryInfo::getBackupShort() const {

@@ -28,7 +28,9 @@ TEST(RecordLayout, ARecordIsCopiedAndNeverMoved) {
   EXPECT_TRUE(std::is_copy_constructible<FileInfo>::value);
   EXPECT_FALSE(std::is_nothrow_move_constructible<FileInfo>::value);  // a move is a copy
   EXPECT_FALSE(std::is_copy_constructible<Agent>::value);
+  EXPECT_FALSE(std::is_copy_assignable<Agent>::value);
   EXPECT_FALSE(std::is_move_constructible<Agent>::value);
+  EXPECT_FALSE(std::is_move_assignable<Agent>::value);
 }
 
 TEST(PacketTypes, AreIntsWithTheNumbersOfTheWire) {

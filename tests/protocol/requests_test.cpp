@@ -1,31 +1,23 @@
 // The rules of requests and responses: one row per check, with the lines that it leaves in the log.
 
 #include <gtest/gtest.h>
-#include <json/reader.h>
 #include <json/value.h>
 
-#include <memory>
 #include <string>
 #include <vector>
 
 #include "support/log_capture.h"
+#include "support/rule_case.h"
 #include "zarn/arvlapp/protocol_util.h"
 
 namespace {
 
 using namespace ZARN::ARVLAPP;
-using arvl_test::LogCapture;
+using arvl_test::checkRule;
 using arvl_test::LogLines;
-
-Json::Value parse(const std::string &text) {
-  Json::Value value;
-  std::string errors;
-  const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
-  if (!reader->parse(text.data(), text.data() + text.size(), &value, &errors)) {
-    ADD_FAILURE() << text << ": " << errors;
-  }
-  return value;
-}
+using arvl_test::parseJson;
+using arvl_test::RuleCase;
+using arvl_test::Verdict;
 
 struct Case {
   const char *payload;
@@ -34,19 +26,12 @@ struct Case {
 
 // A payload is valid if its row names no line.
 void expectVerdicts(PACKET_TYPE type, const std::vector<Case> &cases) {
+  std::vector<RuleCase> rows;
   for (const Case &row : cases) {
-    const Json::Value payload = parse(row.payload);
-    const Json::Value before = payload;
-    LogCapture log;
-    const bool valid = Util::isValidPacket(type, payload);
-    LogLines expected;
-    for (const std::string &line : row.lines) {
-      expected.push_back("protocol_util.cpp: " + line);
-    }
-    EXPECT_EQ(valid, row.lines.empty()) << row.payload;
-    EXPECT_EQ(log.take(), expected) << row.payload;
-    EXPECT_EQ(payload, before) << row.payload;
+    rows.push_back(
+        {row.payload, row.lines.empty() ? Verdict::kValid : Verdict::kInvalid, row.lines});
   }
+  checkRule(type, rows);
 }
 
 // What every response object is tested for first, with the packet's own line at the end.
@@ -283,11 +268,11 @@ TEST(ListDirRequestRule, TakesAPathOrATokenAndALimit) {
           {R"({"path":"/a","max_record":1024})", {}},
           {R"({"path":"/a","max_record":0})", {}},
       });
-  for (const char *payload : {R"({"request_id":"r1"})", R"({"request_id":"","max_record":5})"}) {
-    LogCapture log;
-    EXPECT_TRUE(Util::isValidPacket(PACKET_LIST_DIR_REQUEST, parse(payload)));
-    EXPECT_EQ(log.take(), (LogLines{"protocol_util.cpp: no member [path]"}));
-  }
+  checkRule(PACKET_LIST_DIR_REQUEST,
+            {
+                {R"({"request_id":"r1"})", Verdict::kValid, {"no member [path]"}},
+                {R"({"request_id":"","max_record":5})", Verdict::kValid, {"no member [path]"}},
+            });
 }
 
 TEST(ListDirResponseRule, EchoesTheRequestAndBringsAPage) {
@@ -348,12 +333,11 @@ TEST(ListDirResponseRule, EchoesTheRequestAndBringsAPage) {
   }
   expectVerdicts(PACKET_LIST_DIR_RESPONSE, cases);
 
-  LogCapture log;
-  EXPECT_TRUE(Util::isValidPacket(
+  checkRule(
       PACKET_LIST_DIR_RESPONSE,
-      parse(
-          R"({"success":true,"request":{"request_id":"t"},"entry_list":[],"list_complete":true})")));
-  EXPECT_EQ(log.take(), (LogLines{"protocol_util.cpp: no member [path]"}));
+      {{R"({"success":true,"request":{"request_id":"t"},"entry_list":[],"list_complete":true})",
+        Verdict::kValid,
+        {"no member [path]"}}});
 }
 
 TEST(SelectedSourceResponseRule, BringsBothListsEvenOfAFailure) {
@@ -454,13 +438,12 @@ TEST(SetProgressResponseRule, ShowsThePayloadThatItRefuses) {
 
 // The index look-up of an array finds null where a sparse one has no element.
 TEST(Arrays, AreReadByIndexThoughTheyBeSparse) {
-  Json::Value payload = parse(R"({"success":true,"data":[]})");
-  payload["data"][1] = parse(R"({"source":{"type":"file","path":"/f"},"success":true})");
-  LogCapture log;
-  EXPECT_FALSE(Util::isValidPacket(PACKET_UPLOAD_RESPONSE, payload));
-  EXPECT_EQ(log.take(), (LogLines{"protocol_util.cpp: not a object",
-                                  "protocol_util.cpp: invalid resp_file_info obj",
-                                  "protocol_util.cpp: error: invalid data[0]"}));
+  Json::Value payload = parseJson(R"({"success":true,"data":[]})");
+  payload["data"][1] = parseJson(R"({"source":{"type":"file","path":"/f"},"success":true})");
+  checkRule(PACKET_UPLOAD_RESPONSE, payload,
+            {"",
+             Verdict::kInvalid,
+             {"not a object", "invalid resp_file_info obj", "error: invalid data[0]"}});
 }
 
 }  // namespace

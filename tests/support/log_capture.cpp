@@ -46,6 +46,18 @@ LogRecord makeRecord(int priority, const char *format, va_list arguments) {
 
 }  // namespace
 
+LogLines toLines(const std::vector<LogRecord> &log) {
+  LogLines lines;
+  for (const LogRecord &record : log) {
+    std::string line = record.file + ": " + record.message;
+    if (record.priority != LOG_ERR) {
+      line = "priority " + std::to_string(record.priority) + ": " + line;
+    }
+    lines.push_back(line);
+  }
+  return lines;
+}
+
 LogCapture::LogCapture() {
   takeRecords();
 }
@@ -58,15 +70,7 @@ std::vector<LogRecord> LogCapture::takeRecords() {
 }
 
 LogLines LogCapture::take() {
-  LogLines lines;
-  for (const LogRecord &record : takeRecords()) {
-    std::string line = record.file + ": " + record.message;
-    if (record.priority != LOG_ERR) {
-      line = "priority " + std::to_string(record.priority) + ": " + line;
-    }
-    lines.push_back(line);
-  }
-  return lines;
+  return toLines(takeRecords());
 }
 
 }  // namespace arvl_test

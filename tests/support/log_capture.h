@@ -20,6 +20,8 @@ struct LogRecord {
 // missing prefix are shown, so that no expectation overlooks them.
 using LogLines = std::vector<std::string>;
 
+LogLines toLines(const std::vector<LogRecord> &records);
+
 // Collects what is logged, by any thread, from construction on. One at a time.
 class LogCapture {
  public:

@@ -1,0 +1,63 @@
+#include "support/rule_case.h"
+
+#include <gtest/gtest.h>
+#include <json/reader.h>
+#include <json/writer.h>
+
+#include <memory>
+
+#include "support/log_capture.h"
+#include "support/log_source.h"
+
+namespace arvl_test {
+
+using ZARN::ARVLAPP::PACKET_TYPE;
+using ZARN::ARVLAPP::Util;
+
+namespace {
+
+std::string toText(const Json::Value &value) {
+  return Json::writeString(Json::StreamWriterBuilder(), value);
+}
+
+LogLines asLines(const std::vector<std::string> &messages) {
+  LogLines lines;
+  for (const std::string &message : messages) {
+    lines.push_back("protocol_util.cpp: " + message);
+  }
+  return lines;
+}
+
+}  // namespace
+
+Json::Value parseJson(const std::string &text) {
+  const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+  Json::Value value;
+  std::string errors;
+  if (!reader->parse(text.data(), text.data() + text.size(), &value, &errors)) {
+    ADD_FAILURE() << text << ": " << errors;
+    return Json::Value();
+  }
+  return value;
+}
+
+void checkRule(PACKET_TYPE type, const Json::Value &payload, const RuleCase &row) {
+  const std::string before = toText(payload);
+  LogCapture capture;
+  const bool valid = Util::isValidPacket(type, payload);
+  const std::vector<LogRecord> records = capture.takeRecords();
+
+  EXPECT_EQ(valid, row.verdict == Verdict::kValid);
+  EXPECT_EQ(toLines(records), asLines(row.messages));
+  EXPECT_TRUE(nameTheirStatements(records));
+  EXPECT_EQ(toText(payload), before);
+}
+
+void checkRule(PACKET_TYPE type, const std::vector<RuleCase> &cases) {
+  for (const RuleCase &row : cases) {
+    SCOPED_TRACE(row.payload);
+    checkRule(type, parseJson(row.payload), row);
+  }
+}
+
+}  // namespace arvl_test

@@ -1,0 +1,34 @@
+// One row of a table of payloads: what the rule book says of it, and what it logs.
+#ifndef ARVL_TESTS_SUPPORT_RULE_CASE_H_
+#define ARVL_TESTS_SUPPORT_RULE_CASE_H_
+
+#include <json/value.h>
+
+#include <string>
+#include <vector>
+
+#include "zarn/arvlapp/protocol_util.h"
+
+namespace arvl_test {
+
+enum class Verdict { kValid, kInvalid };
+
+struct RuleCase {
+  std::string payload;  // JSON text
+  Verdict verdict = Verdict::kValid;
+  std::vector<std::string> messages;  // the log of protocol_util.cpp, in order
+};
+
+// Any JSON value, a scalar included. Fails the test and gives null for other text.
+Json::Value parseJson(const std::string &text);
+
+// Expects of each row the verdict and the messages, that each message names its own line of the
+// source, and that the payload is afterwards what it was.
+void checkRule(ZARN::ARVLAPP::PACKET_TYPE type, const std::vector<RuleCase> &cases);
+
+// The same for a value that no text gives.
+void checkRule(ZARN::ARVLAPP::PACKET_TYPE type, const Json::Value &payload, const RuleCase &row);
+
+}  // namespace arvl_test
+
+#endif  // ARVL_TESTS_SUPPORT_RULE_CASE_H_
