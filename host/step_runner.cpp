@@ -11,6 +11,7 @@
 #include <json/writer.h>
 #include <signal.h>
 #include <string.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <syslog.h>
@@ -213,6 +214,7 @@ class StepRunner {
   bool endedInsidePacket_ = false;
   int signalToSend_ = 0;  // when the grace is over
   bool isReaped_ = false;
+  bool isGroupGone_ = false;
   int status_ = 0;
 };
 
@@ -231,6 +233,7 @@ StepResult StepRunner::run() {
   event_add(terminateWatcher_.get(), nullptr);
   event_add(childWatcher_.get(), nullptr);
 
+  prctl(PR_SET_CHILD_SUBREAPER, 1);  // orphans of the plug-in come to the host, which reaps them
   begin_ = steady_clock::now();
   plugin_ = startPlugin(request_.executable, request_.frameworkVersion);
   listener_.onStart(request_, plugin_.pid);
@@ -476,20 +479,27 @@ void StepRunner::onTimeout() {
                                          : "the plug-in did not complete in time");
 }
 
+// Reaps the plug-in and, as their new parent, what it left behind in its process group.
 void StepRunner::onChild() {
-  if (isReaped_ || waitpid(plugin_.pid, &status_, WNOHANG) != plugin_.pid) {
-    return;
+  int status = 0;
+  pid_t pid = 0;
+  while ((pid = waitpid(-plugin_.pid, &status, WNOHANG)) > 0) {
+    if (pid != plugin_.pid) {
+      continue;
+    }
+    isReaped_ = true;
+    status_ = status;
+    kill(-plugin_.pid, SIGKILL);
+    event_del(timeoutTimer_.get());
+    const timeval grace = toTimeval(request_.grace);
+    event_add(graceTimer_.get(), &grace);
   }
-  isReaped_ = true;
-  kill(-plugin_.pid, SIGKILL);  // what it left behind in its process group
-  event_del(timeoutTimer_.get());
-  const timeval grace = toTimeval(request_.grace);
-  event_add(graceTimer_.get(), &grace);
+  isGroupGone_ = pid < 0 && errno == ECHILD;
   finishIfOver();
 }
 
 void StepRunner::finishIfOver() {
-  if (isReaped_ && connection_ == nullptr && !plugin_.output && !plugin_.error) {
+  if (isGroupGone_ && connection_ == nullptr && !plugin_.output && !plugin_.error) {
     finish();
   }
 }

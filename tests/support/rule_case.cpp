@@ -1,10 +1,7 @@
 #include "support/rule_case.h"
 
 #include <gtest/gtest.h>
-#include <json/reader.h>
 #include <json/writer.h>
-
-#include <memory>
 
 #include "support/log_capture.h"
 #include "support/log_source.h"
@@ -29,17 +26,6 @@ LogLines asLines(const std::vector<std::string> &messages) {
 }
 
 }  // namespace
-
-Json::Value parseJson(const std::string &text) {
-  const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
-  Json::Value value;
-  std::string errors;
-  if (!reader->parse(text.data(), text.data() + text.size(), &value, &errors)) {
-    ADD_FAILURE() << text << ": " << errors;
-    return Json::Value();
-  }
-  return value;
-}
 
 void checkRule(PACKET_TYPE type, const Json::Value &payload, const RuleCase &row) {
   const std::string before = toText(payload);

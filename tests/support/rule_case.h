@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "support/json.h"
 #include "zarn/arvlapp/protocol_util.h"
 
 namespace arvl_test {
@@ -18,9 +19,6 @@ struct RuleCase {
   Verdict verdict = Verdict::kValid;
   std::vector<std::string> messages;  // the log of protocol_util.cpp, in order
 };
-
-// Any JSON value, a scalar included. Fails the test and gives null for other text.
-Json::Value parseJson(const std::string &text);
 
 // Expects of each row the verdict and the messages, that each message names its own line of the
 // source, and that the payload is afterwards what it was.

@@ -1,0 +1,48 @@
+// Runs a program as a person would, and shows all that it said.
+#ifndef ARVL_TESTS_HOST_COMMAND_H_
+#define ARVL_TESTS_HOST_COMMAND_H_
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+namespace arvl_test {
+
+struct Ended {
+  int status = -1;  // the exit code; minus the number of the signal that ended it
+  std::string out;
+  std::string err;
+};
+
+class Command {
+ public:
+  // words[0] is the program; each of the variables is "NAME=VALUE".
+  explicit Command(const std::vector<std::string> &words,
+                   const std::vector<std::string> &variables = {});
+  ~Command();  // kills what still runs
+  Command(const Command &) = delete;
+  Command &operator=(const Command &) = delete;
+
+  // Reads on until stdout holds the text; false if it ends before.
+  bool waitFor(const std::string &text);
+  void signal(int number) const;
+  Ended finish();
+
+ private:
+  bool readMore();
+
+  pid_t pid_ = -1;
+  int out_ = -1;
+  int err_ = -1;
+  Ended ended_;
+};
+
+Ended run(const std::vector<std::string> &words, const std::vector<std::string> &variables = {});
+
+// The last line of a text.
+std::string lastLine(const std::string &text);
+
+}  // namespace arvl_test
+
+#endif  // ARVL_TESTS_HOST_COMMAND_H_

@@ -1,0 +1,181 @@
+// The answers of the framework, each by the rule book.
+
+#include "framework.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "rule_book.h"
+#include "support/json.h"
+#include "support/temp_dir.h"
+
+namespace {
+
+using namespace arvl_host;
+using namespace ZARN::ARVLAPP;
+using arvl_test::parseJson;
+using arvl_test::TempDir;
+
+class FrameworkAnswers : public testing::Test {
+ protected:
+  FrameworkAnswers() : store_(dir_.path().string()) {}
+
+  Json::Value ask(Framework &framework, PACKET_TYPE request, const std::string &payload) {
+    const std::optional<Json::Value> answer =
+        framework.answer(request, payload.empty() ? Json::Value() : parseJson(payload));
+    EXPECT_TRUE(answer.has_value());
+    const Verdict verdict = judge(static_cast<PACKET_TYPE>(request + 1), *answer);
+    EXPECT_TRUE(verdict.valid) << answer->toStyledString();
+    return *answer;
+  }
+
+  Framework make(FrameworkValues values = {}, bool withStore = true) {
+    return Framework(std::move(values), withStore ? &store_ : nullptr,
+                     [this](const std::string &stage, int percentage) {
+                       progress_ += stage + " " + std::to_string(percentage) + "\n";
+                     });
+  }
+
+  void touch(const std::string &name) const { std::ofstream(dir_.path().string() + "/" + name); }
+
+  const TempDir dir_;
+  const Store store_;
+  std::string progress_;
+};
+
+TEST_F(FrameworkAnswers, AreThoseOfTheCommandLine) {
+  FrameworkValues values;
+  values.exportConfig = parseJson("[1,2]");
+  values.language = "ger";
+  values.folders = {"docs", "a \"quoted\" name"};
+  values.apps = {"mail"};
+  Framework framework = make(values);
+  EXPECT_EQ(ask(framework, PACKET_EXPORT_CONFIG_REQUEST, "")["export_config"], parseJson("[1,2]"));
+  EXPECT_EQ(ask(framework, PACKET_LANGUAGE_REQUEST, "")["language"].asString(), "ger");
+  const Json::Value source = ask(framework, PACKET_SELECTED_SOURCE_REQUEST, "");
+  EXPECT_EQ(source["backup_folders"][1]["object"].asString(), "a \"quoted\" name");
+  EXPECT_EQ(source["backup_apps"].size(), 1u);
+  EXPECT_TRUE(ask(framework, PACKET_SET_PROGRESS_REQUEST,
+                  R"({"progress_stage":"x","progress_percentage":7})")["success"]
+                  .asBool());
+  EXPECT_EQ(progress_, "x 7\n");
+}
+
+TEST_F(FrameworkAnswers, OfTheExportResultTakeBothForms) {
+  FrameworkValues values;
+  values.exportResult = makeExportResult(parseJson(R"({"success":true,"app_data_version":"1.2"})"));
+  Framework bare = make(values);
+  EXPECT_EQ(ask(bare, PACKET_EXPORT_RESULT_REQUEST, "")["export_result"]["app_data_version"],
+            "1.2");
+  values.exportResult = makeExportResult(
+      parseJson(R"({"export_result":{"success":true,"app_data_version":"1.2"},)"
+                R"("external_handler_result":[{"handler":"h","handler_type":"t","result":1}]})"));
+  Framework whole = make(values);
+  EXPECT_EQ(ask(whole, PACKET_EXPORT_RESULT_REQUEST, "")["external_handler_result"].size(), 1u);
+  Framework none = make();
+  EXPECT_EQ(ask(none, PACKET_EXPORT_RESULT_REQUEST, "")["error"], "there is no export result");
+}
+
+TEST_F(FrameworkAnswers, RefuseAFailedExportAsAResult) {
+  try {
+    makeExportResult(parseJson(R"({"success":false,"app_data_version":"1.2"})"));
+    FAIL();
+  } catch (const std::runtime_error &error) {
+    EXPECT_STREQ(error.what(),
+                 "the rule book refuses the export result:\n"
+                 "  export_result.success = false, impossible");
+  }
+}
+
+const std::string kUpload = R"({"data":[
+    {"source":{"type":"file","path":"/no/such"},"destination":{"path":"/a"}},
+    {"source":{"type":"file","path":"/proc/self/cmdline"},"destination":{"path":"/b"}}]})";
+
+TEST_F(FrameworkAnswers, OfATransferTellWhatBecameOfEachItem) {
+  Framework framework = make();
+  const Json::Value answer = ask(framework, PACKET_UPLOAD_REQUEST, kUpload);
+  EXPECT_FALSE(answer["success"].asBool());
+  EXPECT_EQ(answer["error"].asString(), answer["data"][0]["error"].asString());
+  EXPECT_EQ(answer["data"][0]["source"]["path"].asString(), "/no/such");
+  EXPECT_TRUE(answer["data"][1]["success"].asBool());
+  EXPECT_TRUE(std::filesystem::exists(dir_.path().string() + "/b"));
+}
+
+TEST_F(FrameworkAnswers, WithoutAStoreAreDenialsInTheShapesOfTheirRules) {
+  Framework framework = make({}, false);
+  const std::string denial = "this framework has no store";
+  EXPECT_EQ(ask(framework, PACKET_UPLOAD_REQUEST, kUpload)["error"].asString(), denial);
+  EXPECT_EQ(ask(framework, PACKET_DOWNLOAD_REQUEST, kUpload)["error"].asString(), denial);
+  EXPECT_EQ(ask(framework, PACKET_CREATE_DIR_REQUEST, R"({"path":"/x"})")["error"].asString(),
+            denial);
+  EXPECT_EQ(ask(framework, PACKET_LIST_DIR_REQUEST, R"({"path":"/x"})")["error"].asString(),
+            denial);
+}
+
+TEST_F(FrameworkAnswers, DoNotExistForOtherPackets) {
+  Framework framework = make();
+  EXPECT_FALSE(framework.answer(PACKET_STAT_REQUEST, Json::Value()).has_value());
+  EXPECT_FALSE(framework.answer(PACKET_SUMMARY_RESULT, Json::Value()).has_value());
+}
+
+TEST_F(FrameworkAnswers, OfAListingComeInPages) {
+  for (int i = 0; i < 5; ++i) {
+    touch(std::to_string(i));
+  }
+  FrameworkValues values;
+  values.listPage = 2;
+  Framework framework = make(values);
+  std::string names;
+  int pages = 0;
+  std::string request = R"({"path":"/"})";
+  for (;;) {
+    const Json::Value page = ask(framework, PACKET_LIST_DIR_REQUEST, request);
+    ++pages;
+    EXPECT_EQ(page["request"], parseJson(request));
+    for (const Json::Value &entry : page["entry_list"]) {
+      names += entry["path"].asString();
+    }
+    if (page["list_complete"].asBool()) {
+      break;
+    }
+    request = "{\"request_id\":\"" + page["request_id"].asString() + "\"}";
+  }
+  EXPECT_EQ(names, "/0/1/2/3/4");
+  EXPECT_EQ(pages, 3);
+  EXPECT_EQ(ask(framework, PACKET_LIST_DIR_REQUEST, request)["error"].asString(),
+            "no listing goes on with this request_id");
+  EXPECT_EQ(ask(framework, PACKET_LIST_DIR_REQUEST, R"({"path":"/","max_record":1})")["entry_list"]
+                .size(),
+            1u);
+}
+
+TEST_F(FrameworkAnswers, OfAListingNameWhatTheyCannotCarry) {
+  touch("large");
+  ASSERT_EQ(truncate((dir_.path().string() + "/large").c_str(), 2147483648), 0);
+  Framework framework = make();
+  EXPECT_EQ(ask(framework, PACKET_LIST_DIR_REQUEST, R"({"path":"/"})")["error"].asString(),
+            "\"/large\" has a size or time beyond 32 bits (2147483648 bytes), and a listing cannot "
+            "carry it");
+  ASSERT_EQ(truncate((dir_.path().string() + "/large").c_str(), 2147483647), 0);
+  EXPECT_TRUE(ask(framework, PACKET_LIST_DIR_REQUEST, R"({"path":"/"})")["success"].asBool());
+  touch("\xff");
+  EXPECT_EQ(ask(framework, PACKET_LIST_DIR_REQUEST, R"({"path":"/"})")["error"].asString(),
+            "the name of \"/\\xff\" is not UTF-8, and a listing cannot carry it");
+}
+
+TEST_F(FrameworkAnswers, OfAListingTellOfLinksAndOddNames) {
+  std::filesystem::create_directory(dir_.path().string() + "/d");
+  touch("d/a\nb\"c");
+  std::filesystem::create_symlink("/etc/passwd", dir_.path().string() + "/d/l");
+  Framework framework = make();
+  const Json::Value answer = ask(framework, PACKET_LIST_DIR_REQUEST, R"({"path":"/d/"})");
+  EXPECT_EQ(answer["entry_list"][0]["path"].asString(), "/d/a\nb\"c");
+  EXPECT_EQ(answer["entry_list"][1]["type"].asString(), "symlink");
+}
+
+}  // namespace

@@ -1,0 +1,358 @@
+// "arvl-host step" against plug-ins that behave and plug-ins that do not.
+
+#include <gtest/gtest.h>
+#include <json/value.h>
+#include <json/writer.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "host/command.h"
+#include "support/temp_dir.h"
+
+namespace {
+
+using namespace arvl_test;
+using testing::AssertionFailure;
+using testing::AssertionResult;
+using testing::AssertionSuccess;
+
+std::vector<std::string> stepCommand(const std::string &step, const std::string &plugin,
+                                     const std::vector<std::string> &more = {}) {
+  std::vector<std::string> words = {ARVL_HOST, "step", step, "--plugin", plugin};
+  words.insert(words.end(), more.begin(), more.end());
+  return words;
+}
+
+Ended runUnruly(const std::string &how, const std::string &step = "import",
+                const std::vector<std::string> &more = {}) {
+  return run(stepCommand(step, UNRULY_PLUGIN, more), {"UNRULY=" + how});
+}
+
+AssertionResult holds(const std::string &text, const std::string &part) {
+  if (text.find(part) != std::string::npos) {
+    return AssertionSuccess();
+  }
+  return AssertionFailure() << "no \"" << part << "\" in:\n" << text;
+}
+
+std::string without(std::string line, const std::string &part) {
+  const std::size_t at = line.find(part);
+  return at == std::string::npos ? line : line.erase(at);
+}
+
+// "step import: success", without the time.
+std::string verdictOf(const Ended &ended) {
+  return without(lastLine(ended.out), " (");
+}
+
+bool isGone(const std::string &pid) {
+  return kill(std::atoi(pid.c_str()), 0) != 0 && errno == ESRCH;
+}
+
+TEST(Step, OfEachNameSucceeds) {
+  for (const std::string step :
+       {"estimate_exportion", "can_export", "export", "can_import", "import"}) {
+    const Ended ended = runUnruly("", step);
+    EXPECT_EQ(ended.status, 0);
+    EXPECT_EQ(verdictOf(ended), "step " + step + ": success");
+    EXPECT_TRUE(holds(lastLine(ended.out), " s, 1 packet)"));
+    EXPECT_EQ(ended.err, "");
+  }
+}
+
+TEST(Step, ShowsTheReasonOfAFailure) {
+  const Ended ended = runUnruly("fails with a reason");
+  EXPECT_EQ(ended.status, 1);
+  EXPECT_EQ(verdictOf(ended), "step import: failure");
+  EXPECT_TRUE(holds(ended.out, "\n  err_msg.key: a key\n  err_msg.section: a section\n"));
+}
+
+TEST(Step, ShowsEveryLineWithItsSource) {
+  const Ended ended = runUnruly("writes to every channel");
+  EXPECT_EQ(ended.status, 0);
+  EXPECT_TRUE(holds(ended.out, "\n[stdout] to stdout\n"));
+  EXPECT_TRUE(holds(ended.out, "\n[stderr] to stderr\n"));
+  EXPECT_TRUE(holds(ended.out, "\n[stderr] without a line feed\n"));
+  EXPECT_TRUE(holds(ended.out, "\n[syslog] to syslog 5 %\n"));
+  EXPECT_TRUE(holds(ended.out, "\n[stdout] a \\x1b[31mred\\x1b[0m bell \\x07 and \\xff\n"));
+}
+
+TEST(Step, GivesThePluginFiveDescriptorsAndNoMore) {
+  const Ended ended = runUnruly("lists its descriptors");
+  std::size_t count = 0;
+  for (std::size_t at = 0; (at = ended.out.find("] descriptor", at)) != std::string::npos; ++at) {
+    ++count;
+  }
+  EXPECT_EQ(count, 5u) << ended.out;
+  EXPECT_TRUE(holds(ended.out,
+                    "[stdout] descriptor /dev/null\n[stdout] descriptor pipe\n"
+                    "[stdout] descriptor pipe\n[stdout] descriptor socket\n"
+                    "[stdout] descriptor socket\n"));
+}
+
+TEST(Step, SurvivesAFloodAndALineOfAMegabyte) {
+  const Ended flood = runUnruly("floods");
+  EXPECT_EQ(flood.status, 0);
+  EXPECT_GT(flood.out.size(), 2000000u);
+  const Ended longLine = runUnruly("a line of a megabyte");
+  EXPECT_EQ(longLine.status, 0);
+  EXPECT_TRUE(holds(longLine.out, "yyy [1044480 more bytes]\n"));
+  EXPECT_LT(longLine.out.size(), 10000u);
+  EXPECT_EQ(runUnruly("closes its output").status, 0);
+}
+
+struct Broken {
+  const char *how;
+  const char *reason;
+};
+
+TEST(Step, NamesWhatBreaksTheProtocol) {
+  const Broken cases[] = {
+      {"garbage", "the plug-in sent bytes that are no packet: the check code is wrong"},
+      {"over-long",
+       "the plug-in announced a payload of 33554433 bytes; the protocol allows 33554432"},
+      {"half a packet", "the connection ended inside a packet"},
+      {"another step's completion",
+       "the plug-in ended the step import with CAN_EXPORT_RESULT in place of IMPORT_COMPLETE"},
+      {"no JSON", "[rule book] the payload is not JSON: "},
+      {"breaks the rule",
+       "[rule book] [isBasicResultObjectValid]: member [success] is not boolean\n"
+       "[rule book] invalid import_complete\n"
+       "the rule book refuses the plug-in's IMPORT_COMPLETE\n"},
+      {"a packet after the completion",
+       "the plug-in sent PACKET_LANGUAGE_REQUEST after its completion"},
+      {"the framework's packet",
+       "the plug-in sent PACKET_SET_PROGRESS_RESPONSE, which is the framework's to send"},
+      {"an unknown type", "[rule book] invalid packet type 99"},
+  };
+  for (const Broken &row : cases) {
+    const Ended ended = runUnruly(row.how);
+    EXPECT_EQ(ended.status, 3) << row.how;
+    EXPECT_EQ(verdictOf(ended), "step import: protocol violation");
+    EXPECT_TRUE(holds(ended.out, row.reason)) << row.how;
+  }
+}
+
+TEST(Step, SaysThatAnEstimateDoesNotFit) {
+  const Ended ended = runUnruly("an estimate of 3 GB", "estimate_exportion");
+  EXPECT_EQ(ended.status, 3);
+  EXPECT_TRUE(holds(ended.out,
+                    "the estimate is refused: its size of 3000000000 does not fit the 32 bits that "
+                    "the protocol has for it\n"));
+}
+
+TEST(Step, NamesHowAPluginDied) {
+  const Ended exits = runUnruly("exits with 3");
+  EXPECT_EQ(exits.status, 5);
+  EXPECT_TRUE(holds(exits.out, "the plug-in ended with status 3 and without a completion\n"));
+  EXPECT_EQ(verdictOf(exits), "step import: no completion");
+
+  const Ended crashes = runUnruly("crashes");
+  EXPECT_EQ(crashes.status, 5);
+  EXPECT_TRUE(holds(crashes.out, "the plug-in crashed: SIGSEGV\n"));
+
+  const Ended late = runUnruly("completes and crashes");
+  EXPECT_EQ(late.status, 5);
+  EXPECT_TRUE(holds(late.out, "the plug-in crashed: SIGABRT, after its completion\n"));
+}
+
+TEST(Step, GoesByTheCompletionWhenTheStatusDisagrees) {
+  const Ended ended = runUnruly("completes and exits with 3");
+  EXPECT_EQ(ended.status, 0);
+  EXPECT_TRUE(holds(ended.out, "the plug-in ended with status 3; its completion decides\n"));
+}
+
+TEST(Step, EndsAPluginThatHangs) {
+  for (const std::string how : {"hangs", "hangs and ignores TERM", "completes and hangs"}) {
+    const Ended ended = runUnruly(how, "import", {"--timeout", "0.2", "--grace", "0.1"});
+    EXPECT_EQ(ended.status, 4) << how;
+    EXPECT_EQ(verdictOf(ended), "step import: time-out");
+    const std::size_t at = ended.out.find("(process ") + 9;
+    EXPECT_TRUE(isGone(ended.out.substr(at, ended.out.find(',', at) - at)));
+  }
+}
+
+TEST(Step, LeavesNoProcessOfThePluginBehind) {
+  const Ended ended = runUnruly("leaves a child that holds its output");
+  EXPECT_EQ(ended.status, 5);
+  const std::size_t at = ended.out.find("[stdout] child ") + 15;
+  EXPECT_TRUE(isGone(ended.out.substr(at, ended.out.find('\n', at) - at)));
+}
+
+TEST(Step, CancelsThePluginOnCtrlC) {
+  for (const int number : {SIGINT, SIGTERM}) {
+    Command command(stepCommand("export", UNRULY_PLUGIN), {"UNRULY=waits for a cancel"});
+    ASSERT_TRUE(command.waitFor("[stdout] waiting\n"));
+    command.signal(number);
+    const Ended ended = command.finish();
+    EXPECT_EQ(ended.status, 130);
+    EXPECT_TRUE(holds(ended.out, "[stdout] canceled\n"));
+    EXPECT_EQ(verdictOf(ended), "step export: interrupted");
+  }
+}
+
+TEST(Step, KillsThePluginOnTheSecondCtrlC) {
+  Command command(stepCommand("export", UNRULY_PLUGIN), {"UNRULY=hangs and ignores TERM"});
+  ASSERT_TRUE(command.waitFor("[stdout] hanging\n"));
+  command.signal(SIGINT);
+  command.signal(SIGTERM);
+  EXPECT_EQ(command.finish().status, 130);
+}
+
+struct Usage {
+  std::vector<std::string> words;
+  std::string message;
+};
+
+TEST(Step, RefusesWrongUsageAndNamesIt) {
+  const std::string plugin = UNRULY_PLUGIN;
+  const std::vector<Usage> cases = {
+      {{}, "A subcommand is required"},
+      {{"step"}, "name is required"},
+      {{"step", "export"}, "--plugin is required"},
+      {{"step", "exporter", "--plugin", plugin}, "exporter not in"},
+      {{"step", "export", "--plugin", "/no such folder"},
+       "Directory does not exist: /no such folder"},
+      {{"step", "export", "--plugin", "/usr"}, "/usr/export does not exist"},
+      {{"step", "export", "--plugin", plugin, "--framework-version", "2"},
+       "two numbers joined by a full stop, such as 2.3, not \"2\""},
+      {{"step", "export", "--plugin", plugin, "--framework-version", "2.x"}, "not \"2.x\""},
+      {{"step", "export", "--plugin", plugin, "--timeout", "0"}, "--timeout"},
+      {{"step", "export", "--plugin", plugin, "--timeout", "soon"}, "--timeout"},
+      {{"step", "export", "--plugin", plugin, "--no-such-option"}, "--no-such-option"},
+      {{"step", "export", "--plugin", plugin, "--export-config", "/no/file"}, "/no/file"},
+      {{"step", "export", "--plugin", plugin, "--store", "/no/folder"}, "/no/folder"},
+  };
+  for (const Usage &row : cases) {
+    std::vector<std::string> words = {ARVL_HOST};
+    words.insert(words.end(), row.words.begin(), row.words.end());
+    const Ended ended = run(words);
+    EXPECT_EQ(ended.status, 2) << row.message;
+    EXPECT_TRUE(holds(ended.err, row.message));
+    EXPECT_EQ(ended.out, "");
+  }
+}
+
+TEST(Step, RefusesAnExecutableThatCannotBeRun) {
+  const TempDir dir;
+  const std::string path = dir.path().string() + "/export";
+  std::ofstream(path) << "no program\n";
+  const Ended notExecutable = run(stepCommand("export", dir.path().string()));
+  EXPECT_EQ(notExecutable.status, 2);
+  EXPECT_TRUE(holds(notExecutable.err, path + " is not an executable file"));
+
+  std::ofstream(path) << "#!/no/such/interpreter\n";
+  chmod(path.c_str(), 0755);
+  const Ended noInterpreter = run(stepCommand("export", dir.path().string()));
+  EXPECT_EQ(noInterpreter.status, 2);
+  EXPECT_TRUE(holds(noInterpreter.err, "cannot run " + path + ": No such file or directory"));
+}
+
+TEST(Step, HelpsWithEverything) {
+  const Ended help = run({ARVL_HOST, "step", "--help"});
+  EXPECT_EQ(help.status, 0);
+  for (const char *part : {"--plugin", "--framework-version", "--timeout", "--grace", "--store",
+                           "--language", "--folder", "--app", "--export-config", "--export-result",
+                           "--list-page", "130", "rule-book"}) {
+    EXPECT_TRUE(holds(help.out, part));
+  }
+  EXPECT_EQ(run({ARVL_HOST, "--help"}).status, 0);
+  EXPECT_EQ(run({ARVL_HOST, "--version"}).status, 0);
+}
+
+// ---- What the framework knows, by way of the minimal plug-in, which uses every request.
+
+class Minimal : public testing::Test {
+ protected:
+  Minimal() {
+    for (const char *folder : {"store", "source", "source/sub", "target"}) {
+      std::filesystem::create_directory(at(folder));
+    }
+    std::ofstream(at("source/a file")) << "contents";
+    std::ofstream(at("source/sub/b"));
+    std::filesystem::create_symlink("/etc/passwd", at("source/sub/link"));
+    std::filesystem::permissions(at("source/a file"), std::filesystem::perms(0640));
+    std::ofstream(at("result.json")) << R"({"success":true,"app_data_version":"1.7"})";
+  }
+
+  std::string at(const std::string &name) const { return dir_.path().string() + "/" + name; }
+
+  Ended step(const std::string &name, const std::vector<std::string> &more = {}) const {
+    return run(stepCommand(name, MINIMAL_PLUGIN, more),
+               {"MINIMAL_DIRS=" + at("source"), "MINIMAL_TARGET=" + at("target")});
+  }
+
+  const TempDir dir_;
+};
+
+TEST_F(Minimal, IsBackedUpAndRestored) {
+  EXPECT_EQ(step("summary").status, 0);
+  EXPECT_EQ(step("estimate_exportion").status, 0);
+  EXPECT_EQ(step("can_export").status, 0);
+  const Ended exported = step("export", {"--store", at("store")});
+  EXPECT_EQ(exported.status, 0);
+  EXPECT_TRUE(holds(exported.out, "[progress] 100 % Exporting documents\n"));
+  const std::vector<std::string> result = {"--export-result", at("result.json")};
+  EXPECT_EQ(step("can_import", result).status, 0);
+  const Ended imported = step(
+      "import", {"--store", at("store"), "--export-result", at("result.json"), "--list-page", "1"});
+  EXPECT_EQ(imported.status, 0) << imported.out;
+  const Ended diff =
+      run({"/usr/bin/diff", "-r", "--no-dereference", at("source"), at("target/source")});
+  EXPECT_EQ(diff.status, 0) << diff.out;
+  struct stat status;
+  ASSERT_EQ(stat(at("target/source/a file").c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 07777, 0640u);
+}
+
+TEST_F(Minimal, IsToldTheLanguage) {
+  EXPECT_TRUE(holds(step("summary").out, "backup_short: Documents\n"));
+  EXPECT_TRUE(holds(step("summary", {"--language", "ger"}).out, "backup_short: Dokumente\n"));
+}
+
+TEST_F(Minimal, IsToldTheConfiguration) {
+  std::ofstream(at("config.json")) << "{\"enabled\": false}";
+  const Ended ended = step("can_export", {"--export-config", at("config.json")});
+  EXPECT_EQ(ended.status, 1);
+  EXPECT_TRUE(holds(ended.out, "err_msg.key: export_disabled\n"));
+}
+
+TEST_F(Minimal, IsDeniedFilesWithoutAStore) {
+  const Ended ended = step("export");
+  EXPECT_EQ(ended.status, 1);
+  EXPECT_TRUE(holds(ended.out, "err_msg.key: store_unavailable\n"));
+}
+
+TEST_F(Minimal, FindsNoExportUnlessOneIsGiven) {
+  const Ended ended = step("can_import");
+  EXPECT_EQ(ended.status, 1);
+  EXPECT_TRUE(holds(ended.out, "err_msg.key: no_export\n"));
+}
+
+TEST_F(Minimal, IsNotToldWhatAnOldFrameworkDoesNotKnow) {
+  const Ended ended = step("can_export", {"--framework-version", "2.2"});
+  EXPECT_EQ(ended.status, 1);
+  EXPECT_TRUE(holds(ended.out, "Error: Arvelo framework ver [2.2] not support\n"));
+}
+
+TEST_F(Minimal, IsNotStartedOnAnExportResultThatBreaksTheRules) {
+  std::ofstream(at("result.json"))
+      << R"({"export_result":{"success":true,"app_data_version":"x"}})";
+  const Ended ended = step("import", {"--export-result", at("result.json")});
+  EXPECT_EQ(ended.status, 2);
+  EXPECT_TRUE(holds(ended.err, at("result.json") + ": the rule book refuses the export result:\n"
+                                                   "  invalid app_data_version format [x]\n"));
+  std::ofstream(at("result.json")) << "no JSON";
+  EXPECT_TRUE(holds(step("import", {"--export-result", at("result.json")}).err,
+                    at("result.json") + " is not JSON:"));
+}
+
+}  // namespace

@@ -1,0 +1,278 @@
+// The store against what a hostile plug-in or a hostile store may hold.
+
+#include "store.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <sstream>
+#include <string>
+
+#include "support/temp_dir.h"
+
+namespace {
+
+using namespace arvl_host;
+using arvl_test::TempDir;
+namespace fs = std::filesystem;
+
+std::string errorOf(const std::function<void()> &operation) {
+  try {
+    operation();
+  } catch (const StoreError &error) {
+    return error.what();
+  }
+  return "";
+}
+
+class StoreFolder : public testing::Test {
+ protected:
+  StoreFolder() {
+    fs::create_directory(at("store"));
+    fs::create_directory(at("local"));
+    store_ = std::make_unique<Store>(at("store"));
+  }
+
+  std::string at(const std::string &name) const { return dir_.path().string() + "/" + name; }
+
+  void write(const std::string &name, const std::string &text) const {
+    std::ofstream(at(name)) << text;
+  }
+
+  std::string read(const std::string &name) const {
+    std::ostringstream text;
+    text << std::ifstream(at(name)).rdbuf();
+    return text.str();
+  }
+
+  // All below the folder, to see that nothing has been left or lost.
+  std::vector<std::string> namesIn(const std::string &folder) const {
+    std::vector<std::string> names;
+    for (const auto &entry : fs::recursive_directory_iterator(at(folder))) {
+      names.push_back(entry.path().lexically_relative(at(folder)));
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+  }
+
+  using Names = std::vector<std::string>;
+
+  const TempDir dir_;
+  std::unique_ptr<Store> store_;
+};
+
+TEST_F(StoreFolder, TakesAFileWithItsModeAndTime) {
+  write("local/f", "text");
+  fs::permissions(at("local/f"), fs::perms(0604));
+  const timespec times[2] = {{100, 0}, {200, 5}};
+  utimensat(AT_FDCWD, at("local/f").c_str(), times, 0);
+  store_->upload(at("local/f"), FileType::kFile, false, "/g");
+  struct stat status;
+  ASSERT_EQ(stat(at("store/g").c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 07777, 0604u);
+  EXPECT_EQ(status.st_mtim.tv_sec, 200);
+  EXPECT_EQ(read("store/g"), "text");
+  EXPECT_TRUE(fs::exists(at("local/f")));
+  write("local/f", "other");
+  store_->upload(at("local/f"), FileType::kFile, false, "/g");
+  EXPECT_EQ(read("store/g"), "other");
+  EXPECT_EQ(namesIn("store"), Names{"g"});
+}
+
+TEST_F(StoreFolder, MovesATemporarySource) {
+  write("local/f", "text");
+  store_->upload(at("local/f"), FileType::kFile, true, "/g");
+  EXPECT_FALSE(fs::exists(at("local/f")));
+  EXPECT_EQ(read("store/g"), "text");
+}
+
+TEST_F(StoreFolder, TakesATreeAndALinkAsItself) {
+  fs::create_directories(at("local/t/sub"));
+  write("local/t/sub/f\nwith a line feed", "x");
+  fs::create_symlink("/etc/passwd", at("local/t/l"));
+  store_->upload(at("local/t"), FileType::kDir, false, "/t");
+  EXPECT_EQ(namesIn("store"), (Names{"t", "t/l", "t/sub", "t/sub/f\nwith a line feed"}));
+  EXPECT_EQ(fs::read_symlink(at("store/t/l")), "/etc/passwd");
+  store_->upload(at("local/t/l"), FileType::kSymlink, false, "/l");
+  EXPECT_EQ(fs::read_symlink(at("store/l")), "/etc/passwd");
+  store_->upload(at("local/t"), FileType::kDir, false, "/t");  // into what is there
+  EXPECT_EQ(namesIn("store").size(), 5u);
+}
+
+TEST_F(StoreFolder, GivesAFileAtAPathOrIntoAFolder) {
+  write("store/f", "text");
+  store_->download("/f", FileType::kFile, at("local/g"));
+  EXPECT_EQ(read("local/g"), "text");
+  store_->download("/f", FileType::kFile, at("local"));
+  EXPECT_EQ(read("local/f"), "text");
+  fs::create_symlink("nowhere", at("store/l"));
+  store_->download("/l", FileType::kSymlink, at("local"));
+  EXPECT_EQ(fs::read_symlink(at("local/l")), "nowhere");
+}
+
+TEST_F(StoreFolder, MakesFoldersWithTheirParents) {
+  store_->createDir("/a/b//c/");
+  store_->createDir("/a/b");
+  store_->createDir("/");
+  EXPECT_EQ(namesIn("store"), (Names{"a", "a/b", "a/b/c"}));
+  write("store/f", "");
+  EXPECT_NE(errorOf([&] { store_->createDir("/f/x"); }), "");
+  EXPECT_NE(errorOf([&] { store_->createDir("/f"); }), "");
+}
+
+TEST_F(StoreFolder, ListsInOrderWhatAListingCanCarry) {
+  fs::create_directory(at("store/b"));
+  write("store/a", "12345");
+  fs::create_symlink("x", at("store/c"));
+  mkfifo(at("store/d").c_str(), 0600);
+  const std::vector<StoreEntry> entries = store_->list("/");
+  ASSERT_EQ(entries.size(), 3u);
+  EXPECT_EQ(entries[0].name, "a");
+  EXPECT_EQ(entries[0].size, 5);
+  EXPECT_EQ(entries[0].type, FileType::kFile);
+  EXPECT_EQ(entries[1].type, FileType::kDir);
+  EXPECT_EQ(entries[2].type, FileType::kSymlink);
+}
+
+TEST_F(StoreFolder, IsNeverLeftByDotsOrLinks) {
+  write("local/secret", "secret");
+  fs::create_symlink(at("local"), at("store/out"));
+  fs::create_symlink("../local/secret", at("store/up"));
+  fs::create_symlink("/etc/passwd", at("store/passwd"));
+  fs::create_symlink("b", at("store/a"));
+  fs::create_symlink("a", at("store/b"));
+  for (const char *path :
+       {"/../local/secret", "/up", "/out/secret", "/passwd", "/a", "/x/../../y"}) {
+    EXPECT_NE(errorOf([&] { store_->download(path, FileType::kFile, at("local/got")); }), "")
+        << path;
+  }
+  EXPECT_NE(errorOf([&] { store_->list("/out"); }), "");
+  EXPECT_FALSE(fs::exists(at("local/got")));
+
+  write("local/f", "text");
+  EXPECT_NE(errorOf([&] { store_->upload(at("local/f"), FileType::kFile, false, "/out/f2"); }), "");
+  EXPECT_NE(errorOf([&] { store_->createDir("/out/made"); }), "");
+  store_->upload(at("local/f"), FileType::kFile, false,
+                 "/../../f3");  // ".." of the root is the root
+  EXPECT_EQ(read("store/f3"), "text");
+  EXPECT_EQ(namesIn("local"), (Names{"f", "secret"}));
+  EXPECT_FALSE(fs::exists(at("f3")));
+
+  // An absolute link that leads somewhere inside stays inside.
+  fs::create_directory(at("store/etc"));
+  write("store/etc/passwd", "the store's own");
+  store_->download("/passwd", FileType::kFile, at("local/got"));
+  EXPECT_EQ(read("local/got"), "the store's own");
+}
+
+TEST_F(StoreFolder, ReplacesALinkAndDoesNotWriteThroughIt) {
+  write("local/victim", "untouched");
+  fs::create_symlink(at("local/victim"), at("store/f"));
+  write("local/f", "new");
+  store_->upload(at("local/f"), FileType::kFile, false, "/f");
+  EXPECT_EQ(read("local/victim"), "untouched");
+  EXPECT_FALSE(fs::is_symlink(at("store/f")));
+  EXPECT_EQ(read("store/f"), "new");
+}
+
+TEST_F(StoreFolder, RefusesAFolderThatIsALinkInAMergedTree) {
+  fs::create_directories(at("local/t/sub"));
+  write("local/t/sub/f", "x");
+  fs::create_directories(at("store/t"));
+  fs::create_directory(at("local/elsewhere"));
+  fs::create_symlink(at("local/elsewhere"), at("store/t/sub"));
+  EXPECT_NE(errorOf([&] { store_->upload(at("local/t"), FileType::kDir, false, "/t"); }), "");
+  EXPECT_TRUE(fs::is_empty(at("local/elsewhere")));
+}
+
+TEST_F(StoreFolder, RefusesAFifoWithoutOpeningIt) {
+  mkfifo(at("local/fifo").c_str(), 0600);  // opening it would block for good
+  mkfifo(at("store/fifo").c_str(), 0600);
+  EXPECT_EQ(errorOf([&] { store_->upload(at("local/fifo"), FileType::kFile, false, "/f"); }),
+            "\"" + at("local/fifo") + "\" is neither a file, a folder nor a link");
+  EXPECT_EQ(errorOf([&] { store_->download("/fifo", FileType::kFile, at("local/f")); }),
+            "\"/fifo\" is neither a file, a folder nor a link");
+  fs::create_directory(at("local/t"));
+  mkfifo(at("local/t/fifo").c_str(), 0600);
+  EXPECT_EQ(
+      errorOf([&] { store_->upload(at("local/t"), FileType::kDir, false, "/t"); }),
+      "\"" + at("local/t/fifo") + "\" is neither a file, a folder nor a link, and is not copied");
+}
+
+TEST_F(StoreFolder, RefusesASourceOfAnotherTypeThanItIsSaidToBe) {
+  write("local/f", "x");
+  fs::create_symlink("f", at("local/l"));
+  EXPECT_EQ(errorOf([&] { store_->upload(at("local/f"), FileType::kDir, false, "/f"); }),
+            "\"" + at("local/f") + "\" is of type file, not dir");
+  EXPECT_EQ(errorOf([&] { store_->upload(at("local/l"), FileType::kFile, false, "/f"); }),
+            "\"" + at("local/l") + "\" is of type symlink, not file");
+  EXPECT_EQ(namesIn("store"), Names{});
+}
+
+TEST_F(StoreFolder, NamesWhatIsMissing) {
+  write("local/f", "x");
+  EXPECT_EQ(errorOf([&] { store_->upload(at("local/g"), FileType::kFile, false, "/g"); }),
+            "cannot find \"" + at("local/g") + "\": No such file or directory");
+  EXPECT_EQ(errorOf([&] { store_->upload(at("local/f"), FileType::kFile, false, "/no/f"); }),
+            "\"/no/\" is not in the store: No such file or directory");
+  EXPECT_EQ(errorOf([&] { store_->download("/g", FileType::kFile, at("local/x")); }),
+            "\"/g\" is not in the store: No such file or directory");
+  EXPECT_EQ(errorOf([&] { store_->upload(at("local/f"), FileType::kFile, false, "/"); }),
+            "\"/\" does not end in a name");
+  EXPECT_EQ(errorOf([&] { store_->upload(at("local/f"), FileType::kFile, false, "/.."); }),
+            "\"/..\" does not end in a name");
+}
+
+TEST_F(StoreFolder, NamesAFileThatCannotBeRead) {
+  write("local/f", "x");
+  fs::permissions(at("local/f"), fs::perms(0));
+  fs::permissions(dir_.path(), fs::perms(0777));
+  fs::permissions(at("store"), fs::perms(0777));
+  if (geteuid() == 0 && seteuid(65534) != 0) {
+    GTEST_SKIP() << "cannot become another user";
+  }
+  const std::string error =
+      errorOf([&] { store_->upload(at("local/f"), FileType::kFile, false, "/f"); });
+  if (getuid() == 0) {
+    ASSERT_EQ(seteuid(0), 0);
+  }
+  EXPECT_EQ(error, "cannot open \"" + at("local/f") + "\": Permission denied");
+  EXPECT_EQ(namesIn("store"), Names{});
+}
+
+// 0 when the store said that it was full and kept nothing of the file; 77 when nothing can be mounted.
+int fillSmallStore(const std::string &store, const std::string &source) {
+  if (unshare(CLONE_NEWNS) != 0 ||
+      mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+      mount("tmpfs", store.c_str(), "tmpfs", 0, "size=64k") != 0) {
+    return 77;
+  }
+  const std::string error =
+      errorOf([&] { Store(store).upload(source, FileType::kFile, false, "/f"); });
+  const bool full = error.find("No space left on device") != std::string::npos;
+  return full && fs::is_empty(store) ? 0 : 1;
+}
+
+TEST_F(StoreFolder, LeavesNothingOfAFileThatDoesNotFit) {
+  write("local/f", std::string(1 << 20, 'x'));
+  const pid_t child = fork();
+  if (child == 0) {
+    _exit(fillSmallStore(at("store"), at("local/f")));
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  if (WEXITSTATUS(status) == 77) {
+    GTEST_SKIP() << "mounting is not permitted here";
+  }
+  EXPECT_EQ(WEXITSTATUS(status), 0);
+}
+
+}  // namespace
