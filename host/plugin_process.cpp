@@ -5,6 +5,7 @@
 #include <signal.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -61,20 +62,30 @@ std::string findPreload() {
   return "";
 }
 
+// A list that the user's own environment may have begun: ours goes first.
+std::string listVariable(const std::string &name, const std::string &ours) {
+  const char *theirs = std::getenv(name.c_str());
+  return name + "=" + ours + (theirs != nullptr ? ":" + std::string(theirs) : "");
+}
+
 std::vector<std::string> makeEnvironment(int logChannel) {
-  std::vector<std::string> environment;
-  std::string preload = findPreload();
+  const std::string preload = findPreload();
+  std::vector<std::string> ours;
+  if (!preload.empty()) {
+    ours = {listVariable("LD_PRELOAD", preload),
+            // A plug-in that was built with the address sanitizer would refuse to be preloaded.
+            listVariable("ASAN_OPTIONS", "verify_asan_link_order=0"),
+            kLogChannelVariable + std::string("=") + std::to_string(logChannel)};
+  }
+
+  std::vector<std::string> environment = ours;
   for (char **variable = environ; *variable != nullptr; ++variable) {
     const std::string text = *variable;
-    if (text.rfind("LD_PRELOAD=", 0) == 0 && !preload.empty()) {
-      preload += ":" + text.substr(text.find('=') + 1);
-    } else if (text.rfind(std::string(kLogChannelVariable) + "=", 0) != 0) {
+    const std::string prefix = text.substr(0, text.find('=') + 1);
+    const auto hasPrefix = [&](const std::string &own) { return own.rfind(prefix, 0) == 0; };
+    if (std::none_of(ours.begin(), ours.end(), hasPrefix)) {
       environment.push_back(text);
     }
-  }
-  if (!preload.empty()) {
-    environment.push_back("LD_PRELOAD=" + preload);
-    environment.push_back(kLogChannelVariable + std::string("=") + std::to_string(logChannel));
   }
   return environment;
 }
