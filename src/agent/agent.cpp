@@ -269,11 +269,13 @@ bool Agent::AgentImpl::connectionInit() {
   if (base != nullptr || connection != nullptr) {
     return ARVL_LOG_FALSE("Error: reinit");
   }
+  // Before the base opens descriptors of its own: the number of a closed one could name one of them.
+  const bool isNonblocking = evutil_make_socket_nonblocking(socketFd) == 0;
   base = event_base_new();
   if (base == nullptr) {
     return ARVL_LOG_FALSE("Can't get an event_base");
   }
-  if (evutil_make_socket_nonblocking(socketFd) != 0) {
+  if (!isNonblocking) {
     return ARVL_LOG_FALSE("make socket nonblocking failed");
   }
   connection = bufferevent_socket_new(base, socketFd, BEV_OPT_CLOSE_ON_FREE);

@@ -1,0 +1,66 @@
+// Text, JSON or not, into the parser of payloads: it reads nothing beyond the end, and its verdict and
+// value are those of the bare parser, which sees the same text with a NUL behind it.
+
+#include <json/reader.h>
+#include <json/value.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <exception>
+#include <string>
+
+#include "protocol/json_text.h"
+#include "support/check.h"
+#include "support/guard_page.h"
+
+namespace {
+
+// The parser is not instrumented: what it made of the text stands in for its coverage.
+constexpr std::size_t kCounters = 4096;
+__attribute__((section("__libfuzzer_extra_counters"))) std::uint8_t counters[kCounters];
+
+void count(std::size_t feature) {
+  ++counters[feature % kCounters];
+}
+
+void countValue(const Json::Value &value, unsigned depth = 0) {
+  count(depth * 8 + static_cast<unsigned>(value.type()));
+  for (const Json::Value &member : value) {
+    countValue(member, depth + 1);
+  }
+}
+
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+
+bool parseBare(const std::string &text, Json::Value &value) {
+  Json::Reader reader;
+  try {
+    const bool isParsed = reader.parse(text.data(), text.data() + text.size(), value, false);
+    for (const auto &error : reader.getStructuredErrors()) {
+      count(std::hash<std::string>()(error.message));
+    }
+    return isParsed;
+  } catch (const std::exception &) {
+    return false;  // nested too deeply
+  }
+}
+
+#pragma GCC diagnostic pop
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
+  const arvl_fuzz::GuardedBytes text(data, size);
+  Json::Value value;
+  const bool isParsed = ZARN::ARVLAPP::parseJsonText(text.begin(), text.end(), value);
+
+  Json::Value expected;
+  const bool isExpected = parseBare(std::string(text.begin(), text.end()), expected);
+  FUZZ_CHECK(isParsed == isExpected);
+  if (isParsed) {
+    FUZZ_CHECK(value == expected);
+    countValue(value);
+  }
+  return 0;
+}

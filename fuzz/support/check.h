@@ -1,0 +1,16 @@
+// The fuzzers' assertion: says what does not hold and aborts, which ends the run as a finding.
+#ifndef ARVL_FUZZ_SUPPORT_CHECK_H_
+#define ARVL_FUZZ_SUPPORT_CHECK_H_
+
+#include <cstdio>
+#include <cstdlib>
+
+#define FUZZ_CHECK(condition)                                                            \
+  do {                                                                                   \
+    if (!(condition)) {                                                                  \
+      std::fprintf(stderr, "%s:%d does not hold: %s\n", __FILE__, __LINE__, #condition); \
+      std::abort();                                                                      \
+    }                                                                                    \
+  } while (false)
+
+#endif  // ARVL_FUZZ_SUPPORT_CHECK_H_
