@@ -1,0 +1,19 @@
+// Peak memory, each in a process of its own.
+#ifndef ZARN_BENCH_PEAK_MEMORY_H_
+#define ZARN_BENCH_PEAK_MEMORY_H_
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace arvl_bench {
+
+// Runs the operation in a forked child. The result is the KiB by which the child grew at its peak.
+long peakGrowth(const std::function<void()> &operation);
+
+// Runs the program to its end. The result is its peak in KiB.
+long peakOfProgram(const std::vector<std::string> &arguments);
+
+}  // namespace arvl_bench
+
+#endif  // ZARN_BENCH_PEAK_MEMORY_H_
