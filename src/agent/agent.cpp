@@ -13,6 +13,7 @@
 #include <json/value.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -63,6 +64,8 @@ struct Version {
 constexpr Version kEveryVersion = {0, 0};
 constexpr Version kVersion22 = {2, 2};
 constexpr Version kVersion23 = {2, 3};
+
+constexpr std::size_t kReadChunk = 16384;  // bytes; libevent's own choice
 
 // Appends text to the buffer without copying it; the buffer owns it from then on, if it succeeds.
 // Does not log.
@@ -144,6 +147,7 @@ class Agent::AgentImpl {
   bool isCompletionUnwritten() const;
   void readFrames(evbuffer *input);
   FrameStep readFrame(evbuffer *input);
+  void limitReading(evbuffer *input);
   bool appendPacket(const void *frame);
   bool storePacket(const void *frame);
 
@@ -276,8 +280,9 @@ bool Agent::AgentImpl::connectionInit() {
   if (connection == nullptr) {
     return ARVL_LOG_FALSE("bufferEvent new failed");
   }
-  // The read callback runs once a whole header is there, and reading pauses at the largest payload.
-  bufferevent_setwatermark(connection, EV_READ, kPacketHeaderSize, kMaxPayloadLength);
+  // The read callback runs once a whole header is there. The high-water mark is limitReading's:
+  // libevent's own dereferences null when memory runs out here.
+  bufferevent_setwatermark(connection, EV_READ, kPacketHeaderSize, 0);
   bufferevent_setcb(connection, onReadable, onWritten, onEvent, this);
   if (bufferevent_enable(connection, EV_READ | EV_WRITE) != 0) {
     return ARVL_LOG_FALSE("bufferEvent enable failed");
@@ -311,6 +316,10 @@ bool Agent::AgentImpl::sendPacket(PACKET_TYPE type, const Json::Value &payload, 
   }
   if (!text.empty() && !appendText(output, std::move(text))) {
     return ARVL_LOG_FALSE("evbuffer_add(payload) failed");
+  }
+  // Queueing alone does not tell whether libevent had the memory to wait for the socket.
+  if (bufferevent_enable(connection, EV_WRITE) != 0) {
+    return ARVL_LOG_FALSE("bufferEvent enable failed");
   }
 
   exitOnDrain = exitWhenSent;
@@ -409,6 +418,16 @@ void Agent::AgentImpl::readFrames(evbuffer *input) {
   }
 }
 
+// Keeps the input buffer at or below the largest payload: reading pauses when it is full.
+void Agent::AgentImpl::limitReading(evbuffer *input) {
+  const std::size_t room = kMaxPayloadLength - evbuffer_get_length(input);
+  if (room == 0) {
+    bufferevent_disable(connection, EV_READ);
+  } else {
+    bufferevent_set_max_single_read(connection, std::min(room, kReadChunk));
+  }
+}
+
 // A frame that is refused stays where it is: the session does not resynchronise.
 Agent::AgentImpl::FrameStep Agent::AgentImpl::readFrame(evbuffer *input) {
   const unsigned char *bytes = evbuffer_pullup(input, kPacketHeaderSize);
@@ -447,7 +466,10 @@ Agent::AgentImpl::FrameStep Agent::AgentImpl::readFrame(evbuffer *input) {
 }
 
 void Agent::AgentImpl::onReadable(bufferevent *connection, void *self) {
-  static_cast<AgentImpl *>(self)->readFrames(bufferevent_get_input(connection));
+  auto *session = static_cast<AgentImpl *>(self);
+  evbuffer *input = bufferevent_get_input(connection);
+  session->readFrames(input);
+  session->limitReading(input);
 }
 
 void Agent::AgentImpl::onWritten(bufferevent *connection, void *self) {

@@ -1,0 +1,234 @@
+#include "framework.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <limits>
+#include <utility>
+
+#include "rule_book.h"
+#include "trace/trace_text.h"
+
+namespace arvl_host {
+
+namespace {
+
+using namespace ZARN::ARVLAPP;
+
+Json::Value success() {
+  Json::Value answer(Json::objectValue);
+  answer["success"] = true;
+  return answer;
+}
+
+Json::Value failure(const std::string &error) {
+  Json::Value answer(Json::objectValue);
+  answer["success"] = false;
+  answer["error"] = error;
+  return answer;
+}
+
+bool fitsProtocol(std::int64_t number) {
+  return number >= std::numeric_limits<std::int32_t>::min() &&
+         number <= std::numeric_limits<std::int32_t>::max();
+}
+
+// What a listing cannot say is an error that names the entry.
+void checkListable(const std::string &path, const StoreEntry &entry) {
+  const std::string shown = "\"" + visibleText(path + "/" + entry.name) + "\"";
+  if (!isUtf8(entry.name)) {
+    throw StoreError("the name of " + shown + " is not UTF-8, and a listing cannot carry it");
+  }
+  if (!fitsProtocol(entry.size) || !fitsProtocol(entry.mtime)) {
+    throw StoreError(shown + " has a size or time beyond 32 bits (" + std::to_string(entry.size) +
+                     " bytes), and a listing cannot carry it");
+  }
+}
+
+Json::Value describe(const std::string &folder, const StoreEntry &entry) {
+  Json::Value value(Json::objectValue);
+  value["path"] = folder + "/" + entry.name;
+  value["type"] = fileTypeText(entry.type);
+  value["size"] = Json::Int64(entry.size);
+  value["mtime"] = Json::Int64(entry.mtime);
+  return value;
+}
+
+Json::Value named(const std::vector<std::string> &names) {
+  Json::Value list(Json::arrayValue);
+  for (const std::string &name : names) {
+    Json::Value element(Json::objectValue);
+    element["object"] = name;
+    list.append(element);
+  }
+  return list;
+}
+
+}  // namespace
+
+Json::Value makeExportResult(const Json::Value &content) {
+  Json::Value answer = success();
+  if (content.isObject() && content.isMember("export_result")) {
+    answer["export_result"] = content["export_result"];
+    if (content.isMember("external_handler_result")) {
+      answer["external_handler_result"] = content["external_handler_result"];
+    }
+  } else {
+    answer["export_result"] = content;
+  }
+  const Verdict verdict = judge(PACKET_EXPORT_RESULT_RESPONSE, answer);
+  if (!verdict.valid) {
+    std::string lines;
+    for (const std::string &line : verdict.lines) {
+      lines += "\n  " + line;
+    }
+    throw std::runtime_error("the rule book refuses the export result:" + lines);
+  }
+  return answer;
+}
+
+Framework::Framework(FrameworkValues values, const Store *store, Progress progress)
+    : values_(std::move(values)), store_(store), progress_(std::move(progress)) {}
+
+std::optional<Json::Value> Framework::answer(PACKET_TYPE request, const Json::Value &payload) {
+  Json::Value answer = success();
+  switch (request) {
+    case PACKET_UPLOAD_REQUEST:
+      return transfer(payload, [this](const Json::Value &item) { upload(item); });
+    case PACKET_DOWNLOAD_REQUEST:
+      return transfer(payload, [this](const Json::Value &item) { download(item); });
+    case PACKET_CREATE_DIR_REQUEST:
+      return createDir(payload);
+    case PACKET_LIST_DIR_REQUEST:
+      return listDir(payload);
+    case PACKET_SELECTED_SOURCE_REQUEST:
+      return getSelectedSource();
+    case PACKET_SET_PROGRESS_REQUEST:
+      return setProgress(payload);
+    case PACKET_EXPORT_RESULT_REQUEST:
+      return values_.exportResult.isNull() ? failure("there is no export result")
+                                           : values_.exportResult;
+    case PACKET_EXPORT_CONFIG_REQUEST:
+      answer["export_config"] = values_.exportConfig;
+      return answer;
+    case PACKET_LANGUAGE_REQUEST:
+      answer["language"] = values_.language;
+      return answer;
+    default:
+      return std::nullopt;
+  }
+}
+
+const Store &Framework::store() const {
+  if (store_ == nullptr) {
+    throw StoreError("this framework has no store");
+  }
+  return *store_;
+}
+
+// Even a failure carries its items, each with what became of it; an item that fails does not stop the
+// others.
+Json::Value Framework::transfer(const Json::Value &request,
+                                const TransferItem &transferItem) const {
+  Json::Value outcomes(Json::arrayValue);
+  std::string firstError;
+  for (const Json::Value &item : request["data"]) {
+    Json::Value outcome = success();
+    try {
+      transferItem(item);
+    } catch (const StoreError &error) {
+      outcome = failure(error.what());
+      firstError = firstError.empty() ? error.what() : firstError;
+    }
+    outcome["source"] = item["source"];
+    outcomes.append(outcome);
+  }
+  Json::Value answer = firstError.empty() ? success() : failure(firstError);
+  answer["data"] = outcomes;
+  return answer;
+}
+
+void Framework::upload(const Json::Value &item) const {
+  const Json::Value &source = item["source"];
+  store().upload(source["path"].asString(), fileTypeOf(source["type"].asString()),
+                 source["is_temp"].asBool(), item["destination"]["path"].asString());
+}
+
+void Framework::download(const Json::Value &item) const {
+  const Json::Value &source = item["source"];
+  store().download(source["path"].asString(), fileTypeOf(source["type"].asString()),
+                   item["destination"]["path"].asString());
+}
+
+Json::Value Framework::createDir(const Json::Value &request) const {
+  Json::Value answer = success();
+  try {
+    store().createDir(request["path"].asString());
+  } catch (const StoreError &error) {
+    answer = failure(error.what());
+  }
+  answer["request"] = request;
+  return answer;
+}
+
+Framework::Listing Framework::beginListing(const std::string &path) const {
+  Listing listing;
+  listing.path = path.substr(0, path.find_last_not_of('/') + 1);  // "" for the root
+  listing.entries = store().list(path);
+  for (const StoreEntry &entry : listing.entries) {
+    checkListable(listing.path, entry);
+  }
+  return listing;
+}
+
+Json::Value Framework::listDir(const Json::Value &request) {
+  Json::Value answer = success();
+  Listing listing;
+  try {
+    if (request.isMember("path")) {
+      listing = beginListing(request["path"].asString());
+    } else {
+      const auto found = listings_.find(request["request_id"].asString());
+      if (found == listings_.end()) {
+        throw StoreError("no listing goes on with this request_id");
+      }
+      listing = std::move(found->second);
+      listings_.erase(found);
+    }
+  } catch (const StoreError &error) {
+    answer = failure(error.what());
+    answer["request"] = request;
+    return answer;
+  }
+
+  std::size_t limit = values_.listPage;
+  if (request.isMember("max_record") && request["max_record"].asUInt() != 0) {
+    limit = std::min<std::size_t>(limit, request["max_record"].asUInt());
+  }
+  const std::size_t end = std::min(listing.entries.size(), listing.next + limit);
+  answer["entry_list"] = Json::Value(Json::arrayValue);
+  for (; listing.next < end; ++listing.next) {
+    answer["entry_list"].append(describe(listing.path, listing.entries[listing.next]));
+  }
+  answer["request"] = request;
+  answer["list_complete"] = end == listing.entries.size();
+  if (end < listing.entries.size()) {
+    const std::string token = "listing-" + std::to_string(++tokens_);
+    answer["request_id"] = token;
+    listings_[token] = std::move(listing);
+  }
+  return answer;
+}
+
+Json::Value Framework::getSelectedSource() const {
+  Json::Value answer = success();
+  answer["backup_folders"] = named(values_.folders);
+  answer["backup_apps"] = named(values_.apps);
+  return answer;
+}
+
+Json::Value Framework::setProgress(const Json::Value &request) const {
+  progress_(request["progress_stage"].asString(), request["progress_percentage"].asInt());
+  return success();
+}
+
+}  // namespace arvl_host

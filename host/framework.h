@@ -1,0 +1,72 @@
+// What the framework knows and serves: answers every request of a plug-in.
+#ifndef ARVL_HOST_FRAMEWORK_H_
+#define ARVL_HOST_FRAMEWORK_H_
+
+#include <json/value.h>
+
+#include <cstddef>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "step_runner.h"
+#include "store.h"
+
+namespace arvl_host {
+
+struct FrameworkValues {
+  Json::Value exportConfig{Json::objectValue};
+  std::string language = "enu";
+  std::vector<std::string> folders;
+  std::vector<std::string> apps;
+  Json::Value exportResult;     // the whole answer; null: there is none
+  std::size_t listPage = 1000;  // entries a page
+};
+
+// Makes the answer out of what a file holds: an object with "export_result" and, optionally,
+// "external_handler_result", or the export result alone. Throws std::runtime_error, with the lines of
+// the rule book, if the answer would break it.
+Json::Value makeExportResult(const Json::Value &content);
+
+class Framework : public RequestServer {
+ public:
+  using Progress = std::function<void(const std::string &stage, int percentage)>;
+
+  // store may be null: requests for files are then denied. It has to outlive this.
+  Framework(FrameworkValues values, const Store *store, Progress progress);
+
+  std::optional<Json::Value> answer(ZARN::ARVLAPP::PACKET_TYPE request,
+                                    const Json::Value &payload) override;
+
+ private:
+  using TransferItem = std::function<void(const Json::Value &item)>;
+
+  // A listing that has been begun, and how far it has been handed out.
+  struct Listing {
+    std::string path;
+    std::vector<StoreEntry> entries;
+    std::size_t next = 0;
+  };
+
+  Json::Value transfer(const Json::Value &request, const TransferItem &transferItem) const;
+  void upload(const Json::Value &item) const;
+  void download(const Json::Value &item) const;
+  Json::Value createDir(const Json::Value &request) const;
+  Json::Value listDir(const Json::Value &request);
+  Listing beginListing(const std::string &path) const;
+  Json::Value getSelectedSource() const;
+  Json::Value setProgress(const Json::Value &request) const;
+  const Store &store() const;
+
+  FrameworkValues values_;
+  const Store *store_;
+  Progress progress_;
+  std::map<std::string, Listing> listings_;  // by the token of the page that comes next
+  std::size_t tokens_ = 0;
+};
+
+}  // namespace arvl_host
+
+#endif  // ARVL_HOST_FRAMEWORK_H_

@@ -1,0 +1,19 @@
+// How the syslog lines of a plug-in reach the host: the preload object sends each as one record over a
+// descriptor that the plug-in inherits.
+//
+// A record is the line's priority, one byte, and then its text, cut to what fits.
+#ifndef ARVL_HOST_LOG_CHANNEL_H_
+#define ARVL_HOST_LOG_CHANNEL_H_
+
+#include <cstddef>
+
+namespace arvl_host {
+
+// Environment: the number of the descriptor, a datagram socket.
+constexpr const char *kLogChannelVariable = "ARVL_HOST_LOG_FD";
+
+constexpr std::size_t kMaxLogRecord = 64 * 1024;
+
+}  // namespace arvl_host
+
+#endif  // ARVL_HOST_LOG_CHANNEL_H_

@@ -1,0 +1,38 @@
+// arvl-host: a framework stand-in that runs plug-ins on a developer's machine.
+
+#include <signal.h>
+
+#include <CLI/CLI.hpp>
+#include <exception>
+#include <functional>
+#include <iostream>
+
+#include "step_command.h"
+
+namespace {
+
+constexpr int kUsageError = 2;
+
+int run(int argc, char **argv) {
+  CLI::App app("Runs application back-up plug-ins as the framework would.", "arvl-host");
+  app.set_version_flag("--version", "arvl-host " ARVL_VERSION);
+  app.require_subcommand(1);
+  const std::function<int()> step = arvl_host::addStepCommand(app);
+
+  try {
+    app.parse(argc, argv);
+    return step();
+  } catch (const CLI::ParseError &error) {
+    return app.exit(error) == 0 ? 0 : kUsageError;  // 0: help or version was asked for
+  } catch (const std::exception &error) {
+    std::cerr << "arvl-host: " << error.what() << '\n';
+    return kUsageError;
+  }
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  signal(SIGPIPE, SIG_IGN);  // a plug-in that is gone shows in the write
+  return run(argc, argv);
+}

@@ -1,0 +1,164 @@
+#include "plugin_process.h"
+
+#include <fcntl.h>
+#include <linux/close_range.h>
+#include <signal.h>
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <stdexcept>
+#include <utility>
+#include <vector>
+
+#include "log_channel.h"
+
+namespace arvl_host {
+
+namespace {
+
+constexpr const char *kPreloadName = "libarvl-syslog-preload.so";
+
+[[noreturn]] void fail(const std::string &what) {
+  throw std::runtime_error(what + ": " + std::strerror(errno));
+}
+
+std::pair<UniqueFd, UniqueFd> makeSocketPair(int type) {
+  int ends[2];
+  if (socketpair(AF_UNIX, type | SOCK_CLOEXEC, 0, ends) != 0) {
+    fail("cannot make a socket pair");
+  }
+  return {UniqueFd(ends[0]), UniqueFd(ends[1])};
+}
+
+// Reading end, writing end.
+std::pair<UniqueFd, UniqueFd> makePipe() {
+  int ends[2];
+  if (pipe2(ends, O_CLOEXEC) != 0) {
+    fail("cannot make a pipe");
+  }
+  return {UniqueFd(ends[0]), UniqueFd(ends[1])};
+}
+
+void makeNonBlocking(int fd) {
+  fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK);
+}
+
+// Beside the program in the build tree, below the library folder of the same prefix when installed.
+// Empty if it is not there: syslog lines then go where they always go.
+std::string findPreload() {
+  std::error_code error;
+  const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe", error);
+  for (const std::filesystem::path &candidate :
+       {program.parent_path() / kPreloadName,
+        program.parent_path() / ARVL_HOST_PRELOAD_DIR / kPreloadName}) {
+    if (std::filesystem::exists(candidate, error)) {
+      return std::filesystem::weakly_canonical(candidate, error);
+    }
+  }
+  return "";
+}
+
+std::vector<std::string> makeEnvironment(int logChannel) {
+  std::vector<std::string> environment;
+  std::string preload = findPreload();
+  for (char **variable = environ; *variable != nullptr; ++variable) {
+    const std::string text = *variable;
+    if (text.rfind("LD_PRELOAD=", 0) == 0 && !preload.empty()) {
+      preload += ":" + text.substr(text.find('=') + 1);
+    } else if (text.rfind(std::string(kLogChannelVariable) + "=", 0) != 0) {
+      environment.push_back(text);
+    }
+  }
+  if (!preload.empty()) {
+    environment.push_back("LD_PRELOAD=" + preload);
+    environment.push_back(kLogChannelVariable + std::string("=") + std::to_string(logChannel));
+  }
+  return environment;
+}
+
+std::vector<char *> pointersTo(std::vector<std::string> &texts) {
+  std::vector<char *> pointers;
+  for (std::string &text : texts) {
+    pointers.push_back(text.data());
+  }
+  pointers.push_back(nullptr);
+  return pointers;
+}
+
+void resetSignals() {
+  for (int number = 1; number < NSIG; ++number) {
+    signal(number, SIG_DFL);
+  }
+  sigset_t none;
+  sigemptyset(&none);
+  sigprocmask(SIG_SETMASK, &none, nullptr);
+}
+
+// In the child, between fork and exec: calls nothing that allocates. Returns only if it failed, with
+// the reason in errno.
+void becomePlugin(char **arguments, char **environment, int socket, int output, int error,
+                  int logChannel) {
+  setpgid(0, 0);
+  resetSignals();
+  const int null = open("/dev/null", O_RDONLY);
+  if (null < 0 || dup2(null, STDIN_FILENO) < 0 || dup2(output, STDOUT_FILENO) < 0 ||
+      dup2(error, STDERR_FILENO) < 0) {
+    return;
+  }
+  close_range(3, ~0U, CLOSE_RANGE_CLOEXEC);
+  if (fcntl(socket, F_SETFD, 0) != 0 || fcntl(logChannel, F_SETFD, 0) != 0) {
+    return;
+  }
+  execve(arguments[0], arguments, environment);
+}
+
+}  // namespace
+
+PluginProcess startPlugin(const std::string &executable, const std::string &frameworkVersion) {
+  auto [socket, pluginSocket] = makeSocketPair(SOCK_STREAM);
+  auto [logLines, pluginLog] = makeSocketPair(SOCK_DGRAM);
+  auto [output, pluginOutput] = makePipe();
+  auto [error, pluginError] = makePipe();
+  auto [failure, pluginFailure] = makePipe();
+
+  std::vector<std::string> arguments = {executable, "-f", std::to_string(pluginSocket.get()), "-v",
+                                        frameworkVersion};
+  std::vector<std::string> environment = makeEnvironment(pluginLog.get());
+  const std::vector<char *> argv = pointersTo(arguments);
+  const std::vector<char *> envp = pointersTo(environment);
+
+  PluginProcess plugin;
+  plugin.pid = fork();
+  if (plugin.pid < 0) {
+    fail("cannot start a process");
+  }
+  if (plugin.pid == 0) {
+    becomePlugin(const_cast<char **>(argv.data()), const_cast<char **>(envp.data()),
+                 pluginSocket.get(), pluginOutput.get(), pluginError.get(), pluginLog.get());
+    const int reason = errno;
+    static_cast<void>(write(pluginFailure.get(), &reason, sizeof reason));
+    _exit(127);
+  }
+  setpgid(plugin.pid, plugin.pid);  // whoever comes first; the child's own call may still be due
+
+  pluginFailure.reset();
+  int reason = 0;
+  if (read(failure.get(), &reason, sizeof reason) == sizeof reason) {
+    errno = reason;
+    fail("cannot run " + executable);
+  }
+
+  plugin.socket = std::move(socket);
+  plugin.output = std::move(output);
+  plugin.error = std::move(error);
+  plugin.logLines = std::move(logLines);
+  for (const UniqueFd *fd : {&plugin.socket, &plugin.output, &plugin.error, &plugin.logLines}) {
+    makeNonBlocking(fd->get());
+  }
+  return plugin;
+}
+
+}  // namespace arvl_host

@@ -1,0 +1,57 @@
+#include "rule_book.h"
+
+#include <json/value.h>
+#include <syslog.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <exception>
+
+#include "zarn/visibility.h"
+
+namespace arvl_host {
+
+namespace {
+
+// Where the lines go while a packet is judged; null at other times. The host has one thread.
+std::vector<std::string> *collector = nullptr;
+
+std::string render(const char *format, va_list arguments) {
+  char text[4096];
+  std::vsnprintf(text, sizeof text, format, arguments);
+  return text;
+}
+
+// "protocol_util.cpp:104 no member [path]" without the place in the source.
+std::string withoutPlace(const std::string &line) {
+  return line.substr(line.find(' ') + 1);
+}
+
+}  // namespace
+
+Verdict judge(ZARN::ARVLAPP::PACKET_TYPE type, const Json::Value &payload) {
+  Verdict verdict;
+  collector = &verdict.lines;
+  try {
+    verdict.valid = ZARN::ARVLAPP::Util::isValidPacket(type, payload);
+  } catch (const std::exception &error) {
+    verdict.valid = false;
+    verdict.lines.push_back(error.what());
+  }
+  collector = nullptr;
+  return verdict;
+}
+
+}  // namespace arvl_host
+
+// In front of the C library's: the library logs through this one in the host's process.
+extern "C" ZARN_EXPORT void syslog(int priority, const char *format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  if (arvl_host::collector != nullptr) {
+    arvl_host::collector->push_back(arvl_host::withoutPlace(arvl_host::render(format, arguments)));
+  } else {
+    vsyslog(priority, format, arguments);
+  }
+  va_end(arguments);
+}

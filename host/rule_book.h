@@ -1,0 +1,17 @@
+// The rule book with its reasons: what it logs while it judges a packet is collected.
+#ifndef ARVL_HOST_RULE_BOOK_H_
+#define ARVL_HOST_RULE_BOOK_H_
+
+#include <json/forwards.h>
+
+#include "trace/trace_record.h"
+#include "zarn/arvlapp/protocol_util.h"
+
+namespace arvl_host {
+
+// A payload that makes JsonCpp throw is invalid, and the exception's text is the reason.
+Verdict judge(ZARN::ARVLAPP::PACKET_TYPE type, const Json::Value &payload);
+
+}  // namespace arvl_host
+
+#endif  // ARVL_HOST_RULE_BOOK_H_

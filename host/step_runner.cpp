@@ -1,0 +1,575 @@
+// The life of a step: running, then, once there is a reason to end it early, canceled (the socket is
+// closed), asked to end (TERM) and killed (KILL), each after a time of grace. It is over when the
+// plug-in has been reaped and its channels have been read to their end.
+
+#include "step_runner.h"
+
+#include <event2/buffer.h>
+#include <event2/bufferevent.h>
+#include <event2/event.h>
+#include <json/reader.h>
+#include <json/writer.h>
+#include <signal.h>
+#include <string.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <syslog.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <memory>
+#include <stdexcept>
+
+#include "line_splitter.h"
+#include "log_channel.h"
+#include "plugin_process.h"
+#include "protocol/packet_frame.h"
+#include "rule_book.h"
+#include "trace/trace_text.h"
+
+namespace arvl_host {
+
+namespace {
+
+using namespace ZARN::ARVLAPP;
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+struct EventDeleter {
+  void operator()(event_base *base) const { event_base_free(base); }
+  void operator()(event *ev) const { event_free(ev); }
+  void operator()(bufferevent *bev) const { bufferevent_free(bev); }
+};
+template <typename T>
+using Owned = std::unique_ptr<T, EventDeleter>;
+
+timeval toTimeval(milliseconds time) {
+  timeval value;
+  value.tv_sec = static_cast<time_t>(time.count() / 1000);
+  value.tv_usec = static_cast<suseconds_t>(time.count() % 1000 * 1000);
+  return value;
+}
+
+// The completion that each step owes.
+PACKET_TYPE completionOf(const std::string &step) {
+  const struct {
+    const char *step;
+    PACKET_TYPE type;
+  } rows[] = {
+      {"summary", PACKET_SUMMARY_RESULT},
+      {"estimate_exportion", PACKET_ESTIMATE_EXPORTION_RESULT},
+      {"can_export", PACKET_CAN_EXPORT_RESULT},
+      {"export", PACKET_EXPORT_COMPLETE},
+      {"can_import", PACKET_CAN_IMPORT_RESULT},
+      {"import", PACKET_IMPORT_COMPLETE},
+  };
+  for (const auto &row : rows) {
+    if (step == row.step) {
+      return row.type;
+    }
+  }
+  throw std::logic_error("no such step: " + step);
+}
+
+bool isCompletion(PACKET_TYPE type) {
+  switch (type) {
+    case PACKET_SUMMARY_RESULT:
+    case PACKET_ESTIMATE_EXPORTION_RESULT:
+    case PACKET_CAN_EXPORT_RESULT:
+    case PACKET_EXPORT_COMPLETE:
+    case PACKET_CAN_IMPORT_RESULT:
+    case PACKET_IMPORT_COMPLETE:
+      return true;
+    default:
+      return false;
+  }
+}
+
+bool isRequest(PACKET_TYPE type) {
+  switch (type) {
+    case PACKET_UPLOAD_REQUEST:
+    case PACKET_LIST_DIR_REQUEST:
+    case PACKET_DOWNLOAD_REQUEST:
+    case PACKET_EXPORT_RESULT_REQUEST:
+    case PACKET_CREATE_DIR_REQUEST:
+    case PACKET_SELECTED_SOURCE_REQUEST:
+    case PACKET_EXPORT_CONFIG_REQUEST:
+    case PACKET_LANGUAGE_REQUEST:
+    case PACKET_SET_PROGRESS_REQUEST:
+      return true;
+    default:
+      return false;
+  }
+}
+
+std::string nameOf(PACKET_TYPE type) {
+  return type >= 0 && type <= PACKET_SET_PROGRESS_RESPONSE
+             ? Util::packetString(type)
+             : "type " + std::to_string(static_cast<int>(type));
+}
+
+// A request without content has no text at all, which reads as null.
+bool parsePayload(const std::string &text, Json::Value &payload, std::string &error) {
+  if (text.empty()) {
+    return true;
+  }
+  const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+  try {
+    return reader->parse(text.data(), text.data() + text.size(), &payload, &error);
+  } catch (const std::exception &exception) {  // nested too deep
+    error = exception.what();
+    return false;
+  }
+}
+
+// What the rule book leaves unsaid of an estimate that it refuses.
+std::string explainEstimate(const Json::Value &estimate) {
+  if (!estimate.isObject()) {
+    return "";
+  }
+  for (const char *key : {"file_count", "dir_count", "size", "block_size"}) {
+    if (estimate[key].isInt64() && !estimate[key].isInt()) {
+      return std::string("the estimate is refused: its ") + key + " of " +
+             estimate[key].asString() + " does not fit the 32 bits that the protocol has for it";
+    }
+  }
+  return "";
+}
+
+std::string signalText(int number) {
+  const char *name = sigabbrev_np(number);
+  return name != nullptr ? std::string("SIG") + name : "signal " + std::to_string(number);
+}
+
+class StepRunner {
+ public:
+  StepRunner(const StepRequest &request, RequestServer &server, StepListener &listener)
+      : request_(request), server_(server), listener_(listener) {}
+
+  StepResult run();
+
+ private:
+  // ---- Set-up.
+  // An event that calls the member function; for a signal, its number stands for the descriptor.
+  template <void (StepRunner::*Handler)()>
+  Owned<event> watch(int fd, short what) {
+    const auto callback = [](evutil_socket_t, short, void *self) {
+      (static_cast<StepRunner *>(self)->*Handler)();
+    };
+    Owned<event> watcher(event_new(base_.get(), fd, what, callback, this));
+    if (watcher == nullptr) {
+      throw std::runtime_error("cannot watch the plug-in's channels");
+    }
+    return watcher;
+  }
+  void connect();
+
+  // ---- The socket.
+  void readPackets();
+  bool readPacket(evbuffer *input);
+  void handlePacket(PACKET_TYPE type, const std::string &text);
+  void handleRequest(PACKET_TYPE type, const Json::Value &payload);
+  void handleCompletion(PACKET_TYPE type, const Json::Value &payload);
+  void send(PACKET_TYPE type, const Json::Value &payload);
+  void onDisconnect();
+  void disconnect();
+
+  // ---- The other channels.
+  void readOutput();
+  void readError();
+  bool readStream(UniqueFd &fd, Owned<event> &watcher, LineSplitter &lines);
+  void readLogLines();
+
+  // ---- The end.
+  void violate(const std::string &reason, const std::vector<std::string> &lines);
+  void cancel(Outcome outcome, const std::string &reason);
+  void escalate();
+  void onSignal();
+  void onTimeout();
+  void onChild();
+  void finishIfOver();
+  void finish();
+  StepResult conclude();
+
+  const StepRequest &request_;
+  RequestServer &server_;
+  StepListener &listener_;
+
+  Owned<event_base> base_;
+  PluginProcess plugin_;
+  Owned<bufferevent> connection_;
+  Owned<event> outputWatcher_, errorWatcher_, logWatcher_;
+  Owned<event> interruptWatcher_, terminateWatcher_, childWatcher_;
+  Owned<event> timeoutTimer_, graceTimer_;
+  LineSplitter outputLines_{
+      [this](std::string_view line) { listener_.onLine(LogSource::kStdout, line); }};
+  LineSplitter errorLines_{
+      [this](std::string_view line) { listener_.onLine(LogSource::kStderr, line); }};
+
+  steady_clock::time_point begin_;
+  StepResult result_;
+  bool isDecided_ = false;  // the outcome stands, whatever the plug-in does from now on
+  bool isCompleted_ = false;
+  bool endedInsidePacket_ = false;
+  int signalToSend_ = 0;  // when the grace is over
+  bool isReaped_ = false;
+  int status_ = 0;
+};
+
+// ---- Set-up.
+
+StepResult StepRunner::run() {
+  base_.reset(event_base_new());
+  if (base_ == nullptr) {
+    throw std::runtime_error("cannot make an event loop");
+  }
+  // Before the plug-in starts, so that no signal is missed.
+  interruptWatcher_ = watch<&StepRunner::onSignal>(SIGINT, EV_SIGNAL | EV_PERSIST);
+  terminateWatcher_ = watch<&StepRunner::onSignal>(SIGTERM, EV_SIGNAL | EV_PERSIST);
+  childWatcher_ = watch<&StepRunner::onChild>(SIGCHLD, EV_SIGNAL | EV_PERSIST);
+  event_add(interruptWatcher_.get(), nullptr);
+  event_add(terminateWatcher_.get(), nullptr);
+  event_add(childWatcher_.get(), nullptr);
+
+  begin_ = steady_clock::now();
+  plugin_ = startPlugin(request_.executable, request_.frameworkVersion);
+  listener_.onStart(request_, plugin_.pid);
+  connect();
+  event_base_dispatch(base_.get());
+  return conclude();
+}
+
+void StepRunner::connect() {
+  connection_.reset(
+      bufferevent_socket_new(base_.get(), plugin_.socket.get(), BEV_OPT_CLOSE_ON_FREE));
+  plugin_.socket.release();
+  bufferevent_setcb(
+      connection_.get(),
+      [](bufferevent *, void *self) { static_cast<StepRunner *>(self)->readPackets(); }, nullptr,
+      [](bufferevent *, short what, void *self) {
+        if ((what & (BEV_EVENT_EOF | BEV_EVENT_ERROR)) != 0) {
+          static_cast<StepRunner *>(self)->onDisconnect();
+        }
+      },
+      this);
+  bufferevent_enable(connection_.get(), EV_READ | EV_WRITE);
+
+  outputWatcher_ = watch<&StepRunner::readOutput>(plugin_.output.get(), EV_READ | EV_PERSIST);
+  errorWatcher_ = watch<&StepRunner::readError>(plugin_.error.get(), EV_READ | EV_PERSIST);
+  logWatcher_ = watch<&StepRunner::readLogLines>(plugin_.logLines.get(), EV_READ | EV_PERSIST);
+  event_add(outputWatcher_.get(), nullptr);
+  event_add(errorWatcher_.get(), nullptr);
+  event_add(logWatcher_.get(), nullptr);
+
+  timeoutTimer_ = watch<&StepRunner::onTimeout>(-1, 0);
+  graceTimer_ = watch<&StepRunner::escalate>(-1, 0);
+  const timeval timeout = toTimeval(request_.timeout);
+  event_add(timeoutTimer_.get(), &timeout);
+}
+
+// ---- The socket.
+
+void StepRunner::readPackets() {
+  // A packet may have the connection closed.
+  while (connection_ != nullptr && readPacket(bufferevent_get_input(connection_.get()))) {
+  }
+}
+
+// False when there is no whole packet.
+bool StepRunner::readPacket(evbuffer *input) {
+  const std::size_t buffered = evbuffer_get_length(input);
+  if (buffered < kPacketHeaderSize) {
+    return false;
+  }
+  PacketHeader header;
+  const HeaderStatus status = decodePacketHeader(evbuffer_pullup(input, kPacketHeaderSize), header);
+  if (status != HeaderStatus::kOk) {
+    const std::string reason =
+        status == HeaderStatus::kBadCheckCode
+            ? "the plug-in sent bytes that are no packet: the check code is wrong"
+            : "the plug-in announced a payload of " + std::to_string(header.payloadLength) +
+                  " bytes; the protocol allows " + std::to_string(kMaxPayloadLength);
+    const std::size_t shown = std::min<std::size_t>(buffered, 64);
+    const auto *bytes = evbuffer_pullup(input, static_cast<ev_ssize_t>(shown));
+    listener_.onGarbage(Side::kPlugin, {reinterpret_cast<const char *>(bytes), shown}, reason);
+    violate(reason, {});
+    return false;
+  }
+  const std::size_t size = kPacketHeaderSize + header.payloadLength;
+  if (buffered < size) {
+    return false;
+  }
+  std::string text(header.payloadLength, '\0');
+  evbuffer_drain(input, kPacketHeaderSize);
+  evbuffer_remove(input, text.data(), text.size());
+  handlePacket(static_cast<PACKET_TYPE>(header.type), text);
+  return true;
+}
+
+void StepRunner::handlePacket(PACKET_TYPE type, const std::string &text) {
+  ++result_.packets;
+  Json::Value payload;
+  std::string error;
+  Verdict verdict;
+  if (parsePayload(text, payload, error)) {
+    verdict = judge(type, payload);
+  } else {
+    verdict.valid = false;
+    verdict.lines = {"the payload is not JSON: " + error};
+  }
+  listener_.onPacket(Side::kPlugin, static_cast<std::uint16_t>(type), text, verdict);
+
+  if (!verdict.valid) {
+    const std::string estimate =
+        type == PACKET_ESTIMATE_EXPORTION_RESULT ? explainEstimate(payload) : "";
+    violate(estimate.empty() ? "the rule book refuses the plug-in's " + nameOf(type) : estimate,
+            verdict.lines);
+  } else if (isCompleted_) {
+    violate("the plug-in sent " + nameOf(type) + " after its completion", {});
+  } else if (isCompletion(type)) {
+    handleCompletion(type, payload);
+  } else if (isRequest(type)) {
+    handleRequest(type, payload);
+  } else {
+    violate("the plug-in sent " + nameOf(type) + ", which is the framework's to send", {});
+  }
+}
+
+void StepRunner::handleCompletion(PACKET_TYPE type, const Json::Value &payload) {
+  if (type != completionOf(request_.step)) {
+    violate("the plug-in ended the step " + request_.step + " with " + nameOf(type) +
+                " in place of " + nameOf(completionOf(request_.step)),
+            {});
+    return;
+  }
+  isCompleted_ = true;
+  result_.completion = payload;
+}
+
+void StepRunner::handleRequest(PACKET_TYPE type, const Json::Value &payload) {
+  const std::optional<Json::Value> answer = server_.answer(type, payload);
+  if (!answer) {
+    violate(nameOf(type) + " is not served here", {});
+    return;
+  }
+  send(static_cast<PACKET_TYPE>(type + 1), *answer);
+}
+
+void StepRunner::send(PACKET_TYPE type, const Json::Value &payload) {
+  Json::StreamWriterBuilder compact;
+  compact["indentation"] = "";
+  const std::string text = Json::writeString(compact, payload) + "\n";
+  PacketHeader header;
+  header.type = static_cast<std::uint16_t>(type);
+  header.payloadLength = static_cast<std::uint32_t>(text.size());
+  const PacketHeaderBytes bytes = encodePacketHeader(header);
+  ++result_.packets;
+  listener_.onPacket(Side::kFramework, header.type, text, judge(type, payload));
+  bufferevent_write(connection_.get(), bytes.data(), bytes.size());
+  bufferevent_write(connection_.get(), text.data(), text.size());
+}
+
+void StepRunner::onDisconnect() {
+  evbuffer *input = bufferevent_get_input(connection_.get());
+  const std::size_t left = evbuffer_get_length(input);
+  if (left > 0 && !isDecided_) {
+    endedInsidePacket_ = true;
+    const std::size_t shown = std::min<std::size_t>(left, 64);
+    const auto *bytes = evbuffer_pullup(input, static_cast<ev_ssize_t>(shown));
+    listener_.onGarbage(Side::kPlugin, {reinterpret_cast<const char *>(bytes), shown},
+                        "the connection ended inside a packet");
+  }
+  disconnect();
+}
+
+// The plug-in's view: the framework is gone.
+void StepRunner::disconnect() {
+  connection_.reset();
+  finishIfOver();
+}
+
+// ---- The other channels.
+
+void StepRunner::readOutput() {
+  if (!readStream(plugin_.output, outputWatcher_, outputLines_)) {
+    finishIfOver();
+  }
+}
+
+void StepRunner::readError() {
+  if (!readStream(plugin_.error, errorWatcher_, errorLines_)) {
+    finishIfOver();
+  }
+}
+
+// False once the stream has ended.
+bool StepRunner::readStream(UniqueFd &fd, Owned<event> &watcher, LineSplitter &lines) {
+  char buffer[64 * 1024];
+  const ssize_t size = read(fd.get(), buffer, sizeof buffer);
+  if (size > 0) {
+    lines.add({buffer, static_cast<std::size_t>(size)});
+    return true;
+  }
+  if (size < 0 && (errno == EAGAIN || errno == EINTR)) {
+    return true;
+  }
+  lines.finish();
+  watcher.reset();
+  fd.reset();
+  return false;
+}
+
+void StepRunner::readLogLines() {
+  char record[kMaxLogRecord];
+  ssize_t size = 0;
+  while ((size = recv(plugin_.logLines.get(), record, sizeof record, MSG_DONTWAIT)) > 0) {
+    listener_.onLine(LogSource::kSyslog, {record + 1, static_cast<std::size_t>(size) - 1});
+  }
+}
+
+// ---- The end.
+
+void StepRunner::violate(const std::string &reason, const std::vector<std::string> &lines) {
+  if (!isDecided_) {
+    result_.lines = lines;
+  }
+  cancel(Outcome::kProtocolViolation, reason);
+}
+
+// The first reason to end the step is the one that counts.
+void StepRunner::cancel(Outcome outcome, const std::string &reason) {
+  if (isDecided_) {
+    return;
+  }
+  isDecided_ = true;
+  result_.outcome = outcome;
+  result_.reason = reason;
+  event_del(timeoutTimer_.get());
+  signalToSend_ = SIGTERM;
+  const timeval grace = toTimeval(request_.grace);
+  event_add(graceTimer_.get(), &grace);
+  disconnect();
+}
+
+// The grace is over: ask, then kill. When the plug-in itself is gone already, something that left its
+// process group still holds one of its channels, and nobody waits for that.
+void StepRunner::escalate() {
+  if (isReaped_) {
+    finish();
+    return;
+  }
+  kill(-plugin_.pid, signalToSend_);
+  signalToSend_ = SIGKILL;
+  const timeval grace = toTimeval(request_.grace);
+  event_add(graceTimer_.get(), &grace);
+}
+
+void StepRunner::onSignal() {
+  if (isDecided_) {
+    kill(-plugin_.pid, SIGKILL);
+  }
+  cancel(Outcome::kInterrupted, "");
+}
+
+void StepRunner::onTimeout() {
+  cancel(Outcome::kTimeout, isCompleted_ ? "the plug-in did not end after its completion"
+                                         : "the plug-in did not complete in time");
+}
+
+void StepRunner::onChild() {
+  if (isReaped_ || waitpid(plugin_.pid, &status_, WNOHANG) != plugin_.pid) {
+    return;
+  }
+  isReaped_ = true;
+  kill(-plugin_.pid, SIGKILL);  // what it left behind in its process group
+  event_del(timeoutTimer_.get());
+  const timeval grace = toTimeval(request_.grace);
+  event_add(graceTimer_.get(), &grace);
+  finishIfOver();
+}
+
+void StepRunner::finishIfOver() {
+  if (isReaped_ && connection_ == nullptr && !plugin_.output && !plugin_.error) {
+    finish();
+  }
+}
+
+void StepRunner::finish() {
+  event_base_loopbreak(base_.get());
+}
+
+StepResult StepRunner::conclude() {
+  readLogLines();
+  outputLines_.finish();
+  errorLines_.finish();
+  const std::chrono::duration<double> duration = steady_clock::now() - begin_;
+  result_.seconds = duration.count();
+  if (isDecided_) {
+    return result_;
+  }
+
+  if (WIFSIGNALED(status_)) {
+    result_.outcome = Outcome::kDied;
+    result_.reason = "the plug-in crashed: " + signalText(WTERMSIG(status_)) +
+                     (isCompleted_ ? ", after its completion" : "");
+  } else if (endedInsidePacket_) {
+    result_.outcome = Outcome::kProtocolViolation;
+    result_.reason = "the connection ended inside a packet";
+  } else if (!isCompleted_) {
+    result_.outcome = Outcome::kDied;
+    result_.reason = "the plug-in ended with status " + std::to_string(WEXITSTATUS(status_)) +
+                     " and without a completion";
+  } else {
+    const bool success = result_.completion["success"].asBool();
+    result_.outcome = success ? Outcome::kSuccess : Outcome::kFailure;
+    if (WEXITSTATUS(status_) != 0) {
+      result_.reason = "the plug-in ended with status " + std::to_string(WEXITSTATUS(status_)) +
+                       "; its completion decides";
+    }
+  }
+  return result_;
+}
+
+}  // namespace
+
+const char *outcomeText(Outcome outcome) {
+  switch (outcome) {
+    case Outcome::kSuccess:
+      return "success";
+    case Outcome::kFailure:
+      return "failure";
+    case Outcome::kProtocolViolation:
+      return "protocol violation";
+    case Outcome::kTimeout:
+      return "time-out";
+    case Outcome::kDied:
+      return "no completion";
+    case Outcome::kInterrupted:
+      return "interrupted";
+  }
+  return "";
+}
+
+int exitCodeOf(Outcome outcome) {
+  switch (outcome) {
+    case Outcome::kSuccess:
+      return 0;
+    case Outcome::kFailure:
+      return 1;
+    case Outcome::kProtocolViolation:
+      return 3;
+    case Outcome::kTimeout:
+      return 4;
+    case Outcome::kDied:
+      return 5;
+    case Outcome::kInterrupted:
+      return 130;
+  }
+  return 2;
+}
+
+StepResult runStep(const StepRequest &request, RequestServer &server, StepListener &listener) {
+  return StepRunner(request, server, listener).run();
+}
+
+}  // namespace arvl_host

@@ -1,0 +1,76 @@
+// One step of a job: a plug-in is started, its packets are judged and answered, and its end is
+// awaited, whatever it does.
+#ifndef ARVL_HOST_STEP_RUNNER_H_
+#define ARVL_HOST_STEP_RUNNER_H_
+
+#include <json/value.h>
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "trace/trace_record.h"
+#include "zarn/arvlapp/protocol_util.h"
+
+namespace arvl_host {
+
+struct StepRequest {
+  std::string step;
+  std::string executable;
+  std::string frameworkVersion;
+  std::chrono::milliseconds timeout;  // of the whole step
+  std::chrono::milliseconds grace;    // between closing the socket, TERM and KILL
+};
+
+enum class Outcome {
+  kSuccess,
+  kFailure,  // as the plug-in reported it
+  kProtocolViolation,
+  kTimeout,
+  kDied,         // crashed, or ended without a completion
+  kInterrupted,  // SIGINT or SIGTERM to the host
+};
+
+// "success", "protocol violation"
+const char *outcomeText(Outcome outcome);
+int exitCodeOf(Outcome outcome);
+
+struct StepResult {
+  Outcome outcome = Outcome::kDied;
+  std::string reason;              // in words, where there is more to say than the outcome
+  std::vector<std::string> lines;  // of the rule book, for a protocol violation
+  Json::Value completion;          // null if none came
+  double seconds = 0;
+  int packets = 0;  // in both directions
+};
+
+// Answers requests that the rule book has found valid.
+class RequestServer {
+ public:
+  virtual ~RequestServer() = default;
+  // The payload of the response; nothing if the request is not served at all.
+  virtual std::optional<Json::Value> answer(ZARN::ARVLAPP::PACKET_TYPE request,
+                                            const Json::Value &payload) = 0;
+};
+
+// Sees what happens, as it happens.
+class StepListener {
+ public:
+  virtual ~StepListener() = default;
+  virtual void onStart(const StepRequest &request, std::int64_t pid) = 0;
+  virtual void onLine(LogSource source, std::string_view text) = 0;
+  virtual void onPacket(Side from, std::uint16_t type, std::string_view payload,
+                        const Verdict &verdict) = 0;
+  virtual void onGarbage(Side from, std::string_view bytes, const std::string &reason) = 0;
+};
+
+// Blocks until the plug-in and its process group are gone. SIGINT and SIGTERM cancel the plug-in by
+// closing its socket; a second one kills it. Throws std::runtime_error if it could not be started.
+StepResult runStep(const StepRequest &request, RequestServer &server, StepListener &listener);
+
+}  // namespace arvl_host
+
+#endif  // ARVL_HOST_STEP_RUNNER_H_

@@ -1,0 +1,237 @@
+#include "store.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <linux/openat2.h>
+#include <stdio.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <memory>
+
+#include "file_copy.h"
+#include "trace/trace_text.h"
+
+namespace arvl_host {
+
+namespace {
+
+std::string quoted(const std::string &shown) {
+  return "\"" + visibleText(shown) + "\"";
+}
+
+// "/a/b" as "/a" and "b". A path without a last component, or with one that is no name, holds nothing
+// that could be written.
+struct SplitPath {
+  std::string folder;
+  std::string name;
+};
+
+SplitPath split(const std::string &path) {
+  std::string trimmed = path;
+  while (trimmed.size() > 1 && trimmed.back() == '/') {
+    trimmed.pop_back();
+  }
+  const std::size_t slash = trimmed.rfind('/');
+  SplitPath parts;
+  parts.folder = trimmed.substr(0, slash + 1);
+  parts.name = trimmed.substr(slash + 1);
+  if (parts.name.empty() || parts.name == "." || parts.name == "..") {
+    throw StoreError(quoted(path) + " does not end in a name");
+  }
+  return parts;
+}
+
+FileType typeOf(mode_t mode, const std::string &shown) {
+  switch (mode & S_IFMT) {
+    case S_IFREG:
+      return FileType::kFile;
+    case S_IFDIR:
+      return FileType::kDir;
+    case S_IFLNK:
+      return FileType::kSymlink;
+    default:
+      throw StoreError(quoted(shown) + " is neither a file, a folder nor a link");
+  }
+}
+
+void expectType(const UniqueFd &path, FileType type, const std::string &shown) {
+  struct stat status;
+  if (fstat(path.get(), &status) != 0) {
+    failWith(errno, "cannot examine " + quoted(shown));
+  }
+  const FileType found = typeOf(status.st_mode, shown);
+  if (found != type) {
+    throw StoreError(quoted(shown) + " is of type " + fileTypeText(found) + ", not " +
+                     fileTypeText(type));
+  }
+}
+
+// A local folder; links on the way to it are the user's own.
+UniqueFd openLocalFolder(const std::string &path) {
+  UniqueFd folder(open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  if (!folder) {
+    failWith(errno, "cannot open the folder " + quoted(path));
+  }
+  return folder;
+}
+
+}  // namespace
+
+FileType fileTypeOf(const std::string &text) {
+  for (const FileType type : {FileType::kFile, FileType::kDir, FileType::kSymlink}) {
+    if (text == fileTypeText(type)) {
+      return type;
+    }
+  }
+  throw StoreError("no such type of file: " + quoted(text));
+}
+
+const char *fileTypeText(FileType type) {
+  switch (type) {
+    case FileType::kFile:
+      return "file";
+    case FileType::kDir:
+      return "dir";
+    case FileType::kSymlink:
+      return "symlink";
+  }
+  return "";
+}
+
+Store::Store(const std::string &folder)
+    : root_(open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)) {
+  if (!root_) {
+    failWith(errno, "cannot open the store " + quoted(folder));
+  }
+}
+
+UniqueFd Store::openInside(const std::string &path, int flags) const {
+  open_how how = {};
+  how.flags = static_cast<std::uint64_t>(flags | O_CLOEXEC);
+  how.resolve = RESOLVE_IN_ROOT | RESOLVE_NO_MAGICLINKS;
+  UniqueFd fd;
+  do {  // EAGAIN: a rename went on beside, and the kernel could not tell that the path stays inside
+    fd.reset(static_cast<int>(syscall(SYS_openat2, root_.get(), path.c_str(), &how, sizeof how)));
+  } while (!fd && errno == EAGAIN);
+  if (!fd) {
+    failWith(errno, quoted(path) + " is not in the store");
+  }
+  return fd;
+}
+
+std::vector<StoreEntry> Store::list(const std::string &path) const {
+  struct Closer {
+    void operator()(DIR *dir) const { closedir(dir); }
+  };
+  UniqueFd folder = openInside(path, O_RDONLY | O_DIRECTORY | O_NONBLOCK);
+  const int fd = folder.get();
+  const std::unique_ptr<DIR, Closer> dir(fdopendir(fd));
+  if (dir == nullptr) {
+    failWith(errno, "cannot read the folder " + quoted(path));
+  }
+  folder.release();
+
+  std::vector<StoreEntry> entries;
+  while (const dirent *found = readdir(dir.get())) {
+    const std::string name = found->d_name;
+    struct stat status;
+    if (name == "." || name == ".." ||
+        fstatat(fd, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
+      continue;  // gone meanwhile
+    }
+    if (S_ISREG(status.st_mode) || S_ISDIR(status.st_mode) || S_ISLNK(status.st_mode)) {
+      entries.push_back(
+          {name, typeOf(status.st_mode, name), status.st_size, status.st_mtim.tv_sec});
+    }
+  }
+  std::sort(entries.begin(), entries.end(),
+            [](const StoreEntry &a, const StoreEntry &b) { return a.name < b.name; });
+  return entries;
+}
+
+void Store::createDir(const std::string &path) const {
+  std::string made = "/";
+  for (const std::filesystem::path &part : std::filesystem::path(path).relative_path()) {
+    if (part.empty()) {
+      continue;
+    }
+    const UniqueFd parent = openInside(made, O_PATH | O_DIRECTORY);
+    made += part.string() + "/";
+    if (mkdirat(parent.get(), part.c_str(), 0777) != 0 && errno != EEXIST) {
+      failWith(errno, "cannot make the folder " + quoted(path));
+    }
+  }
+  openInside(made, O_PATH | O_DIRECTORY);  // it may be there as something else
+}
+
+void Store::upload(const std::string &source, FileType type, bool isTemporary,
+                   const std::string &destination) const {
+  const SplitPath from = split(source);
+  const SplitPath to = split(destination);
+  const UniqueFd folder = openLocalFolder(from.folder);
+  const UniqueFd entry(openat(folder.get(), from.name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+  if (!entry) {
+    failWith(errno, "cannot find " + quoted(source));
+  }
+  expectType(entry, type, source);
+  const UniqueFd target = openInside(to.folder, O_PATH | O_DIRECTORY);
+
+  if (isTemporary) {
+    if (renameat(folder.get(), from.name.c_str(), target.get(), to.name.c_str()) == 0) {
+      return;
+    }
+    if (errno != EXDEV) {
+      failWith(errno, "cannot move " + quoted(source) + " to " + quoted(destination));
+    }
+  }
+  copyEntry({folder.get(), from.name, source}, {target.get(), to.name, destination});
+  if (isTemporary) {
+    std::error_code ignored;
+    std::filesystem::remove_all(source, ignored);
+  }
+}
+
+void Store::download(const std::string &source, FileType type,
+                     const std::string &destination) const {
+  const SplitPath from = split(source);
+  std::error_code error;
+  const bool into = std::filesystem::is_directory(destination, error);
+  const SplitPath to = into ? SplitPath{destination, from.name} : split(destination);
+  const UniqueFd target = openLocalFolder(to.folder.empty() ? "." : to.folder);
+  const std::string shownTo = into ? destination + "/" + from.name : destination;
+  const Place place = {target.get(), to.name, shownTo};
+
+  if (type == FileType::kSymlink) {
+    const UniqueFd folder = openInside(from.folder, O_PATH | O_DIRECTORY);
+    const UniqueFd link(openat(folder.get(), from.name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    if (!link) {
+      failWith(errno, quoted(source) + " is not in the store");
+    }
+    expectType(link, type, source);
+    copyEntry({folder.get(), from.name, source}, place);
+    return;
+  }
+
+  const UniqueFd entry = openInside(source, O_PATH);
+  expectType(entry, type, source);
+  if (type == FileType::kFile) {
+    copyFile(reopen(entry.get(), O_RDONLY, source).get(), source, place);
+    return;
+  }
+  if (mkdirat(target.get(), to.name.c_str(), 0777) != 0 && errno != EEXIST) {
+    failWith(errno, "cannot make the folder " + quoted(shownTo));
+  }
+  const UniqueFd made(
+      openat(target.get(), to.name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  if (!made) {
+    failWith(errno, "cannot write into " + quoted(shownTo));
+  }
+  copyFolder(reopen(entry.get(), O_RDONLY | O_DIRECTORY, source).get(), source, made.get(),
+             shownTo);
+}
+
+}  // namespace arvl_host

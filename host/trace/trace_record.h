@@ -1,0 +1,101 @@
+// What a trace holds, as its reader gives it back. docs/trace.md describes the file.
+#ifndef ARVL_HOST_TRACE_TRACE_RECORD_H_
+#define ARVL_HOST_TRACE_TRACE_RECORD_H_
+
+#include <json/value.h>
+
+#include <cstdint>
+#include <string>
+#include <variant>
+#include <vector>
+
+namespace arvl_host {
+
+// Raised with every change that an older reader would misread.
+constexpr int kTraceFormat = 1;
+
+enum class Side { kPlugin, kFramework };
+enum class LogSource { kStdout, kStderr, kSyslog, kHost };
+
+// In microseconds.
+struct TraceTime {
+  std::int64_t wall = 0;     // since the epoch
+  std::int64_t elapsed = 0;  // since the trace was begun, by a clock that nobody sets
+};
+
+// What the rule book says of a packet. A valid packet may have lines too: the rule of a listing that
+// is continued leaves one.
+struct Verdict {
+  bool valid = true;
+  std::vector<std::string> lines;
+};
+
+struct TraceHeader {
+  TraceTime time;
+  int format = kTraceFormat;
+  std::string tool;
+};
+
+struct StepStart {
+  TraceTime time;
+  std::string step;
+  std::string plugin;
+  std::string frameworkVersion;
+  std::int64_t pid = 0;
+};
+
+struct Payload {
+  enum class Form {
+    kNone,         // the packet is its header alone
+    kJson,         // value
+    kText,         // text, which is not JSON
+    kAbbreviated,  // text, which is how it begins
+  };
+  Form form = Form::kNone;
+  Json::Value value;
+  std::string text;
+};
+
+struct PacketRecord {
+  TraceTime time;
+  Side from = Side::kPlugin;
+  int type = 0;
+  std::string name;
+  std::uint64_t bytes = 0;  // of the frame, its header included
+  Payload payload;
+  Verdict verdict;
+};
+
+// Bytes that make no packet.
+struct GarbageRecord {
+  TraceTime time;
+  Side from = Side::kPlugin;
+  std::string reason;
+  std::uint64_t bytes = 0;
+  std::string data;  // how they begin
+};
+
+struct LogRecord {
+  TraceTime time;
+  LogSource source = LogSource::kHost;
+  std::uint64_t bytes = 0;
+  std::string text;  // how it begins
+};
+
+struct StepEnd {
+  TraceTime time;
+  std::string step;
+  std::string outcome;
+  int exitCode = 0;
+  std::int64_t duration = 0;  // microseconds
+};
+
+using TraceRecord = std::variant<StepStart, PacketRecord, GarbageRecord, LogRecord, StepEnd>;
+
+// As they stand in the file and are shown: "plugin", "stderr".
+const char *sideName(Side side);
+const char *sourceName(LogSource source);
+
+}  // namespace arvl_host
+
+#endif  // ARVL_HOST_TRACE_TRACE_RECORD_H_

@@ -1,0 +1,57 @@
+#include "trace/trace_view.h"
+
+#include "trace/trace_text.h"
+
+namespace arvl_host {
+
+std::optional<std::int64_t> AnswerTimer::time(const PacketRecord &packet) {
+  if (packet.from == Side::kPlugin) {
+    request_ = Request{packet.type, packet.time.elapsed};
+    return std::nullopt;
+  }
+  const std::optional<Request> request = request_;
+  request_.reset();
+  if (!request || packet.type != request->type + 1) {
+    return std::nullopt;
+  }
+  return packet.time.elapsed - request->elapsed;
+}
+
+void StepCounts::add(const TraceRecord &record) {
+  if (const auto *packet = std::get_if<PacketRecord>(&record)) {
+    ++packets;
+    invalid += packet->verdict.valid ? 0 : 1;
+  } else if (std::holds_alternative<GarbageRecord>(record)) {
+    ++invalid;
+  } else if (std::holds_alternative<LogRecord>(record)) {
+    ++logLines;
+  }
+}
+
+std::string packetTitle(const PacketRecord &packet) {
+  return packet.name == "unknown" ? "unknown type " + std::to_string(packet.type)
+                                  : visibleText(packet.name);
+}
+
+std::string payloadText(const Payload &payload, bool indented) {
+  if (payload.form != Payload::Form::kJson) {
+    return visibleText(payload.text);  // empty where there is no payload
+  }
+  std::string text;
+  appendJson(text, payload.value, indented ? JsonLayout::kIndented : JsonLayout::kCompact);
+  return text;
+}
+
+std::string shortPayloadText(const Payload &payload, std::size_t limit) {
+  std::string text = payloadText(payload, false);
+  if (text.size() <= limit && payload.form != Payload::Form::kAbbreviated) {
+    return text;
+  }
+  return std::string(cutText(text, limit - 3)) + "...";
+}
+
+std::string sizeText(const PacketRecord &packet) {
+  return countText(packet.bytes, "byte");
+}
+
+}  // namespace arvl_host

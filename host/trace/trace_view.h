@@ -1,0 +1,50 @@
+// What the printed trace and the page of a trace show alike.
+#ifndef ARVL_HOST_TRACE_TRACE_VIEW_H_
+#define ARVL_HOST_TRACE_TRACE_VIEW_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "trace/trace_record.h"
+
+namespace arvl_host {
+
+// Finds out how long the framework took over each answer: a request of type n is answered by n + 1.
+class AnswerTimer {
+ public:
+  // Each packet in turn: the microseconds since its request if it is an answer.
+  std::optional<std::int64_t> time(const PacketRecord &packet);
+
+ private:
+  struct Request {
+    int type;
+    std::int64_t elapsed;
+  };
+  std::optional<Request> request_;
+};
+
+struct StepCounts {
+  std::uint64_t packets = 0;
+  std::uint64_t invalid = 0;  // packets the rule book refuses, and garbage
+  std::uint64_t logLines = 0;
+
+  void add(const TraceRecord &record);
+};
+
+// "UPLOAD_REQUEST", "unknown type 300"
+std::string packetTitle(const PacketRecord &packet);
+
+// The whole payload, or what the trace holds of it, as text that is safe to show.
+std::string payloadText(const Payload &payload, bool indented);
+
+// payloadText() on one line, of at most limit bytes.
+std::string shortPayloadText(const Payload &payload, std::size_t limit);
+
+// "143 bytes"
+std::string sizeText(const PacketRecord &packet);
+
+}  // namespace arvl_host
+
+#endif  // ARVL_HOST_TRACE_TRACE_VIEW_H_

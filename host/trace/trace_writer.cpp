@@ -1,0 +1,286 @@
+#include "trace/trace_writer.h"
+
+#include <fcntl.h>
+#include <json/reader.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cinttypes>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+
+#include "trace/trace_text.h"
+#include "zarn/arvlapp/protocol_util.h"
+
+namespace arvl_host {
+
+namespace {
+
+constexpr std::uint64_t kFrameHeaderSize = 8;
+
+TraceWriter::Now systemNow() {
+  using std::chrono::duration_cast;
+  using std::chrono::microseconds;
+  return {duration_cast<microseconds>(std::chrono::system_clock::now().time_since_epoch()).count(),
+          duration_cast<microseconds>(std::chrono::steady_clock::now().time_since_epoch()).count()};
+}
+
+// Any 16-bit number may come from the wire; asking for the name of one that is no type would log.
+std::string packetName(std::uint16_t type) {
+  using namespace ZARN::ARVLAPP;
+  return type <= PACKET_SET_PROGRESS_RESPONSE ? Util::packetString(static_cast<PACKET_TYPE>(type))
+                                              : "unknown";
+}
+
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+
+// As the library and the host read payloads: comments and repeated keys are accepted. The text is
+// copied to where a NUL follows it, because the parser may read one byte too many.
+bool parsePayload(std::string_view payload, Json::Value &value) {
+  const std::string text(payload);
+  try {
+    return Json::Reader().parse(text.data(), text.data() + text.size(), value, false);
+  } catch (const std::exception &) {
+    return false;  // nested beyond the parser's limit
+  }
+}
+
+#pragma GCC diagnostic pop
+
+// True when every byte was written. Sets errno otherwise.
+bool writeAll(int file, std::string_view bytes) {
+  while (!bytes.empty()) {
+    const ssize_t written = ::write(file, bytes.data(), bytes.size());
+    if (written < 0 && errno == EINTR) {
+      continue;
+    }
+    if (written < 0) {
+      return false;
+    }
+    bytes.remove_prefix(static_cast<std::size_t>(written));
+  }
+  return true;
+}
+
+std::string cannotWrite(const std::string &file, int error) {
+  return "cannot write the trace " + file + ": " + std::strerror(error);
+}
+
+}  // namespace
+
+// Builds one line, member by member.
+class TraceWriter::Line {
+ public:
+  Line(const char *kind, const TraceTime &time) {
+    text_ = "{\"kind\":\"";
+    text_.append(kind).append("\"");
+    seconds("time", time.wall);
+    seconds("elapsed", time.elapsed);
+  }
+
+  Line &string(const char *key, std::string_view value) {
+    appendJsonString(member(key), value);
+    return *this;
+  }
+
+  Line &number(const char *key, std::int64_t value) {
+    member(key) += std::to_string(value);
+    return *this;
+  }
+
+  Line &seconds(const char *key, std::int64_t microseconds) {
+    char text[48];
+    std::snprintf(text, sizeof text, "%" PRId64 ".%06" PRId64, microseconds / 1000000,
+                  microseconds % 1000000);
+    member(key) += text;
+    return *this;
+  }
+
+  Line &boolean(const char *key, bool value) {
+    member(key) += value ? "true" : "false";
+    return *this;
+  }
+
+  Line &strings(const char *key, const std::vector<std::string> &values) {
+    const char *separator = "[";
+    std::string &text = member(key);
+    for (const std::string &value : values) {
+      text += separator;
+      appendJsonString(text, value);
+      separator = ",";
+    }
+    text += ']';
+    return *this;
+  }
+
+  // False, and nothing is added, for a value that nests too deep.
+  bool json(const char *key, const Json::Value &value) {
+    const std::size_t before = text_.size();
+    if (appendJson(member(key), value, JsonLayout::kCompact)) {
+      return true;
+    }
+    text_.resize(before);
+    return false;
+  }
+
+  std::string text() const { return text_ + "}\n"; }
+
+ private:
+  std::string &member(const char *key) { return text_.append(",\"").append(key).append("\":"); }
+
+  std::string text_;
+};
+
+TraceWriter::~TraceWriter() {
+  close();
+}
+
+bool TraceWriter::open(const std::string &file, const std::string &tool, const Options &options,
+                       std::string &error) {
+  close();
+  const int opened = ::open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+  if (opened < 0) {
+    error = cannotWrite(file, errno);
+    return false;
+  }
+  file_ = opened;
+  name_ = file;
+  options_ = options;
+  if (!options_.clock) {
+    options_.clock = systemNow;
+  }
+  begin_ = options_.clock().steady;
+  return append(Line("trace", now()).number("format", kTraceFormat).string("tool", tool), error);
+}
+
+void TraceWriter::close() {
+  if (file_ < 0) {
+    return;
+  }
+  const int file = file_;
+  file_ = -1;
+  if (::close(file) != 0) {
+    report(cannotWrite(name_, errno));
+  }
+}
+
+void TraceWriter::stepStarted(const std::string &step, const std::string &plugin,
+                              const std::string &frameworkVersion, std::int64_t pid) {
+  if (file_ < 0) {
+    return;
+  }
+  const TraceTime time = now();
+  step_ = step;
+  stepBegin_ = time.elapsed;
+  write(Line("step", time)
+            .string("step", step)
+            .string("plugin", plugin)
+            .string("framework_version", frameworkVersion)
+            .number("pid", pid));
+}
+
+void TraceWriter::packet(Side from, std::uint16_t type, std::string_view payload,
+                         const Verdict &verdict) {
+  if (file_ < 0) {
+    return;
+  }
+  Line line("packet", now());
+  line.string("from", sideName(from)).string("name", packetName(type)).number("type", type);
+  line.number("bytes", static_cast<std::int64_t>(kFrameHeaderSize + payload.size()));
+  line.boolean("valid", verdict.valid);
+  if (!verdict.lines.empty()) {
+    line.strings("rule_book", verdict.lines);
+  }
+  addPayload(line, payload);
+  write(line);
+}
+
+// As JSON wherever that is possible, so that a trace can be searched.
+void TraceWriter::addPayload(Line &line, std::string_view payload) const {
+  const std::string_view shown = abbreviate(payload);
+  Json::Value value;
+  if (payload.empty()) {
+    return;
+  }
+  if (shown.size() < payload.size()) {
+    line.string("payload_begin", shown);
+  } else if (!parsePayload(payload, value) || !line.json("payload", value)) {
+    line.string("payload_text", payload);
+  }
+}
+
+void TraceWriter::garbage(Side from, std::string_view bytes, const std::string &reason) {
+  if (file_ < 0) {
+    return;
+  }
+  write(Line("garbage", now())
+            .string("from", sideName(from))
+            .string("reason", reason)
+            .number("bytes", static_cast<std::int64_t>(bytes.size()))
+            .string("hex", toHex(abbreviate(bytes))));
+}
+
+void TraceWriter::log(LogSource source, std::string_view text) {
+  if (file_ < 0) {
+    return;
+  }
+  write(Line("log", now())
+            .string("source", sourceName(source))
+            .number("bytes", static_cast<std::int64_t>(text.size()))
+            .string("text", abbreviate(text)));
+}
+
+void TraceWriter::stepEnded(const std::string &outcome, int exitCode) {
+  if (file_ < 0) {
+    return;
+  }
+  const TraceTime time = now();
+  write(Line("end", time)
+            .string("step", step_)
+            .string("outcome", outcome)
+            .number("exit_code", exitCode)
+            .seconds("seconds", time.elapsed - stepBegin_));
+}
+
+TraceTime TraceWriter::now() const {
+  const Now reading = options_.clock();
+  return {reading.wall, reading.steady - begin_};
+}
+
+std::string_view TraceWriter::abbreviate(std::string_view bytes) const {
+  return options_.full || bytes.size() <= kAbbreviateAbove ? bytes : cutText(bytes, kAbbreviateTo);
+}
+
+// What stands of a line that did not fit is taken back, so that the trace ends with a whole one. Where
+// that fails too, the readers of traces put up with a last line that is cut.
+bool TraceWriter::append(const Line &line, std::string &error) {
+  const off_t end = ::lseek(file_, 0, SEEK_CUR);
+  if (writeAll(file_, line.text())) {
+    return true;
+  }
+  error = cannotWrite(name_, errno);
+  const bool restored = end >= 0 && ::ftruncate(file_, end) == 0;
+  static_cast<void>(restored);
+  ::close(file_);
+  file_ = -1;
+  return false;
+}
+
+void TraceWriter::write(const Line &line) {
+  std::string error;
+  if (!append(line, error)) {
+    report(error + "; it ends here");
+  }
+}
+
+void TraceWriter::report(const std::string &error) const {
+  if (options_.onError) {
+    options_.onError(error);
+  }
+}
+
+}  // namespace arvl_host

@@ -1,0 +1,157 @@
+#include "trace/trace_text.h"
+
+#include <gtest/gtest.h>
+#include <json/reader.h>
+#include <json/value.h>
+
+#include <limits>
+#include <memory>
+
+namespace arvl_host {
+namespace {
+
+std::string jsonString(std::string_view text) {
+  std::string out;
+  appendJsonString(out, text);
+  return out;
+}
+
+std::string compact(const Json::Value &value) {
+  std::string out;
+  EXPECT_TRUE(appendJson(out, value, JsonLayout::kCompact));
+  return out;
+}
+
+Json::Value parse(const std::string &text) {
+  Json::CharReaderBuilder builder;
+  Json::CharReaderBuilder::strictMode(&builder.settings_);
+  const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
+  Json::Value value;
+  EXPECT_TRUE(reader->parse(text.data(), text.data() + text.size(), &value, nullptr)) << text;
+  return value;
+}
+
+std::string throughJson(const std::string &text) {
+  return restoreBytes(parse("[" + jsonString(text) + "]"))[0].asString();
+}
+
+TEST(JsonString, KeepsTextAsItIs) {
+  EXPECT_EQ(jsonString("Größe ☃ 😀 100% /"), "\"Größe ☃ 😀 100% /\"");
+}
+
+TEST(JsonString, EscapesWhatJsonAsksFor) {
+  EXPECT_EQ(jsonString(std::string_view("\"\\\b\f\n\r\t\0\x1f", 9)),
+            R"("\"\\\b\f\n\r\t\u0000\u001f")");
+}
+
+TEST(JsonString, EscapesWhatWouldNotBeSeen) {
+  EXPECT_EQ(jsonString("\x7f\u0085\u200b\u202e\u2066\ufeff"),
+            R"("\u007f\u0085\u200b\u202e\u2066\ufeff")");
+}
+
+TEST(JsonString, EscapesBytesThatBelongToNoCharacter) {
+  EXPECT_EQ(jsonString("a\xff\x80z"), R"("a\udcff\udc80z")");
+}
+
+TEST(JsonString, TakesNoMalformedUtf8ForACharacter) {
+  EXPECT_EQ(jsonString("\xc0\xaf"), R"("\udcc0\udcaf")") << "longer than need be";
+  EXPECT_EQ(jsonString("\xe0\x80\xaf"), R"("\udce0\udc80\udcaf")") << "longer than need be";
+  EXPECT_EQ(jsonString("\xed\xb2\x80"), R"("\udced\udcb2\udc80")") << "a surrogate";
+  EXPECT_EQ(jsonString("\xf4\x90\x80\x80"), R"("\udcf4\udc90\udc80\udc80")") << "beyond Unicode";
+  EXPECT_EQ(jsonString("\xe2\x98"), R"("\udce2\udc98")") << "cut";
+}
+
+TEST(JsonString, LosesNoByte) {
+  std::string every;
+  for (int first = 0; first < 256; ++first) {
+    for (const int second : {0x00, 0x41, 0x80, 0xb2, 0xff}) {
+      every += static_cast<char>(first);
+      every += static_cast<char>(second);
+    }
+  }
+  every += "\xed\xb2\x80 ☃ 😀";
+  EXPECT_EQ(throughJson(every), every);
+}
+
+TEST(JsonText, KeepsKeysAndValuesOfEveryType) {
+  EXPECT_EQ(
+      compact(parse(R"({"a":[1,-2,18446744073709551615,1.5,true,false,null,"x",{},[]],"b":{}})")),
+      R"({"a":[1,-2,18446744073709551615,1.5,true,false,null,"x",{},[]],"b":{}})");
+}
+
+TEST(JsonText, RestoresTheBytesOfKeysAndValues) {
+  Json::Value value;
+  value["k\xff"]["x"].append("v\xfe");
+  EXPECT_EQ(compact(value), R"({"k\udcff":{"x":["v\udcfe"]}})");
+  EXPECT_EQ(restoreBytes(parse(compact(value))), value);
+}
+
+TEST(JsonText, WritesNullForANumberThatJsonCannotHold) {
+  EXPECT_EQ(compact(Json::Value(std::numeric_limits<double>::infinity())), "null");
+  EXPECT_EQ(compact(Json::Value(std::numeric_limits<double>::quiet_NaN())), "null");
+}
+
+TEST(JsonText, IndentsForPeople) {
+  std::string out;
+  ASSERT_TRUE(
+      appendJson(out, parse(R"({"a":[1,2],"b":{},"c":{"d":null}})"), JsonLayout::kIndented));
+  EXPECT_EQ(
+      out, "{\n  \"a\": [\n    1,\n    2\n  ],\n  \"b\": {},\n  \"c\": {\n    \"d\": null\n  }\n}");
+}
+
+TEST(JsonText, RefusesToNestDeeperThanReadersDo) {
+  Json::Value value;
+  for (int depth = 0; depth < 200; ++depth) {
+    Json::Value outer(Json::arrayValue);
+    outer.append(value);
+    value = outer;
+  }
+  std::string out;
+  EXPECT_TRUE(appendJson(out, value, JsonLayout::kCompact));
+  Json::Value deeper;
+  deeper["a"] = value;
+  EXPECT_FALSE(appendJson(out, deeper, JsonLayout::kCompact));
+}
+
+TEST(CutText, CutsNoCharacterInTwo) {
+  EXPECT_EQ(cutText("a☃b", 9), "a☃b");
+  EXPECT_EQ(cutText("a☃b", 4), "a☃");
+  EXPECT_EQ(cutText("a☃b", 3), "a");
+  EXPECT_EQ(cutText("a☃b", 2), "a");
+  EXPECT_EQ(cutText("a☃b", 1), "a");
+  EXPECT_EQ(cutText("😀", 3), "");
+  EXPECT_EQ(cutText("a\x80\x80\x80\x80", 3), "a\x80\x80");
+}
+
+TEST(VisibleText, ShowsControlCharactersAndStrayBytes) {
+  EXPECT_EQ(visibleText(std::string_view("a\n\t\0\x1b[31m\x7f \xff ☃", 16)),
+            "a\\n\\t\\x00\\x1b[31m\\x7f \\xff ☃");
+  EXPECT_EQ(visibleText("\u0085\u202eevil"), "\\u0085\\u202eevil");
+}
+
+TEST(EscapeHtml, LeavesNothingThatAPageCouldTakeForMarkup) {
+  EXPECT_EQ(escapeHtml("<a href=\"x\" b='y'>&amp;"),
+            "&lt;a href=&quot;x&quot; b=&#39;y&#39;&gt;&amp;amp;");
+}
+
+TEST(Hex, IsReadBack) {
+  std::string bytes;
+  EXPECT_EQ(toHex(std::string_view("\x00\x7f\xff", 3)), "007fff");
+  ASSERT_TRUE(fromHex("007fff", bytes));
+  EXPECT_EQ(bytes, std::string("\x00\x7f\xff", 3));
+  EXPECT_FALSE(fromHex("007", bytes));
+  EXPECT_FALSE(fromHex("0g", bytes));
+}
+
+TEST(Texts, NameDurationsCountsAndDates) {
+  EXPECT_EQ(durationText(999), "999 µs");
+  EXPECT_EQ(durationText(1000), "1.0 ms");
+  EXPECT_EQ(durationText(48210), "48.2 ms");
+  EXPECT_EQ(durationText(1234567), "1.23 s");
+  EXPECT_EQ(countText(0, "packet"), "0 packets");
+  EXPECT_EQ(countText(1, "packet"), "1 packet");
+  EXPECT_EQ(dateText(1767261845123456), "2026-01-01 10:04:05 UTC");
+}
+
+}  // namespace
+}  // namespace arvl_host

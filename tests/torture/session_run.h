@@ -1,0 +1,53 @@
+// Runs one scenario against a framework end that plays its part to the byte, in a thread that
+// allocates nothing.
+#ifndef ARVL_TESTS_TORTURE_SESSION_RUN_H_
+#define ARVL_TESTS_TORTURE_SESSION_RUN_H_
+
+#include <cstddef>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "torture/scenarios.h"
+
+namespace arvl_test {
+
+// Where the framework's end leaves its part, and how.
+struct Misdeed {
+  enum Kind {
+    kNone,
+    kSplit,      // waits until the bytes have been read, then sends the rest
+    kClose,      // closes at once
+    kHalfClose,  // ends its own direction only
+    kReset,      // has the connection reset (TCP)
+    kSilence,    // waits until the bytes have been read, then closes
+  };
+
+  Kind kind = kNone;
+  std::size_t exchange = 0;  // counted from 0
+  bool inRequest = false;  // after reading that many bytes of the request, or writing of the answer
+  std::size_t bytes = 0;
+};
+
+struct SessionReport {
+  bool initialized = false;
+  bool threw = false;  // std::bad_alloc or an exception of JsonCpp's
+  Result result = Result::kFailed;
+  int errorNumber = 0;
+  int logLines = 0;
+  std::string received;                   // what came after the last answer: the completion
+  std::vector<std::size_t> requestSizes;  // of the whole frames that were read
+};
+
+// The hooks enclose exactly what the plug-in does, from the Agent's construction to its destruction.
+// Nothing is allocated between them but by the library and the scenario.
+SessionReport runSession(const Scenario &scenario, const Misdeed &misdeed,
+                         const std::function<void()> &begin, const std::function<void()> &end);
+
+// Runs the body in a process of its own, for at most so many seconds. Returns nothing if it ends with
+// status 0, else what happened: the last line that it wrote to stderr, a signal, or "hangs".
+std::string inProcess(unsigned seconds, const std::function<int()> &body);
+
+}  // namespace arvl_test
+
+#endif  // ARVL_TESTS_TORTURE_SESSION_RUN_H_
