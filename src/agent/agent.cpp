@@ -11,9 +11,11 @@
 #include <event2/bufferevent.h>
 #include <event2/event.h>
 #include <json/value.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -67,9 +69,15 @@ constexpr Version kVersion23 = {2, 3};
 
 constexpr std::size_t kReadChunk = 16384;  // bytes; libevent's own choice
 
-// Appends text to the buffer without copying it; the buffer owns it from then on, if it succeeds.
-// Does not log.
+// A text of up to this size is cheaper to copy than to hand over.
+constexpr std::size_t kSmallText = 4096;
+
+// Appends text to the buffer: a copy of a small one; any other becomes the buffer's own, if it
+// succeeds. Does not log.
 bool appendText(evbuffer *buffer, std::string &&text) {
+  if (text.size() <= kSmallText) {
+    return evbuffer_add(buffer, text.data(), text.size()) == 0;
+  }
   auto owned = std::make_unique<std::string>(std::move(text));
   const auto release = [](const void * /*data*/, std::size_t /*size*/, void *string) {
     delete static_cast<std::string *>(string);
@@ -80,6 +88,12 @@ bool appendText(evbuffer *buffer, std::string &&text) {
     static_cast<void>(owned.release());
   }
   return evbuffer_get_length(buffer) - before == size;
+}
+
+// Whether a failed send is no failure of the connection: a full socket, an interruption, or no socket
+// at all, which the loop may still be able to write to.
+bool isLeftToLoop(int error) {
+  return error == EAGAIN || error == EINTR || error == ENOTSOCK;
 }
 
 }  // namespace
@@ -143,7 +157,9 @@ class Agent::AgentImpl {
 
   enum class FrameStep { kConsumed, kIncomplete, kRefused };
 
-  void runLoop();
+  bool queueFrame(PACKET_TYPE type, std::string &&text);
+  void offerOutput();
+  bool writeInLoop();
   bool isCompletionUnwritten() const;
   void readFrames(evbuffer *input);
   FrameStep readFrame(evbuffer *input);
@@ -292,9 +308,9 @@ bool Agent::AgentImpl::connectionInit() {
 
 // ---- Transport.
 
-// Queues one packet and runs the loop: for a request until a packet has been received, for a
-// completion until it has been written out. Logs. True once the loop has run, whatever came of it; a
-// lost connection shows in recvPacket.
+// Sends one packet and runs the loop: for a request until a packet has been received, for a
+// completion until it has been written out. Logs. True once the packet is under way, whatever came of
+// it; a lost connection shows in recvPacket.
 bool Agent::AgentImpl::sendPacket(PACKET_TYPE type, const Json::Value &payload, bool exitWhenSent) {
   if (canceled) {
     return ARVL_LOG_FALSE("User canceled, skip sendPacket");
@@ -305,34 +321,76 @@ bool Agent::AgentImpl::sendPacket(PACKET_TYPE type, const Json::Value &payload, 
     const unsigned long long size = text.size();
     return ARVL_LOG_FALSE("invalid packet length %llu", size);
   }
+  if (!queueFrame(type, std::move(text))) {
+    return false;
+  }
 
+  exitOnDrain = exitWhenSent;
+  offerOutput();
+  if (canceled) {
+    return true;
+  }
+  if (evbuffer_get_length(bufferevent_get_output(connection)) > 0) {
+    return writeInLoop();
+  }
+  if (!exitOnDrain) {
+    event_base_dispatch(base);  // nothing is left to write: it only reads
+  }
+  return true;
+}
+
+// Puts a frame behind what may be left of earlier ones. Logs. The loop is not asked to write it: that
+// takes system calls, and the socket is tried first.
+bool Agent::AgentImpl::queueFrame(PACKET_TYPE type, std::string &&text) {
   PacketHeader header;
   header.type = static_cast<std::uint16_t>(type);
   header.payloadLength = static_cast<std::uint32_t>(text.size());
   const PacketHeaderBytes headerBytes = encodePacketHeader(header);
   evbuffer *output = bufferevent_get_output(connection);
+  bufferevent_disable(connection, EV_WRITE);
   if (evbuffer_add(output, headerBytes.data(), headerBytes.size()) != 0) {
     return ARVL_LOG_FALSE("evbuffer_add(header) failed");
   }
-  if (!text.empty() && !appendText(output, std::move(text))) {
+  if (!appendText(output, std::move(text))) {
     return ARVL_LOG_FALSE("evbuffer_add(payload) failed");
   }
-  // Queueing alone does not tell whether libevent had the memory to wait for the socket.
-  if (bufferevent_enable(connection, EV_WRITE) != 0) {
-    return ARVL_LOG_FALSE("bufferEvent enable failed");
-  }
-
-  exitOnDrain = exitWhenSent;
-  runLoop();
   return true;
 }
 
-// A packet of the framework's that arrives while a completion is being written stops the loop, so
-// the loop is entered again until the completion is out or the connection is lost.
-void Agent::AgentImpl::runLoop() {
+// Writes at once what the socket takes, which is a small frame whole: that spares the loop a round to
+// learn that the socket is writable, and the guard against SIGPIPE. The rest stays in the buffer. A
+// failure is reported as the loop would report it.
+void Agent::AgentImpl::offerOutput() {
+  evbuffer *output = bufferevent_get_output(connection);
+  evbuffer_iovec piece = {};
+  std::size_t taken = 0;
+  do {
+    evbuffer_peek(output, -1, nullptr, &piece, 1);
+    const ssize_t sent = send(socketFd, piece.iov_base, piece.iov_len, MSG_NOSIGNAL | MSG_DONTWAIT);
+    if (sent < 0) {
+      if (!isLeftToLoop(errno)) {
+        onEvent(connection, BEV_EVENT_WRITING | BEV_EVENT_ERROR, this);
+      }
+      return;
+    }
+    taken = static_cast<std::size_t>(sent);
+    evbuffer_unfreeze(output, 1);  // the connection lets nobody else take from the front
+    evbuffer_drain(output, taken);
+    evbuffer_freeze(output, 1);
+  } while (taken == piece.iov_len && evbuffer_get_length(output) > 0);
+}
+
+// Has the loop write the rest. A packet of the framework's that arrives while a completion is being
+// written stops the loop, so the loop is entered again until the completion is out or the connection
+// is lost. Logs.
+bool Agent::AgentImpl::writeInLoop() {
+  if (bufferevent_enable(connection, EV_WRITE) != 0) {
+    return ARVL_LOG_FALSE("bufferEvent enable failed");
+  }
   const SigpipeGuard guard;
   while (event_base_dispatch(base) == 0 && isCompletionUnwritten()) {
   }
+  return true;
 }
 
 bool Agent::AgentImpl::isCompletionUnwritten() const {
