@@ -299,6 +299,7 @@ bool Agent::AgentImpl::connectionInit() {
   // The read callback runs once a whole header is there. The high-water mark is limitReading's:
   // libevent's own dereferences null when memory runs out here.
   bufferevent_setwatermark(connection, EV_READ, kPacketHeaderSize, 0);
+  bufferevent_set_max_single_write(connection, kMaxPayloadLength);  // not 16 KiB at a time
   bufferevent_setcb(connection, onReadable, onWritten, onEvent, this);
   if (bufferevent_enable(connection, EV_READ | EV_WRITE) != 0) {
     return ARVL_LOG_FALSE("bufferEvent enable failed");
@@ -819,6 +820,14 @@ void Agent::setSummaryInfo(const SummaryInfo &info) {
 
 namespace {
 
+// A value that refers to the text, which must outlive it, unless a NUL in the text asks for a copy.
+Json::Value referTo(const std::string &text) {
+  if (text.find('\0') != std::string::npos) {
+    return text;
+  }
+  return Json::StaticString(text.c_str());
+}
+
 Json::Value describeSource(const FileInfo &source) {
   Json::Value value(Json::objectValue);
   value["path"] = source.getPath();
@@ -827,9 +836,9 @@ Json::Value describeSource(const FileInfo &source) {
 }
 
 // A transfer carries one item, though its packet has room for a list.
-Json::Value makeTransfer(const Json::Value &item) {
+Json::Value makeTransfer(Json::Value &&item) {
   Json::Value request(Json::objectValue);
-  request["data"].append(item);
+  request["data"].append(std::move(item));
   return request;
 }
 
@@ -956,7 +965,7 @@ bool Agent::getLanguage(std::string &language) {
 
 bool Agent::setProgress(const std::string &stage, int percentage) {
   Json::Value request(Json::objectValue);
-  request["progress_stage"] = stage;
+  request["progress_stage"] = referTo(stage);
   request["progress_percentage"] = percentage;
 
   Json::Value answer;
@@ -973,13 +982,13 @@ bool Agent::setProgress(const std::string &stage, int percentage) {
 bool Agent::download(const DownloadInfo &info) {
   Json::Value item(Json::objectValue);
   item["source"] = describeSource(info.getSource());
-  item["destination"]["path"] = info.getDestinationPath();
+  item["destination"]["path"] = referTo(info.getDestinationPath());
   item["with_metadata"] = false;
   impl_->addPercentage(item, info.getPercentage());
 
   Json::Value answer;
-  const Outcome outcome =
-      impl_->exchange(kEveryVersion, PACKET_DOWNLOAD_REQUEST, makeTransfer(item), answer);
+  const Outcome outcome = impl_->exchange(kEveryVersion, PACKET_DOWNLOAD_REQUEST,
+                                          makeTransfer(std::move(item)), answer);
   if (outcome == Outcome::kNotSent) {
     return ARVL_LOG_FALSE("send PACKET_DOWNLOAD_REQUEST packet failed");
   }
@@ -993,12 +1002,12 @@ bool Agent::upload(const UploadInfo &info) {
   Json::Value item(Json::objectValue);
   item["source"] = describeSource(info.getSource());
   item["source"]["is_temp"] = info.getSource().isTemp();
-  item["destination"]["path"] = info.getDestinationPath();
+  item["destination"]["path"] = referTo(info.getDestinationPath());
   impl_->addPercentage(item, info.getPercentage());
 
   Json::Value answer;
   const Outcome outcome =
-      impl_->exchange(kEveryVersion, PACKET_UPLOAD_REQUEST, makeTransfer(item), answer);
+      impl_->exchange(kEveryVersion, PACKET_UPLOAD_REQUEST, makeTransfer(std::move(item)), answer);
   if (outcome == Outcome::kNotSent) {
     return ARVL_LOG_FALSE("send PACKET_UPLOAD_REQUEST packet failed");
   }
@@ -1016,7 +1025,7 @@ bool Agent::createDir(const std::string &dir) {
     return ARVL_LOG_FALSE("Bad param, [%s] is not abs path", dir.c_str());
   }
   Json::Value request(Json::objectValue);
-  request["path"] = dir;
+  request["path"] = referTo(dir);
 
   Json::Value answer;
   const Outcome outcome =
@@ -1060,7 +1069,7 @@ bool Agent::listDir(const std::string &path, std::list<FileInfo> &entries) {
   entries.clear();
 
   Json::Value request(Json::objectValue);
-  request["path"] = path;
+  request["path"] = referTo(path);
   for (;;) {
     if (!impl_->sendPacket(PACKET_LIST_DIR_REQUEST, request, false)) {
       return ARVL_LOG_FALSE("send PACKET_LIST_DIR_REQUEST packet failed");
