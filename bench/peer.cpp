@@ -16,6 +16,8 @@ using ZARN::ARVLAPP::decodePacketHeader;
 using ZARN::ARVLAPP::kPacketHeaderSize;
 using ZARN::ARVLAPP::PacketHeader;
 
+constexpr std::string_view kReady = "r";
+
 // One read does for a small frame. False at the end of file.
 bool skipFrame(int socket, std::string &buffer) {
   std::size_t received = 0;
@@ -39,6 +41,7 @@ bool skipFrame(int socket, std::string &buffer) {
 
 [[noreturn]] void serve(int socket, const std::vector<std::string> &answers) {
   std::string buffer(1 << 20, '\0');
+  writeAll(socket, kReady);
   for (std::size_t next = 0; skipFrame(socket, buffer); ++next) {
     writeAll(socket, answers[next % answers.size()]);
   }
@@ -69,6 +72,8 @@ int connectToPeer(std::vector<std::string> (*makeAnswers)()) {
     serve(ends[1], makeAnswers());
   }
   close(ends[1]);
+  std::string ready(kReady);
+  readAll(ends[0], ready);
   return ends[0];
 }
 

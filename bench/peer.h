@@ -13,7 +13,8 @@ namespace arvl_bench {
 std::string makeFrame(int type, std::string_view payload);
 
 // Forks a peer and connects to it; the result is the socket, for the caller to close. The peer makes
-// its answers itself, so that they take no memory here, and ends with the connection.
+// its answers itself, so that they take no memory here; it has them when this returns, and ends with
+// the connection.
 int connectToPeer(std::vector<std::string> (*makeAnswers)());
 
 // This end without a library: blocking, all of the bytes.

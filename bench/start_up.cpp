@@ -6,8 +6,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "child.h"
 #include "figure.h"
-#include "peak_memory.h"
 
 namespace arvl_bench {
 

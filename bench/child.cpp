@@ -1,4 +1,4 @@
-#include "peak_memory.h"
+#include "child.h"
 
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -19,27 +19,39 @@ long peakOfThisProcess() {
   return usage.ru_maxrss;
 }
 
-}  // namespace
-
-long peakGrowth(const std::function<void()> &operation) {
+template <typename Result>
+Result inChild(const std::function<Result()> &body) {
   int ends[2];
   require(pipe(ends) == 0, "no pipe");
   const pid_t child = fork();
+  require(child >= 0, "no process");
   if (child == 0) {
     close(ends[0]);
-    const long before = peakOfThisProcess();
-    operation();
-    const long growth = peakOfThisProcess() - before;
-    const bool isWritten = write(ends[1], &growth, sizeof growth) == sizeof growth;
+    const Result result = body();
+    const bool isWritten = write(ends[1], &result, sizeof result) == sizeof result;
     _exit(isWritten ? EXIT_SUCCESS : EXIT_FAILURE);
   }
   close(ends[1]);
-  long growth = 0;
-  const bool isRead = read(ends[0], &growth, sizeof growth) == sizeof growth;
+  Result result = {};
+  const bool isRead = read(ends[0], &result, sizeof result) == sizeof result;
   close(ends[0]);
   waitpid(child, nullptr, 0);
-  require(isRead, "a measurement of memory failed");
-  return growth;
+  require(isRead, "a measurement in a process of its own failed");
+  return result;
+}
+
+}  // namespace
+
+long peakGrowth(const std::function<void()> &operation) {
+  return inChild<long>([&operation] {
+    const long before = peakOfThisProcess();
+    operation();
+    return peakOfThisProcess() - before;
+  });
+}
+
+double timeInChild(const std::function<double()> &measurement) {
+  return inChild<double>(measurement);
 }
 
 long peakOfProgram(const std::vector<std::string> &arguments) {
