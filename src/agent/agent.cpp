@@ -866,14 +866,20 @@ bool readEntry(const Json::Value &entry, FileInfo &info) {
   return true;
 }
 
-// Stops at the first entry that cannot be read; those before it stay. Logs.
-bool appendEntries(const Json::Value &list, std::list<FileInfo> &entries) {
-  for (Json::ArrayIndex i = 0; i < list.size(); ++i) {
-    FileInfo info;
-    if (!readEntry(list[i], info)) {
+// Stops at the first entry that cannot be read; those before it stay. Empties the list on the way, so
+// that the memory of the entries serves the records. Logs.
+bool appendEntries(Json::Value &list, std::list<FileInfo> &entries) {
+  if (list.size() > 0) {
+    static_cast<void>(std::as_const(list)[0]);  // JsonCpp refuses what is no array
+  }
+  for (Json::Value &element : list) {
+    Json::Value entry;
+    entry.swap(element);
+    std::list<FileInfo> record(1);
+    if (!readEntry(entry, record.front())) {
       return ARVL_LOG_FALSE("JsonToFileInfo failed");
     }
-    entries.push_back(info);
+    entries.splice(entries.end(), record);
   }
   return true;
 }
@@ -1083,7 +1089,7 @@ bool Agent::listDir(const std::string &path, std::list<FileInfo> &entries) {
     if (!impl_->isGranted(page)) {
       return false;
     }
-    if (!appendEntries(page["entry_list"], entries)) {
+    if (!appendEntries(answer["entry_list"], entries)) {
       return ARVL_LOG_FALSE("parse entry_list failed");
     }
     if (page["list_complete"].asBool()) {
