@@ -42,3 +42,11 @@ macro(arvl_require_googletest)
   endif()
   include(GoogleTest)
 endmacro()
+
+# benchmark::benchmark
+macro(arvl_require_benchmark)
+  find_package(benchmark QUIET)
+  if(NOT benchmark_FOUND)
+    arvl_missing("Google Benchmark" libbenchmark-dev)
+  endif()
+endmacro()

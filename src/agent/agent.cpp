@@ -11,9 +11,11 @@
 #include <event2/bufferevent.h>
 #include <event2/event.h>
 #include <json/value.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -67,9 +69,15 @@ constexpr Version kVersion23 = {2, 3};
 
 constexpr std::size_t kReadChunk = 16384;  // bytes; libevent's own choice
 
-// Appends text to the buffer without copying it; the buffer owns it from then on, if it succeeds.
-// Does not log.
+// A text of up to this size is cheaper to copy than to hand over.
+constexpr std::size_t kSmallText = 4096;
+
+// Appends text to the buffer: a copy of a small one; any other becomes the buffer's own, if it
+// succeeds. Does not log.
 bool appendText(evbuffer *buffer, std::string &&text) {
+  if (text.size() <= kSmallText) {
+    return evbuffer_add(buffer, text.data(), text.size()) == 0;
+  }
   auto owned = std::make_unique<std::string>(std::move(text));
   const auto release = [](const void * /*data*/, std::size_t /*size*/, void *string) {
     delete static_cast<std::string *>(string);
@@ -80,6 +88,12 @@ bool appendText(evbuffer *buffer, std::string &&text) {
     static_cast<void>(owned.release());
   }
   return evbuffer_get_length(buffer) - before == size;
+}
+
+// Whether a failed send is no failure of the connection: a full socket, an interruption, or no socket
+// at all, which the loop may still be able to write to.
+bool isLeftToLoop(int error) {
+  return error == EAGAIN || error == EINTR || error == ENOTSOCK;
 }
 
 }  // namespace
@@ -143,7 +157,9 @@ class Agent::AgentImpl {
 
   enum class FrameStep { kConsumed, kIncomplete, kRefused };
 
-  void runLoop();
+  bool queueFrame(PACKET_TYPE type, std::string &&text);
+  void offerOutput();
+  bool writeInLoop();
   bool isCompletionUnwritten() const;
   void readFrames(evbuffer *input);
   FrameStep readFrame(evbuffer *input);
@@ -285,6 +301,7 @@ bool Agent::AgentImpl::connectionInit() {
   // The read callback runs once a whole header is there. The high-water mark is limitReading's:
   // libevent's own dereferences null when memory runs out here.
   bufferevent_setwatermark(connection, EV_READ, kPacketHeaderSize, 0);
+  bufferevent_set_max_single_write(connection, kMaxPayloadLength);  // not 16 KiB at a time
   bufferevent_setcb(connection, onReadable, onWritten, onEvent, this);
   if (bufferevent_enable(connection, EV_READ | EV_WRITE) != 0) {
     return ARVL_LOG_FALSE("bufferEvent enable failed");
@@ -294,9 +311,9 @@ bool Agent::AgentImpl::connectionInit() {
 
 // ---- Transport.
 
-// Queues one packet and runs the loop: for a request until a packet has been received, for a
-// completion until it has been written out. Logs. True once the loop has run, whatever came of it; a
-// lost connection shows in recvPacket.
+// Sends one packet and runs the loop: for a request until a packet has been received, for a
+// completion until it has been written out. Logs. True once the packet is under way, whatever came of
+// it; a lost connection shows in recvPacket.
 bool Agent::AgentImpl::sendPacket(PACKET_TYPE type, const Json::Value &payload, bool exitWhenSent) {
   if (canceled) {
     return ARVL_LOG_FALSE("User canceled, skip sendPacket");
@@ -307,34 +324,79 @@ bool Agent::AgentImpl::sendPacket(PACKET_TYPE type, const Json::Value &payload, 
     const unsigned long long size = text.size();
     return ARVL_LOG_FALSE("invalid packet length %llu", size);
   }
+  if (!queueFrame(type, std::move(text))) {
+    return false;
+  }
 
+  exitOnDrain = exitWhenSent;
+  offerOutput();
+  if (canceled) {
+    return true;
+  }
+  if (evbuffer_get_length(bufferevent_get_output(connection)) > 0) {
+    return writeInLoop();
+  }
+  if (!exitOnDrain) {
+    event_base_dispatch(base);  // nothing is left to write: it only reads
+  }
+  return true;
+}
+
+// Puts a frame behind what may be left of earlier ones. Logs. The loop is not asked to write it: that
+// takes system calls, and the socket is tried first.
+bool Agent::AgentImpl::queueFrame(PACKET_TYPE type, std::string &&text) {
   PacketHeader header;
   header.type = static_cast<std::uint16_t>(type);
   header.payloadLength = static_cast<std::uint32_t>(text.size());
   const PacketHeaderBytes headerBytes = encodePacketHeader(header);
   evbuffer *output = bufferevent_get_output(connection);
+  bufferevent_disable(connection, EV_WRITE);
   if (evbuffer_add(output, headerBytes.data(), headerBytes.size()) != 0) {
     return ARVL_LOG_FALSE("evbuffer_add(header) failed");
   }
-  if (!text.empty() && !appendText(output, std::move(text))) {
+  if (!appendText(output, std::move(text))) {
     return ARVL_LOG_FALSE("evbuffer_add(payload) failed");
   }
-  // Queueing alone does not tell whether libevent had the memory to wait for the socket.
-  if (bufferevent_enable(connection, EV_WRITE) != 0) {
-    return ARVL_LOG_FALSE("bufferEvent enable failed");
-  }
-
-  exitOnDrain = exitWhenSent;
-  runLoop();
   return true;
 }
 
-// A packet of the framework's that arrives while a completion is being written stops the loop, so
-// the loop is entered again until the completion is out or the connection is lost.
-void Agent::AgentImpl::runLoop() {
+// Writes at once what the socket takes, which is a small frame whole: that spares the loop a round to
+// learn that the socket is writable, and the guard against SIGPIPE. The rest stays in the buffer. A
+// failure is reported as the loop would report it.
+void Agent::AgentImpl::offerOutput() {
+  evbuffer *output = bufferevent_get_output(connection);
+  evbuffer_iovec piece = {};
+  std::size_t taken = 0;
+  do {
+    evbuffer_peek(output, -1, nullptr, &piece, 1);
+    const ssize_t sent = send(socketFd, piece.iov_base, piece.iov_len, MSG_NOSIGNAL | MSG_DONTWAIT);
+    if (sent < 0) {
+      if (!isLeftToLoop(errno)) {
+        onEvent(connection, BEV_EVENT_WRITING | BEV_EVENT_ERROR, this);
+      }
+      return;
+    }
+    taken = static_cast<std::size_t>(sent);
+    evbuffer_unfreeze(output, 1);  // the connection lets nobody else take from the front
+    evbuffer_drain(output, taken);
+    evbuffer_freeze(output, 1);
+  } while (taken == piece.iov_len && evbuffer_get_length(output) > 0);
+}
+
+// Has the loop write the rest. A packet of the framework's that arrives while a completion is being
+// written stops the loop, so the loop is entered again until the completion is out or the connection
+// is lost. Logs.
+bool Agent::AgentImpl::writeInLoop() {
+  if (bufferevent_enable(connection, EV_WRITE) != 0) {
+    return ARVL_LOG_FALSE("bufferEvent enable failed");
+  }
   const SigpipeGuard guard;
   while (event_base_dispatch(base) == 0 && isCompletionUnwritten()) {
   }
+  if (isCompletionUnwritten()) {
+    return ARVL_LOG_FALSE("event loop failed, packet is not written");
+  }
+  return true;
 }
 
 bool Agent::AgentImpl::isCompletionUnwritten() const {
@@ -763,6 +825,14 @@ void Agent::setSummaryInfo(const SummaryInfo &info) {
 
 namespace {
 
+// A value that refers to the text, which must outlive it, unless a NUL in the text asks for a copy.
+Json::Value referTo(const std::string &text) {
+  if (text.find('\0') != std::string::npos) {
+    return text;
+  }
+  return Json::StaticString(text.c_str());
+}
+
 Json::Value describeSource(const FileInfo &source) {
   Json::Value value(Json::objectValue);
   value["path"] = source.getPath();
@@ -771,9 +841,9 @@ Json::Value describeSource(const FileInfo &source) {
 }
 
 // A transfer carries one item, though its packet has room for a list.
-Json::Value makeTransfer(const Json::Value &item) {
+Json::Value makeTransfer(Json::Value &&item) {
   Json::Value request(Json::objectValue);
-  request["data"].append(item);
+  request["data"].append(std::move(item));
   return request;
 }
 
@@ -801,14 +871,20 @@ bool readEntry(const Json::Value &entry, FileInfo &info) {
   return true;
 }
 
-// Stops at the first entry that cannot be read; those before it stay. Logs.
-bool appendEntries(const Json::Value &list, std::list<FileInfo> &entries) {
-  for (Json::ArrayIndex i = 0; i < list.size(); ++i) {
-    FileInfo info;
-    if (!readEntry(list[i], info)) {
+// Stops at the first entry that cannot be read; those before it stay. Empties the list on the way, so
+// that the memory of the entries serves the records. Logs.
+bool appendEntries(Json::Value &list, std::list<FileInfo> &entries) {
+  if (list.size() > 0) {
+    static_cast<void>(std::as_const(list)[0]);  // JsonCpp refuses what is no array
+  }
+  for (Json::Value &element : list) {
+    Json::Value entry;
+    entry.swap(element);
+    std::list<FileInfo> record(1);
+    if (!readEntry(entry, record.front())) {
       return ARVL_LOG_FALSE("JsonToFileInfo failed");
     }
-    entries.push_back(info);
+    entries.splice(entries.end(), record);
   }
   return true;
 }
@@ -900,7 +976,7 @@ bool Agent::getLanguage(std::string &language) {
 
 bool Agent::setProgress(const std::string &stage, int percentage) {
   Json::Value request(Json::objectValue);
-  request["progress_stage"] = stage;
+  request["progress_stage"] = referTo(stage);
   request["progress_percentage"] = percentage;
 
   Json::Value answer;
@@ -917,13 +993,13 @@ bool Agent::setProgress(const std::string &stage, int percentage) {
 bool Agent::download(const DownloadInfo &info) {
   Json::Value item(Json::objectValue);
   item["source"] = describeSource(info.getSource());
-  item["destination"]["path"] = info.getDestinationPath();
+  item["destination"]["path"] = referTo(info.getDestinationPath());
   item["with_metadata"] = false;
   impl_->addPercentage(item, info.getPercentage());
 
   Json::Value answer;
-  const Outcome outcome =
-      impl_->exchange(kEveryVersion, PACKET_DOWNLOAD_REQUEST, makeTransfer(item), answer);
+  const Outcome outcome = impl_->exchange(kEveryVersion, PACKET_DOWNLOAD_REQUEST,
+                                          makeTransfer(std::move(item)), answer);
   if (outcome == Outcome::kNotSent) {
     return ARVL_LOG_FALSE("send PACKET_DOWNLOAD_REQUEST packet failed");
   }
@@ -937,12 +1013,12 @@ bool Agent::upload(const UploadInfo &info) {
   Json::Value item(Json::objectValue);
   item["source"] = describeSource(info.getSource());
   item["source"]["is_temp"] = info.getSource().isTemp();
-  item["destination"]["path"] = info.getDestinationPath();
+  item["destination"]["path"] = referTo(info.getDestinationPath());
   impl_->addPercentage(item, info.getPercentage());
 
   Json::Value answer;
   const Outcome outcome =
-      impl_->exchange(kEveryVersion, PACKET_UPLOAD_REQUEST, makeTransfer(item), answer);
+      impl_->exchange(kEveryVersion, PACKET_UPLOAD_REQUEST, makeTransfer(std::move(item)), answer);
   if (outcome == Outcome::kNotSent) {
     return ARVL_LOG_FALSE("send PACKET_UPLOAD_REQUEST packet failed");
   }
@@ -960,7 +1036,7 @@ bool Agent::createDir(const std::string &dir) {
     return ARVL_LOG_FALSE("Bad param, [%s] is not abs path", dir.c_str());
   }
   Json::Value request(Json::objectValue);
-  request["path"] = dir;
+  request["path"] = referTo(dir);
 
   Json::Value answer;
   const Outcome outcome =
@@ -1004,7 +1080,7 @@ bool Agent::listDir(const std::string &path, std::list<FileInfo> &entries) {
   entries.clear();
 
   Json::Value request(Json::objectValue);
-  request["path"] = path;
+  request["path"] = referTo(path);
   for (;;) {
     if (!impl_->sendPacket(PACKET_LIST_DIR_REQUEST, request, false)) {
       return ARVL_LOG_FALSE("send PACKET_LIST_DIR_REQUEST packet failed");
@@ -1018,7 +1094,7 @@ bool Agent::listDir(const std::string &path, std::list<FileInfo> &entries) {
     if (!impl_->isGranted(page)) {
       return false;
     }
-    if (!appendEntries(page["entry_list"], entries)) {
+    if (!appendEntries(answer["entry_list"], entries)) {
       return ARVL_LOG_FALSE("parse entry_list failed");
     }
     if (page["list_complete"].asBool()) {

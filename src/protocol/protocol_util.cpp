@@ -60,22 +60,63 @@ bool hasMembers(const Json::Value &value, std::initializer_list<const char *> na
   return true;
 }
 
+// A member to be found.
+struct Wanted {
+  std::string_view name;
+  const Json::Value *&found;  // null to begin with
+};
+
+// As hasMembers, for checks that run often: finds the members in one pass over the object, where a
+// look-up of each would cost several times as much.
+bool findMembers(const Json::Value &value, std::initializer_list<Wanted> wanted) {
+  if (value.isObject()) {
+    for (auto member = value.begin(); member != value.end(); ++member) {
+      const char *end = nullptr;
+      const char *begin = member.memberName(&end);
+      const std::string_view name(begin, static_cast<std::size_t>(end - begin));
+      for (const Wanted &want : wanted) {
+        if (want.name == name) {
+          want.found = &*member;
+        }
+      }
+    }
+  }
+  for (const Wanted &want : wanted) {
+    if (want.found == nullptr) {
+      return hasMembers(value, {want.name.data()});  // which says what is wrong
+    }
+  }
+  return true;
+}
+
+bool isBool(const Json::Value &member, const char *key, const char *context) {
+  REQUIRE(member.isBool(), "[%s]: member [%s] is not boolean", context, key);
+  return true;
+}
+
+bool isString(const Json::Value &member, const char *key, const char *context) {
+  REQUIRE(member.isString(), "[%s]: member [%s] is not a string", context, key);
+  return true;
+}
+
+bool isInt(const Json::Value &member, const char *key, const char *context) {
+  REQUIRE(member.isInt(), "[%s]: member [%s] is not a int", context, key);
+  return true;
+}
+
 bool isBoolMember(const Json::Value &value, const char *key, const char *context) {
   REQUIRE(key != nullptr && context != nullptr, "bad param");
-  REQUIRE(value[key].isBool(), "[%s]: member [%s] is not boolean", context, key);
-  return true;
+  return isBool(value[key], key, context);
 }
 
 bool isStringMember(const Json::Value &value, const char *key, const char *context) {
   REQUIRE(key != nullptr && context != nullptr, "bad param");
-  REQUIRE(value[key].isString(), "[%s]: member [%s] is not a string", context, key);
-  return true;
+  return isString(value[key], key, context);
 }
 
 bool isIntMember(const Json::Value &value, const char *key, const char *context) {
   REQUIRE(key != nullptr && context != nullptr, "bad param");
-  REQUIRE(value[key].isInt(), "[%s]: member [%s] is not a int", context, key);
-  return true;
+  return isInt(value[key], key, context);
 }
 
 bool isArrayMember(const Json::Value &value, const char *key, int minimum, const char *context) {
@@ -105,11 +146,12 @@ bool isBasicResultObjectValid(const Json::Value &value) {
 
 // What the framework answers: success: bool; error: string, required of a failure.
 bool isBasicResponseObjectValid(const Json::Value &value) {
-  REQUIRE(hasMembers(value, {"success"}), "invalid result object");
-  if (!isBoolMember(value, "success", __func__)) {
+  const Json::Value *success = nullptr;
+  REQUIRE(findMembers(value, {{"success", success}}), "invalid result object");
+  if (!isBool(*success, "success", __func__)) {
     return false;
   }
-  if (isSuccess(value)) {
+  if (success->asBool()) {
     return true;
   }
   REQUIRE(value.isMember("error"), "basic fail response without key [%s]", "error");
@@ -131,30 +173,30 @@ bool isAppDataVersionValid(const Json::Value &value, const char *context) {
 }
 
 // path: absolute; nothing else of it is examined
-bool isPathMemberValid(const Json::Value &value) {
-  if (!isStringMember(value, "path", __func__)) {
+bool isPathMemberValid(const Json::Value &path) {
+  if (!isString(path, "path", __func__)) {
     return false;
   }
-  const std::string_view path = textOf(value["path"]);
-  REQUIRE(!path.empty() && path.front() == '/', "invalid [%s] not abs path [%s]", "path", path.data());
+  const std::string_view text = textOf(path);
+  REQUIRE(!text.empty() && text.front() == '/', "invalid [%s] not abs path [%s]", "path", text.data());
   return true;
 }
 
 // type: "file", "dir" or "symlink"
-bool isFTypeMemberValid(const Json::Value &value) {
-  if (!isStringMember(value, "type", __func__)) {
+bool isFTypeMemberValid(const Json::Value &type) {
+  if (!isString(type, "type", __func__)) {
     return false;
   }
-  const std::string_view type = textOf(value["type"]);
-  REQUIRE(type == "file" || type == "dir" || type == "symlink", "invalid fileType [%s]", type.data());
+  const std::string_view text = textOf(type);
+  REQUIRE(text == "file" || text == "dir" || text == "symlink", "invalid fileType [%s]", text.data());
   return true;
 }
 
 // The source of a transfer: type; path; is_temp: optional, bool
 bool isFileInfoSrcValid(const Json::Value &value) {
   REQUIRE(hasMembers(value, {"type", "path"}), "invalid fileinfo.%s", "source");
-  REQUIRE(isFTypeMemberValid(value), "invalid fileinfo.%s.%s", "source", "type");
-  REQUIRE(isPathMemberValid(value), "invalid fileinfo.%s.%s", "source", "path");
+  REQUIRE(isFTypeMemberValid(value["type"]), "invalid fileinfo.%s.%s", "source", "type");
+  REQUIRE(isPathMemberValid(value["path"]), "invalid fileinfo.%s.%s", "source", "path");
   return !value.isMember("is_temp") || isBoolMember(value, "is_temp", __func__);
 }
 
@@ -166,7 +208,7 @@ bool isFileInfoValid(const Json::Value &item) {
   }
   const Json::Value &destination = item["destination"];
   REQUIRE(hasMembers(destination, {"path"}), "invalid fileinfo.%s", "destination");
-  REQUIRE(isPathMemberValid(destination), "invalid fileinfo.%s.%s", "destination", "path");
+  REQUIRE(isPathMemberValid(destination["path"]), "invalid fileinfo.%s.%s", "destination", "path");
   return true;
 }
 
@@ -312,7 +354,7 @@ bool isDownloadResponseValid(const Json::Value &payload) {
 // path: absolute
 bool isCreateDirRequestValid(const Json::Value &payload) {
   REQUIRE(hasMembers(payload, {"path"}), "invalid create dir request object");
-  REQUIRE(isPathMemberValid(payload), "invalid create dir request: [%s]", "path");
+  REQUIRE(isPathMemberValid(payload["path"]), "invalid create dir request: [%s]", "path");
   return true;
 }
 
@@ -333,7 +375,7 @@ bool isListDirRequestValid(const Json::Value &payload) {
   const bool hasPath = payload.isMember("path");
   const bool hasToken = payload.isMember("request_id");
   REQUIRE(!hasPath || !hasToken, "invalid listDir request, assign %s and %s concurrently", "path", "request_id");
-  REQUIRE(!hasPath || isPathMemberValid(payload), "invalid %s", "path");
+  REQUIRE(!hasPath || isPathMemberValid(payload["path"]), "invalid %s", "path");
   if (hasToken && !isStringMember(payload, "request_id", __func__)) {
     return false;
   }
@@ -350,12 +392,16 @@ bool isListDirRequestValid(const Json::Value &payload) {
 
 // path: absolute; type; mtime, size: int
 bool isListDirEntryValid(const Json::Value &entry) {
-  REQUIRE(hasMembers(entry, {"path", "type", "mtime", "size"}), "invalid listDir entry");
-  if (!isIntMember(entry, "mtime", __func__) || !isIntMember(entry, "size", __func__)) {
+  const Json::Value *path = nullptr;
+  const Json::Value *type = nullptr;
+  const Json::Value *mtime = nullptr;
+  const Json::Value *size = nullptr;
+  REQUIRE(findMembers(entry, {{"path", path}, {"type", type}, {"mtime", mtime}, {"size", size}}), "invalid listDir entry");
+  if (!isInt(*mtime, "mtime", __func__) || !isInt(*size, "size", __func__)) {
     return false;
   }
-  REQUIRE(isFTypeMemberValid(entry), "invalid %s.%s", "entry_list", "type");
-  REQUIRE(isPathMemberValid(entry), "invalid %s.%s", "entry_list", "path");
+  REQUIRE(isFTypeMemberValid(*type), "invalid %s.%s", "entry_list", "type");
+  REQUIRE(isPathMemberValid(*path), "invalid %s.%s", "entry_list", "path");
   return true;
 }
 
@@ -372,9 +418,8 @@ bool isListDirResponseValid(const Json::Value &payload) {
   if (!isArrayMember(payload, "entry_list", 0, __func__) || !isBoolMember(payload, "list_complete", __func__)) {
     return false;
   }
-  const Json::Value &entries = payload["entry_list"];
-  for (Json::ArrayIndex i = 0; i < entries.size(); ++i) {
-    if (!isListDirEntryValid(entries[i])) {
+  for (const Json::Value &entry : payload["entry_list"]) {
+    if (!isListDirEntryValid(entry)) {
       return false;
     }
   }
