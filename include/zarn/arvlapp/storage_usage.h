@@ -45,7 +45,8 @@ class ZARN_EXPORT StorageUsage {
   ///
   /// Devices, FIFOs and sockets are passed over silently; other file systems mounted below are neither
   /// counted nor entered. Blocks for as long as nftw(3) takes to walk the tree; up to 512 descriptors
-  /// are open meanwhile.
+  /// are open meanwhile. A folder whose reading fails midway is
+  /// taken for read: nftw does not tell.
   ///
   /// @param path  absolute; a start that is not a directory is counted as one entry
   /// @return false, with the reason in syslog, if the path is not absolute or does not exist, or if
