@@ -90,8 +90,9 @@ int add(const DataDir &dir, const Arguments &arguments) {
 }
 
 int edit(const DataDir &dir, const Arguments &arguments) {
+  const std::int64_t id = idFrom(arguments);
   const std::string body = bodyFrom(arguments, 2);
-  Store(dir).edit(idFrom(arguments), body);
+  Store(dir).edit(id, body);
   return EXIT_SUCCESS;
 }
 
@@ -110,8 +111,9 @@ int search(const DataDir &dir, const Arguments &arguments) {
 }
 
 int show(const DataDir &dir, const Arguments &arguments) {
+  const std::int64_t id = idFrom(arguments);
   Store store(dir);
-  const Note note = store.note(idFrom(arguments));
+  const Note note = store.note(id);
   std::cout << note.title << "\nnotebook: " << note.notebook << "\ncreated: " << note.created
             << "\nupdated: " << note.updated << '\n';
   for (const Attachment &attachment : store.attachmentsOf(note.id)) {

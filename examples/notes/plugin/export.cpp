@@ -106,6 +106,8 @@ Snapshot takeSnapshot(Session &session, const DataDir &dir, const ExportScope &s
   Database live(dir.database());
   Snapshot snapshot;
   snapshot.version = exportableVersion(live);
+  // Now rather than at the end: without a version, even a failed export is complained about.
+  session.agent().setAppDataVersion(snapshot.version.major, snapshot.version.minor);
   int shown = -1;
   live.copyTo(file, [&](int done, int total) {
     const auto percentage = static_cast<int>(std::int64_t{kSnapshotPercentage} * done / total);
@@ -197,7 +199,6 @@ void exportData(Session &session, const DataDir &dir) {
   const Snapshot snapshot =
       orFail("snapshot_failed", [&] { return takeSnapshot(session, dir, scope, database); });
   uploadAll(session, dir, database, snapshot);
-  session.agent().setAppDataVersion(snapshot.version.major, snapshot.version.minor);
 }
 
 }  // namespace notes
