@@ -341,13 +341,16 @@ TEST_F(NotesExport, TakesTheSelectedNotebooksAloneAndNoTraceOfOthers) {
   notes_.output({"init"});
   writeFile(temp_.path() / "letters.txt", "abc");
   notes_.output({"add", "--notebook", "work", "Plan", "harmless"});
-  notes_.output({"add", "--notebook", "home", "Diary", "unspeakable", "--attach",
-                 temp_.path() / "letters.txt"});
+  constexpr std::size_t kDiarySize = 1000000;
+  notes_.output(
+      {"add", "--notebook", "home", "Diary", "-", "--attach", temp_.path() / "letters.txt"},
+      "unspeakable " + std::string(kDiarySize, 'x'));
   fs::remove(temp_.path() / "letters.txt");
   script_.folders = {"/work"};
   mustExport();
   EXPECT_EQ(namesIn(script_.data / "notes"), Names{"notes.db"});
   EXPECT_EQ(contentOf(stored("notes.db")).find("unspeakable"), std::string::npos);
+  EXPECT_LT(fs::file_size(stored("notes.db")), kDiarySize);
 
   fs::remove_all(notes_.dir());
   mustImport();
