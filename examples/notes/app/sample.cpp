@@ -37,7 +37,7 @@ std::string sampleBody(std::int64_t number) {
 
 std::string sampleAttachment(std::int64_t number) {
   std::mt19937 random = generator(number);
-  std::string content(1024 + random() % (63 * 1024), '\0');
+  std::string content(1024 + random() % 64512, '\0');
   for (char &byte : content) {
     byte = static_cast<char>(random() & 0xff);
   }

@@ -159,6 +159,7 @@ std::vector<AttachmentFile> attachmentFiles(Database &database,
   }
 
   std::vector<AttachmentFile> list;
+  list.reserve(files.size());
   for (const auto &[name, size] : files) {
     list.push_back({name, size});
   }

@@ -51,7 +51,7 @@ class Session {
               int percentage);
   void download(const std::string &remote, const std::filesystem::path &file, int percentage);
 
-  // The names of the regular files in a directory on the framework's side.
+  // The regular files in a directory on the framework's side.
   std::list<ZARN::ARVLAPP::FileInfo> filesIn(const std::string &remote);
 
  private:
