@@ -26,6 +26,17 @@ macro(arvl_require_libevent)
   endif()
 endmacro()
 
+# PkgConfig::SQLITE3
+macro(arvl_require_sqlite)
+  if(NOT PkgConfig_FOUND)
+    arvl_missing("pkg-config" pkg-config)
+  endif()
+  pkg_check_modules(SQLITE3 QUIET IMPORTED_TARGET GLOBAL sqlite3)
+  if(NOT SQLITE3_FOUND)
+    arvl_missing("SQLite" libsqlite3-dev)
+  endif()
+endmacro()
+
 # CLI11::CLI11
 macro(arvl_require_cli11)
   find_package(CLI11 QUIET)

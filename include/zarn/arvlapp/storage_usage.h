@@ -44,9 +44,8 @@ class ZARN_EXPORT StorageUsage {
   /// Counts a directory, itself included, and everything below it on the same file system.
   ///
   /// Devices, FIFOs and sockets are passed over silently; other file systems mounted below are neither
-  /// counted nor entered. Blocks for as long as nftw(3) takes to walk the tree; up to 512 descriptors
-  /// are open meanwhile. A folder whose reading fails midway is
-  /// taken for read: nftw does not tell.
+  /// counted nor entered. A directory whose reading fails midway is taken for read: nftw(3), which
+  /// walks the tree, does not tell. Blocks meanwhile, with up to 512 descriptors open.
   ///
   /// @param path  absolute; a start that is not a directory is counted as one entry
   /// @return false, with the reason in syslog, if the path is not absolute or does not exist, or if

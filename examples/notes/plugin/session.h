@@ -1,0 +1,69 @@
+// The framework as the steps see it: older versions are made up for, and refusals are Failures.
+#ifndef NOTES_PLUGIN_SESSION_H_
+#define NOTES_PLUGIN_SESSION_H_
+
+#include <zarn/arvlapp/agent.h>
+
+#include <list>
+#include <string>
+#include <vector>
+
+#include "app/schema.h"
+#include "plugin/texts.h"
+
+namespace notes {
+
+// Where the data lies on the framework's side.
+constexpr const char *kRemoteDir = "/notes";
+constexpr const char *kRemoteDatabase = "/notes/notes.db";
+constexpr const char *kRemoteAttachments = "/notes/attachments";
+
+// What the user wants to have exported.
+struct ExportScope {
+  bool attachments = true;
+  std::vector<std::string> notebooks;  // none: all of them
+};
+
+class Session {
+ public:
+  explicit Session(ZARN::ARVLAPP::Agent &agent) : agent_(agent) {}
+
+  ZARN::ARVLAPP::Agent &agent() { return agent_; }
+
+  // In the user's language; asked for once.
+  const Texts &texts();
+
+  ExportScope exportScope();
+
+  // The version of the data that is to be imported. It is one that migrate() can start from.
+  DataVersion importedVersion();
+
+  // Throws unless the framework still stands by the job: the last thing to do before a step that
+  // cannot be undone.
+  void requireNotCanceled();
+
+  // Shows a stage text. Nothing depends on it but cancellation, which it notices.
+  void showProgress(const char *stage, int percentage);
+
+  // The percentage is what the whole job will have reached with this file.
+  enum class Source { kStays, kTemporary };
+  void upload(const std::filesystem::path &file, const std::string &remote, Source source,
+              int percentage);
+  void download(const std::string &remote, const std::filesystem::path &file, int percentage);
+
+  // The regular files in a directory on the framework's side.
+  std::list<ZARN::ARVLAPP::FileInfo> filesIn(const std::string &remote);
+
+ private:
+  // Language, selection, configuration and progress came with this version.
+  bool hasQueries() { return agent_.isVerionNotLessThan(2, 3); }
+  bool isCanceled() { return agent_.getFrameworkMajorVersion() < 0; }
+  void requireAnswer(bool answered, const char *key, const std::string &what);
+
+  ZARN::ARVLAPP::Agent &agent_;
+  const Texts *texts_ = nullptr;
+};
+
+}  // namespace notes
+
+#endif  // NOTES_PLUGIN_SESSION_H_

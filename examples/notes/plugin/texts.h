@@ -1,0 +1,26 @@
+// What the user reads, in the languages that the plug-in knows.
+#ifndef NOTES_PLUGIN_TEXTS_H_
+#define NOTES_PLUGIN_TEXTS_H_
+
+#include <string>
+
+namespace notes {
+
+struct Texts {
+  const char *backupShort;
+  const char *backupLong;
+  const char *restoreShort;
+  const char *restoreLong;
+
+  const char *copyingDatabase;  // stages of the progress
+  const char *uploading;
+  const char *downloading;
+  const char *checking;
+};
+
+// English, unless the code is one of another language that is known here.
+const Texts &textsIn(const std::string &language);
+
+}  // namespace notes
+
+#endif  // NOTES_PLUGIN_TEXTS_H_

@@ -1,0 +1,99 @@
+// Runs programs for the tests: plainly, or as a plug-in with a framework that a script plays.
+#ifndef ARVL_TESTS_EXAMPLES_PROGRAM_RUN_H_
+#define ARVL_TESTS_EXAMPLES_PROGRAM_RUN_H_
+
+#include <json/value.h>
+#include <sys/types.h>
+#include <zarn/arvlapp/protocol_util.h>
+
+#include <cstddef>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "support/temp_dir.h"
+
+namespace arvl_test {
+
+// What the program meets when it makes a system call of this number. Each is checked in the kernel,
+// before the call has any effect.
+struct SystemCallFault {
+  enum class Kind { kNone, kKill, kRefuseExchange };
+  Kind kind = Kind::kNone;
+  long number = 0;  // kKill: SIGKILL at this call
+
+  static SystemCallFault killAt(long number) { return {Kind::kKill, number}; }
+  // renameat2 with RENAME_EXCHANGE fails with EINVAL, as on a file system that does not have it.
+  static SystemCallFault refuseExchange() { return {Kind::kRefuseExchange, 0}; }
+};
+
+struct ProgramOutcome {
+  int exitCode = -1;  // -1: ended by a signal
+  int signal = 0;
+  std::string output;
+  std::string errors;
+};
+
+ProgramOutcome runProgram(const std::vector<std::string> &command, const std::string &input = "",
+                          SystemCallFault fault = {});
+
+// A program that goes on beside the test, killed at the end. Its output is read by the line.
+class BackgroundProgram {
+ public:
+  explicit BackgroundProgram(const std::vector<std::string> &command);
+  ~BackgroundProgram();
+  BackgroundProgram(const BackgroundProgram &) = delete;
+  BackgroundProgram &operator=(const BackgroundProgram &) = delete;
+
+  std::string readLine();  // waits for it; empty at the end of the output
+  ProgramOutcome wait();   // for its end; the output that is left, no errors
+
+ private:
+  pid_t pid_ = -1;
+  int output_ = -1;
+};
+
+struct Packet {
+  ZARN::ARVLAPP::PACKET_TYPE type = ZARN::ARVLAPP::PACKET_TYPE_NONE;
+  Json::Value payload;
+};
+
+// The framework's part in one step: what it answers, and where it misbehaves.
+struct FrameworkScript {
+  std::string version = "2.3";
+  std::string language = "enu";
+  std::vector<std::string> folders;
+  Json::Value exportConfig;
+  std::string appDataVersion = "1.1";
+  std::filesystem::path data;   // uploads to "/x" go to data/"x", downloads come from there
+  std::size_t pageSize = 1000;  // of a listing
+
+  std::map<int, std::string> refusals;            // by type of request: the error text
+  std::function<void(const Packet &)> onRequest;  // before the answer
+  std::optional<std::size_t> closeAt;             // instead of answering this request, from 0
+  std::optional<std::size_t> killAt;              // likewise: the plug-in gets SIGKILL
+  SystemCallFault fault;
+};
+
+struct StepOutcome {
+  std::vector<Packet> requests;
+  std::optional<Packet> completion;
+  int exitCode = -1;
+  int signal = 0;
+  std::string errors;
+
+  std::vector<ZARN::ARVLAPP::PACKET_TYPE> requestTypes() const;
+  bool succeeded() const;
+  std::string errorKey() const;  // "section.key" of a failure; empty without one
+};
+
+// Runs the executable with -f and -v, the environment as it is, until it ends. Each request must
+// satisfy its rule; one that does not fails the test.
+StepOutcome runStep(const std::filesystem::path &executable, const FrameworkScript &script);
+
+}  // namespace arvl_test
+
+#endif  // ARVL_TESTS_EXAMPLES_PROGRAM_RUN_H_
