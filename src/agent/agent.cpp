@@ -26,6 +26,7 @@
 #include <utility>
 
 #include "agent/sigpipe_guard.h"
+#include "protocol/json_members.h"
 #include "protocol/json_text.h"
 #include "protocol/packet_frame.h"
 #include "util/log.h"
@@ -858,25 +859,30 @@ Json::Value makeTransfer(Json::Value &&item) {
 
 // Logs why the record cannot be made.
 bool readEntry(const Json::Value &entry, FileInfo &info) {
-  info.setPath(entry["path"].asString());
+  const Json::Value *path = &entry["path"];  // JsonCpp refuses an entry that is no object
+  const Json::Value *type = &Json::Value::nullSingleton();
+  const Json::Value *size = type;
+  const Json::Value *mtime = type;
+  findMembers(entry, {{"type", type}, {"size", size}, {"mtime", mtime}});
 
-  const std::string type = entry["type"].asString();
-  if (type == "dir") {
+  info.setPath(path->asString());
+  const std::string typeText = type->asString();
+  if (typeText == "dir") {
     info.setDirType();
-  } else if (type == "file") {
+  } else if (typeText == "file") {
     info.setRegType();
   } else {
     // clang-format off
-    return ARVL_LOG_FALSE("Error: path [%s] is not support file type [%s]", info.getPath().c_str(), type.c_str());
+    return ARVL_LOG_FALSE("Error: path [%s] is not support file type [%s]", info.getPath().c_str(), typeText.c_str());
     // clang-format on
   }
 
-  const long size = entry["size"].asInt64();
-  if (size < 0) {
-    return ARVL_LOG_FALSE("Error: size is negative [%ld]", size);
+  const long sizeByte = size->asInt64();
+  if (sizeByte < 0) {
+    return ARVL_LOG_FALSE("Error: size is negative [%ld]", sizeByte);
   }
-  info.setSizeByte(size);
-  info.setMtime(entry["mtime"].asInt64());
+  info.setSizeByte(sizeByte);
+  info.setMtime(mtime->asInt64());
   return true;
 }
 

@@ -17,6 +17,7 @@
 #include <initializer_list>
 #include <string_view>
 
+#include "protocol/json_members.h"
 #include "util/log.h"
 
 namespace ZARN {
@@ -61,31 +62,12 @@ bool hasMembers(const Json::Value &value, std::initializer_list<const char *> na
   return true;
 }
 
-// A member to be found.
-struct Wanted {
-  std::string_view name;
-  const Json::Value *&found;  // null to begin with
-};
-
-// As hasMembers, for checks that run often: finds the members in one pass over the object, where a
-// look-up of each would cost several times as much.
-bool findMembers(const Json::Value &value, std::initializer_list<Wanted> wanted) {
-  if (value.isObject()) {
-    for (auto member = value.begin(); member != value.end(); ++member) {
-      const char *end = nullptr;
-      const char *begin = member.memberName(&end);
-      const std::string_view name(begin, static_cast<std::size_t>(end - begin));
-      for (const Wanted &want : wanted) {
-        if (want.name == name) {
-          want.found = &*member;
-        }
-      }
-    }
-  }
-  for (const Wanted &want : wanted) {
-    if (want.found == nullptr) {
-      return hasMembers(value, {want.name.data()});  // which says what is wrong
-    }
+// The same, and finds them, for checks that run often.
+bool hasMembers(const Json::Value &value, std::initializer_list<WantedMember> wanted) {
+  REQUIRE(value.isObject(), "not a object");
+  findMembers(value, wanted);
+  for (const WantedMember &want : wanted) {
+    REQUIRE(want.found != nullptr, "no member [%s]", want.name.data());
   }
   return true;
 }
@@ -148,7 +130,7 @@ bool isBasicResultObjectValid(const Json::Value &value) {
 // What the framework answers: success: bool; error: string, required of a failure.
 bool isBasicResponseObjectValid(const Json::Value &value) {
   const Json::Value *success = nullptr;
-  REQUIRE(findMembers(value, {{"success", success}}), "invalid result object");
+  REQUIRE(hasMembers(value, {{"success", success}}), "invalid result object");
   if (!isBool(*success, "success", __func__)) {
     return false;
   }
@@ -397,7 +379,7 @@ bool isListDirEntryValid(const Json::Value &entry) {
   const Json::Value *type = nullptr;
   const Json::Value *mtime = nullptr;
   const Json::Value *size = nullptr;
-  REQUIRE(findMembers(entry, {{"path", path}, {"type", type}, {"mtime", mtime}, {"size", size}}), "invalid listDir entry");
+  REQUIRE(hasMembers(entry, {{"path", path}, {"type", type}, {"mtime", mtime}, {"size", size}}), "invalid listDir entry");
   if (!isInt(*mtime, "mtime", __func__) || !isInt(*size, "size", __func__)) {
     return false;
   }
