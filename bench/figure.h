@@ -41,7 +41,8 @@ struct Figure {
   std::function<PeakMemory()> measurePeak;  // empty: memory is of no interest
 };
 
-Figure makeRoundTrip();         // setProgress
+Figure makeRoundTrip();         // setProgress, both ends on one processor
+Figure makeRoundTripOnTwo();    // each on its own
 Figure makeListingOfPages();    // listDir: pages of 1,000 entries
 Figure makeListingOfBigPage();  // listDir: one page near 32 MiB
 Figure makeBigRequest();        // setProgress with 32 MiB

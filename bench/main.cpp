@@ -1,6 +1,7 @@
 // What the library costs, each figure beside its bare neighbour in the same run:
 //
-//   setProgress, round trip         write and read of the same bytes
+//   setProgress, one processor      write and read of the same bytes
+//   setProgress, two processors     the same
 //   listDir, page of 1,000 entries  Json::Reader on the same text, and reading the same members
 //   listDir, page of 32 MiB         the same
 //   setProgress, 32 MiB out         Json::FastWriter and write
@@ -70,9 +71,9 @@ int run(int argc, char **argv) {
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
     return EXIT_FAILURE;
   }
-  const Figure figures[] = {makeRoundTrip(),  makeListingOfPages(), makeListingOfBigPage(),
-                            makeBigRequest(), makeWalk(),           makeWalkByDu(),
-                            makeStartUp()};
+  const Figure figures[] = {makeRoundTrip(),        makeRoundTripOnTwo(), makeListingOfPages(),
+                            makeListingOfBigPage(), makeBigRequest(),     makeWalk(),
+                            makeWalkByDu(),         makeStartUp()};
   // Memory comes first: a forked child counts what this process holds as its own.
   TableReporter table;
   for (const Figure &figure : figures) {
