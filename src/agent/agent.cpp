@@ -227,7 +227,7 @@ int modeOf(const std::string &pluginName) {
 }  // namespace
 
 bool Agent::AgentImpl::parseArgv(int argc, char **argv) {
-  if (argc < 1 || argv == nullptr) {
+  if (argc < 1 || argv == nullptr || argv[0] == nullptr) {
     return ARVL_LOG_FALSE("bad param %d", argc);
   }
   // The name is there before mode and descriptor are.
@@ -317,7 +317,8 @@ bool Agent::AgentImpl::connectionInit() {
 
 // Sends one packet and runs the loop: for a request until a packet has been received, for a
 // completion until it has been written out. Logs. True once the packet is under way, whatever came of
-// it; a lost connection shows in recvPacket.
+// it; a lost connection shows in recvPacket. False as well for a packet whose writing could not be
+// waited for, and for a completion that a failing loop left unwritten.
 bool Agent::AgentImpl::sendPacket(PACKET_TYPE type, const Json::Value &payload, bool exitWhenSent) {
   if (canceled) {
     return ARVL_LOG_FALSE("User canceled, skip sendPacket");
@@ -384,7 +385,7 @@ void Agent::AgentImpl::offerOutput() {
     evbuffer_unfreeze(output, 1);  // the connection lets nobody else take from the front
     evbuffer_drain(output, taken);
     evbuffer_freeze(output, 1);
-  } while (taken == piece.iov_len && evbuffer_get_length(output) > 0);
+  } while (taken > 0 && taken == piece.iov_len && evbuffer_get_length(output) > 0);
 }
 
 // Has the loop write the rest. A packet of the framework's that arrives while a completion is being

@@ -401,8 +401,10 @@ bool isListDirResponseValid(const Json::Value &payload) {
   if (!isArrayMember(payload, "entry_list", 0, __func__) || !isBoolMember(payload, "list_complete", __func__)) {
     return false;
   }
-  for (const Json::Value &entry : payload["entry_list"]) {
-    if (!isListDirEntryValid(entry)) {
+  const Json::Value &entries = payload["entry_list"];
+  Json::ArrayIndex index = 0;  // iterating costs less than look-ups by index, and skips what is not there
+  for (auto entry = entries.begin(); entry != entries.end(); ++entry, ++index) {
+    if (!isListDirEntryValid(entry.index() == index ? *entry : Json::Value::nullSingleton())) {
       return false;
     }
   }

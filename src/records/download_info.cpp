@@ -14,7 +14,9 @@ DownloadInfo::DownloadInfo(const DownloadInfo &other) : DownloadInfo() {
 }
 
 DownloadInfo &DownloadInfo::operator=(const DownloadInfo &other) {
-  *impl_ = *other.impl_;
+  if (this != &other) {
+    *impl_ = *other.impl_;
+  }
   return *this;
 }
 

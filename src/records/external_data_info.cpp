@@ -18,7 +18,9 @@ ExternalDataInfo::ExternalDataInfo(const ExternalDataInfo &other) : ExternalData
 }
 
 ExternalDataInfo &ExternalDataInfo::operator=(const ExternalDataInfo &other) {
-  *impl_ = *other.impl_;
+  if (this != &other) {
+    *impl_ = *other.impl_;
+  }
   return *this;
 }
 

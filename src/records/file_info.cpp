@@ -24,7 +24,9 @@ FileInfo::FileInfo(const FileInfo &other) : FileInfo() {
 }
 
 FileInfo &FileInfo::operator=(const FileInfo &other) {
-  *impl_ = *other.impl_;
+  if (this != &other) {
+    *impl_ = *other.impl_;
+  }
   return *this;
 }
 

@@ -42,7 +42,9 @@ SelectedSourceInfo::SelectedSourceInfo(const SelectedSourceInfo &other) : Select
 }
 
 SelectedSourceInfo &SelectedSourceInfo::operator=(const SelectedSourceInfo &other) {
-  *impl_ = *other.impl_;
+  if (this != &other) {
+    *impl_ = *other.impl_;
+  }
   return *this;
 }
 

@@ -102,7 +102,9 @@ StorageUsage::StorageUsage(const StorageUsage &other) : StorageUsage() {
 }
 
 StorageUsage &StorageUsage::operator=(const StorageUsage &other) {
-  *impl_ = *other.impl_;
+  if (this != &other) {
+    *impl_ = *other.impl_;
+  }
   return *this;
 }
 

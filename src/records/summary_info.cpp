@@ -17,7 +17,9 @@ SummaryInfo::SummaryInfo(const SummaryInfo &other) : SummaryInfo() {
 }
 
 SummaryInfo &SummaryInfo::operator=(const SummaryInfo &other) {
-  *impl_ = *other.impl_;
+  if (this != &other) {
+    *impl_ = *other.impl_;
+  }
   return *this;
 }
 

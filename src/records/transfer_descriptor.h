@@ -17,10 +17,8 @@ struct TransferDescriptor {
 
   // The percentage belongs to the one transfer it was set for: an assignment leaves it alone.
   TransferDescriptor &operator=(const TransferDescriptor &other) {
-    if (this != &other) {
-      destinationPath = other.destinationPath;
-      source = other.source;
-    }
+    destinationPath = other.destinationPath;
+    source = other.source;
     return *this;
   }
 

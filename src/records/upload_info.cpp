@@ -14,7 +14,9 @@ UploadInfo::UploadInfo(const UploadInfo &other) : UploadInfo() {
 }
 
 UploadInfo &UploadInfo::operator=(const UploadInfo &other) {
-  *impl_ = *other.impl_;
+  if (this != &other) {
+    *impl_ = *other.impl_;
+  }
   return *this;
 }
 

@@ -61,6 +61,9 @@ TEST(AgentInit, RefusesACommandLineThatIsNone) {
   EXPECT_EQ(log.take(), (LogLines{"agent.cpp: bad param 0", "agent.cpp: invalid arg"}));
   EXPECT_FALSE(agent.init(-3, line.argv()));
   EXPECT_EQ(log.take(), (LogLines{"agent.cpp: bad param -3", "agent.cpp: invalid arg"}));
+  char *nameless[] = {nullptr};
+  EXPECT_FALSE(agent.init(1, nameless));
+  EXPECT_EQ(log.take(), (LogLines{"agent.cpp: bad param 1", "agent.cpp: invalid arg"}));
   EXPECT_FALSE(agent.init(1, nullptr));
   EXPECT_EQ(log.take(), (LogLines{"agent.cpp: bad param 1", "agent.cpp: invalid arg"}));
 }

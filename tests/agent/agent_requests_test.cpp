@@ -1,8 +1,7 @@
 // The eleven requests: the bytes of each, what each makes of an answer, and the error state after it.
 
 #include <gtest/gtest.h>
-#include <json/value.h>
-#include <json/writer.h>
+#include <json/json.h>
 
 #include <functional>
 #include <list>
@@ -250,6 +249,8 @@ TEST_P(EveryRequest, FailsWhenTheFrameworkLeavesInTheMiddleAndAtOnceAfterwards) 
   EXPECT_EQ(exchange.agent.getErrno(), 1);
 
   EXPECT_FALSE(operation().call(exchange.agent));
+  EXPECT_EQ(exchange.agent.getErrno(), 1);
+  EXPECT_EQ(exchange.agent.getErrorString(), "");
   if (std::string(operation().name) == "getAppDataVersion") {
     EXPECT_EQ(exchange.log.take(), LogLines{}) << "the one that is silent";
   } else {
@@ -397,8 +398,12 @@ TEST(GetSelectedSource, FailsLikeTheOthersOtherwise) {
   Exchange exchange;
   exchange.answer(19, R"({"success":false,"error":"x"})");
   EXPECT_FALSE(exchange.agent.getSelectedSource(source));
-  LogLines log2 = exchange.log.take();
-  EXPECT_EQ(log2.back(), "agent.cpp: failed to parse getSelectedSource output");
+  EXPECT_EQ(
+      exchange.log.take(),
+      (LogLines{"protocol_util.cpp: [isSelectedSourceResponseValid]: member [backup_folders] is "
+                "not a string",
+                "protocol_util.cpp: folder is not array", "agent.cpp: invalid packet [19]",
+                "agent.cpp: failed to parse getSelectedSource output"}));
   EXPECT_EQ(exchange.agent.getErrno(), 0);
   exchange.answer(26, R"({"success":true})");
   EXPECT_FALSE(exchange.agent.getSelectedSource(source));
@@ -518,6 +523,8 @@ TEST(CreateDir, RefusesAPathThatIsNotAbsoluteItself) {
   EXPECT_EQ(exchange.log.take(),
             lines({"Bad param, [] is not abs path", "Bad param, [data/x] is not abs path"}));
   EXPECT_EQ(exchange.agent.getErrno(), 0);
+  EXPECT_FALSE(Agent().createDir("data/x"));
+  EXPECT_EQ(exchange.log.take(), lines({"Error: not initialized"}));
   for (const char *path : {"/", "/a/../b", "//x"}) {
     exchange.answer(17, R"({"success":true,"request":{"path":"/"}})");
     EXPECT_TRUE(exchange.agent.createDir(path));
@@ -549,9 +556,19 @@ TEST(GetExternalHandleResult, AppendsTheRecordsInOrder) {
                   R"({"success":true,"export_result":{"success":true,"app_data_version":"1.0"},)"
                   R"("external_handler_result":[]})");
   EXPECT_FALSE(exchange.agent.getExternalHandleResult(results));
-  EXPECT_EQ(exchange.log.take().back(),
-            "agent.cpp: failed to parse getExternalHandleResult output");
+  EXPECT_EQ(exchange.log.take(),
+            (LogLines{"protocol_util.cpp: [isExternalHandlerResultValid] error: length of array "
+                      "[external_handler_result][0] is less than 1",
+                      "protocol_util.cpp: invalid external handler result",
+                      "agent.cpp: invalid packet [14]",
+                      "agent.cpp: failed to parse getExternalHandleResult output"}));
   EXPECT_EQ(results.size(), 3u);
+
+  exchange.answer(14, R"({"success":false,"error":"no export"})");
+  EXPECT_FALSE(exchange.agent.getExternalHandleResult(results));
+  EXPECT_EQ(results.size(), 3u);
+  EXPECT_EQ(exchange.agent.getErrno(), 2);
+  EXPECT_EQ(exchange.agent.getErrorString(), "no export");
 }
 
 // ---- Listings.
@@ -719,6 +736,15 @@ TEST(ListDir, TakesAnyPacketForAPage) {
   EXPECT_FALSE(exchange.agent.listDir("/d", entries));
   EXPECT_EQ(exchange.agent.getErrno(), 2);
   EXPECT_EQ(exchange.agent.getErrorString(), "");
+}
+
+TEST(ListDir, LetsOutTheConversionErrorOfAForeignPacket) {
+  Exchange exchange;
+  std::list<FileInfo> entries;
+  exchange.answer(26, R"({"success":true,"entry_list":{"a":1},"list_complete":true})");
+  EXPECT_THROW(exchange.agent.listDir("/d", entries), Json::LogicError);
+  exchange.answer(8, page(entry("/a", "file"), kLast));
+  EXPECT_TRUE(exchange.agent.listDir("/d", entries));
 }
 
 TEST(ListDir, LeavesTheEntriesAloneOnlyBeforeInit) {

@@ -444,6 +444,17 @@ TEST(Arrays, AreReadByIndexThoughTheyBeSparse) {
             {"",
              Verdict::kInvalid,
              {"not a object", "invalid resp_file_info obj", "error: invalid data[0]"}});
+
+  Json::Value page =
+      parseJson(R"({"success":true,"request":{"path":"/"},"list_complete":true,"entry_list":[]})");
+  page["entry_list"][1] = parseJson(R"({"path":"/a","type":"file","mtime":1,"size":1})");
+  checkRule(PACKET_LIST_DIR_RESPONSE, page,
+            {"", Verdict::kInvalid, {"not a object", "invalid listDir entry"}});
+
+  Json::Value sources = parseJson(R"({"success":true,"backup_folders":[],"backup_apps":[]})");
+  sources["backup_folders"][1] = parseJson(R"({"object":"a"})");
+  checkRule(PACKET_SELECTED_SOURCE_RESPONSE, sources,
+            {"", Verdict::kInvalid, {"not a object", "error: [backup_folders] invalid object"}});
 }
 
 }  // namespace

@@ -40,6 +40,15 @@ TEST(ExternalDataInfo, ReplacesAllFieldsEachTime) {
   EXPECT_TRUE(data.getExternalHandleResult().isNull());
 }
 
+TEST(ExternalDataInfo, KeepsItsResultWhereItIsWhenAssignedToItself) {
+  ExternalDataInfo data;
+  data.setExternalHandleJson(parseJson(R"({"result":{"a":1}})"));
+  const Json::Value &member = data.getExternalHandleResult()["a"];
+  const ExternalDataInfo &same = data;
+  data = same;
+  EXPECT_EQ(&data.getExternalHandleResult()["a"], &member);
+}
+
 TEST(ExternalDataInfo, LetsAConversionErrorOut) {
   ExternalDataInfo data;
   data.setExternalHandleJson(parseJson(R"({"handler":"h","handler_type":"t","result":1})"));

@@ -43,8 +43,10 @@ namespace ARVLAPP {
 /// @endcode
 ///
 /// Failure is reported by return values: false, or -1 for a number that is not available. Each
-/// failure leaves its reason in syslog, at LOG_ERR. Nothing here throws, but for want of memory
-/// (std::bad_alloc).
+/// failure leaves its reason in syslog, at LOG_ERR; only a refusal by the framework (see
+/// getErrorString) and, after cancellation, getAppDataVersion and the version getters are silent.
+/// Nothing here throws, but for want of memory (std::bad_alloc) and, in listDir alone, for an odd
+/// answer of a foreign type.
 ///
 /// Cancellation: the framework cancels a plug-in by closing the socket. The exchange that meets the
 /// close fails, and from then on every exchange fails at once, the version getters return -1,
@@ -142,7 +144,7 @@ class ZARN_EXPORT Agent {
   /// @return true when the framework answered and granted the request. Otherwise false with
   ///         - error number 2 and the framework's text, if it refused;
   ///         - error number 3, if its version is below the one given; nothing is sent then;
-  ///         - error number 1, if the connection was lost in this call;
+  ///         - error number 1, if the connection was lost in this call or before;
   ///         - the error state as it was, if init has not succeeded, the answer broke the protocol or
   ///           an argument is not acceptable. The reason is in syslog (a refusal alone is not).
   ///         An argument to be filled is written only on success, unless said otherwise.
@@ -167,12 +169,12 @@ class ZARN_EXPORT Agent {
   /// @param config  any JSON value, null included
   bool getExportConfig(Json::Value &config);
 
-  /// Fetches the code of the user's language, such as "enu". Since framework 2.3.
+  /// Fetches the language setting, such as "enu". Since framework 2.3.
   bool getLanguage(std::string &language);
 
   /// Tells how far the step has come. Since framework 2.3.
   ///
-  /// @param stage       any text, shown to the user
+  /// @param stage       any text; its meaning is between framework and plug-in
   /// @param percentage  of the whole step; sent as given, but a framework refuses what is not
   ///                    within 0 to 100
   bool setProgress(const std::string &stage, int percentage);
@@ -203,6 +205,8 @@ class ZARN_EXPORT Agent {
   /// @param path     as the framework names it
   /// @param entries  emptied first, unless init has not succeeded; on failure it holds what had been
   ///                 read before
+  /// @throws Json::LogicError from JsonCpp, when a packet of another type comes in place of a page and
+  ///         holds a member of a type that cannot be read; entries keeps what had been read
   bool listDir(const std::string &path, std::list<FileInfo> &entries);
 
  private:

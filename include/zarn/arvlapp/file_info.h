@@ -18,7 +18,7 @@ namespace ARVLAPP {
 /// | size  | -1      | bytes; -1: not known                                                 |
 /// | path  | empty   | as the framework names it; for an upload's source, a local path      |
 /// | type  | none    | regular file, directory or symbolic link                             |
-/// | temp  | false   | a temporary file: the framework moves it away instead of copying it  |
+/// | temp  | false   | a temporary file; sent with an upload                                |
 ///
 /// Agent::listDir fills all but temp; a transfer sends path and type, an upload temp as well. No
 /// setter checks its argument.

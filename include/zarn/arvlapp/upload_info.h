@@ -16,7 +16,7 @@ namespace ARVLAPP {
 /// | field       | default            | meaning                                               |
 /// |-------------|--------------------|-------------------------------------------------------|
 /// | destination | empty              | path on the framework's side                          |
-/// | source      | default FileInfo   | the local file; its temp flag has it moved            |
+/// | source      | default FileInfo   | the local file; its temp flag is sent along           |
 /// | percentage  | -1                 | progress of the whole job; sent when it is above 0    |
 ///
 /// No setter checks its argument: the framework judges the request. The percentage is sent to
