@@ -8,6 +8,7 @@
 #include <iostream>
 
 #include "step_command.h"
+#include "trace_command.h"
 
 namespace {
 
@@ -18,10 +19,11 @@ int run(int argc, char **argv) {
   app.set_version_flag("--version", "arvl-host " ARVL_VERSION);
   app.require_subcommand(1);
   const std::function<int()> step = arvl_host::addStepCommand(app);
+  const std::function<int()> trace = arvl_host::addTraceCommand(app);
 
   try {
     app.parse(argc, argv);
-    return step();
+    return app.got_subcommand("step") ? step() : trace();
   } catch (const CLI::ParseError &error) {
     return app.exit(error) == 0 ? 0 : kUsageError;  // 0: help or version was asked for
   } catch (const std::exception &error) {

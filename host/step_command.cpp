@@ -19,6 +19,8 @@
 #include "step_runner.h"
 #include "store.h"
 #include "trace/trace_text.h"
+#include "trace/trace_writer.h"
+#include "tracing_listener.h"
 #include "zarn/arvlapp/agent.h"
 
 namespace arvl_host {
@@ -38,6 +40,8 @@ struct StepOptions {
   std::string exportConfigFile;
   std::string exportResultFile;
   std::string storeDir;
+  std::string traceFile;
+  bool traceFull = false;
   FrameworkValues values;
 };
 
@@ -138,6 +142,19 @@ void showProgress(const std::string &stage, int percentage) {
   std::cout << "[progress] " << percentage << " % " << visibleText(stage) << '\n' << std::flush;
 }
 
+void openTrace(const StepOptions &options, TraceWriter &trace) {
+  if (options.traceFile.empty()) {
+    return;
+  }
+  TraceWriter::Options writing;
+  writing.full = options.traceFull;
+  writing.onError = [](const std::string &error) { std::cerr << "arvl-host: " << error << '\n'; };
+  std::string error;
+  if (!trace.open(options.traceFile, "arvl-host " ARVL_VERSION, writing, error)) {
+    throw std::runtime_error(error);
+  }
+}
+
 int runStepCommand(const StepOptions &options) {
   StepRequest request;
   request.step = options.step;
@@ -160,7 +177,11 @@ int runStepCommand(const StepOptions &options) {
   Framework framework(values, store ? &*store : nullptr, showProgress);
 
   Display display;
-  const StepResult result = runStep(request, framework, display);
+  TraceWriter trace;
+  openTrace(options, trace);
+  TracingListener listener(display, trace);
+  const StepResult result = runStep(request, framework, listener);
+  trace.stepEnded(outcomeText(result.outcome), exitCodeOf(result.outcome));
   printResult(options.step, result);
   return exitCodeOf(result.outcome);
 }
@@ -258,6 +279,9 @@ std::function<int()> addStepCommand(CLI::App &app) {
       ->check(CLI::Range(1, 1000000))
       ->type_name("N")
       ->capture_default_str();
+  command->add_option("--trace", options->traceFile, "Write every packet and log line to this file")
+      ->type_name("FILE");
+  command->add_flag("--trace-full", options->traceFull, "Abbreviate no payload in the trace");
   return [options] { return runStepCommand(*options); };
 }
 

@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -311,6 +312,28 @@ TEST_F(Minimal, IsBackedUpAndRestored) {
   struct stat status;
   ASSERT_EQ(stat(at("target/source/a file").c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 07777, 0640u);
+}
+
+TEST_F(Minimal, IsTraced) {
+  const Ended ended = step("export", {"--store", at("store"), "--trace", at("trace")});
+  EXPECT_EQ(ended.status, 0);
+  const Ended shown = run({ARVL_HOST, "trace", at("trace")});
+  EXPECT_EQ(shown.status, 0) << shown.err;
+  for (const char *part : {"PACKET_CREATE_DIR_REQUEST", "UPLOAD_RESPONSE", "EXPORT_COMPLETE"}) {
+    EXPECT_TRUE(holds(shown.out, part));
+  }
+  EXPECT_EQ(run({ARVL_HOST, "trace", at("trace"), "--html", at("page.html")}).status, 0);
+  std::ostringstream page;
+  page << std::ifstream(at("page.html")).rdbuf();
+  EXPECT_TRUE(holds(page.str(), "PACKET_CREATE_DIR_REQUEST"));
+
+  EXPECT_EQ(step("export", {"--trace", "/no/folder/trace"}).status, 2);
+  std::ofstream(at("trace")) << "no trace\n";
+  const Ended broken = run({ARVL_HOST, "trace", at("trace")});
+  EXPECT_EQ(broken.status, 2);
+  EXPECT_TRUE(holds(broken.err, at("trace") + ":1: "));
+  const Ended full = run({ARVL_HOST, "trace", at("result.json"), "--html", "/dev/full"});
+  EXPECT_EQ(full.status, 2);
 }
 
 TEST_F(Minimal, IsToldTheLanguage) {

@@ -1,0 +1,72 @@
+#include "trace_command.h"
+
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <stdexcept>
+#include <string>
+
+#include "trace/trace_page.h"
+#include "trace/trace_printer.h"
+#include "trace/trace_reader.h"
+
+namespace arvl_host {
+
+namespace {
+
+struct TraceOptions {
+  std::string file;
+  std::string page;
+};
+
+// A trace that cannot be read to its end is shown as far as it goes.
+int print(const TraceOptions &options) {
+  const bool colour = isatty(STDOUT_FILENO) != 0 && std::getenv("NO_COLOR") == nullptr;
+  TraceReader reader;
+  if (reader.open(options.file) && printTrace(reader, std::cout, colour)) {
+    return 0;
+  }
+  std::cout << std::flush;
+  throw std::runtime_error(reader.error());
+}
+
+int writePage(const TraceOptions &options) {
+  Trace trace;
+  std::string error;
+  const bool isWhole = readTrace(options.file, trace, error);
+  if (!isWhole && trace.records.empty()) {
+    throw std::runtime_error(error);
+  }
+  std::ofstream page(options.page);
+  writeTracePage(trace, page);
+  page.close();
+  if (!page) {
+    throw std::runtime_error("cannot write " + options.page + ": " + std::strerror(errno));
+  }
+  if (!isWhole) {
+    throw std::runtime_error(error + "; the page shows what comes before");
+  }
+  return 0;
+}
+
+}  // namespace
+
+std::function<int()> addTraceCommand(CLI::App &app) {
+  auto options = std::make_shared<TraceOptions>();
+  CLI::App *command = app.add_subcommand("trace", "Show a trace that was written with --trace");
+  command->footer("Exit codes: 0, or 2 for wrong usage and for a trace that cannot be read.\n");
+  command->add_option("file", options->file, "The trace")->required()->check(CLI::ExistingFile);
+  command
+      ->add_option("--html", options->page,
+                   "Write a page for a browser, which needs no other file, instead of text")
+      ->type_name("OUT.html");
+  return [options] { return options->page.empty() ? print(*options) : writePage(*options); };
+}
+
+}  // namespace arvl_host

@@ -1,0 +1,41 @@
+// Hands on what another listener is to see, and writes it to the trace.
+#ifndef ARVL_HOST_TRACING_LISTENER_H_
+#define ARVL_HOST_TRACING_LISTENER_H_
+
+#include "step_runner.h"
+#include "trace/trace_writer.h"
+
+namespace arvl_host {
+
+// Both have to outlive it. A writer without a file writes nothing.
+class TracingListener : public StepListener {
+ public:
+  TracingListener(StepListener &listener, TraceWriter &writer)
+      : listener_(listener), writer_(writer) {}
+
+  void onStart(const StepRequest &request, std::int64_t pid) override {
+    writer_.stepStarted(request.step, request.executable, request.frameworkVersion, pid);
+    listener_.onStart(request, pid);
+  }
+  void onLine(LogSource source, std::string_view text) override {
+    writer_.log(source, text);
+    listener_.onLine(source, text);
+  }
+  void onPacket(Side from, std::uint16_t type, std::string_view payload,
+                const Verdict &verdict) override {
+    writer_.packet(from, type, payload, verdict);
+    listener_.onPacket(from, type, payload, verdict);
+  }
+  void onGarbage(Side from, std::string_view bytes, const std::string &reason) override {
+    writer_.garbage(from, bytes, reason);
+    listener_.onGarbage(from, bytes, reason);
+  }
+
+ private:
+  StepListener &listener_;
+  TraceWriter &writer_;
+};
+
+}  // namespace arvl_host
+
+#endif  // ARVL_HOST_TRACING_LISTENER_H_
