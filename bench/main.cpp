@@ -16,6 +16,9 @@
 
 #include <benchmark/benchmark.h>
 
+#include <cstdio>
+#include <cstdlib>
+#include <iterator>
 #include <memory>
 
 #include "figure.h"
