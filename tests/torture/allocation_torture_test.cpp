@@ -45,7 +45,8 @@ void *allocate(std::size_t size) {
   return memory;
 }
 
-void release(void *memory) {
+// Not inlined into operator delete, where the compiler would miss its operator new.
+__attribute__((noinline)) void release(void *memory) {
   if (memory != nullptr) {
     --allocations.live;
     std::free(memory);
