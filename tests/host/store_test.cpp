@@ -94,6 +94,16 @@ TEST_F(StoreFolder, MovesATemporarySource) {
   EXPECT_EQ(read("store/g"), "text");
 }
 
+TEST_F(StoreFolder, MovesATemporaryTreeIntoOneThatIsThere) {
+  fs::create_directories(at("local/t/sub"));
+  write("local/t/sub/f", "new");
+  fs::create_directories(at("store/t/sub"));
+  write("store/t/sub/g", "old");
+  store_->upload(at("local/t"), FileType::kDir, true, "/t");
+  EXPECT_EQ(namesIn("store"), (Names{"t", "t/sub", "t/sub/f", "t/sub/g"}));
+  EXPECT_EQ(namesIn("local"), Names{});
+}
+
 TEST_F(StoreFolder, TakesATreeAndALinkAsItself) {
   fs::create_directories(at("local/t/sub"));
   write("local/t/sub/f\nwith a line feed", "x");
@@ -116,6 +126,60 @@ TEST_F(StoreFolder, GivesAFileAtAPathOrIntoAFolder) {
   fs::create_symlink("nowhere", at("store/l"));
   store_->download("/l", FileType::kSymlink, at("local"));
   EXPECT_EQ(fs::read_symlink(at("local/l")), "nowhere");
+}
+
+TEST_F(StoreFolder, GivesATreeWithItsModesAndTimes) {
+  fs::create_directories(at("store/t/sub"));
+  write("store/t/sub/f", "x");
+  fs::permissions(at("store/t"), fs::perms(0750));
+  const timespec times[2] = {{100, 0}, {200, 0}};
+  utimensat(AT_FDCWD, at("store/t").c_str(), times, 0);
+  store_->download("/t", FileType::kDir, at("local/copy"));
+  struct stat status;
+  ASSERT_EQ(stat(at("local/copy").c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 07777, 0750u);
+  EXPECT_EQ(status.st_mtim.tv_sec, 200);
+  EXPECT_EQ(read("local/copy/sub/f"), "x");
+}
+
+TEST_F(StoreFolder, GivesAFileOnlyToAFolderWhereOneIsMeant) {
+  write("store/f", "text");
+  EXPECT_EQ(errorOf([&] { store_->download("/f", FileType::kFile, at("local/no/")); }),
+            "\"" + at("local/no/") + "\" is not a folder");
+  EXPECT_EQ(namesIn("local"), Names{});
+}
+
+TEST_F(StoreFolder, RefusesToCopyATreeIntoItself) {
+  fs::create_directories(at("store/t/sub"));
+  EXPECT_EQ(errorOf([&] { store_->upload(at("store/t"), FileType::kDir, false, "/t/sub/t"); }),
+            "cannot copy the folder \"" + at("store/t/sub/t") + "\" into itself");
+  EXPECT_EQ(errorOf([&] { store_->upload(at("store/t"), FileType::kDir, false, "/t"); }),
+            "cannot copy the folder \"" + at("store/t") + "\" onto itself");
+}
+
+TEST_F(StoreFolder, RefusesAPathThatHoldsANul) {
+  const std::string path("/a\0b", 4);
+  const std::string error = "\"/a\\x00b\" is no path: it holds a NUL";
+  write("local/f", "x");
+  write("store/f", "x");
+  EXPECT_EQ(errorOf([&] { store_->createDir(path); }), error);
+  EXPECT_EQ(errorOf([&] { store_->list(path); }), error);
+  EXPECT_EQ(errorOf([&] { store_->upload(at("local/f"), FileType::kFile, false, path); }), error);
+  EXPECT_EQ(errorOf([&] { store_->upload(path, FileType::kFile, false, "/g"); }), error);
+  EXPECT_EQ(errorOf([&] { store_->download(path, FileType::kFile, at("local")); }), error);
+  EXPECT_EQ(errorOf([&] { store_->download("/f", FileType::kFile, path); }), error);
+  EXPECT_EQ(namesIn("store"), Names{"f"});
+}
+
+TEST_F(StoreFolder, TransfersNothingOnceCanceled) {
+  write("local/f", "x");
+  write("store/g", "x");
+  store_->cancel();
+  const std::string error = "the transfer has been canceled";
+  EXPECT_EQ(errorOf([&] { store_->upload(at("local/f"), FileType::kFile, false, "/f"); }), error);
+  EXPECT_EQ(errorOf([&] { store_->download("/g", FileType::kFile, at("local")); }), error);
+  EXPECT_EQ(namesIn("store"), Names{"g"});
+  EXPECT_EQ(namesIn("local"), Names{"f"});
 }
 
 TEST_F(StoreFolder, MakesFoldersWithTheirParents) {
