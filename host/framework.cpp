@@ -101,7 +101,7 @@ Json::Value makeExportResult(const Json::Value &content) {
   return answer;
 }
 
-Framework::Framework(FrameworkValues values, const Store *store, Progress progress)
+Framework::Framework(FrameworkValues values, Store *store, Progress progress)
     : values_(std::move(values)), store_(store), progress_(std::move(progress)) {}
 
 std::optional<Json::Value> Framework::answer(PACKET_TYPE request, const Json::Value &payload) {
@@ -130,6 +130,12 @@ std::optional<Json::Value> Framework::answer(PACKET_TYPE request, const Json::Va
       return answer;
     default:
       return std::nullopt;
+  }
+}
+
+void Framework::cancel() {
+  if (store_ != nullptr) {
+    store_->cancel();
   }
 }
 

@@ -35,10 +35,11 @@ class Framework : public RequestServer {
   using Progress = std::function<void(const std::string &stage, int percentage)>;
 
   // store may be null: requests for files are then denied. It has to outlive this.
-  Framework(FrameworkValues values, const Store *store, Progress progress);
+  Framework(FrameworkValues values, Store *store, Progress progress);
 
   std::optional<Json::Value> answer(ZARN::ARVLAPP::PACKET_TYPE request,
                                     const Json::Value &payload) override;
+  void cancel() override;
 
  private:
   using TransferItem = std::function<void(const Json::Value &item)>;
@@ -64,7 +65,7 @@ class Framework : public RequestServer {
   const Store &store() const;
 
   FrameworkValues values_;
-  const Store *store_;
+  Store *store_;
   Progress progress_;
   std::deque<Listing> listings_;  // oldest first
   std::size_t tokens_ = 0;
