@@ -127,7 +127,8 @@ UniqueFd Store::openInside(const std::string &path, int flags) const {
     fd.reset(static_cast<int>(syscall(SYS_openat2, root_.get(), path.c_str(), &how, sizeof how)));
   } while (!fd && errno == EAGAIN);
   if (!fd) {
-    failWith(errno, quoted(path) + " is not in the store");
+    failWith(errno, errno == ENOENT ? quoted(path) + " is not in the store"
+                                    : "cannot open " + quoted(path) + " in the store");
   }
   return fd;
 }
@@ -145,17 +146,30 @@ std::vector<StoreEntry> Store::list(const std::string &path) const {
   folder.release();
 
   std::vector<StoreEntry> entries;
-  while (const dirent *found = readdir(dir.get())) {
+  for (;;) {
+    errno = 0;
+    const dirent *found = readdir(dir.get());
+    if (found == nullptr) {
+      break;
+    }
     const std::string name = found->d_name;
     struct stat status;
-    if (name == "." || name == ".." ||
-        fstatat(fd, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
-      continue;  // gone meanwhile
+    if (name == "." || name == "..") {
+      continue;
+    }
+    if (fstatat(fd, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
+      if (errno == ENOENT) {
+        continue;  // gone meanwhile
+      }
+      break;
     }
     if (S_ISREG(status.st_mode) || S_ISDIR(status.st_mode) || S_ISLNK(status.st_mode)) {
       entries.push_back(
           {name, typeOf(status.st_mode, name), status.st_size, status.st_mtim.tv_sec});
     }
+  }
+  if (errno != 0) {
+    failWith(errno, "cannot read the folder " + quoted(path));
   }
   std::sort(entries.begin(), entries.end(),
             [](const StoreEntry &a, const StoreEntry &b) { return a.name < b.name; });
