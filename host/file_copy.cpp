@@ -26,6 +26,8 @@ namespace {
   failWith(errno, what);
 }
 
+constexpr std::size_t kChunk = 0x40000;  // bytes that are copied at once
+
 std::string quoted(const std::string &shown) {
   return "\"" + visibleText(shown) + "\"";
 }
@@ -86,22 +88,6 @@ void writeAll(int fd, const char *data, std::size_t size, const std::string &sho
   }
 }
 
-void copyBytes(int from, const std::string &shown, int to, const std::string &shownTo) {
-  std::vector<char> buffer(256 * 1024);
-  for (;;) {
-    const ssize_t size = read(from, buffer.data(), buffer.size());
-    if (size == 0) {
-      return;
-    }
-    if (size < 0 && errno != EINTR) {
-      fail("cannot read " + quoted(shown));
-    }
-    if (size > 0) {
-      writeAll(to, buffer.data(), static_cast<std::size_t>(size), shownTo);
-    }
-  }
-}
-
 void copyMetadata(const struct stat &status, int to, const std::string &shown) {
   const timespec times[2] = {status.st_atim, status.st_mtim};
   if (fchmod(to, status.st_mode & 07777) != 0 || futimens(to, times) != 0) {
@@ -117,20 +103,19 @@ struct stat examine(int fd, const std::string &shown) {
   return status;
 }
 
-std::string readLink(const Place &from) {
+std::string readLink(int link, const std::string &shown) {
   std::string target(4097, '\0');
-  const ssize_t size = readlinkat(from.folder, from.name.c_str(), target.data(), target.size());
+  const ssize_t size = readlinkat(link, "", target.data(), target.size());
   if (size < 0) {
-    fail("cannot read the link " + quoted(from.shown));
+    fail("cannot read the link " + quoted(shown));
   }
   target.resize(static_cast<std::size_t>(size));
   return target;
 }
 
-// A link is made under its own name only where nothing is there yet; else it replaces what there is, as
-// a file does.
-void copyLink(const Place &from, const Place &to) {
-  const std::string target = readLink(from);
+// By way of a temporary name, as a file: it replaces what is there.
+void copyLink(int link, const std::string &shown, const Place &to) {
+  const std::string target = readLink(link, shown);
   const std::string temporary = ".arvl-link-" + std::to_string(std::random_device()()) + ".partial";
   if (symlinkat(target.c_str(), to.folder, temporary.c_str()) != 0) {
     fail("cannot write " + quoted(to.shown));
@@ -142,61 +127,82 @@ void copyLink(const Place &from, const Place &to) {
   }
 }
 
-void copyTree(int path, const Place &from, const struct stat &status, const Place &to) {
-  if (mkdirat(to.folder, to.name.c_str(), 0700) != 0 && errno != EEXIST) {
-    fail("cannot make the folder " + quoted(to.shown));
-  }
-  UniqueFd target(
-      openat(to.folder, to.name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-  if (!target) {
-    fail("cannot write into " + quoted(to.shown));
-  }
-  const UniqueFd source = reopen(path, O_RDONLY | O_DIRECTORY, from.shown);
-  copyFolder(source.get(), from.shown, target.get(), to.shown);
-  copyMetadata(status, target.get(), to.shown);
-}
-
-}  // namespace
-
+// Opens for reading what has been examined, and no other. A file that would block is an error in place
+// of a wait: some below /proc do.
 UniqueFd reopen(int path, int flags, const std::string &shown) {
-  UniqueFd fd(open(("/proc/self/fd/" + std::to_string(path)).c_str(), flags | O_CLOEXEC));
+  UniqueFd fd(open(("/proc/self/fd/" + std::to_string(path)).c_str(),
+                   flags | O_RDONLY | O_NONBLOCK | O_CLOEXEC));
   if (!fd) {
     fail("cannot open " + quoted(shown));
   }
   return fd;
 }
 
-void copyFile(int file, const std::string &shown, const Place &to) {
-  const struct stat status = examine(file, shown);
-  TemporaryFile temporary(to);
-  copyBytes(file, shown, temporary.fd(), to.shown);
-  copyMetadata(status, temporary.fd(), to.shown);
-  temporary.commit();
+std::string below(std::string folder, const std::string &name) {
+  folder += '/';
+  folder += name;
+  return folder;
 }
 
-void copyEntry(const Place &from, const Place &to) {
-  const UniqueFd path(openat(from.folder, from.name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
-  if (!path) {
-    fail("cannot find " + quoted(from.shown));
-  }
-  const struct stat status = examine(path.get(), from.shown);
+bool isSame(const struct stat &a, const struct stat &b) {
+  return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
+}  // namespace
+
+void Copier::copy(int path, const std::string &shown, const Place &to) {
+  checkCanceled();
+  const struct stat status = examine(path, shown);
   switch (status.st_mode & S_IFMT) {
     case S_IFREG:
-      copyFile(reopen(path.get(), O_RDONLY, from.shown).get(), from.shown, to);
+      copyFile(path, shown, status, to);
       return;
     case S_IFLNK:
-      copyLink(from, to);
+      copyLink(path, shown, to);
       return;
     case S_IFDIR:
-      copyTree(path.get(), from, status, to);
+      copyTree(path, shown, status, to);
       return;
     default:
-      throw StoreError(quoted(from.shown) +
+      throw StoreError(quoted(shown) +
                        " is neither a file, a folder nor a link, and is not copied");
   }
 }
 
-void copyFolder(int from, const std::string &shown, int to, const std::string &shownTo) {
+void Copier::copyFile(int path, const std::string &shown, const struct stat &status,
+                      const Place &to) {
+  const UniqueFd file = reopen(path, 0, shown);
+  TemporaryFile temporary(to);
+  copyBytes(file.get(), shown, temporary.fd(), to.shown);
+  copyMetadata(status, temporary.fd(), to.shown);
+  temporary.commit();
+}
+
+void Copier::copyTree(int path, const std::string &shown, const struct stat &status,
+                      const Place &to) {
+  if (root_ && isSame(status, *root_)) {
+    throw StoreError("cannot copy the folder " + quoted(shown) + " into itself");
+  }
+  const UniqueFd source = reopen(path, O_DIRECTORY, shown);
+  if (mkdirat(to.folder, to.name.c_str(), 0700) != 0 && errno != EEXIST) {
+    fail("cannot make the folder " + quoted(to.shown));
+  }
+  const UniqueFd target(
+      openat(to.folder, to.name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  if (!target) {
+    fail("cannot write into " + quoted(to.shown));
+  }
+  if (!root_) {
+    root_ = examine(target.get(), to.shown);
+    if (isSame(status, *root_)) {
+      throw StoreError("cannot copy the folder " + quoted(shown) + " onto itself");
+    }
+  }
+  copyFolder(source.get(), shown, target.get(), to.shown);
+  copyMetadata(status, target.get(), to.shown);
+}
+
+void Copier::copyFolder(int from, const std::string &shown, int to, const std::string &shownTo) {
   struct Closer {
     void operator()(DIR *dir) const { closedir(dir); }
   };
@@ -216,9 +222,38 @@ void copyFolder(int from, const std::string &shown, int to, const std::string &s
       return;
     }
     const std::string name = entry->d_name;
-    if (name != "." && name != "..") {
-      copyEntry({from, name, shown + "/" + name}, {to, name, shownTo + "/" + name});
+    if (name == "." || name == "..") {
+      continue;
     }
+    const std::string inner = below(shown, name);
+    const UniqueFd path(openat(from, name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    if (!path) {
+      fail("cannot find " + quoted(inner));
+    }
+    copy(path.get(), inner, {to, name, below(shownTo, name)});
+  }
+}
+
+void Copier::copyBytes(int from, const std::string &shown, int to, const std::string &shownTo) {
+  buffer_.resize(kChunk);
+  for (;;) {
+    checkCanceled();
+    const ssize_t size = read(from, buffer_.data(), buffer_.size());
+    if (size == 0) {
+      return;
+    }
+    if (size < 0 && errno != EINTR) {
+      fail("cannot read " + quoted(shown));
+    }
+    if (size > 0) {
+      writeAll(to, buffer_.data(), static_cast<std::size_t>(size), shownTo);
+    }
+  }
+}
+
+void Copier::checkCanceled() const {
+  if (canceled_) {
+    throw StoreError("the transfer has been canceled");
   }
 }
 

@@ -1,9 +1,14 @@
-// Copies entries of the file system between two folders, by descriptor, so that nothing that is swapped
-// in meanwhile leads elsewhere.
+// Copies entries of the file system by descriptor, so that nothing that is swapped in meanwhile leads
+// elsewhere.
 #ifndef ARVL_HOST_FILE_COPY_H_
 #define ARVL_HOST_FILE_COPY_H_
 
+#include <sys/stat.h>
+
+#include <atomic>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "unique_fd.h"
 
@@ -16,19 +21,28 @@ struct Place {
   std::string shown;
 };
 
-// Copies a regular file with its mode and times, by way of a temporary name. file is open for reading.
-// Throws StoreError, as all here.
-void copyFile(int file, const std::string &shown, const Place &to);
+// Makes one copy: of a file, by way of a temporary name and with its mode and times; of a link, as
+// itself; of a whole tree, merged into one that is there. Anything else is refused unopened, and so is
+// a tree that would be copied into itself. Throws StoreError.
+class Copier {
+ public:
+  // Once canceled is true, the copy ends with an error, and no file is left half written.
+  explicit Copier(const std::atomic<bool> &canceled) : canceled_(canceled) {}
 
-// Copies whatever is there: a file, a link (as itself) or a tree. Anything else is refused unopened.
-void copyEntry(const Place &from, const Place &to);
+  // path is an O_PATH descriptor: what has been examined through it is what is copied.
+  void copy(int path, const std::string &shown, const Place &to);
 
-// Copies what a folder holds into another.
-void copyFolder(int from, const std::string &shown, int to, const std::string &shownTo);
+ private:
+  void copyFile(int path, const std::string &shown, const struct stat &status, const Place &to);
+  void copyTree(int path, const std::string &shown, const struct stat &status, const Place &to);
+  void copyFolder(int from, const std::string &shown, int to, const std::string &shownTo);
+  void copyBytes(int from, const std::string &shown, int to, const std::string &shownTo);
+  void checkCanceled() const;
 
-// Opens for reading what an O_PATH descriptor stands for: the entry that has been examined, and no
-// other.
-UniqueFd reopen(int path, int flags, const std::string &shown);
+  const std::atomic<bool> &canceled_;
+  std::optional<struct stat> root_;  // the folder that a tree is copied to
+  std::vector<char> buffer_;
+};
 
 [[noreturn]] void failWith(int error, const std::string &what);
 

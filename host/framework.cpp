@@ -5,6 +5,7 @@
 #include <limits>
 #include <utility>
 
+#include "protocol/packet_frame.h"
 #include "rule_book.h"
 #include "trace/trace_text.h"
 
@@ -32,10 +33,24 @@ bool fitsProtocol(std::int64_t number) {
          number <= std::numeric_limits<std::int32_t>::max();
 }
 
+// What a page takes of a packet at most; the rest is room for what stands around the entries.
+constexpr std::size_t kMaxPageBytes = kMaxPayloadLength - (1 << 20);
+
+// Listings that a plug-in may have open at once. One that begins more loses the oldest.
+constexpr std::size_t kMaxListings = 16;
+
+// At least what the entry takes in a page: a character that is not plain is written as \u1234.
+std::size_t jsonBytes(const std::string &path) {
+  const auto isPlain = [](char c) { return c >= ' ' && c <= '~' && c != '"' && c != '\\'; };
+  const auto plain = static_cast<std::size_t>(std::count_if(path.begin(), path.end(), isPlain));
+  return 100 + plain + 6 * (path.size() - plain);
+}
+
 // What a listing cannot say is an error that names the entry.
 void checkListable(const std::string &path, const StoreEntry &entry) {
-  const std::string shown = "\"" + visibleText(path + "/" + entry.name) + "\"";
-  if (!isUtf8(entry.name)) {
+  const std::string whole = path + "/" + entry.name;
+  const std::string shown = "\"" + visibleText(whole) + "\"";
+  if (!isUtf8(whole)) {
     throw StoreError("the name of " + shown + " is not UTF-8, and a listing cannot carry it");
   }
   if (!fitsProtocol(entry.size) || !fitsProtocol(entry.mtime)) {
@@ -86,7 +101,7 @@ Json::Value makeExportResult(const Json::Value &content) {
   return answer;
 }
 
-Framework::Framework(FrameworkValues values, const Store *store, Progress progress)
+Framework::Framework(FrameworkValues values, Store *store, Progress progress)
     : values_(std::move(values)), store_(store), progress_(std::move(progress)) {}
 
 std::optional<Json::Value> Framework::answer(PACKET_TYPE request, const Json::Value &payload) {
@@ -115,6 +130,12 @@ std::optional<Json::Value> Framework::answer(PACKET_TYPE request, const Json::Va
       return answer;
     default:
       return std::nullopt;
+  }
+}
+
+void Framework::cancel() {
+  if (store_ != nullptr) {
+    store_->cancel();
   }
 }
 
@@ -180,20 +201,31 @@ Framework::Listing Framework::beginListing(const std::string &path) const {
   return listing;
 }
 
+Framework::Listing Framework::continueListing(const std::string &token) {
+  const auto found =
+      std::find_if(listings_.begin(), listings_.end(),
+                   [&token](const Listing &listing) { return listing.token == token; });
+  if (found == listings_.end()) {
+    throw StoreError("no listing goes on with this request_id");
+  }
+  Listing listing = std::move(*found);
+  listings_.erase(found);
+  return listing;
+}
+
+void Framework::keepListing(Listing listing) {
+  if (listings_.size() == kMaxListings) {
+    listings_.pop_front();
+  }
+  listings_.push_back(std::move(listing));
+}
+
 Json::Value Framework::listDir(const Json::Value &request) {
   Json::Value answer = success();
   Listing listing;
   try {
-    if (request.isMember("path")) {
-      listing = beginListing(request["path"].asString());
-    } else {
-      const auto found = listings_.find(request["request_id"].asString());
-      if (found == listings_.end()) {
-        throw StoreError("no listing goes on with this request_id");
-      }
-      listing = std::move(found->second);
-      listings_.erase(found);
-    }
+    listing = request.isMember("path") ? beginListing(request["path"].asString())
+                                       : continueListing(request["request_id"].asString());
   } catch (const StoreError &error) {
     answer = failure(error.what());
     answer["request"] = request;
@@ -205,16 +237,24 @@ Json::Value Framework::listDir(const Json::Value &request) {
     limit = std::min<std::size_t>(limit, request["max_record"].asUInt());
   }
   const std::size_t end = std::min(listing.entries.size(), listing.next + limit);
-  answer["entry_list"] = Json::Value(Json::arrayValue);
+  std::size_t bytes = 0;
+  Json::Value entries(Json::arrayValue);
   for (; listing.next < end; ++listing.next) {
-    answer["entry_list"].append(describe(listing.path, listing.entries[listing.next]));
+    Json::Value entry = describe(listing.path, listing.entries[listing.next]);
+    bytes += jsonBytes(entry["path"].asString());
+    if (bytes > kMaxPageBytes && !entries.empty()) {
+      break;
+    }
+    entries.append(std::move(entry));
   }
+  const bool isComplete = listing.next == listing.entries.size();
+  answer["entry_list"].swap(entries);
   answer["request"] = request;
-  answer["list_complete"] = end == listing.entries.size();
-  if (end < listing.entries.size()) {
-    const std::string token = "listing-" + std::to_string(++tokens_);
-    answer["request_id"] = token;
-    listings_[token] = std::move(listing);
+  answer["list_complete"] = isComplete;
+  if (!isComplete) {
+    listing.token = "listing-" + std::to_string(++tokens_);
+    answer["request_id"] = listing.token;
+    keepListing(std::move(listing));
   }
   return answer;
 }

@@ -5,8 +5,8 @@
 #include <json/value.h>
 
 #include <cstddef>
+#include <deque>
 #include <functional>
-#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -22,7 +22,7 @@ struct FrameworkValues {
   std::vector<std::string> folders;
   std::vector<std::string> apps;
   Json::Value exportResult;     // the whole answer; null: there is none
-  std::size_t listPage = 1000;  // entries a page
+  std::size_t listPage = 1000;  // entries a page, at most
 };
 
 // Makes the answer out of what a file holds: an object with "export_result" and, optionally,
@@ -35,16 +35,18 @@ class Framework : public RequestServer {
   using Progress = std::function<void(const std::string &stage, int percentage)>;
 
   // store may be null: requests for files are then denied. It has to outlive this.
-  Framework(FrameworkValues values, const Store *store, Progress progress);
+  Framework(FrameworkValues values, Store *store, Progress progress);
 
   std::optional<Json::Value> answer(ZARN::ARVLAPP::PACKET_TYPE request,
                                     const Json::Value &payload) override;
+  void cancel() override;
 
  private:
   using TransferItem = std::function<void(const Json::Value &item)>;
 
   // A listing that has been begun, and how far it has been handed out.
   struct Listing {
+    std::string token;  // of the page that comes next
     std::string path;
     std::vector<StoreEntry> entries;
     std::size_t next = 0;
@@ -56,14 +58,16 @@ class Framework : public RequestServer {
   Json::Value createDir(const Json::Value &request) const;
   Json::Value listDir(const Json::Value &request);
   Listing beginListing(const std::string &path) const;
+  Listing continueListing(const std::string &token);
+  void keepListing(Listing listing);
   Json::Value getSelectedSource() const;
   Json::Value setProgress(const Json::Value &request) const;
   const Store &store() const;
 
   FrameworkValues values_;
-  const Store *store_;
+  Store *store_;
   Progress progress_;
-  std::map<std::string, Listing> listings_;  // by the token of the page that comes next
+  std::deque<Listing> listings_;  // oldest first
   std::size_t tokens_ = 0;
 };
 

@@ -9,10 +9,12 @@
 
 namespace arvl_host {
 
-// Environment: the number of the descriptor, a datagram socket.
+// Environment: the number of the descriptor, a datagram socket, and the number of its inode, by which a
+// plug-in that closed the one and uses its number for something else is told from one that did not.
 constexpr const char *kLogChannelVariable = "ARVL_HOST_LOG_FD";
+constexpr const char *kLogChannelInodeVariable = "ARVL_HOST_LOG_INODE";
 
-constexpr std::size_t kMaxLogRecord = 64 * 1024;
+constexpr std::size_t kMaxLogRecord = 0x10000;
 
 }  // namespace arvl_host
 

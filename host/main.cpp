@@ -1,6 +1,8 @@
 // arvl-host: a framework stand-in that runs plug-ins on a developer's machine.
 
+#include <fcntl.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <exception>
@@ -32,9 +34,23 @@ int run(int argc, char **argv) {
   }
 }
 
+// Where a standard stream is closed, the next descriptor would take its number, and its place in the
+// plug-in.
+void openStandardStreams() {
+  int fd = -1;
+  do {
+    fd = open("/dev/null", O_RDWR);
+  } while (fd >= 0 && fd <= STDERR_FILENO);
+  if (fd >= 0) {
+    close(fd);
+  }
+}
+
 }  // namespace
 
+// NOLINTNEXTLINE(bugprone-exception-escape): one while the last error is shown ends the program
 int main(int argc, char **argv) {
+  openStandardStreams();
   signal(SIGPIPE, SIG_IGN);  // a plug-in that is gone shows in the write
   return run(argc, argv);
 }

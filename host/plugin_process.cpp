@@ -4,6 +4,8 @@
 #include <linux/close_range.h>
 #include <signal.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -48,7 +50,8 @@ void makeNonBlocking(int fd) {
 }
 
 // Beside the program in the build tree, below the library folder of the same prefix when installed.
-// Empty if it is not there: syslog lines then go where they always go.
+// Empty if it is not there, or below a folder whose name the loader would take for two: syslog lines then
+// go where they always go.
 std::string findPreload() {
   std::error_code error;
   const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe", error);
@@ -56,10 +59,19 @@ std::string findPreload() {
        {program.parent_path() / kPreloadName,
         program.parent_path() / ARVL_HOST_PRELOAD_DIR / kPreloadName}) {
     if (std::filesystem::exists(candidate, error)) {
-      return std::filesystem::weakly_canonical(candidate, error);
+      const std::string path = std::filesystem::weakly_canonical(candidate, error);
+      return path.find_first_of(" :") == std::string::npos ? path : "";
     }
   }
   return "";
+}
+
+std::string inodeOf(int fd) {
+  struct stat status;
+  if (fstat(fd, &status) != 0) {
+    fail("cannot examine a descriptor");
+  }
+  return std::to_string(status.st_ino);
 }
 
 // A list that the user's own environment may have begun: ours goes first.
@@ -75,7 +87,8 @@ std::vector<std::string> makeEnvironment(int logChannel) {
     ours = {listVariable("LD_PRELOAD", preload),
             // A plug-in that was built with the address sanitizer would refuse to be preloaded.
             listVariable("ASAN_OPTIONS", "verify_asan_link_order=0"),
-            kLogChannelVariable + std::string("=") + std::to_string(logChannel)};
+            kLogChannelVariable + std::string("=") + std::to_string(logChannel),
+            kLogChannelInodeVariable + std::string("=") + inodeOf(logChannel)};
   }
 
   std::vector<std::string> environment = ours;
@@ -92,6 +105,7 @@ std::vector<std::string> makeEnvironment(int logChannel) {
 
 std::vector<char *> pointersTo(std::vector<std::string> &texts) {
   std::vector<char *> pointers;
+  pointers.reserve(texts.size() + 1);
   for (std::string &text : texts) {
     pointers.push_back(text.data());
   }
@@ -106,6 +120,25 @@ void resetSignals() {
   sigset_t none;
   sigemptyset(&none);
   sigprocmask(SIG_SETMASK, &none, nullptr);
+}
+
+// A signal that comes between fork and exec must not run the host's handlers in the child: in the child,
+// signals are held back until it has handlers of its own. Zero there.
+pid_t forkQuietly() {
+  sigset_t all;
+  sigset_t mask;
+  sigfillset(&all);
+  sigprocmask(SIG_SETMASK, &all, &mask);
+  const pid_t pid = fork();
+  if (pid != 0) {
+    const int error = errno;
+    sigprocmask(SIG_SETMASK, &mask, nullptr);
+    errno = error;
+  }
+  if (pid < 0) {
+    fail("cannot start a process");
+  }
+  return pid;
 }
 
 // In the child, between fork and exec: calls nothing that allocates. Returns only if it failed, with
@@ -142,10 +175,7 @@ PluginProcess startPlugin(const std::string &executable, const std::string &fram
   const std::vector<char *> envp = pointersTo(environment);
 
   PluginProcess plugin;
-  plugin.pid = fork();
-  if (plugin.pid < 0) {
-    fail("cannot start a process");
-  }
+  plugin.pid = forkQuietly();
   if (plugin.pid == 0) {
     becomePlugin(const_cast<char **>(argv.data()), const_cast<char **>(envp.data()),
                  pluginSocket.get(), pluginOutput.get(), pluginError.get(), pluginLog.get());
@@ -157,7 +187,12 @@ PluginProcess startPlugin(const std::string &executable, const std::string &fram
 
   pluginFailure.reset();
   int reason = 0;
-  if (read(failure.get(), &reason, sizeof reason) == sizeof reason) {
+  ssize_t size = 0;
+  do {
+    size = read(failure.get(), &reason, sizeof reason);
+  } while (size < 0 && errno == EINTR);
+  if (size == sizeof reason) {
+    waitpid(plugin.pid, nullptr, 0);
     errno = reason;
     fail("cannot run " + executable);
   }

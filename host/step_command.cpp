@@ -2,10 +2,12 @@
 
 #include <json/reader.h>
 #include <json/value.h>
+#include <syslog.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -28,7 +30,6 @@ namespace arvl_host {
 namespace {
 
 using ZARN::ARVLAPP::Agent;
-using ZARN::ARVLAPP::PACKET_TYPE;
 
 struct StepOptions {
   std::string step;
@@ -45,6 +46,13 @@ struct StepOptions {
   FrameworkValues values;
 };
 
+// As syslog's own tools spell them.
+const char *priorityName(int priority) {
+  static constexpr const char *kNames[] = {"emerg",   "alert",  "crit", "err",
+                                           "warning", "notice", "info", "debug"};
+  return kNames[LOG_PRI(priority)];
+}
+
 // What the host shows, a line at a time, each with where it comes from.
 class Display : public StepListener {
  public:
@@ -52,8 +60,12 @@ class Display : public StepListener {
     std::cout << "running " << visibleText(request.executable) << " (process " << pid
               << ", framework " << request.frameworkVersion << ")\n";
   }
-  void onLine(LogSource source, std::string_view text) override {
-    std::cout << '[' << sourceName(source) << "] " << visibleText(text) << '\n' << std::flush;
+  void onLine(const PluginLine &line) override {
+    std::cout << '[' << sourceName(line.source);
+    if (line.source == LogSource::kSyslog) {
+      std::cout << ' ' << priorityName(line.priority);
+    }
+    std::cout << "] " << visibleText(line.text) << '\n' << std::flush;
   }
   void onPacket(Side, std::uint16_t, std::string_view, const Verdict &) override {}
   void onGarbage(Side, std::string_view bytes, const std::string &reason) override {
@@ -123,7 +135,13 @@ Json::Value readJson(const std::string &file) {
   if (!stream) {
     throw std::runtime_error("cannot open " + file + ": " + std::strerror(errno));
   }
-  if (!Json::parseFromStream(Json::CharReaderBuilder(), stream, &value, &errors)) {
+  bool isJson = false;
+  try {
+    isJson = Json::parseFromStream(Json::CharReaderBuilder(), stream, &value, &errors);
+  } catch (const Json::Exception &error) {  // nested too deep
+    errors = error.what();
+  }
+  if (!isJson) {
     throw std::runtime_error(file + " is not JSON:\n" + errors);
   }
   return value;
@@ -186,6 +204,16 @@ int runStepCommand(const StepOptions &options) {
   return exitCodeOf(result.outcome);
 }
 
+// CLI::Range lets NaN pass, which is neither below nor above anything.
+std::string checkSeconds(const std::string &text) {
+  char *end = nullptr;
+  const double seconds = std::strtod(text.c_str(), &end);
+  const bool isNumber = !text.empty() && *end == '\0';
+  return isNumber && seconds >= 0.001 && seconds <= 1e6
+             ? ""
+             : "a time is a number of seconds from 0.001 to 1000000, not \"" + text + "\"";
+}
+
 std::string checkVersion(const std::string &text) {
   const std::size_t dot = text.find('.');
   const auto isNumber = [](const std::string &part) {
@@ -235,13 +263,13 @@ std::function<int()> addStepCommand(CLI::App &app) {
       ->type_name("")
       ->capture_default_str();
   command->add_option("--timeout", options->timeout, "For the whole step, in seconds")
-      ->check(CLI::Range(0.001, 1e6))
+      ->check(CLI::Validator(checkSeconds, ""))
       ->type_name("SECONDS")
       ->capture_default_str();
   command
       ->add_option("--grace", options->grace,
                    "Between closing the socket, TERM and KILL to the process group, in seconds")
-      ->check(CLI::Range(0.001, 1e6))
+      ->check(CLI::Validator(checkSeconds, ""))
       ->type_name("SECONDS")
       ->capture_default_str();
   command

@@ -1,6 +1,10 @@
 // The life of a step: running, then, once there is a reason to end it early, canceled (the socket is
 // closed), asked to end (TERM) and killed (KILL), each after a time of grace. It is over when the
 // plug-in has been reaped and its channels have been read to their end.
+//
+// One event loop hears everything and never blocks; a request that touches files is served on a thread
+// beside it. The next packet is read when the answer to the one before has been written out, so that a
+// plug-in which only asks cannot fill the memory.
 
 #include "step_runner.h"
 
@@ -18,6 +22,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <exception>
 #include <memory>
 #include <stdexcept>
 
@@ -27,6 +32,7 @@
 #include "protocol/packet_frame.h"
 #include "rule_book.h"
 #include "trace/trace_text.h"
+#include "worker.h"
 
 namespace arvl_host {
 
@@ -43,6 +49,14 @@ struct EventDeleter {
 };
 template <typename T>
 using Owned = std::unique_ptr<T, EventDeleter>;
+
+// The plug-in's end reads no frame that is larger, its header included.
+constexpr std::size_t kMaxFrame = kMaxPayloadLength;
+
+// Lines of the log channel that are read at once, before the loop looks at its other events; and more
+// than the kernel keeps of them.
+constexpr int kLogBatch = 64;
+constexpr int kLogQueue = 10000;
 
 timeval toTimeval(milliseconds time) {
   timeval value;
@@ -103,6 +117,19 @@ bool isRequest(PACKET_TYPE type) {
   }
 }
 
+// May take as long as there are files.
+bool touchesFiles(PACKET_TYPE request) {
+  switch (request) {
+    case PACKET_UPLOAD_REQUEST:
+    case PACKET_DOWNLOAD_REQUEST:
+    case PACKET_CREATE_DIR_REQUEST:
+    case PACKET_LIST_DIR_REQUEST:
+      return true;
+    default:
+      return false;
+  }
+}
+
 std::string nameOf(PACKET_TYPE type) {
   return type >= 0 && type <= PACKET_SET_PROGRESS_RESPONSE
              ? Util::packetString(type)
@@ -146,6 +173,9 @@ class StepRunner {
  public:
   StepRunner(const StepRequest &request, RequestServer &server, StepListener &listener)
       : request_(request), server_(server), listener_(listener) {}
+  ~StepRunner();
+  StepRunner(const StepRunner &) = delete;
+  StepRunner &operator=(const StepRunner &) = delete;
 
   StepResult run();
 
@@ -155,7 +185,8 @@ class StepRunner {
   template <void (StepRunner::*Handler)()>
   Owned<event> watch(int fd, short what) {
     const auto callback = [](evutil_socket_t, short, void *self) {
-      (static_cast<StepRunner *>(self)->*Handler)();
+      auto *runner = static_cast<StepRunner *>(self);
+      runner->guard([runner] { (runner->*Handler)(); });
     };
     Owned<event> watcher(event_new(base_.get(), fd, what, callback, this));
     if (watcher == nullptr) {
@@ -164,22 +195,41 @@ class StepRunner {
     return watcher;
   }
   void connect();
+  // No exception may cross the event loop: it ends the loop, and run() throws it again.
+  template <typename Function>
+  void guard(Function function) noexcept {
+    try {
+      function();
+    } catch (...) {
+      failure_ = std::current_exception();
+      event_base_loopbreak(base_.get());
+    }
+  }
 
   // ---- The socket.
   void readPackets();
+  bool isAnswering() const;
   bool readPacket(evbuffer *input);
   void handlePacket(PACKET_TYPE type, const std::string &text);
-  void handleRequest(PACKET_TYPE type, const Json::Value &payload);
   void handleCompletion(PACKET_TYPE type, const Json::Value &payload);
   void send(PACKET_TYPE type, const Json::Value &payload);
+  void onConnectionEvent(short what);
   void onDisconnect();
   void disconnect();
+
+  // ---- Requests.
+  void handleRequest(PACKET_TYPE type, const Json::Value &payload);
+  void makeAnswer();
+  void onAnswerMade();
+  void sendAnswer();
 
   // ---- The other channels.
   void readOutput();
   void readError();
   bool readStream(UniqueFd &fd, Owned<event> &watcher, LineSplitter &lines);
-  void readLogLines();
+  void readLogBatch();
+  void readLogLines(int limit);
+  bool readLogLine();
 
   // ---- The end.
   void violate(const std::string &reason, const std::vector<std::string> &lines);
@@ -201,21 +251,32 @@ class StepRunner {
   Owned<bufferevent> connection_;
   Owned<event> outputWatcher_, errorWatcher_, logWatcher_;
   Owned<event> interruptWatcher_, terminateWatcher_, childWatcher_;
-  Owned<event> timeoutTimer_, graceTimer_;
-  LineSplitter outputLines_{
-      [this](std::string_view line) { listener_.onLine(LogSource::kStdout, line); }};
-  LineSplitter errorLines_{
-      [this](std::string_view line) { listener_.onLine(LogSource::kStderr, line); }};
+  Owned<event> timeoutTimer_, graceTimer_, answerWatcher_;
+  LineSplitter outputLines_{[this](std::string_view line) {
+    listener_.onLine({LogSource::kStdout, LOG_INFO, line});
+  }};
+  LineSplitter errorLines_{[this](std::string_view line) {
+    listener_.onLine({LogSource::kStderr, LOG_INFO, line});
+  }};
 
   steady_clock::time_point begin_;
   StepResult result_;
-  bool isDecided_ = false;  // the outcome stands, whatever the plug-in does from now on
+  std::exception_ptr failure_;  // of the host's own
+  bool canWrite_ = true;        // the plug-in still reads
+  bool isDecided_ = false;      // the outcome stands, whatever the plug-in does from now on
   bool isCompleted_ = false;
   bool endedInsidePacket_ = false;
   int signalToSend_ = 0;  // when the grace is over
   bool isReaped_ = false;
   bool isGroupGone_ = false;
   int status_ = 0;
+
+  // The request that is being served. The worker comes last, to be gone before what it works on.
+  PACKET_TYPE asked_ = PACKET_TYPE_NONE;
+  Json::Value question_;
+  std::optional<Json::Value> answer_;
+  bool isServing_ = false;
+  std::unique_ptr<Worker> worker_;
 };
 
 // ---- Set-up.
@@ -239,7 +300,21 @@ StepResult StepRunner::run() {
   listener_.onStart(request_, plugin_.pid);
   connect();
   event_base_dispatch(base_.get());
+  if (failure_) {
+    std::rethrow_exception(failure_);
+  }
   return conclude();
+}
+
+// After a failure of the host's own the plug-in is still there; an answer may be, after any.
+StepRunner::~StepRunner() {
+  if (isServing_) {
+    server_.cancel();
+  }
+  if (plugin_.pid > 0 && !isReaped_) {
+    kill(-plugin_.pid, SIGKILL);
+    waitpid(plugin_.pid, nullptr, 0);
+  }
 }
 
 void StepRunner::connect() {
@@ -248,18 +323,28 @@ void StepRunner::connect() {
   plugin_.socket.release();
   bufferevent_setcb(
       connection_.get(),
-      [](bufferevent *, void *self) { static_cast<StepRunner *>(self)->readPackets(); }, nullptr,
+      [](bufferevent *, void *self) {
+        auto *runner = static_cast<StepRunner *>(self);
+        runner->guard([runner] { runner->readPackets(); });
+      },
+      [](bufferevent *, void *self) {
+        auto *runner = static_cast<StepRunner *>(self);
+        runner->guard([runner] { runner->readPackets(); });
+      },
       [](bufferevent *, short what, void *self) {
-        if ((what & (BEV_EVENT_EOF | BEV_EVENT_ERROR)) != 0) {
-          static_cast<StepRunner *>(self)->onDisconnect();
-        }
+        auto *runner = static_cast<StepRunner *>(self);
+        runner->guard([runner, what] { runner->onConnectionEvent(what); });
       },
       this);
   bufferevent_enable(connection_.get(), EV_READ | EV_WRITE);
 
+  worker_ = std::make_unique<Worker>();
+  answerWatcher_ = watch<&StepRunner::onAnswerMade>(worker_->doneFd(), EV_READ | EV_PERSIST);
+  event_add(answerWatcher_.get(), nullptr);
+
   outputWatcher_ = watch<&StepRunner::readOutput>(plugin_.output.get(), EV_READ | EV_PERSIST);
   errorWatcher_ = watch<&StepRunner::readError>(plugin_.error.get(), EV_READ | EV_PERSIST);
-  logWatcher_ = watch<&StepRunner::readLogLines>(plugin_.logLines.get(), EV_READ | EV_PERSIST);
+  logWatcher_ = watch<&StepRunner::readLogBatch>(plugin_.logLines.get(), EV_READ | EV_PERSIST);
   event_add(outputWatcher_.get(), nullptr);
   event_add(errorWatcher_.get(), nullptr);
   event_add(logWatcher_.get(), nullptr);
@@ -272,10 +357,20 @@ void StepRunner::connect() {
 
 // ---- The socket.
 
+// Also called when an answer has been written out, for the packets that came meanwhile. A packet may have
+// the connection closed.
 void StepRunner::readPackets() {
-  // A packet may have the connection closed.
-  while (connection_ != nullptr && readPacket(bufferevent_get_input(connection_.get()))) {
+  while (connection_ != nullptr && !isAnswering() &&
+         readPacket(bufferevent_get_input(connection_.get()))) {
   }
+  if (connection_ != nullptr) {
+    (isAnswering() ? bufferevent_disable : bufferevent_enable)(connection_.get(), EV_READ);
+  }
+}
+
+bool StepRunner::isAnswering() const {
+  return isServing_ ||
+         (canWrite_ && evbuffer_get_length(bufferevent_get_output(connection_.get())) > 0);
 }
 
 // False when there is no whole packet.
@@ -349,27 +444,36 @@ void StepRunner::handleCompletion(PACKET_TYPE type, const Json::Value &payload) 
   result_.completion = payload;
 }
 
-void StepRunner::handleRequest(PACKET_TYPE type, const Json::Value &payload) {
-  const std::optional<Json::Value> answer = server_.answer(type, payload);
-  if (!answer) {
-    violate(nameOf(type) + " is not served here", {});
-    return;
-  }
-  send(static_cast<PACKET_TYPE>(type + 1), *answer);
-}
-
 void StepRunner::send(PACKET_TYPE type, const Json::Value &payload) {
   Json::StreamWriterBuilder compact;
   compact["indentation"] = "";
   const std::string text = Json::writeString(compact, payload) + "\n";
+  if (kPacketHeaderSize + text.size() > kMaxFrame) {
+    violate("the answer to the plug-in's " + nameOf(asked_) + " would have " +
+                std::to_string(text.size()) + " bytes, more than a packet carries",
+            {});
+    return;
+  }
   PacketHeader header;
   header.type = static_cast<std::uint16_t>(type);
   header.payloadLength = static_cast<std::uint32_t>(text.size());
   const PacketHeaderBytes bytes = encodePacketHeader(header);
   ++result_.packets;
   listener_.onPacket(Side::kFramework, header.type, text, judge(type, payload));
-  bufferevent_write(connection_.get(), bytes.data(), bytes.size());
-  bufferevent_write(connection_.get(), text.data(), text.size());
+  if (canWrite_) {
+    bufferevent_write(connection_.get(), bytes.data(), bytes.size());
+    bufferevent_write(connection_.get(), text.data(), text.size());
+  }
+}
+
+// A plug-in that no longer reads may have written before: its packets are read to their end.
+void StepRunner::onConnectionEvent(short what) {
+  if ((what & BEV_EVENT_WRITING) != 0) {
+    canWrite_ = false;
+    readPackets();
+  } else if ((what & (BEV_EVENT_EOF | BEV_EVENT_ERROR)) != 0) {
+    onDisconnect();
+  }
 }
 
 void StepRunner::onDisconnect() {
@@ -389,6 +493,42 @@ void StepRunner::onDisconnect() {
 void StepRunner::disconnect() {
   connection_.reset();
   finishIfOver();
+}
+
+// ---- Requests.
+
+void StepRunner::handleRequest(PACKET_TYPE type, const Json::Value &payload) {
+  asked_ = type;
+  question_ = payload;
+  if (touchesFiles(type)) {
+    isServing_ = true;
+    worker_->start([this] { makeAnswer(); });
+  } else {
+    makeAnswer();
+    sendAnswer();
+  }
+}
+
+void StepRunner::makeAnswer() {
+  answer_ = server_.answer(asked_, question_);
+}
+
+void StepRunner::onAnswerMade() {
+  worker_->finish();
+  isServing_ = false;
+  if (connection_ != nullptr) {
+    sendAnswer();
+    readPackets();
+  }
+  finishIfOver();
+}
+
+void StepRunner::sendAnswer() {
+  if (!answer_) {
+    violate(nameOf(asked_) + " is not served here", {});
+    return;
+  }
+  send(static_cast<PACKET_TYPE>(asked_ + 1), *answer_);
 }
 
 // ---- The other channels.
@@ -422,12 +562,25 @@ bool StepRunner::readStream(UniqueFd &fd, Owned<event> &watcher, LineSplitter &l
   return false;
 }
 
-void StepRunner::readLogLines() {
-  char record[kMaxLogRecord];
-  ssize_t size = 0;
-  while ((size = recv(plugin_.logLines.get(), record, sizeof record, MSG_DONTWAIT)) > 0) {
-    listener_.onLine(LogSource::kSyslog, {record + 1, static_cast<std::size_t>(size) - 1});
+void StepRunner::readLogBatch() {
+  readLogLines(kLogBatch);
+}
+
+void StepRunner::readLogLines(int limit) {
+  for (int i = 0; i < limit && readLogLine(); ++i) {
   }
+}
+
+// False when there is none.
+bool StepRunner::readLogLine() {
+  char record[kMaxLogRecord];
+  const ssize_t size = recv(plugin_.logLines.get(), record, sizeof record, MSG_DONTWAIT);
+  if (size <= 0) {
+    return false;
+  }
+  const std::string_view text(record + 1, static_cast<std::size_t>(size) - 1);
+  listener_.onLine({LogSource::kSyslog, record[0], text});
+  return true;
 }
 
 // ---- The end.
@@ -447,6 +600,7 @@ void StepRunner::cancel(Outcome outcome, const std::string &reason) {
   isDecided_ = true;
   result_.outcome = outcome;
   result_.reason = reason;
+  server_.cancel();
   event_del(timeoutTimer_.get());
   signalToSend_ = SIGTERM;
   const timeval grace = toTimeval(request_.grace);
@@ -499,7 +653,7 @@ void StepRunner::onChild() {
 }
 
 void StepRunner::finishIfOver() {
-  if (isGroupGone_ && connection_ == nullptr && !plugin_.output && !plugin_.error) {
+  if (isGroupGone_ && connection_ == nullptr && !isServing_ && !plugin_.output && !plugin_.error) {
     finish();
   }
 }
@@ -509,7 +663,7 @@ void StepRunner::finish() {
 }
 
 StepResult StepRunner::conclude() {
-  readLogLines();
+  readLogLines(kLogQueue);
   outputLines_.finish();
   errorLines_.finish();
   const std::chrono::duration<double> duration = steady_clock::now() - begin_;

@@ -47,13 +47,23 @@ struct StepResult {
   int packets = 0;  // in both directions
 };
 
-// Answers requests that the rule book has found valid.
+// Answers requests that the rule book has found valid, one at a time; those that touch files on a
+// thread of their own.
 class RequestServer {
  public:
   virtual ~RequestServer() = default;
   // The payload of the response; nothing if the request is not served at all.
   virtual std::optional<Json::Value> answer(ZARN::ARVLAPP::PACKET_TYPE request,
                                             const Json::Value &payload) = 0;
+  // The step ends: an answer that is under way is not waited for. Called beside it.
+  virtual void cancel() = 0;
+};
+
+// What a plug-in says beside its packets.
+struct PluginLine {
+  LogSource source;
+  int priority;  // of a syslog line, LOG_EMERG to LOG_DEBUG
+  std::string_view text;
 };
 
 // Sees what happens, as it happens.
@@ -61,7 +71,7 @@ class StepListener {
  public:
   virtual ~StepListener() = default;
   virtual void onStart(const StepRequest &request, std::int64_t pid) = 0;
-  virtual void onLine(LogSource source, std::string_view text) = 0;
+  virtual void onLine(const PluginLine &line) = 0;
   virtual void onPacket(Side from, std::uint16_t type, std::string_view payload,
                         const Verdict &verdict) = 0;
   virtual void onGarbage(Side from, std::string_view bytes, const std::string &reason) = 0;

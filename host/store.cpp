@@ -23,7 +23,14 @@ std::string quoted(const std::string &shown) {
   return "\"" + visibleText(shown) + "\"";
 }
 
-// "/a/b" as "/a" and "b". A path without a last component, or with one that is no name, holds nothing
+// JSON may put a NUL into a path, and the kernel would take what stands before it.
+void checkText(const std::string &path) {
+  if (path.find('\0') != std::string::npos) {
+    throw StoreError(quoted(path) + " is no path: it holds a NUL");
+  }
+}
+
+// "/a/b" as "/a/" and "b". A path without a last component, or with one that is no name, holds nothing
 // that could be written.
 struct SplitPath {
   std::string folder;
@@ -31,6 +38,7 @@ struct SplitPath {
 };
 
 SplitPath split(const std::string &path) {
+  checkText(path);
   std::string trimmed = path;
   while (trimmed.size() > 1 && trimmed.back() == '/') {
     trimmed.pop_back();
@@ -110,6 +118,7 @@ Store::Store(const std::string &folder)
 }
 
 UniqueFd Store::openInside(const std::string &path, int flags) const {
+  checkText(path);
   open_how how = {};
   how.flags = static_cast<std::uint64_t>(flags | O_CLOEXEC);
   how.resolve = RESOLVE_IN_ROOT | RESOLVE_NO_MAGICLINKS;
@@ -118,7 +127,8 @@ UniqueFd Store::openInside(const std::string &path, int flags) const {
     fd.reset(static_cast<int>(syscall(SYS_openat2, root_.get(), path.c_str(), &how, sizeof how)));
   } while (!fd && errno == EAGAIN);
   if (!fd) {
-    failWith(errno, quoted(path) + " is not in the store");
+    failWith(errno, errno == ENOENT ? quoted(path) + " is not in the store"
+                                    : "cannot open " + quoted(path) + " in the store");
   }
   return fd;
 }
@@ -136,17 +146,30 @@ std::vector<StoreEntry> Store::list(const std::string &path) const {
   folder.release();
 
   std::vector<StoreEntry> entries;
-  while (const dirent *found = readdir(dir.get())) {
+  for (;;) {
+    errno = 0;
+    const dirent *found = readdir(dir.get());
+    if (found == nullptr) {
+      break;
+    }
     const std::string name = found->d_name;
     struct stat status;
-    if (name == "." || name == ".." ||
-        fstatat(fd, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
-      continue;  // gone meanwhile
+    if (name == "." || name == "..") {
+      continue;
+    }
+    if (fstatat(fd, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
+      if (errno == ENOENT) {
+        continue;  // gone meanwhile
+      }
+      break;
     }
     if (S_ISREG(status.st_mode) || S_ISDIR(status.st_mode) || S_ISLNK(status.st_mode)) {
       entries.push_back(
           {name, typeOf(status.st_mode, name), status.st_size, status.st_mtim.tv_sec});
     }
+  }
+  if (errno != 0) {
+    failWith(errno, "cannot read the folder " + quoted(path));
   }
   std::sort(entries.begin(), entries.end(),
             [](const StoreEntry &a, const StoreEntry &b) { return a.name < b.name; });
@@ -154,6 +177,7 @@ std::vector<StoreEntry> Store::list(const std::string &path) const {
 }
 
 void Store::createDir(const std::string &path) const {
+  checkText(path);
   std::string made = "/";
   for (const std::filesystem::path &part : std::filesystem::path(path).relative_path()) {
     if (part.empty()) {
@@ -184,11 +208,12 @@ void Store::upload(const std::string &source, FileType type, bool isTemporary,
     if (renameat(folder.get(), from.name.c_str(), target.get(), to.name.c_str()) == 0) {
       return;
     }
-    if (errno != EXDEV) {
+    // Another file system, or a folder to merge into: those are left to the copy.
+    if (errno != EXDEV && errno != ENOTEMPTY && errno != EEXIST) {
       failWith(errno, "cannot move " + quoted(source) + " to " + quoted(destination));
     }
   }
-  copyEntry({folder.get(), from.name, source}, {target.get(), to.name, destination});
+  Copier(canceled_).copy(entry.get(), source, {target.get(), to.name, destination});
   if (isTemporary) {
     std::error_code ignored;
     std::filesystem::remove_all(source, ignored);
@@ -198,40 +223,21 @@ void Store::upload(const std::string &source, FileType type, bool isTemporary,
 void Store::download(const std::string &source, FileType type,
                      const std::string &destination) const {
   const SplitPath from = split(source);
+  checkText(destination);
   std::error_code error;
   const bool into = std::filesystem::is_directory(destination, error);
+  if (!into && type != FileType::kDir && destination.back() == '/') {
+    throw StoreError(quoted(destination) + " is not a folder");
+  }
   const SplitPath to = into ? SplitPath{destination, from.name} : split(destination);
-  const UniqueFd target = openLocalFolder(to.folder.empty() ? "." : to.folder);
   const std::string shownTo = into ? destination + "/" + from.name : destination;
-  const Place place = {target.get(), to.name, shownTo};
+  const UniqueFd target = openLocalFolder(to.folder);
 
-  if (type == FileType::kSymlink) {
-    const UniqueFd folder = openInside(from.folder, O_PATH | O_DIRECTORY);
-    const UniqueFd link(openat(folder.get(), from.name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
-    if (!link) {
-      failWith(errno, quoted(source) + " is not in the store");
-    }
-    expectType(link, type, source);
-    copyEntry({folder.get(), from.name, source}, place);
-    return;
-  }
-
-  const UniqueFd entry = openInside(source, O_PATH);
+  // A link is meant itself; of anything else, links inside the store lead to it.
+  const UniqueFd entry = type == FileType::kSymlink ? openInside(source, O_PATH | O_NOFOLLOW)
+                                                    : openInside(source, O_PATH);
   expectType(entry, type, source);
-  if (type == FileType::kFile) {
-    copyFile(reopen(entry.get(), O_RDONLY, source).get(), source, place);
-    return;
-  }
-  if (mkdirat(target.get(), to.name.c_str(), 0777) != 0 && errno != EEXIST) {
-    failWith(errno, "cannot make the folder " + quoted(shownTo));
-  }
-  const UniqueFd made(
-      openat(target.get(), to.name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-  if (!made) {
-    failWith(errno, "cannot write into " + quoted(shownTo));
-  }
-  copyFolder(reopen(entry.get(), O_RDONLY | O_DIRECTORY, source).get(), source, made.get(),
-             shownTo);
+  Copier(canceled_).copy(entry.get(), source, {target.get(), to.name, shownTo});
 }
 
 }  // namespace arvl_host

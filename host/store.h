@@ -2,6 +2,7 @@
 #ifndef ARVL_HOST_STORE_H_
 #define ARVL_HOST_STORE_H_
 
+#include <atomic>
 #include <cstdint>
 #include <stdexcept>
 #include <string>
@@ -33,7 +34,8 @@ struct StoreEntry {
 // Store paths are absolute and resolved inside the folder by the kernel: "..", absolute links and links
 // that are swapped in meanwhile stay inside, or lead nowhere, which is an error. FIFOs, sockets and
 // devices are refused without being opened. Files are written under a temporary name and renamed, so
-// that none is ever seen half written. Every operation throws StoreError.
+// that none is ever seen half written. Every operation throws StoreError. One thread uses a store at a
+// time; cancel alone may come from another.
 class Store {
  public:
   explicit Store(const std::string &folder);
@@ -52,10 +54,14 @@ class Store {
   // Copies to a local path, or into it where that is a folder.
   void download(const std::string &source, FileType type, const std::string &destination) const;
 
+  // Transfers end with an error from now on, the one that runs and all that follow.
+  void cancel() { canceled_ = true; }
+
  private:
   UniqueFd openInside(const std::string &path, int flags) const;
 
   UniqueFd root_;
+  std::atomic<bool> canceled_{false};
 };
 
 }  // namespace arvl_host

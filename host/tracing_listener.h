@@ -17,9 +17,9 @@ class TracingListener : public StepListener {
     writer_.stepStarted(request.step, request.executable, request.frameworkVersion, pid);
     listener_.onStart(request, pid);
   }
-  void onLine(LogSource source, std::string_view text) override {
-    writer_.log(source, text);
-    listener_.onLine(source, text);
+  void onLine(const PluginLine &line) override {
+    writer_.log(line.source, line.text);
+    listener_.onLine(line);
   }
   void onPacket(Side from, std::uint16_t type, std::string_view payload,
                 const Verdict &verdict) override {

@@ -3,14 +3,16 @@
 
 #include <dlfcn.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <syslog.h>
-#include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
+#include <memory>
+#include <new>
 
 #include "log_channel.h"
 
@@ -20,30 +22,68 @@ namespace {
 
 using arvl_host::kMaxLogRecord;
 
+// The descriptor of the channel; -1 if there is none, or no longer.
 int channel() {
-  static const int fd = [] {
-    const char *number = std::getenv(arvl_host::kLogChannelVariable);
-    return number != nullptr ? std::atoi(number) : -1;
+  struct Channel {
+    int fd;
+    unsigned long long inode;
+  };
+  static const Channel inherited = [] {
+    const char *fd = std::getenv(arvl_host::kLogChannelVariable);
+    const char *inode = std::getenv(arvl_host::kLogChannelInodeVariable);
+    return fd != nullptr && inode != nullptr
+               ? Channel{std::atoi(fd), std::strtoull(inode, nullptr, 10)}
+               : Channel{-1, 0};
   }();
-  return fd;
+  struct stat status;
+  const bool isThere = inherited.fd >= 0 && fstat(inherited.fd, &status) == 0 &&
+                       S_ISSOCK(status.st_mode) && status.st_ino == inherited.inode;
+  return isThere ? inherited.fd : -1;
 }
 
-bool sendToHost(int priority, const char *format, va_list arguments) {
-  thread_local char record[kMaxLogRecord];
-  record[0] = static_cast<char>(priority & LOG_PRIMASK);
-  const int size = std::vsnprintf(record + 1, sizeof record - 1, format, arguments);  // knows %m
-  if (channel() < 0 || size < 0) {
-    return false;
-  }
-  const std::size_t text = std::strlen(record + 1);
+bool sendRecord(int fd, const char *record, std::size_t size) {
   ssize_t sent = 0;
   do {
-    sent = send(channel(), record, text + 1, MSG_NOSIGNAL);
+    sent = send(fd, record, size, MSG_NOSIGNAL);
   } while (sent < 0 && errno == EINTR);
   return sent >= 0;
 }
 
-void callNext(int priority, const char *format, va_list arguments) {
+// error is what %m stands for. A line that is short, as nearly all are, needs no memory but the stack's,
+// and not much of that: threads may have little.
+__attribute__((format(printf, 3, 0))) bool sendToHost(int error, int priority, const char *format,
+                                                      va_list arguments) {
+  const int fd = channel();
+  if (fd < 0) {
+    return false;
+  }
+  char brief[1024];
+  brief[0] = static_cast<char>(LOG_PRI(priority));
+  va_list again;
+  va_copy(again, arguments);
+  errno = error;
+  const int length = std::vsnprintf(brief + 1, sizeof brief - 1, format, again);
+  va_end(again);
+  if (length < 0) {
+    return false;
+  }
+  const std::size_t size = 1 + static_cast<std::size_t>(length);
+  if (size < sizeof brief) {
+    return sendRecord(fd, brief, size);
+  }
+  const std::size_t sizeInMemory = std::min(size + 1, kMaxLogRecord);  // with its NUL
+  const std::unique_ptr<char[]> record(new (std::nothrow) char[sizeInMemory]);
+  if (record == nullptr) {
+    return false;
+  }
+  record[0] = brief[0];
+  errno = error;
+  std::vsnprintf(&record[1], sizeInMemory - 1, format, arguments);
+  return sendRecord(fd, record.get(), sizeInMemory - 1);
+}
+
+__attribute__((format(printf, 2, 0))) void callNext(int priority, const char *format,
+                                                    va_list arguments) {
   using Function = void (*)(int, const char *, va_list);
   static const auto next = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "vsyslog"));
   if (next != nullptr) {
@@ -51,11 +91,12 @@ void callNext(int priority, const char *format, va_list arguments) {
   }
 }
 
-void log(int priority, const char *format, va_list arguments) {
+__attribute__((format(printf, 2, 0))) void log(int priority, const char *format,
+                                               va_list arguments) {
   const int error = errno;
   va_list again;
   va_copy(again, arguments);
-  if (!sendToHost(priority, format, arguments)) {
+  if (!sendToHost(error, priority, format, arguments)) {
     errno = error;
     callNext(priority, format, again);
   }
@@ -77,11 +118,14 @@ ARVL_PRELOAD void syslog(int priority, const char *format, ...) {
 }
 
 // What programs built with _FORTIFY_SOURCE call in their place.
-ARVL_PRELOAD void __vsyslog_chk(int priority, int /*flag*/, const char *format, va_list arguments) {
+ARVL_PRELOAD __attribute__((format(printf, 3, 0))) void __vsyslog_chk(int priority, int /*flag*/,
+                                                                      const char *format,
+                                                                      va_list arguments) {
   log(priority, format, arguments);
 }
 
-ARVL_PRELOAD void __syslog_chk(int priority, int /*flag*/, const char *format, ...) {
+ARVL_PRELOAD __attribute__((format(printf, 3, 4))) void __syslog_chk(int priority, int /*flag*/,
+                                                                     const char *format, ...) {
   va_list arguments;
   va_start(arguments, format);
   log(priority, format, arguments);

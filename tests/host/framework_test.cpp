@@ -43,8 +43,14 @@ class FrameworkAnswers : public testing::Test {
 
   void touch(const std::string &name) const { std::ofstream(dir_.path().string() + "/" + name); }
 
+  static Json::Value pathRequest(const std::string &path) {
+    Json::Value request;
+    request["path"] = path;
+    return request;
+  }
+
   const TempDir dir_;
-  const Store store_;
+  Store store_;
   std::string progress_;
 };
 
@@ -154,6 +160,51 @@ TEST_F(FrameworkAnswers, OfAListingComeInPages) {
             1u);
 }
 
+TEST_F(FrameworkAnswers, OfAListingFitAPacketHoweverManyEntriesAreWanted) {
+  // Each character of these names takes six bytes in a packet.
+  std::string folder;
+  for (int depth = 0; depth < 14; ++depth) {
+    folder += "/" + std::string(250, '\x01');
+  }
+  std::filesystem::create_directories(dir_.path().string() + folder);
+  constexpr std::size_t kFiles = 1700;
+  for (std::size_t i = 0; i < kFiles; ++i) {
+    touch(folder.substr(1) + "/" + std::to_string(i));
+  }
+  FrameworkValues values;
+  values.listPage = 1000000;
+  Framework framework = make(values);
+  const std::optional<Json::Value> first =
+      framework.answer(PACKET_LIST_DIR_REQUEST, pathRequest(folder));
+  ASSERT_FALSE((*first)["list_complete"].asBool());
+  EXPECT_LT(first->toStyledString().size(), 0x2000000u);
+  Json::Value next;
+  next["request_id"] = (*first)["request_id"];
+  const std::optional<Json::Value> second = framework.answer(PACKET_LIST_DIR_REQUEST, next);
+  EXPECT_TRUE((*second)["list_complete"].asBool());
+  EXPECT_EQ((*first)["entry_list"].size() + (*second)["entry_list"].size(), kFiles);
+}
+
+TEST_F(FrameworkAnswers, OfListingsThatNobodyContinuesAreForgotten) {
+  touch("a");
+  touch("b");
+  FrameworkValues values;
+  values.listPage = 1;
+  Framework framework = make(values);
+  const auto begin = [&] {
+    const Json::Value page = ask(framework, PACKET_LIST_DIR_REQUEST, R"({"path":"/"})");
+    return "{\"request_id\":\"" + page["request_id"].asString() + "\"}";
+  };
+  const std::string first = begin();
+  const std::string second = begin();
+  for (int i = 0; i < 15; ++i) {
+    begin();
+  }
+  EXPECT_EQ(ask(framework, PACKET_LIST_DIR_REQUEST, first)["error"].asString(),
+            "no listing goes on with this request_id");
+  EXPECT_EQ(ask(framework, PACKET_LIST_DIR_REQUEST, second)["entry_list"][0]["path"], "/b");
+}
+
 TEST_F(FrameworkAnswers, OfAListingNameWhatTheyCannotCarry) {
   touch("large");
   ASSERT_EQ(truncate((dir_.path().string() + "/large").c_str(), 2147483648), 0);
@@ -166,6 +217,10 @@ TEST_F(FrameworkAnswers, OfAListingNameWhatTheyCannotCarry) {
   touch("\xff");
   EXPECT_EQ(ask(framework, PACKET_LIST_DIR_REQUEST, R"({"path":"/"})")["error"].asString(),
             "the name of \"/\\xff\" is not UTF-8, and a listing cannot carry it");
+  std::filesystem::create_directory(dir_.path().string() + "/\xfe");
+  touch("\xfe/f");
+  EXPECT_EQ((*framework.answer(PACKET_LIST_DIR_REQUEST, pathRequest("/\xfe")))["error"].asString(),
+            "the name of \"/\\xfe/f\" is not UTF-8, and a listing cannot carry it");
 }
 
 TEST_F(FrameworkAnswers, OfAListingTellOfLinksAndOddNames) {

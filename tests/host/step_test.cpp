@@ -54,6 +54,17 @@ std::string verdictOf(const Ended &ended) {
   return without(lastLine(ended.out), " (");
 }
 
+// The number of the plug-in's process, from the first line.
+std::string processOf(const std::string &out) {
+  const std::size_t at = out.find("(process ") + 9;
+  return out.substr(at, out.find(',', at) - at);
+}
+
+int packetsOf(const Ended &ended) {
+  const std::string line = lastLine(ended.out);
+  return std::atoi(line.c_str() + line.rfind(", ") + 2);
+}
+
 bool isGone(const std::string &pid) {
   return kill(std::atoi(pid.c_str()), 0) != 0 && errno == ESRCH;
 }
@@ -82,8 +93,35 @@ TEST(Step, ShowsEveryLineWithItsSource) {
   EXPECT_TRUE(holds(ended.out, "\n[stdout] to stdout\n"));
   EXPECT_TRUE(holds(ended.out, "\n[stderr] to stderr\n"));
   EXPECT_TRUE(holds(ended.out, "\n[stderr] without a line feed\n"));
-  EXPECT_TRUE(holds(ended.out, "\n[syslog] to syslog 5 %\n"));
+  EXPECT_TRUE(holds(ended.out, "\n[syslog info] to syslog 5 %\n"));
   EXPECT_TRUE(holds(ended.out, "\n[stdout] a \\x1b[31mred\\x1b[0m bell \\x07 and \\xff\n"));
+}
+
+TEST(Step, ShowsSyslogLinesHoweverTheyAreWritten) {
+  const Ended ended = runUnruly("logs in every way");
+  EXPECT_EQ(ended.status, 0);
+  for (const char *priority :
+       {"emerg", "alert", "crit", "err", "warning", "notice", "info", "debug"}) {
+    EXPECT_TRUE(holds(ended.out, std::string("\n[syslog ") + priority + "] Permission denied\n"));
+  }
+  EXPECT_TRUE(holds(ended.out, "\n[stdout] errno is kept\n"));
+  EXPECT_TRUE(holds(ended.out, "\n[syslog err] " + std::string(3000, 'l') + "|\n"));
+  EXPECT_TRUE(holds(ended.out, "\n[syslog err] " + std::string(65534, 'm') + "\n"));
+  EXPECT_TRUE(holds(ended.out, "\n[syslog err] by vsyslog\n"));
+  EXPECT_TRUE(holds(ended.out, "\n[syslog err] by __syslog_chk\n"));
+}
+
+TEST(Step, SendsNoSyslogLineOverADescriptorThatIsThePluginsOwn) {
+  const Ended ended = runUnruly("closes the log channel");
+  EXPECT_EQ(ended.status, 0);
+  EXPECT_TRUE(holds(ended.out, "\n[stdout] nothing arrived\n"));
+}
+
+TEST(Step, KeepsWhatTheUserPreloads) {
+  const Ended ended = run(stepCommand("import", UNRULY_PLUGIN),
+                          {"UNRULY=shows what is preloaded", "LD_PRELOAD=/no/such.so"});
+  EXPECT_EQ(ended.status, 0);
+  EXPECT_TRUE(holds(ended.out, "/libarvl-syslog-preload.so:/no/such.so\n"));
 }
 
 TEST(Step, GivesThePluginFiveDescriptorsAndNoMore) {
@@ -142,6 +180,25 @@ TEST(Step, NamesWhatBreaksTheProtocol) {
   }
 }
 
+TEST(Step, ReadsNoRequestBeforeTheAnswerToTheLastIsOut) {
+  const TempDir store;
+  const Ended ended =
+      runUnruly("asks and never reads", "import",
+                {"--timeout", "0.5", "--grace", "0.1", "--store", store.path().string()});
+  EXPECT_EQ(ended.status, 4);
+  EXPECT_LE(packetsOf(ended), 2);  // the answer to the first does not fit the socket
+}
+
+TEST(Step, HearsACompletionAfterThePluginHasStoppedReading) {
+  Command command(stepCommand("import", UNRULY_PLUGIN),
+                  {"UNRULY=completes without reading an answer"});
+  ASSERT_TRUE(command.waitFor("[progress] 1 % begun\n"));
+  kill(std::atoi(processOf(command.outSoFar()).c_str()), SIGUSR1);
+  const Ended ended = command.finish();
+  EXPECT_EQ(ended.status, 0) << ended.out;
+  EXPECT_TRUE(holds(lastLine(ended.out), " s, 3 packets)"));
+}
+
 TEST(Step, SaysThatAnEstimateDoesNotFit) {
   const Ended ended = runUnruly("an estimate of 3 GB", "estimate_exportion");
   EXPECT_EQ(ended.status, 3);
@@ -172,12 +229,12 @@ TEST(Step, GoesByTheCompletionWhenTheStatusDisagrees) {
 }
 
 TEST(Step, EndsAPluginThatHangs) {
-  for (const std::string how : {"hangs", "hangs and ignores TERM", "completes and hangs"}) {
+  for (const std::string how :
+       {"hangs", "hangs and ignores TERM", "completes and hangs", "logs for good"}) {
     const Ended ended = runUnruly(how, "import", {"--timeout", "0.2", "--grace", "0.1"});
     EXPECT_EQ(ended.status, 4) << how;
     EXPECT_EQ(verdictOf(ended), "step import: time-out");
-    const std::size_t at = ended.out.find("(process ") + 9;
-    EXPECT_TRUE(isGone(ended.out.substr(at, ended.out.find(',', at) - at)));
+    EXPECT_TRUE(isGone(processOf(ended.out)));
   }
 }
 
@@ -208,6 +265,23 @@ TEST(Step, KillsThePluginOnTheSecondCtrlC) {
   EXPECT_EQ(command.finish().status, 130);
 }
 
+TEST(Step, BreaksOffACopyOnCtrlC) {
+  const TempDir dir;
+  const std::string source = dir.path().string() + "/large";
+  const std::string store = dir.path().string() + "/store";
+  std::ofstream(source) << "";
+  ASSERT_EQ(truncate(source.c_str(), off_t(4) << 30), 0);  // takes no room, but its copy would
+  std::filesystem::create_directory(store);
+
+  Command command(stepCommand("export", UNRULY_PLUGIN, {"--store", store, "--grace", "0.1"}),
+                  {"UNRULY=uploads", "UNRULY_FILE=" + source});
+  ASSERT_TRUE(command.waitFor("[stdout] uploading\n"));
+  command.signal(SIGINT);
+  const Ended ended = command.finish();
+  EXPECT_EQ(ended.status, 130);
+  EXPECT_TRUE(std::filesystem::is_empty(store));
+}
+
 struct Usage {
   std::vector<std::string> words;
   std::string message;
@@ -227,7 +301,10 @@ TEST(Step, RefusesWrongUsageAndNamesIt) {
        "two numbers joined by a full stop, such as 2.3, not \"2\""},
       {{"step", "export", "--plugin", plugin, "--framework-version", "2.x"}, "not \"2.x\""},
       {{"step", "export", "--plugin", plugin, "--timeout", "0"}, "--timeout"},
-      {{"step", "export", "--plugin", plugin, "--timeout", "soon"}, "--timeout"},
+      {{"step", "export", "--plugin", plugin, "--timeout", "soon"},
+       "a time is a number of seconds from 0.001 to 1000000, not \"soon\""},
+      {{"step", "export", "--plugin", plugin, "--timeout", "nan"}, "not \"nan\""},
+      {{"step", "export", "--plugin", plugin, "--grace", "-1"}, "not \"-1\""},
       {{"step", "export", "--plugin", plugin, "--no-such-option"}, "--no-such-option"},
       {{"step", "export", "--plugin", plugin, "--export-config", "/no/file"}, "/no/file"},
       {{"step", "export", "--plugin", plugin, "--store", "/no/folder"}, "/no/folder"},

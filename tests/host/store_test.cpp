@@ -10,11 +10,14 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <sstream>
 #include <string>
+#include <thread>
 
 #include "support/temp_dir.h"
 
@@ -63,6 +66,17 @@ class StoreFolder : public testing::Test {
     return names;
   }
 
+  // The superuser may do everything: it lays that down for the time of the operation.
+  std::string asOtherUser(const std::function<void()> &operation) const {
+    fs::permissions(dir_.path(), fs::perms(0777));
+    fs::permissions(at("store"), fs::perms(0777));
+    const bool isSuperuser = geteuid() == 0;
+    EXPECT_TRUE(!isSuperuser || seteuid(65534) == 0);
+    std::string error = errorOf(operation);
+    EXPECT_TRUE(!isSuperuser || seteuid(0) == 0);
+    return error;
+  }
+
   using Names = std::vector<std::string>;
 
   const TempDir dir_;
@@ -94,6 +108,16 @@ TEST_F(StoreFolder, MovesATemporarySource) {
   EXPECT_EQ(read("store/g"), "text");
 }
 
+TEST_F(StoreFolder, MovesATemporaryTreeIntoOneThatIsThere) {
+  fs::create_directories(at("local/t/sub"));
+  write("local/t/sub/f", "new");
+  fs::create_directories(at("store/t/sub"));
+  write("store/t/sub/g", "old");
+  store_->upload(at("local/t"), FileType::kDir, true, "/t");
+  EXPECT_EQ(namesIn("store"), (Names{"t", "t/sub", "t/sub/f", "t/sub/g"}));
+  EXPECT_EQ(namesIn("local"), Names{});
+}
+
 TEST_F(StoreFolder, TakesATreeAndALinkAsItself) {
   fs::create_directories(at("local/t/sub"));
   write("local/t/sub/f\nwith a line feed", "x");
@@ -116,6 +140,60 @@ TEST_F(StoreFolder, GivesAFileAtAPathOrIntoAFolder) {
   fs::create_symlink("nowhere", at("store/l"));
   store_->download("/l", FileType::kSymlink, at("local"));
   EXPECT_EQ(fs::read_symlink(at("local/l")), "nowhere");
+}
+
+TEST_F(StoreFolder, GivesATreeWithItsModesAndTimes) {
+  fs::create_directories(at("store/t/sub"));
+  write("store/t/sub/f", "x");
+  fs::permissions(at("store/t"), fs::perms(0750));
+  const timespec times[2] = {{100, 0}, {200, 0}};
+  utimensat(AT_FDCWD, at("store/t").c_str(), times, 0);
+  store_->download("/t", FileType::kDir, at("local/copy"));
+  struct stat status;
+  ASSERT_EQ(stat(at("local/copy").c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 07777, 0750u);
+  EXPECT_EQ(status.st_mtim.tv_sec, 200);
+  EXPECT_EQ(read("local/copy/sub/f"), "x");
+}
+
+TEST_F(StoreFolder, GivesAFileOnlyToAFolderWhereOneIsMeant) {
+  write("store/f", "text");
+  EXPECT_EQ(errorOf([&] { store_->download("/f", FileType::kFile, at("local/no/")); }),
+            "\"" + at("local/no/") + "\" is not a folder");
+  EXPECT_EQ(namesIn("local"), Names{});
+}
+
+TEST_F(StoreFolder, RefusesToCopyATreeIntoItself) {
+  fs::create_directories(at("store/t/sub"));
+  EXPECT_EQ(errorOf([&] { store_->upload(at("store/t"), FileType::kDir, false, "/t/sub/t"); }),
+            "cannot copy the folder \"" + at("store/t/sub/t") + "\" into itself");
+  EXPECT_EQ(errorOf([&] { store_->upload(at("store/t"), FileType::kDir, false, "/t"); }),
+            "cannot copy the folder \"" + at("store/t") + "\" onto itself");
+}
+
+TEST_F(StoreFolder, RefusesAPathThatHoldsANul) {
+  const std::string path("/a\0b", 4);
+  const std::string error = "\"/a\\x00b\" is no path: it holds a NUL";
+  write("local/f", "x");
+  write("store/f", "x");
+  EXPECT_EQ(errorOf([&] { store_->createDir(path); }), error);
+  EXPECT_EQ(errorOf([&] { store_->list(path); }), error);
+  EXPECT_EQ(errorOf([&] { store_->upload(at("local/f"), FileType::kFile, false, path); }), error);
+  EXPECT_EQ(errorOf([&] { store_->upload(path, FileType::kFile, false, "/g"); }), error);
+  EXPECT_EQ(errorOf([&] { store_->download(path, FileType::kFile, at("local")); }), error);
+  EXPECT_EQ(errorOf([&] { store_->download("/f", FileType::kFile, path); }), error);
+  EXPECT_EQ(namesIn("store"), Names{"f"});
+}
+
+TEST_F(StoreFolder, TransfersNothingOnceCanceled) {
+  write("local/f", "x");
+  write("store/g", "x");
+  store_->cancel();
+  const std::string error = "the transfer has been canceled";
+  EXPECT_EQ(errorOf([&] { store_->upload(at("local/f"), FileType::kFile, false, "/f"); }), error);
+  EXPECT_EQ(errorOf([&] { store_->download("/g", FileType::kFile, at("local")); }), error);
+  EXPECT_EQ(namesIn("store"), Names{"g"});
+  EXPECT_EQ(namesIn("local"), Names{"f"});
 }
 
 TEST_F(StoreFolder, MakesFoldersWithTheirParents) {
@@ -171,6 +249,38 @@ TEST_F(StoreFolder, IsNeverLeftByDotsOrLinks) {
   write("store/etc/passwd", "the store's own");
   store_->download("/passwd", FileType::kFile, at("local/got"));
   EXPECT_EQ(read("local/got"), "the store's own");
+}
+
+TEST_F(StoreFolder, IsNotLeftByALinkThatIsSwappedInMeanwhile) {
+  write("local/f", "text");
+  fs::create_directories(at("local/t/sub"));
+  write("local/t/sub/g", "text");
+  fs::create_directory(at("outside"));
+  fs::create_directories(at("outside/sub"));
+  fs::create_directories(at("store/d/sub"));
+  fs::create_symlink(at("outside"), at("store/link"));
+
+  std::atomic<bool> isOver{false};
+  std::thread swapper([&] {
+    while (!isOver) {
+      renameat2(AT_FDCWD, at("store/d").c_str(), AT_FDCWD, at("store/link").c_str(),
+                RENAME_EXCHANGE);
+    }
+  });
+  int taken = 0;
+  for (int i = 0; i < 500; ++i) {
+    const std::string error =
+        errorOf([&] { store_->upload(at("local/f"), FileType::kFile, false, "/d/f"); });
+    taken += error.empty() ? 1 : 0;
+    errorOf([&] { store_->upload(at("local/t"), FileType::kDir, false, "/d/t"); });
+    errorOf([&] { store_->upload(at("local/t"), FileType::kDir, false, "/d"); });
+    errorOf([&] { store_->createDir("/d/sub/made"); });
+    errorOf([&] { store_->download("/d/secret", FileType::kFile, at("local/got")); });
+  }
+  isOver = true;
+  swapper.join();
+  EXPECT_EQ(namesIn("outside"), Names{"sub"});
+  EXPECT_GT(taken, 0);
 }
 
 TEST_F(StoreFolder, ReplacesALinkAndDoesNotWriteThroughIt) {
@@ -231,19 +341,26 @@ TEST_F(StoreFolder, NamesWhatIsMissing) {
             "\"/..\" does not end in a name");
 }
 
+TEST_F(StoreFolder, SaysThatAPathIsNoFolder) {
+  write("store/f", "");
+  EXPECT_EQ(errorOf([&] { store_->list("/f"); }),
+            "cannot open \"/f\" in the store: Not a directory");
+}
+
+TEST_F(StoreFolder, DoesNotTakeAFolderItCannotExamineForEmpty) {
+  fs::create_directory(at("store/d"));
+  write("store/d/f", "x");
+  fs::permissions(at("store/d"), fs::perms(0444));
+  EXPECT_EQ(asOtherUser([&] { store_->list("/d"); }),
+            "cannot read the folder \"/d\": Permission denied");
+  fs::permissions(at("store/d"), fs::perms(0755));
+}
+
 TEST_F(StoreFolder, NamesAFileThatCannotBeRead) {
   write("local/f", "x");
   fs::permissions(at("local/f"), fs::perms(0));
-  fs::permissions(dir_.path(), fs::perms(0777));
-  fs::permissions(at("store"), fs::perms(0777));
-  if (geteuid() == 0 && seteuid(65534) != 0) {
-    GTEST_SKIP() << "cannot become another user";
-  }
   const std::string error =
-      errorOf([&] { store_->upload(at("local/f"), FileType::kFile, false, "/f"); });
-  if (getuid() == 0) {
-    ASSERT_EQ(seteuid(0), 0);
-  }
+      asOtherUser([&] { store_->upload(at("local/f"), FileType::kFile, false, "/f"); });
   EXPECT_EQ(error, "cannot open \"" + at("local/f") + "\": Permission denied");
   EXPECT_EQ(namesIn("store"), Names{});
 }

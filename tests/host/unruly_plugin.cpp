@@ -5,14 +5,20 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <syslog.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstdarg>
 #include <cstdint>
 #include <string>
 
 #include "zarn/arvlapp/agent.h"
+
+// What a program that is built with _FORTIFY_SOURCE calls for syslog.
+extern "C" void __syslog_chk(int priority, int flag, const char *format, ...);
 
 namespace {
 
@@ -39,6 +45,30 @@ std::string frame(unsigned type, const std::string &payload) {
   bytes.append(reinterpret_cast<const char *>(&wireType), sizeof wireType);
   bytes.append(reinterpret_cast<const char *>(&length), sizeof length);
   return bytes + payload;
+}
+
+// A request that is answered with as many bytes as it has.
+std::string echoed(std::size_t size) {
+  return frame(16, "{\"path\":\"/" + std::string(size, 'x') + "\"}");
+}
+
+std::string uploadOf(const char *path) {
+  return frame(3, std::string("{\"data\":[{\"source\":{\"type\":\"file\",\"path\":\"") + path +
+                      "\"},\"destination\":{\"path\":\"/uploaded\"}}]}");
+}
+
+void waitForSignal(int number) {
+  sigset_t awaited;
+  sigemptyset(&awaited);
+  sigaddset(&awaited, number);
+  sigwait(&awaited, &number);
+}
+
+void holdBack(int number) {
+  sigset_t held;
+  sigemptyset(&held);
+  sigaddset(&held, number);
+  sigprocmask(SIG_BLOCK, &held, nullptr);
 }
 
 [[noreturn]] void sleepForGood() {
@@ -79,6 +109,21 @@ bool behaveRaw(const std::string &how, int fd) {
     close(fd);
     say("hanging");
     sleepForGood();
+  } else if (how == "asks and never reads") {
+    for (int i = 0; i < 64; ++i) {
+      writeAll(fd, echoed(1 << 20));
+    }
+    writeAll(fd, frame(15, success));
+  } else if (how == "completes without reading an answer") {
+    holdBack(SIGUSR1);
+    shutdown(fd, SHUT_RD);
+    writeAll(fd, frame(25, R"({"progress_stage":"begun","progress_percentage":1})"));
+    waitForSignal(SIGUSR1);
+    writeAll(fd, frame(15, success));
+  } else if (how == "uploads") {
+    say("uploading");
+    writeAll(fd, uploadOf(getenv("UNRULY_FILE")));
+    sleepForGood();
   } else if (how == "an estimate of 3 GB") {
     writeAll(
         fd,
@@ -94,6 +139,7 @@ bool behaveWithoutCompletion(const std::string &how) {
   if (how == "exits with 3") {
     _exit(3);
   } else if (how == "crashes") {
+    signal(SIGSEGV, SIG_DFL);  // a sanitizer's handler would end it otherwise
     raise(SIGSEGV);
   } else if (how == "hangs") {
     say("hanging");
@@ -117,6 +163,25 @@ bool behaveWithoutCompletion(const std::string &how) {
   return true;
 }
 
+__attribute__((format(printf, 2, 3))) void vsyslogOf(int priority, const char *format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  vsyslog(priority, format, arguments);
+  va_end(arguments);
+}
+
+// The number of the channel's descriptor is given to a socket of the plug-in's own.
+void logOverAnotherDescriptor() {
+  int own[2];
+  if (socketpair(AF_UNIX, SOCK_DGRAM, 0, own) != 0 ||
+      dup2(own[0], atoi(getenv("ARVL_HOST_LOG_FD"))) < 0) {
+    abort();
+  }
+  syslog(LOG_ERR, "not for this socket");
+  char byte;
+  say(recv(own[1], &byte, 1, MSG_DONTWAIT) < 0 ? "nothing arrived" : "it arrived");
+}
+
 void behaveBeside(const std::string &how) {
   if (how == "writes to every channel") {
     say("to stdout");
@@ -134,6 +199,23 @@ void behaveBeside(const std::string &how) {
     fflush(stdout);
   } else if (how == "a line of a megabyte") {
     say(std::string(1 << 20, 'y').c_str());
+  } else if (how == "logs in every way") {
+    errno = EACCES;
+    for (int priority = LOG_EMERG; priority <= LOG_DEBUG; ++priority) {
+      __extension__ syslog(LOG_USER | priority, "%m");
+    }
+    printf("errno is %s\n", errno == EACCES ? "kept" : "changed");
+    fflush(stdout);
+    syslog(LOG_ERR, "%s|", std::string(3000, 'l').c_str());
+    syslog(LOG_ERR, "%s|", std::string(1 << 20, 'm').c_str());
+    vsyslogOf(LOG_ERR, "by %s", "vsyslog");
+    __syslog_chk(LOG_ERR, 1, "by %s", "__syslog_chk");
+  } else if (how == "logs for good") {
+    for (;;) {
+      syslog(LOG_ERR, "again");
+    }
+  } else if (how == "closes the log channel") {
+    logOverAnotherDescriptor();
   } else if (how == "closes its output") {
     close(STDOUT_FILENO);
     close(STDERR_FILENO);
@@ -161,6 +243,9 @@ int main(int argc, char **argv) {
   }
   if (how == "lists its descriptors") {
     listDescriptors();
+  }
+  if (how == "shows what is preloaded") {
+    say(getenv("LD_PRELOAD"));
   }
   ZARN::ARVLAPP::Agent agent;
   if (!agent.init(argc, argv)) {
