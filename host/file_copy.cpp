@@ -144,6 +144,14 @@ std::string below(std::string folder, const std::string &name) {
   return folder;
 }
 
+UniqueFd openEntry(const Place &place) {
+  UniqueFd path(openat(place.folder, place.name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+  if (!path) {
+    fail("cannot find " + quoted(place.shown));
+  }
+  return path;
+}
+
 bool isSame(const struct stat &a, const struct stat &b) {
   return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
 }
@@ -169,6 +177,23 @@ void Copier::copy(int path, const std::string &shown, const Place &to) {
   }
 }
 
+void Copier::move(const Place &from, const Place &to) {
+  checkCanceled();
+  if (renameat(from.folder, from.name.c_str(), to.folder, to.name.c_str()) == 0) {
+    return;
+  }
+  // Another file system, or a folder to merge into: those are left to the copy.
+  if (errno != EXDEV && errno != ENOTEMPTY && errno != EEXIST) {
+    fail("cannot move " + quoted(from.shown) + " to " + quoted(to.shown));
+  }
+  isMoving_ = true;
+  copy(openEntry(from).get(), from.shown, to);
+  // What cannot be removed stays: it has been delivered.
+  if (unlinkat(from.folder, from.name.c_str(), 0) != 0 && errno == EISDIR) {
+    unlinkat(from.folder, from.name.c_str(), AT_REMOVEDIR);
+  }
+}
+
 void Copier::copyFile(int path, const std::string &shown, const struct stat &status,
                       const Place &to) {
   const UniqueFd file = reopen(path, 0, shown);
@@ -184,7 +209,8 @@ void Copier::copyTree(int path, const std::string &shown, const struct stat &sta
     throw StoreError("cannot copy the folder " + quoted(shown) + " into itself");
   }
   const UniqueFd source = reopen(path, O_DIRECTORY, shown);
-  if (mkdirat(to.folder, to.name.c_str(), 0700) != 0 && errno != EEXIST) {
+  const bool isMade = mkdirat(to.folder, to.name.c_str(), 0700) == 0;
+  if (!isMade && errno != EEXIST) {
     fail("cannot make the folder " + quoted(to.shown));
   }
   const UniqueFd target(
@@ -199,7 +225,9 @@ void Copier::copyTree(int path, const std::string &shown, const struct stat &sta
     }
   }
   copyFolder(source.get(), shown, target.get(), to.shown);
-  copyMetadata(status, target.get(), to.shown);
+  if (isMade) {
+    copyMetadata(status, target.get(), to.shown);
+  }
 }
 
 void Copier::copyFolder(int from, const std::string &shown, int to, const std::string &shownTo) {
@@ -225,12 +253,13 @@ void Copier::copyFolder(int from, const std::string &shown, int to, const std::s
     if (name == "." || name == "..") {
       continue;
     }
-    const std::string inner = below(shown, name);
-    const UniqueFd path(openat(from, name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
-    if (!path) {
-      fail("cannot find " + quoted(inner));
+    const Place source = {from, name, below(shown, name)};
+    const Place target = {to, name, below(shownTo, name)};
+    if (isMoving_) {
+      move(source, target);
+    } else {
+      copy(openEntry(source).get(), source.shown, target);
     }
-    copy(path.get(), inner, {to, name, below(shownTo, name)});
   }
 }
 

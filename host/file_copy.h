@@ -21,9 +21,10 @@ struct Place {
   std::string shown;
 };
 
-// Makes one copy: of a file, by way of a temporary name and with its mode and times; of a link, as
-// itself; of a whole tree, merged into one that is there. Anything else is refused unopened, and so is
-// a tree that would be copied into itself. Throws StoreError.
+// Makes one copy or one move: of a file, by way of a temporary name and with its mode and times; of a
+// link, as itself; of a whole tree, merged into one that is there, whose folders keep their own mode and
+// times. Anything else is refused unopened, and so is a tree that would be copied into itself. Throws
+// StoreError.
 class Copier {
  public:
   // Once canceled is true, the copy ends with an error, and no file is left half written.
@@ -31,6 +32,9 @@ class Copier {
 
   // path is an O_PATH descriptor: what has been examined through it is what is copied.
   void copy(int path, const std::string &shown, const Place &to);
+
+  // Renames what can be renamed, entry by entry where trees are merged; copies and removes the rest.
+  void move(const Place &from, const Place &to);
 
  private:
   void copyFile(int path, const std::string &shown, const struct stat &status, const Place &to);
@@ -40,6 +44,7 @@ class Copier {
   void checkCanceled() const;
 
   const std::atomic<bool> &canceled_;
+  bool isMoving_ = false;
   std::optional<struct stat> root_;  // the folder that a tree is copied to
   std::vector<char> buffer_;
 };

@@ -204,19 +204,11 @@ void Store::upload(const std::string &source, FileType type, bool isTemporary,
   expectType(entry, type, source);
   const UniqueFd target = openInside(to.folder, O_PATH | O_DIRECTORY);
 
+  const Place place = {target.get(), to.name, destination};
   if (isTemporary) {
-    if (renameat(folder.get(), from.name.c_str(), target.get(), to.name.c_str()) == 0) {
-      return;
-    }
-    // Another file system, or a folder to merge into: those are left to the copy.
-    if (errno != EXDEV && errno != ENOTEMPTY && errno != EEXIST) {
-      failWith(errno, "cannot move " + quoted(source) + " to " + quoted(destination));
-    }
-  }
-  Copier(canceled_).copy(entry.get(), source, {target.get(), to.name, destination});
-  if (isTemporary) {
-    std::error_code ignored;
-    std::filesystem::remove_all(source, ignored);
+    Copier(canceled_).move({folder.get(), from.name, source}, place);
+  } else {
+    Copier(canceled_).copy(entry.get(), source, place);
   }
 }
 

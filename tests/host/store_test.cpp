@@ -109,13 +109,37 @@ TEST_F(StoreFolder, MovesATemporarySource) {
 }
 
 TEST_F(StoreFolder, MovesATemporaryTreeIntoOneThatIsThere) {
-  fs::create_directories(at("local/t/sub"));
+  fs::create_directories(at("local/t/sub/deep"));
   write("local/t/sub/f", "new");
-  fs::create_directories(at("store/t/sub"));
+  write("local/t/sub/g", "new");
+  fs::create_symlink("f", at("local/t/sub/l"));
+  fs::create_directories(at("store/t/sub/deep"));
+  write("store/t/sub/deep/h", "old");
   write("store/t/sub/g", "old");
   store_->upload(at("local/t"), FileType::kDir, true, "/t");
-  EXPECT_EQ(namesIn("store"), (Names{"t", "t/sub", "t/sub/f", "t/sub/g"}));
+  EXPECT_EQ(namesIn("store"),
+            (Names{"t", "t/sub", "t/sub/deep", "t/sub/deep/h", "t/sub/f", "t/sub/g", "t/sub/l"}));
+  EXPECT_EQ(read("store/t/sub/g"), "new");
   EXPECT_EQ(namesIn("local"), Names{});
+}
+
+TEST_F(StoreFolder, MovesATemporarySourceFromAnotherFileSystem) {
+  struct stat here;
+  struct stat there;
+  const std::string shm = "/dev/shm/arvl-test-" + std::to_string(getpid());
+  std::error_code error;
+  if (!fs::create_directory(shm, error) || stat(shm.c_str(), &there) != 0 ||
+      stat(at("store").c_str(), &here) != 0 || here.st_dev == there.st_dev) {
+    fs::remove_all(shm, error);
+    GTEST_SKIP() << "/dev/shm is no file system of its own";
+  }
+  fs::create_directory(shm + "/sub");
+  std::ofstream(shm + "/sub/f") << "text";
+  store_->upload(shm, FileType::kDir, true, "/t");
+  EXPECT_EQ(namesIn("store"), (Names{"t", "t/sub", "t/sub/f"}));
+  EXPECT_EQ(read("store/t/sub/f"), "text");
+  EXPECT_FALSE(fs::exists(shm));
+  fs::remove_all(shm);
 }
 
 TEST_F(StoreFolder, TakesATreeAndALinkAsItself) {
@@ -154,6 +178,16 @@ TEST_F(StoreFolder, GivesATreeWithItsModesAndTimes) {
   EXPECT_EQ(status.st_mode & 07777, 0750u);
   EXPECT_EQ(status.st_mtim.tv_sec, 200);
   EXPECT_EQ(read("local/copy/sub/f"), "x");
+}
+
+TEST_F(StoreFolder, LeavesTheModeOfAFolderThatIsThere) {
+  fs::create_directories(at("store/t/sub"));
+  fs::create_directories(at("local/t/sub"));
+  fs::permissions(at("local/t"), fs::perms(01777));
+  fs::permissions(at("local/t/sub"), fs::perms(0700));
+  store_->download("/t", FileType::kDir, at("local"));
+  EXPECT_EQ(fs::status(at("local/t")).permissions(), fs::perms(01777));
+  EXPECT_EQ(fs::status(at("local/t/sub")).permissions(), fs::perms(0700));
 }
 
 TEST_F(StoreFolder, GivesAFileOnlyToAFolderWhereOneIsMeant) {
