@@ -26,6 +26,17 @@ macro(arvl_require_libevent)
   endif()
 endmacro()
 
+# PkgConfig::LIBCRYPTO
+macro(arvl_require_openssl)
+  if(NOT PkgConfig_FOUND)
+    arvl_missing("pkg-config" pkg-config)
+  endif()
+  pkg_check_modules(LIBCRYPTO QUIET IMPORTED_TARGET GLOBAL libcrypto>=3.0)
+  if(NOT LIBCRYPTO_FOUND)
+    arvl_missing("OpenSSL's libcrypto" libssl-dev)
+  endif()
+endmacro()
+
 # PkgConfig::SQLITE3
 macro(arvl_require_sqlite)
   if(NOT PkgConfig_FOUND)

@@ -1,24 +1,14 @@
 #include "file_copy.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <stdio.h>
-#include <sys/stat.h>
+#include <sys/file.h>
 
 #include <cerrno>
-#include <cstring>
-#include <memory>
-#include <random>
-#include <vector>
 
-#include "store.h"
-#include "trace/trace_text.h"
+#include "folder_reader.h"
 
 namespace arvl_host {
-
-void failWith(int error, const std::string &what) {
-  throw StoreError(what + ": " + std::strerror(error));
-}
 
 namespace {
 
@@ -28,30 +18,30 @@ namespace {
 
 constexpr std::size_t kChunk = 0x40000;  // bytes that are copied at once
 
-std::string quoted(const std::string &shown) {
-  return "\"" + visibleText(shown) + "\"";
+bool isSame(const struct stat &a, const struct stat &b) {
+  return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
 }
 
-// A name beside the target that nobody else uses, taken away again unless the file is committed.
+// Made from the name that it stands for: what a killed host left is found again, and two hosts that
+// write the same file meet.
+std::string temporaryName(const std::string &name) {
+  return ".arvl-" + sha256Of(name).substr(0, 16) + ".partial";
+}
+
+// A file beside the target that nobody else writes, taken away again unless it is committed.
 class TemporaryFile {
  public:
-  explicit TemporaryFile(const Place &to) : to_(to) {
-    std::random_device random;
-    for (int attempt = 0; attempt < 100; ++attempt) {
-      name_ = ".arvl-" + std::to_string(random()) + ".partial";
-      file_.reset(openat(to.folder, name_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
-      if (file_ || errno != EEXIST) {
-        break;
-      }
-    }
-    if (!file_) {
-      name_.clear();
-      fail("cannot write " + quoted(to.shown));
+  explicit TemporaryFile(const Place &to) : to_(to), name_(temporaryName(to.name)) {
+    do {
+      open();
+    } while (!isOurs());
+    if (ftruncate(file_.get(), 0) != 0) {
+      giveUp();
     }
   }
 
   ~TemporaryFile() {
-    if (!name_.empty()) {
+    if (file_ && !isCommitted_) {
       unlinkat(to_.folder, name_.c_str(), 0);
     }
   }
@@ -61,18 +51,51 @@ class TemporaryFile {
 
   int fd() const { return file_.get(); }
 
-  void commit() {
-    if (fsync(file_.get()) != 0 ||
+  void commit(Durability durability) {
+    if ((durability == Durability::kEachFile && fsync(file_.get()) != 0) ||
         renameat(to_.folder, name_.c_str(), to_.folder, to_.name.c_str()) != 0) {
       fail("cannot write " + quoted(to_.shown));
     }
-    name_.clear();
+    isCommitted_ = true;
   }
 
  private:
+  [[noreturn]] void giveUp() {
+    const int error = errno;
+    file_.reset();
+    failWith(error, "cannot write " + quoted(to_.shown));
+  }
+
+  void open() {
+    const auto tryToOpen = [this] {
+      file_.reset(
+          openat(to_.folder, name_.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
+      return static_cast<bool>(file_);
+    };
+    // A leftover may have the mode of a file that is for reading only.
+    if (!tryToOpen() &&
+        (errno != EACCES || unlinkat(to_.folder, name_.c_str(), 0) != 0 || !tryToOpen())) {
+      giveUp();
+    }
+    if (flock(file_.get(), LOCK_EX | LOCK_NB) != 0) {
+      file_.reset();
+      throw StoreError("another transfer is writing " + quoted(to_.shown));
+    }
+  }
+
+  // Who had it before may have committed it or taken it away before the lock came to us.
+  bool isOurs() const {
+    struct stat opened;
+    struct stat named;
+    return fstat(file_.get(), &opened) == 0 &&
+           fstatat(to_.folder, name_.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
+           isSame(opened, named);
+  }
+
   const Place &to_;
-  std::string name_;
+  const std::string name_;
   UniqueFd file_;
+  bool isCommitted_ = false;
 };
 
 void writeAll(int fd, const char *data, std::size_t size, const std::string &shown) {
@@ -113,20 +136,6 @@ std::string readLink(int link, const std::string &shown) {
   return target;
 }
 
-// By way of a temporary name, as a file: it replaces what is there.
-void copyLink(int link, const std::string &shown, const Place &to) {
-  const std::string target = readLink(link, shown);
-  const std::string temporary = ".arvl-link-" + std::to_string(std::random_device()()) + ".partial";
-  if (symlinkat(target.c_str(), to.folder, temporary.c_str()) != 0) {
-    fail("cannot write " + quoted(to.shown));
-  }
-  if (renameat(to.folder, temporary.c_str(), to.folder, to.name.c_str()) != 0) {
-    const int error = errno;
-    unlinkat(to.folder, temporary.c_str(), 0);
-    failWith(error, "cannot write " + quoted(to.shown));
-  }
-}
-
 // Opens for reading what has been examined, and no other. A file that would block is an error in place
 // of a wait: some below /proc do.
 UniqueFd reopen(int path, int flags, const std::string &shown) {
@@ -152,11 +161,32 @@ UniqueFd openEntry(const Place &place) {
   return path;
 }
 
-bool isSame(const struct stat &a, const struct stat &b) {
-  return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}  // namespace
+
+const char *fileTypeText(FileType type) {
+  switch (type) {
+    case FileType::kFile:
+      return "file";
+    case FileType::kDir:
+      return "dir";
+    case FileType::kSymlink:
+      return "symlink";
+  }
+  return "";
 }
 
-}  // namespace
+std::optional<FileType> fileTypeOf(mode_t mode) {
+  switch (mode & S_IFMT) {
+    case S_IFREG:
+      return FileType::kFile;
+    case S_IFDIR:
+      return FileType::kDir;
+    case S_IFLNK:
+      return FileType::kSymlink;
+    default:
+      return std::nullopt;
+  }
+}
 
 void Copier::copy(int path, const std::string &shown, const Place &to) {
   checkCanceled();
@@ -180,6 +210,9 @@ void Copier::copy(int path, const std::string &shown, const Place &to) {
 void Copier::move(const Place &from, const Place &to) {
   checkCanceled();
   if (renameat(from.folder, from.name.c_str(), to.folder, to.name.c_str()) == 0) {
+    if (options_.watcher != nullptr) {
+      options_.watcher->onMoved(examine(openEntry(to).get(), to.shown));
+    }
     return;
   }
   // Another file system, or a folder to merge into: those are left to the copy.
@@ -198,9 +231,33 @@ void Copier::copyFile(int path, const std::string &shown, const struct stat &sta
                       const Place &to) {
   const UniqueFd file = reopen(path, 0, shown);
   TemporaryFile temporary(to);
-  copyBytes(file.get(), shown, temporary.fd(), to.shown);
+  const std::string sha256 = copyBytes(file.get(), shown, temporary.fd(), to.shown);
   copyMetadata(status, temporary.fd(), to.shown);
-  temporary.commit();
+  if (options_.watcher != nullptr) {
+    options_.watcher->onFile(shown, sha256);
+  }
+  temporary.commit(options_.durability);
+  if (options_.watcher != nullptr) {
+    options_.watcher->onStored(examine(temporary.fd(), to.shown), sha256);
+  }
+}
+
+// By way of a temporary name, as a file: it replaces what is there.
+void Copier::copyLink(int link, const std::string &shown, const Place &to) {
+  const std::string target = readLink(link, shown);
+  if (options_.watcher != nullptr) {
+    options_.watcher->onLink(shown, target);
+  }
+  const std::string temporary = temporaryName(to.name);
+  unlinkat(to.folder, temporary.c_str(), 0);  // a leftover
+  if (symlinkat(target.c_str(), to.folder, temporary.c_str()) != 0) {
+    fail("cannot write " + quoted(to.shown));
+  }
+  if (renameat(to.folder, temporary.c_str(), to.folder, to.name.c_str()) != 0) {
+    const int error = errno;
+    unlinkat(to.folder, temporary.c_str(), 0);
+    failWith(error, "cannot write " + quoted(to.shown));
+  }
 }
 
 void Copier::copyTree(int path, const std::string &shown, const struct stat &status,
@@ -231,51 +288,53 @@ void Copier::copyTree(int path, const std::string &shown, const struct stat &sta
 }
 
 void Copier::copyFolder(int from, const std::string &shown, int to, const std::string &shownTo) {
-  struct Closer {
-    void operator()(DIR *dir) const { closedir(dir); }
-  };
-  UniqueFd own(openat(from, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));  // with an offset of its own
-  const std::unique_ptr<DIR, Closer> dir(own ? fdopendir(own.get()) : nullptr);
-  if (dir == nullptr) {
-    fail("cannot read the folder " + quoted(shown));
+  FolderReader reader(from, shown);
+  std::uint64_t entries = 0;
+  for (; const char *name = reader.next(); ++entries) {
+    copyEntry({from, name, below(shown, name)}, {to, name, below(shownTo, name)});
   }
-  own.release();
-  for (;;) {
-    errno = 0;
-    const dirent *entry = readdir(dir.get());
-    if (entry == nullptr) {
-      if (errno != 0) {
-        fail("cannot read the folder " + quoted(shown));
-      }
-      return;
-    }
-    const std::string name = entry->d_name;
-    if (name == "." || name == "..") {
-      continue;
-    }
-    const Place source = {from, name, below(shown, name)};
-    const Place target = {to, name, below(shownTo, name)};
-    if (isMoving_) {
-      move(source, target);
-    } else {
-      copy(openEntry(source).get(), source.shown, target);
-    }
+  if (options_.watcher != nullptr) {
+    options_.watcher->onFolderEnd(shown, entries);
   }
 }
 
-void Copier::copyBytes(int from, const std::string &shown, int to, const std::string &shownTo) {
+void Copier::copyEntry(const Place &source, const Place &target) {
+  if (isMoving_) {
+    move(source, target);
+    return;
+  }
+  const UniqueFd entry = openEntry(source);
+  const struct stat status = examine(entry.get(), source.shown);
+  const std::optional<FileType> type = fileTypeOf(status.st_mode);
+  if (options_.watcher != nullptr && type) {
+    options_.watcher->onEntry(source.shown, *type, status.st_size);
+  }
+  copy(entry.get(), source.shown, target);
+}
+
+std::string Copier::copyBytes(int from, const std::string &shown, int to,
+                              const std::string &shownTo) {
   buffer_.resize(kChunk);
+  std::optional<Sha256> digest;
+  if (options_.watcher != nullptr) {
+    digest.emplace();
+  }
   for (;;) {
     checkCanceled();
     const ssize_t size = read(from, buffer_.data(), buffer_.size());
     if (size == 0) {
-      return;
+      return digest ? digest->finish() : "";
     }
     if (size < 0 && errno != EINTR) {
       fail("cannot read " + quoted(shown));
     }
     if (size > 0) {
-      writeAll(to, buffer_.data(), static_cast<std::size_t>(size), shownTo);
+      const auto count = static_cast<std::size_t>(size);
+      writeAll(to, buffer_.data(), count, shownTo);
+      if (digest) {
+        digest->add(buffer_.data(), count);
+        options_.watcher->onBytes(count);
+      }
     }
   }
 }

@@ -6,13 +6,22 @@
 #include <sys/stat.h>
 
 #include <atomic>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "sha256.h"
+#include "store_error.h"
 #include "unique_fd.h"
 
 namespace arvl_host {
+
+enum class FileType { kFile, kDir, kSymlink };
+
+const char *fileTypeText(FileType type);
+// Nothing for what is neither a file, a folder nor a link.
+std::optional<FileType> fileTypeOf(mode_t mode);
 
 // An entry by the folder that holds it; shown is how messages name it.
 struct Place {
@@ -21,14 +30,44 @@ struct Place {
   std::string shown;
 };
 
+// Follows what is read and written, on the thread that does it. What it throws ends the transfer, and a
+// file or link that it refuses is not delivered. Paths are those of the source, as messages show them.
+class TransferWatcher {
+ public:
+  virtual ~TransferWatcher() = default;
+  // A folder is read, for a copy or a listing: each of its entries, and then how many they were.
+  virtual void onEntry(const std::string & /*path*/, FileType, std::int64_t /*size*/) {}
+  virtual void onFolderEnd(const std::string & /*path*/, std::uint64_t /*entries*/) {}
+  // So many more bytes have been copied.
+  virtual void onBytes(std::uint64_t /*count*/) {}
+  // A copy is complete, and gets its name next.
+  virtual void onFile(const std::string & /*path*/, const std::string & /*sha256*/) {}
+  virtual void onLink(const std::string & /*path*/, const std::string & /*target*/) {}
+  // A file's copy has its name: its status from then on.
+  virtual void onStored(const struct stat &, const std::string & /*sha256*/) {}
+  // An entry was moved by its name alone, with all that it may hold: its status from then on.
+  virtual void onMoved(const struct stat &) {}
+};
+
+// When a copy is safe from a loss of power: before it gets its name, or when the caller has synced the
+// whole file system.
+enum class Durability { kEachFile, kLeftToCaller };
+
+struct CopyOptions {
+  TransferWatcher *watcher = nullptr;
+  Durability durability = Durability::kEachFile;
+};
+
 // Makes one copy or one move: of a file, by way of a temporary name and with its mode and times; of a
 // link, as itself; of a whole tree, merged into one that is there, whose folders keep their own mode and
-// times. Anything else is refused unopened, and so is a tree that would be copied into itself. Throws
+// times. Anything else is refused unopened, and so is a tree that would be copied into itself. What a
+// killed host left under a temporary name is overwritten by the next copy to the same place. Throws
 // StoreError.
 class Copier {
  public:
   // Once canceled is true, the copy ends with an error, and no file is left half written.
-  explicit Copier(const std::atomic<bool> &canceled) : canceled_(canceled) {}
+  explicit Copier(const std::atomic<bool> &canceled, const CopyOptions &options = {})
+      : canceled_(canceled), options_(options) {}
 
   // path is an O_PATH descriptor: what has been examined through it is what is copied.
   void copy(int path, const std::string &shown, const Place &to);
@@ -38,18 +77,20 @@ class Copier {
 
  private:
   void copyFile(int path, const std::string &shown, const struct stat &status, const Place &to);
+  void copyLink(int link, const std::string &shown, const Place &to);
   void copyTree(int path, const std::string &shown, const struct stat &status, const Place &to);
   void copyFolder(int from, const std::string &shown, int to, const std::string &shownTo);
-  void copyBytes(int from, const std::string &shown, int to, const std::string &shownTo);
+  void copyEntry(const Place &source, const Place &target);
+  // The checksum of what has been copied; empty without a watcher.
+  std::string copyBytes(int from, const std::string &shown, int to, const std::string &shownTo);
   void checkCanceled() const;
 
   const std::atomic<bool> &canceled_;
+  const CopyOptions options_;
   bool isMoving_ = false;
   std::optional<struct stat> root_;  // the folder that a tree is copied to
   std::vector<char> buffer_;
 };
-
-[[noreturn]] void failWith(int error, const std::string &what);
 
 }  // namespace arvl_host
 

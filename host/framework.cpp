@@ -191,13 +191,15 @@ Json::Value Framework::createDir(const Json::Value &request) const {
   return answer;
 }
 
+// A folder that a listing cannot tell of in full is not listed at all.
 Framework::Listing Framework::beginListing(const std::string &path) const {
-  Listing listing;
-  listing.path = path.substr(0, path.find_last_not_of('/') + 1);  // "" for the root
-  listing.entries = store().list(path);
-  for (const StoreEntry &entry : listing.entries) {
-    checkListable(listing.path, entry);
+  Listing listing = {"", path.substr(0, path.find_last_not_of('/') + 1),  // "" for the root
+                     store().list(path), std::nullopt};
+  while (const std::optional<StoreEntry> entry = listing.entries.next()) {
+    checkListable(listing.path, *entry);
   }
+  listing.entries.rewind();
+  listing.next = listing.entries.next();
   return listing;
 }
 
@@ -220,42 +222,41 @@ void Framework::keepListing(Listing listing) {
   listings_.push_back(std::move(listing));
 }
 
-Json::Value Framework::listDir(const Json::Value &request) {
-  Json::Value answer = success();
-  Listing listing;
-  try {
-    listing = request.isMember("path") ? beginListing(request["path"].asString())
-                                       : continueListing(request["request_id"].asString());
-  } catch (const StoreError &error) {
-    answer = failure(error.what());
-    answer["request"] = request;
-    return answer;
-  }
-
-  std::size_t limit = values_.listPage;
-  if (request.isMember("max_record") && request["max_record"].asUInt() != 0) {
-    limit = std::min<std::size_t>(limit, request["max_record"].asUInt());
-  }
-  const std::size_t end = std::min(listing.entries.size(), listing.next + limit);
+Json::Value Framework::takePage(Listing &listing, std::size_t limit) const {
   std::size_t bytes = 0;
   Json::Value entries(Json::arrayValue);
-  for (; listing.next < end; ++listing.next) {
-    Json::Value entry = describe(listing.path, listing.entries[listing.next]);
+  for (; listing.next && entries.size() < limit; listing.next = listing.entries.next()) {
+    checkListable(listing.path, *listing.next);  // it may be new since the listing was begun
+    Json::Value entry = describe(listing.path, *listing.next);
     bytes += jsonBytes(entry["path"].asString());
     if (bytes > kMaxPageBytes && !entries.empty()) {
       break;
     }
     entries.append(std::move(entry));
   }
-  const bool isComplete = listing.next == listing.entries.size();
-  answer["entry_list"].swap(entries);
-  answer["request"] = request;
-  answer["list_complete"] = isComplete;
-  if (!isComplete) {
-    listing.token = "listing-" + std::to_string(++tokens_);
-    answer["request_id"] = listing.token;
-    keepListing(std::move(listing));
+  return entries;
+}
+
+Json::Value Framework::listDir(const Json::Value &request) {
+  std::size_t limit = values_.listPage;
+  if (request.isMember("max_record") && request["max_record"].asUInt() != 0) {
+    limit = std::min<std::size_t>(limit, request["max_record"].asUInt());
   }
+  Json::Value answer = success();
+  try {
+    Listing listing = request.isMember("path") ? beginListing(request["path"].asString())
+                                               : continueListing(request["request_id"].asString());
+    answer["entry_list"] = takePage(listing, limit);
+    answer["list_complete"] = !listing.next;
+    if (listing.next) {
+      listing.token = "listing-" + std::to_string(++tokens_);
+      answer["request_id"] = listing.token;
+      keepListing(std::move(listing));
+    }
+  } catch (const StoreError &error) {
+    answer = failure(error.what());
+  }
+  answer["request"] = request;
   return answer;
 }
 

@@ -44,12 +44,13 @@ class Framework : public RequestServer {
  private:
   using TransferItem = std::function<void(const Json::Value &item)>;
 
-  // A listing that has been begun, and how far it has been handed out.
+  // A listing that has been begun, and how far it has been handed out. It is read page by page: a folder
+  // may hold more than the memory.
   struct Listing {
     std::string token;  // of the page that comes next
     std::string path;
-    std::vector<StoreEntry> entries;
-    std::size_t next = 0;
+    StoreListing entries;
+    std::optional<StoreEntry> next;  // the first that is not handed out
   };
 
   Json::Value transfer(const Json::Value &request, const TransferItem &transferItem) const;
@@ -60,6 +61,7 @@ class Framework : public RequestServer {
   Listing beginListing(const std::string &path) const;
   Listing continueListing(const std::string &token);
   void keepListing(Listing listing);
+  Json::Value takePage(Listing &listing, std::size_t limit) const;
   Json::Value getSelectedSource() const;
   Json::Value setProgress(const Json::Value &request) const;
   const Store &store() const;

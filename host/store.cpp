@@ -1,27 +1,17 @@
 #include "store.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <linux/openat2.h>
 #include <stdio.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <filesystem>
-#include <memory>
-
-#include "file_copy.h"
-#include "trace/trace_text.h"
 
 namespace arvl_host {
 
 namespace {
-
-std::string quoted(const std::string &shown) {
-  return "\"" + visibleText(shown) + "\"";
-}
 
 // JSON may put a NUL into a path, and the kernel would take what stands before it.
 void checkText(const std::string &path) {
@@ -53,27 +43,17 @@ SplitPath split(const std::string &path) {
   return parts;
 }
 
-FileType typeOf(mode_t mode, const std::string &shown) {
-  switch (mode & S_IFMT) {
-    case S_IFREG:
-      return FileType::kFile;
-    case S_IFDIR:
-      return FileType::kDir;
-    case S_IFLNK:
-      return FileType::kSymlink;
-    default:
-      throw StoreError(quoted(shown) + " is neither a file, a folder nor a link");
-  }
-}
-
 void expectType(const UniqueFd &path, FileType type, const std::string &shown) {
   struct stat status;
   if (fstat(path.get(), &status) != 0) {
     failWith(errno, "cannot examine " + quoted(shown));
   }
-  const FileType found = typeOf(status.st_mode, shown);
-  if (found != type) {
-    throw StoreError(quoted(shown) + " is of type " + fileTypeText(found) + ", not " +
+  const std::optional<FileType> found = fileTypeOf(status.st_mode);
+  if (!found) {
+    throw StoreError(quoted(shown) + " is neither a file, a folder nor a link");
+  }
+  if (*found != type) {
+    throw StoreError(quoted(shown) + " is of type " + fileTypeText(*found) + ", not " +
                      fileTypeText(type));
   }
 }
@@ -98,20 +78,38 @@ FileType fileTypeOf(const std::string &text) {
   throw StoreError("no such type of file: " + quoted(text));
 }
 
-const char *fileTypeText(FileType type) {
-  switch (type) {
-    case FileType::kFile:
-      return "file";
-    case FileType::kDir:
-      return "dir";
-    case FileType::kSymlink:
-      return "symlink";
+std::optional<StoreEntry> StoreListing::next() {
+  while (const char *name = reader_.next()) {
+    struct stat status;
+    if (fstatat(reader_.fd(), name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
+      if (errno == ENOENT) {
+        continue;  // gone meanwhile
+      }
+      failWith(errno, "cannot examine " + quoted(path_ + "/" + name));
+    }
+    const std::optional<FileType> type = fileTypeOf(status.st_mode);
+    if (!type) {
+      continue;
+    }
+    ++entries_;
+    if (watcher_ != nullptr) {
+      watcher_->onEntry(path_ + "/" + name, *type, status.st_size);
+    }
+    return StoreEntry{name, *type, status.st_size, status.st_mtim.tv_sec};
   }
-  return "";
+  if (watcher_ != nullptr) {
+    watcher_->onFolderEnd(path_, entries_);
+  }
+  return std::nullopt;
 }
 
-Store::Store(const std::string &folder)
-    : root_(open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)) {
+void StoreListing::rewind() {
+  reader_.rewind();
+  entries_ = 0;
+}
+
+Store::Store(const std::string &folder, const StoreOptions &options)
+    : root_(open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)), options_(options) {
   if (!root_) {
     failWith(errno, "cannot open the store " + quoted(folder));
   }
@@ -133,50 +131,32 @@ UniqueFd Store::openInside(const std::string &path, int flags) const {
   return fd;
 }
 
-std::vector<StoreEntry> Store::list(const std::string &path) const {
-  struct Closer {
-    void operator()(DIR *dir) const { closedir(dir); }
+// What has been opened, by its one path inside the store, "" for the store itself: a request may have come
+// by way of links. A store that is moved meanwhile leaves the path of the request.
+std::string Store::realPath(int fd, const std::string &path) const {
+  const auto pathOf = [](int open) {
+    std::error_code error;
+    return std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(open), error).string();
   };
-  UniqueFd folder = openInside(path, O_RDONLY | O_DIRECTORY | O_NONBLOCK);
-  const int fd = folder.get();
-  const std::unique_ptr<DIR, Closer> dir(fdopendir(fd));
-  if (dir == nullptr) {
-    failWith(errno, "cannot read the folder " + quoted(path));
-  }
-  folder.release();
+  const std::string root = pathOf(root_.get());
+  const std::string whole = pathOf(fd);
+  return whole.compare(0, root.size(), root) == 0 ? whole.substr(root.size()) : path;
+}
 
-  std::vector<StoreEntry> entries;
-  for (;;) {
-    errno = 0;
-    const dirent *found = readdir(dir.get());
-    if (found == nullptr) {
-      break;
-    }
-    const std::string name = found->d_name;
-    struct stat status;
-    if (name == "." || name == "..") {
-      continue;
-    }
-    if (fstatat(fd, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
-      if (errno == ENOENT) {
-        continue;  // gone meanwhile
-      }
-      break;
-    }
-    if (S_ISREG(status.st_mode) || S_ISDIR(status.st_mode) || S_ISLNK(status.st_mode)) {
-      entries.push_back(
-          {name, typeOf(status.st_mode, name), status.st_size, status.st_mtim.tv_sec});
-    }
+void Store::checkWritable() const {
+  if (options_.isReadOnly) {
+    throw StoreError("what is restored from is not written to");
   }
-  if (errno != 0) {
-    failWith(errno, "cannot read the folder " + quoted(path));
-  }
-  std::sort(entries.begin(), entries.end(),
-            [](const StoreEntry &a, const StoreEntry &b) { return a.name < b.name; });
-  return entries;
+}
+
+StoreListing Store::list(const std::string &path) const {
+  const UniqueFd folder = openInside(path, O_PATH | O_DIRECTORY);
+  return StoreListing(FolderReader(folder.get(), path), realPath(folder.get(), path),
+                      options_.copies.watcher);
 }
 
 void Store::createDir(const std::string &path) const {
+  checkWritable();
   checkText(path);
   std::string made = "/";
   for (const std::filesystem::path &part : std::filesystem::path(path).relative_path()) {
@@ -194,6 +174,7 @@ void Store::createDir(const std::string &path) const {
 
 void Store::upload(const std::string &source, FileType type, bool isTemporary,
                    const std::string &destination) const {
+  checkWritable();
   const SplitPath from = split(source);
   const SplitPath to = split(destination);
   const UniqueFd folder = openLocalFolder(from.folder);
@@ -206,9 +187,9 @@ void Store::upload(const std::string &source, FileType type, bool isTemporary,
 
   const Place place = {target.get(), to.name, destination};
   if (isTemporary) {
-    Copier(canceled_).move({folder.get(), from.name, source}, place);
+    Copier(canceled_, options_.copies).move({folder.get(), from.name, source}, place);
   } else {
-    Copier(canceled_).copy(entry.get(), source, place);
+    Copier(canceled_, options_.copies).copy(entry.get(), source, place);
   }
 }
 
@@ -229,7 +210,8 @@ void Store::download(const std::string &source, FileType type,
   const UniqueFd entry = type == FileType::kSymlink ? openInside(source, O_PATH | O_NOFOLLOW)
                                                     : openInside(source, O_PATH);
   expectType(entry, type, source);
-  Copier(canceled_).copy(entry.get(), source, {target.get(), to.name, shownTo});
+  Copier(canceled_, options_.copies)
+      .copy(entry.get(), realPath(entry.get(), source), {target.get(), to.name, shownTo});
 }
 
 }  // namespace arvl_host

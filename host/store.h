@@ -4,31 +4,47 @@
 
 #include <atomic>
 #include <cstdint>
-#include <stdexcept>
+#include <optional>
 #include <string>
-#include <vector>
+#include <utility>
 
+#include "file_copy.h"
+#include "folder_reader.h"
 #include "unique_fd.h"
 
 namespace arvl_host {
 
-// Why a request is denied, in words for the plug-in's author.
-class StoreError : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
-
-enum class FileType { kFile, kDir, kSymlink };
-
 // Throws StoreError for a text that is none of "file", "dir" and "symlink".
 FileType fileTypeOf(const std::string &text);
-const char *fileTypeText(FileType type);
 
 struct StoreEntry {
   std::string name;
-  FileType type;
-  std::int64_t size;   // bytes
-  std::int64_t mtime;  // seconds since the epoch
+  FileType type = FileType::kFile;
+  std::int64_t size = 0;   // bytes
+  std::int64_t mtime = 0;  // seconds since the epoch
+};
+
+// The entries of a folder of the store, in the order of the file system. What is neither file, folder nor
+// link is left out.
+class StoreListing {
+ public:
+  StoreListing(FolderReader reader, std::string path, TransferWatcher *watcher)
+      : reader_(std::move(reader)), path_(std::move(path)), watcher_(watcher) {}
+
+  // Nothing at the end. Throws StoreError.
+  std::optional<StoreEntry> next();
+  void rewind();
+
+ private:
+  FolderReader reader_;
+  std::string path_;
+  TransferWatcher *watcher_;
+  std::uint64_t entries_ = 0;
+};
+
+struct StoreOptions {
+  CopyOptions copies;
+  bool isReadOnly = false;
 };
 
 // Store paths are absolute and resolved inside the folder by the kernel: "..", absolute links and links
@@ -38,10 +54,10 @@ struct StoreEntry {
 // time; cancel alone may come from another.
 class Store {
  public:
-  explicit Store(const std::string &folder);
+  // A watcher among the options has to outlive it.
+  explicit Store(const std::string &folder, const StoreOptions &options = {});
 
-  // In the order of the names. What is neither file, folder nor link is left out.
-  std::vector<StoreEntry> list(const std::string &path) const;
+  StoreListing list(const std::string &path) const;
 
   // With its parents; a folder that exists is fine.
   void createDir(const std::string &path) const;
@@ -59,8 +75,11 @@ class Store {
 
  private:
   UniqueFd openInside(const std::string &path, int flags) const;
+  std::string realPath(int fd, const std::string &path) const;
+  void checkWritable() const;
 
   UniqueFd root_;
+  const StoreOptions options_;
   std::atomic<bool> canceled_{false};
 };
 

@@ -5,16 +5,19 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sched.h>
+#include <sys/file.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <map>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -34,6 +37,15 @@ std::string errorOf(const std::function<void()> &operation) {
     return error.what();
   }
   return "";
+}
+
+// By their names.
+std::map<std::string, StoreEntry> remaining(StoreListing &listing) {
+  std::map<std::string, StoreEntry> entries;
+  while (const std::optional<StoreEntry> entry = listing.next()) {
+    entries[entry->name] = *entry;
+  }
+  return entries;
 }
 
 class StoreFolder : public testing::Test {
@@ -240,18 +252,140 @@ TEST_F(StoreFolder, MakesFoldersWithTheirParents) {
   EXPECT_NE(errorOf([&] { store_->createDir("/f"); }), "");
 }
 
-TEST_F(StoreFolder, ListsInOrderWhatAListingCanCarry) {
+TEST_F(StoreFolder, ListsWhatAListingCanCarry) {
   fs::create_directory(at("store/b"));
   write("store/a", "12345");
   fs::create_symlink("x", at("store/c"));
   mkfifo(at("store/d").c_str(), 0600);
-  const std::vector<StoreEntry> entries = store_->list("/");
+  StoreListing listing = store_->list("/");
+  std::map<std::string, StoreEntry> entries = remaining(listing);
   ASSERT_EQ(entries.size(), 3u);
-  EXPECT_EQ(entries[0].name, "a");
-  EXPECT_EQ(entries[0].size, 5);
-  EXPECT_EQ(entries[0].type, FileType::kFile);
-  EXPECT_EQ(entries[1].type, FileType::kDir);
-  EXPECT_EQ(entries[2].type, FileType::kSymlink);
+  EXPECT_EQ(entries["a"].size, 5);
+  EXPECT_EQ(entries["a"].type, FileType::kFile);
+  EXPECT_EQ(entries["b"].type, FileType::kDir);
+  EXPECT_EQ(entries["c"].type, FileType::kSymlink);
+  listing.rewind();
+  EXPECT_EQ(remaining(listing).size(), 3u);
+}
+
+// Notes what it hears, a line each, and refuses what it is told to.
+class Witness : public TransferWatcher {
+ public:
+  void onEntry(const std::string &path, FileType type, std::int64_t size) override {
+    note(std::string("entry ") + fileTypeText(type) + " " + path +
+         (type == FileType::kFile ? " " + std::to_string(size) : ""));
+  }
+  void onFolderEnd(const std::string &path, std::uint64_t entries) override {
+    note("end " + path + " " + std::to_string(entries));
+  }
+  void onBytes(std::uint64_t count) override { note("bytes " + std::to_string(count)); }
+  void onFile(const std::string &path, const std::string &sha256) override {
+    note("file " + path + " " + sha256.substr(0, 8));
+  }
+  void onLink(const std::string &path, const std::string &target) override {
+    note("link " + path + " " + target);
+  }
+  void onStored(const struct stat &status, const std::string &sha256) override {
+    note("stored " + std::to_string(status.st_size) + " " + sha256.substr(0, 8));
+  }
+  void onMoved(const struct stat &status) override {
+    note("moved " + std::to_string(status.st_size));
+  }
+
+  std::vector<std::string> lines;
+  std::string refused;
+
+ private:
+  void note(const std::string &line) {
+    if (line == refused) {
+      throw StoreError("refused");
+    }
+    lines.push_back(line);
+  }
+};
+
+using Lines = std::vector<std::string>;
+
+TEST_F(StoreFolder, TellsItsWatcherWhatIsCopiedAndItsChecksum) {
+  Witness witness;
+  Store watched(at("store"), {{&witness, Durability::kLeftToCaller}, false});
+  write("local/f", "abc");
+  watched.upload(at("local/f"), FileType::kFile, false, "/f");
+  EXPECT_EQ(witness.lines,
+            (Lines{"bytes 3", "file " + at("local/f") + " ba7816bf", "stored 3 ba7816bf"}));
+  witness.lines.clear();
+  watched.upload(at("local/f"), FileType::kFile, true, "/g");
+  EXPECT_EQ(witness.lines, Lines{"moved 3"});
+}
+
+TEST_F(StoreFolder, TellsItsWatcherOfATreeByItsRealPath) {
+  fs::create_directories(at("store/real/t"));
+  write("store/real/t/f", "abc");
+  fs::create_symlink("f", at("store/real/t/l"));
+  fs::create_symlink("real", at("store/way"));
+  Witness witness;
+  Store watched(at("store"), {{&witness, Durability::kEachFile}, true});
+  watched.download("/way//t", FileType::kDir, at("local"));
+  std::sort(witness.lines.begin(), witness.lines.end());
+  EXPECT_EQ(witness.lines,
+            (Lines{"bytes 3", "end /real/t 2", "entry file /real/t/f 3", "entry symlink /real/t/l",
+                   "file /real/t/f ba7816bf", "link /real/t/l f", "stored 3 ba7816bf"}));
+  witness.lines.clear();
+  StoreListing listing = watched.list("/way/t/");
+  remaining(listing);
+  std::sort(witness.lines.begin(), witness.lines.end());
+  EXPECT_EQ(witness.lines,
+            (Lines{"end /real/t 2", "entry file /real/t/f 3", "entry symlink /real/t/l"}));
+}
+
+TEST_F(StoreFolder, DeliversNothingThatItsWatcherRefuses) {
+  write("store/f", "abc");
+  fs::create_symlink("f", at("store/l"));
+  Witness witness;
+  Store watched(at("store"), {{&witness, Durability::kEachFile}, true});
+  witness.refused = "file /f ba7816bf";
+  EXPECT_EQ(errorOf([&] { watched.download("/f", FileType::kFile, at("local")); }), "refused");
+  witness.refused = "link /l f";
+  EXPECT_EQ(errorOf([&] { watched.download("/l", FileType::kSymlink, at("local")); }), "refused");
+  EXPECT_EQ(namesIn("local"), Names{});
+}
+
+TEST_F(StoreFolder, ThatIsForReadingTakesNothing) {
+  write("local/f", "x");
+  const Store reading(at("store"), {{}, true});
+  const std::string error = "what is restored from is not written to";
+  EXPECT_EQ(errorOf([&] { reading.createDir("/d"); }), error);
+  EXPECT_EQ(errorOf([&] { reading.upload(at("local/f"), FileType::kFile, true, "/f"); }), error);
+  EXPECT_EQ(namesIn("store"), Names{});
+}
+
+// Of a file or link "f": SHA-256 of its name begins so.
+constexpr const char *kTemporaryOfF = ".arvl-252f10c83610ebca.partial";
+
+TEST_F(StoreFolder, OverwritesWhatAKilledHostLeft) {
+  write("local/f", "text");
+  for (const char *leftover : {"a much longer text", "x", ""}) {
+    write(std::string("store/") + kTemporaryOfF, leftover);
+    fs::permissions(at(std::string("store/") + kTemporaryOfF), fs::perms(0400));
+    store_->upload(at("local/f"), FileType::kFile, false, "/f");
+    EXPECT_EQ(namesIn("store"), Names{"f"});
+    EXPECT_EQ(read("store/f"), "text");
+  }
+  fs::create_symlink("target", at("local/l"));
+  fs::create_symlink("leftover", at(std::string("store/") + kTemporaryOfF));
+  store_->upload(at("local/l"), FileType::kSymlink, false, "/f");
+  EXPECT_EQ(namesIn("store"), Names{"f"});
+  EXPECT_EQ(fs::read_symlink(at("store/f")), "target");
+}
+
+TEST_F(StoreFolder, DoesNotWriteWhatAnotherHostIsWriting) {
+  write("local/f", "text");
+  write(std::string("store/") + kTemporaryOfF, "half");
+  const UniqueFd other(open(at(std::string("store/") + kTemporaryOfF).c_str(), O_RDONLY));
+  ASSERT_EQ(flock(other.get(), LOCK_EX), 0);
+  EXPECT_EQ(errorOf([&] { store_->upload(at("local/f"), FileType::kFile, false, "/f"); }),
+            "another transfer is writing \"/f\"");
+  EXPECT_EQ(read(std::string("store/") + kTemporaryOfF), "half");
 }
 
 TEST_F(StoreFolder, IsNeverLeftByDotsOrLinks) {

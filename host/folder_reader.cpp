@@ -1,0 +1,43 @@
+#include "folder_reader.h"
+
+#include <fcntl.h>
+
+#include <cerrno>
+#include <string_view>
+#include <utility>
+
+#include "store_error.h"
+
+namespace arvl_host {
+
+FolderReader::FolderReader(int folder, std::string shown) : shown_(std::move(shown)) {
+  UniqueFd own(openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));  // with its own offset
+  dir_.reset(own ? fdopendir(own.get()) : nullptr);
+  if (dir_ == nullptr) {
+    failWith(errno, "cannot read the folder " + quoted(shown_));
+  }
+  own.release();
+}
+
+const char *FolderReader::next() {
+  for (;;) {
+    errno = 0;
+    const dirent *entry = readdir(dir_.get());
+    if (entry == nullptr) {
+      if (errno != 0) {
+        failWith(errno, "cannot read the folder " + quoted(shown_));
+      }
+      return nullptr;
+    }
+    const std::string_view name = entry->d_name;
+    if (name != "." && name != "..") {
+      return entry->d_name;
+    }
+  }
+}
+
+void FolderReader::rewind() {
+  rewinddir(dir_.get());
+}
+
+}  // namespace arvl_host

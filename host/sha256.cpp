@@ -1,0 +1,65 @@
+#include "sha256.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <stdexcept>
+#include <vector>
+
+#include "store_error.h"
+#include "trace/trace_text.h"
+
+namespace arvl_host {
+
+namespace {
+
+constexpr std::size_t kChunk = 0x40000;  // bytes that are read at once
+
+}  // namespace
+
+Sha256::Sha256() : context_(EVP_MD_CTX_new()) {
+  begin();
+}
+
+void Sha256::begin() {
+  if (context_ == nullptr || EVP_DigestInit_ex(context_.get(), EVP_sha256(), nullptr) != 1) {
+    throw std::runtime_error("cannot compute SHA-256 checksums");
+  }
+}
+
+void Sha256::add(const void *data, std::size_t size) {
+  EVP_DigestUpdate(context_.get(), data, size);
+}
+
+std::string Sha256::finish() {
+  unsigned char digest[EVP_MAX_MD_SIZE];
+  unsigned size = 0;
+  EVP_DigestFinal_ex(context_.get(), digest, &size);
+  begin();
+  return toHex({reinterpret_cast<const char *>(digest), size});
+}
+
+std::string sha256Of(std::string_view text) {
+  Sha256 digest;
+  digest.add(text.data(), text.size());
+  return digest.finish();
+}
+
+std::string sha256OfFile(int file, const std::string &shown) {
+  Sha256 digest;
+  std::vector<char> buffer(kChunk);
+  for (;;) {
+    const ssize_t size = read(file, buffer.data(), buffer.size());
+    if (size == 0) {
+      return digest.finish();
+    }
+    if (size < 0 && errno != EINTR) {
+      failWith(errno, "cannot read " + quoted(shown));
+    }
+    if (size > 0) {
+      digest.add(buffer.data(), static_cast<std::size_t>(size));
+    }
+  }
+}
+
+}  // namespace arvl_host

@@ -1,0 +1,24 @@
+// How what goes wrong with files is said.
+#ifndef ARVL_HOST_STORE_ERROR_H_
+#define ARVL_HOST_STORE_ERROR_H_
+
+#include <stdexcept>
+#include <string>
+
+namespace arvl_host {
+
+// Why a request is denied or a store cannot be used, in words for the plug-in's author.
+class StoreError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// Throws StoreError: what, and the system's text for the error.
+[[noreturn]] void failWith(int error, const std::string &what);
+
+// A path or name as messages show it.
+std::string quoted(const std::string &shown);
+
+}  // namespace arvl_host
+
+#endif  // ARVL_HOST_STORE_ERROR_H_
