@@ -2,11 +2,11 @@
 
 #include <fcntl.h>
 #include <stdio.h>
-#include <sys/file.h>
 
 #include <cerrno>
 
 #include "folder_reader.h"
+#include "temporary_file.h"
 
 namespace arvl_host {
 
@@ -20,95 +20,6 @@ constexpr std::size_t kChunk = 0x40000;  // bytes that are copied at once
 
 bool isSame(const struct stat &a, const struct stat &b) {
   return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
-}
-
-// Made from the name that it stands for: what a killed host left is found again, and two hosts that
-// write the same file meet.
-std::string temporaryName(const std::string &name) {
-  return ".arvl-" + sha256Of(name).substr(0, 16) + ".partial";
-}
-
-// A file beside the target that nobody else writes, taken away again unless it is committed.
-class TemporaryFile {
- public:
-  explicit TemporaryFile(const Place &to) : to_(to), name_(temporaryName(to.name)) {
-    do {
-      open();
-    } while (!isOurs());
-    if (ftruncate(file_.get(), 0) != 0) {
-      giveUp();
-    }
-  }
-
-  ~TemporaryFile() {
-    if (file_ && !isCommitted_) {
-      unlinkat(to_.folder, name_.c_str(), 0);
-    }
-  }
-
-  TemporaryFile(const TemporaryFile &) = delete;
-  TemporaryFile &operator=(const TemporaryFile &) = delete;
-
-  int fd() const { return file_.get(); }
-
-  void commit(Durability durability) {
-    if ((durability == Durability::kEachFile && fsync(file_.get()) != 0) ||
-        renameat(to_.folder, name_.c_str(), to_.folder, to_.name.c_str()) != 0) {
-      fail("cannot write " + quoted(to_.shown));
-    }
-    isCommitted_ = true;
-  }
-
- private:
-  [[noreturn]] void giveUp() {
-    const int error = errno;
-    file_.reset();
-    failWith(error, "cannot write " + quoted(to_.shown));
-  }
-
-  void open() {
-    const auto tryToOpen = [this] {
-      file_.reset(
-          openat(to_.folder, name_.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
-      return static_cast<bool>(file_);
-    };
-    // A leftover may have the mode of a file that is for reading only.
-    if (!tryToOpen() &&
-        (errno != EACCES || unlinkat(to_.folder, name_.c_str(), 0) != 0 || !tryToOpen())) {
-      giveUp();
-    }
-    if (flock(file_.get(), LOCK_EX | LOCK_NB) != 0) {
-      file_.reset();
-      throw StoreError("another transfer is writing " + quoted(to_.shown));
-    }
-  }
-
-  // Who had it before may have committed it or taken it away before the lock came to us.
-  bool isOurs() const {
-    struct stat opened;
-    struct stat named;
-    return fstat(file_.get(), &opened) == 0 &&
-           fstatat(to_.folder, name_.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
-           isSame(opened, named);
-  }
-
-  const Place &to_;
-  const std::string name_;
-  UniqueFd file_;
-  bool isCommitted_ = false;
-};
-
-void writeAll(int fd, const char *data, std::size_t size, const std::string &shown) {
-  while (size > 0) {
-    const ssize_t written = write(fd, data, size);
-    if (written < 0 && errno != EINTR) {
-      fail("cannot write " + quoted(shown));
-    }
-    if (written > 0) {
-      data += written;
-      size -= static_cast<std::size_t>(written);
-    }
-  }
 }
 
 void copyMetadata(const struct stat &status, int to, const std::string &shown) {
@@ -231,7 +142,7 @@ void Copier::copyFile(int path, const std::string &shown, const struct stat &sta
                       const Place &to) {
   const UniqueFd file = reopen(path, 0, shown);
   TemporaryFile temporary(to);
-  const std::string sha256 = copyBytes(file.get(), shown, temporary.fd(), to.shown);
+  const std::string sha256 = copyBytes(file.get(), shown, temporary);
   copyMetadata(status, temporary.fd(), to.shown);
   if (options_.watcher != nullptr) {
     options_.watcher->onFile(shown, sha256);
@@ -312,8 +223,7 @@ void Copier::copyEntry(const Place &source, const Place &target) {
   copy(entry.get(), source.shown, target);
 }
 
-std::string Copier::copyBytes(int from, const std::string &shown, int to,
-                              const std::string &shownTo) {
+std::string Copier::copyBytes(int from, const std::string &shown, TemporaryFile &to) {
   buffer_.resize(kChunk);
   std::optional<Sha256> digest;
   if (options_.watcher != nullptr) {
@@ -330,7 +240,7 @@ std::string Copier::copyBytes(int from, const std::string &shown, int to,
     }
     if (size > 0) {
       const auto count = static_cast<std::size_t>(size);
-      writeAll(to, buffer_.data(), count, shownTo);
+      to.write(buffer_.data(), count);
       if (digest) {
         digest->add(buffer_.data(), count);
         options_.watcher->onBytes(count);

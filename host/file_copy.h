@@ -13,7 +13,7 @@
 
 #include "sha256.h"
 #include "store_error.h"
-#include "unique_fd.h"
+#include "temporary_file.h"
 
 namespace arvl_host {
 
@@ -22,13 +22,6 @@ enum class FileType { kFile, kDir, kSymlink };
 const char *fileTypeText(FileType type);
 // Nothing for what is neither a file, a folder nor a link.
 std::optional<FileType> fileTypeOf(mode_t mode);
-
-// An entry by the folder that holds it; shown is how messages name it.
-struct Place {
-  int folder;
-  std::string name;
-  std::string shown;
-};
 
 // Follows what is read and written, on the thread that does it. What it throws ends the transfer, and a
 // file or link that it refuses is not delivered. Paths are those of the source, as messages show them.
@@ -48,10 +41,6 @@ class TransferWatcher {
   // An entry was moved by its name alone, with all that it may hold: its status from then on.
   virtual void onMoved(const struct stat &) {}
 };
-
-// When a copy is safe from a loss of power: before it gets its name, or when the caller has synced the
-// whole file system.
-enum class Durability { kEachFile, kLeftToCaller };
 
 struct CopyOptions {
   TransferWatcher *watcher = nullptr;
@@ -82,7 +71,7 @@ class Copier {
   void copyFolder(int from, const std::string &shown, int to, const std::string &shownTo);
   void copyEntry(const Place &source, const Place &target);
   // The checksum of what has been copied; empty without a watcher.
-  std::string copyBytes(int from, const std::string &shown, int to, const std::string &shownTo);
+  std::string copyBytes(int from, const std::string &shown, TemporaryFile &to);
   void checkCanceled() const;
 
   const std::atomic<bool> &canceled_;

@@ -1,0 +1,269 @@
+#include "backup/catalog.h"
+
+#include <fcntl.h>
+#include <stdio.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <ctime>
+#include <utility>
+
+#include "backup/manifest.h"
+#include "trace/trace_text.h"
+
+namespace fs = std::filesystem;
+
+namespace arvl_host {
+
+namespace {
+
+constexpr const char *kLockName = ".lock";
+constexpr const char *kPartial = ".partial";
+
+bool isId(const std::string &name) {
+  static const std::string form = "00000000T000000.000Z";
+  return name.size() == form.size() &&
+         std::equal(name.begin(), name.end(), form.begin(), [](char c, char expected) {
+           return expected == '0' ? c >= '0' && c <= '9' : c == expected;
+         });
+}
+
+bool isPartial(const std::string &name) {
+  const std::size_t end = name.size() - std::min(name.size(), std::string(kPartial).size());
+  return name.substr(end) == kPartial && isId(name.substr(0, end));
+}
+
+std::int64_t now() {
+  const auto time = std::chrono::system_clock::now().time_since_epoch();
+  return std::chrono::duration_cast<std::chrono::microseconds>(time).count();
+}
+
+UniqueFd openFolder(const fs::path &path) {
+  UniqueFd folder(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!folder) {
+    failWith(errno, "cannot open the folder " + quoted(path));
+  }
+  return folder;
+}
+
+void syncFolder(const fs::path &path) {
+  if (fsync(openFolder(path).get()) != 0) {
+    failWith(errno, "cannot sync the folder " + quoted(path));
+  }
+}
+
+// True if it was not there.
+bool makeFolder(const fs::path &path) {
+  if (mkdir(path.c_str(), 0777) == 0) {
+    return true;
+  }
+  if (errno != EEXIST) {
+    failWith(errno, "cannot make the folder " + quoted(path));
+  }
+  return false;
+}
+
+std::vector<std::string> namesIn(const fs::path &folder) {
+  std::vector<std::string> names;
+  std::error_code error;
+  for (fs::directory_iterator entry(folder, error), end; !error && entry != end;
+       entry.increment(error)) {
+    if (fs::is_directory(entry->symlink_status())) {
+      names.push_back(entry->path().filename());
+    }
+  }
+  if (error) {
+    failWith(error.value(), "cannot read the folder " + quoted(folder));
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+template <typename Predicate>
+std::vector<std::string> only(std::vector<std::string> names, Predicate isWanted) {
+  names.erase(std::remove_if(names.begin(), names.end(),
+                             [&](const std::string &name) { return !isWanted(name); }),
+              names.end());
+  return names;
+}
+
+std::string listOf(const std::vector<std::string> &names) {
+  std::string text;
+  for (const std::string &name : names) {
+    text += (text.empty() ? "" : ", ") + visibleText(name);
+  }
+  return text;
+}
+
+std::vector<std::string> removePartials(const Catalog &catalog, const std::string &application) {
+  const std::vector<std::string> names = catalog.unfinished(application);
+  for (const std::string &name : names) {
+    const fs::path path = catalog.folderOf(application) / name;
+    std::error_code error;
+    fs::remove_all(path, error);
+    if (error) {
+      failWith(error.value(), "cannot remove " + quoted(path));
+    }
+  }
+  return names;
+}
+
+}  // namespace
+
+std::string backupId(std::int64_t microseconds) {
+  const std::time_t seconds = microseconds / 1000000;
+  std::tm date = {};
+  gmtime_r(&seconds, &date);
+  char day[32];
+  char text[48];
+  std::strftime(day, sizeof day, "%Y%m%dT%H%M%S", &date);
+  std::snprintf(text, sizeof text, "%s.%03dZ", day,
+                static_cast<int>(microseconds % 1000000 / 1000));
+  return text;
+}
+
+std::string checkApplicationName(const std::string &name) {
+  if (name.empty() || name[0] == '.' || name.find('/') != std::string::npos ||
+      visibleText(name) != name || name.size() > 200) {
+    return "an application's name is the name of a folder, without a full stop in front, not " +
+           quoted(name);
+  }
+  return "";
+}
+
+// ---- Catalog.
+
+Catalog::Catalog(fs::path store) : store_(std::move(store)) {
+  openFolder(store_);
+}
+
+fs::path Catalog::folderOf(const std::string &application) const {
+  return store_ / application;
+}
+
+std::vector<std::string> Catalog::foldersIn(const std::string &application) const {
+  return namesIn(folderOf(application));
+}
+
+std::vector<std::string> Catalog::applications() const {
+  return only(namesIn(store_),
+              [](const std::string &name) { return checkApplicationName(name).empty(); });
+}
+
+// A backup has its name only when it is whole.
+std::vector<std::string> Catalog::backups(const std::string &application) const {
+  return only(foldersIn(application), isId);
+}
+
+std::vector<std::string> Catalog::unfinished(const std::string &application) const {
+  return only(foldersIn(application), isPartial);
+}
+
+std::string Catalog::find(const std::string &application, const std::string &id) const {
+  const std::vector<std::string> known = applications();
+  if (std::find(known.begin(), known.end(), application) == known.end()) {
+    throw StoreError("the store " + quoted(store_) + " has no backup of " +
+                     visibleText(application) +
+                     (known.empty() ? "" : "; it has backups of " + listOf(known)));
+  }
+  const std::vector<std::string> ids = backups(application);
+  if (ids.empty()) {
+    throw StoreError("the store " + quoted(store_) + " has no finished backup of " +
+                     visibleText(application));
+  }
+  if (!id.empty() && std::find(ids.begin(), ids.end(), id) == ids.end()) {
+    throw StoreError("there is no backup " + visibleText(id) + " of " + visibleText(application) +
+                     "; there are " + listOf(ids));
+  }
+  return id.empty() ? ids.back() : id;
+}
+
+// ---- ApplicationLock.
+
+namespace {
+
+std::string holderOf(int file) {
+  char text[256];
+  const ssize_t size = pread(file, text, sizeof text, 0);
+  return size > 0 ? visibleText({text, static_cast<std::size_t>(size)}) : "another process";
+}
+
+std::string ownName() {
+  char host[256] = "";
+  gethostname(host, sizeof host - 1);
+  return "process " + std::to_string(getpid()) + " on " + host + " since " + dateText(now());
+}
+
+}  // namespace
+
+ApplicationLock::ApplicationLock(const fs::path &folder) {
+  makeFolder(folder);
+  const fs::path path = folder / kLockName;
+  file_.reset(open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0666));
+  if (!file_) {
+    failWith(errno, "cannot open " + quoted(path));
+  }
+  if (flock(file_.get(), LOCK_EX | LOCK_NB) != 0) {
+    throw StoreBusy("the backups in " + quoted(folder) + " are in use by " + holderOf(file_.get()));
+  }
+  const std::string name = ownName();
+  if (ftruncate(file_.get(), 0) != 0 ||
+      pwrite(file_.get(), name.data(), name.size(), 0) != static_cast<ssize_t>(name.size())) {
+    failWith(errno, "cannot write " + quoted(path));
+  }
+}
+
+// ---- NewBackup.
+
+NewBackup::NewBackup(const Catalog &catalog, const std::string &application)
+    : parent_(catalog.folderOf(application)),
+      lock_(parent_),
+      removed_(removePartials(catalog, application)) {
+  const std::vector<std::string> taken = catalog.backups(application);
+  do {  // one a millisecond
+    id_ = backupId(now());
+  } while (std::find(taken.begin(), taken.end(), id_) != taken.end());
+  makeFolder(partialFolder());
+  makeFolder(partialFolder() / kDataName);
+}
+
+NewBackup::~NewBackup() {
+  if (!isFinished_) {
+    std::error_code error;  // what cannot be removed now, the next backup tries to
+    fs::remove_all(partialFolder(), error);
+  }
+}
+
+fs::path NewBackup::partialFolder() const {
+  return parent_ / (id_ + kPartial);
+}
+
+void NewBackup::sync() const {
+  if (syncfs(openFolder(partialFolder()).get()) != 0) {
+    failWith(errno, "cannot sync " + quoted(partialFolder()));
+  }
+}
+
+void NewBackup::finish() {
+  syncFolder(partialFolder());
+  if (rename(partialFolder().c_str(), folder().c_str()) != 0) {
+    failWith(errno, "cannot rename " + quoted(partialFolder()));
+  }
+  isFinished_ = true;
+  syncFolder(parent_);
+}
+
+std::vector<std::string> removeUnfinished(const Catalog &catalog, const std::string &application) {
+  if (catalog.unfinished(application).empty()) {
+    return {};
+  }
+  const ApplicationLock lock(catalog.folderOf(application));
+  return removePartials(catalog, application);
+}
+
+}  // namespace arvl_host

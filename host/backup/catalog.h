@@ -1,0 +1,94 @@
+// The backups of a store: STORE/<application>/<UTC time>/.
+#ifndef ARVL_HOST_BACKUP_CATALOG_H_
+#define ARVL_HOST_BACKUP_CATALOG_H_
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "store_error.h"
+#include "unique_fd.h"
+
+namespace arvl_host {
+
+// Another process works on the same application's backups.
+class StoreBusy : public StoreError {
+ public:
+  using StoreError::StoreError;
+};
+
+// Throws StoreError.
+class Catalog {
+ public:
+  // The folder has to be there.
+  explicit Catalog(std::filesystem::path store);
+
+  const std::filesystem::path &store() const { return store_; }
+  std::filesystem::path folderOf(const std::string &application) const;
+
+  // In the order of their names.
+  std::vector<std::string> applications() const;
+  // The finished backups of an application, the oldest first.
+  std::vector<std::string> backups(const std::string &application) const;
+  // The names of the folders that backups left which did not finish.
+  std::vector<std::string> unfinished(const std::string &application) const;
+  // The backup of that name, or the latest if it is empty; an error that says which there are.
+  std::string find(const std::string &application, const std::string &id) const;
+
+ private:
+  std::vector<std::string> foldersIn(const std::string &application) const;
+
+  std::filesystem::path store_;
+};
+
+// What may be the name of an application's folder; empty, or why it may not.
+std::string checkApplicationName(const std::string &name);
+
+// Held while an application's backups are written or cleared: by one process at a time, however it ends.
+class ApplicationLock {
+ public:
+  // The folder is made if it is not there. Throws StoreBusy, which names the holder.
+  explicit ApplicationLock(const std::filesystem::path &folder);
+
+ private:
+  UniqueFd file_;
+};
+
+// A backup that is being made. What backups that did not finish left is removed first.
+class NewBackup {
+ public:
+  NewBackup(const Catalog &catalog, const std::string &application);
+  ~NewBackup();  // removes it unless it is finished
+  NewBackup(const NewBackup &) = delete;
+  NewBackup &operator=(const NewBackup &) = delete;
+
+  const std::string &id() const { return id_; }
+  // Where it is being made, and where it will be.
+  std::filesystem::path partialFolder() const;
+  std::filesystem::path folder() const { return parent_ / id_; }
+  // The folders that were removed.
+  const std::vector<std::string> &removed() const { return removed_; }
+
+  // Makes all that has been written safe from a loss of power.
+  void sync() const;
+  // Gives the folder its name.
+  void finish();
+
+ private:
+  const std::filesystem::path parent_;
+  const ApplicationLock lock_;
+  std::vector<std::string> removed_;
+  std::string id_;
+  bool isFinished_ = false;
+};
+
+// Removes what unfinished backups left; the names. Throws StoreBusy, StoreError.
+std::vector<std::string> removeUnfinished(const Catalog &catalog, const std::string &application);
+
+// "20261121T092532.123Z"; sorts by time.
+std::string backupId(std::int64_t microseconds);
+
+}  // namespace arvl_host
+
+#endif  // ARVL_HOST_BACKUP_CATALOG_H_

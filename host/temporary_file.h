@@ -1,0 +1,75 @@
+// Files that are written under another name, and get their own when they are whole.
+#ifndef ARVL_HOST_TEMPORARY_FILE_H_
+#define ARVL_HOST_TEMPORARY_FILE_H_
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+#include "sha256.h"
+#include "unique_fd.h"
+
+namespace arvl_host {
+
+// An entry by the folder that holds it; shown is how messages name it.
+struct Place {
+  int folder;
+  std::string name;
+  std::string shown;
+};
+
+// When a file is safe from a loss of power: before it gets its name, or when the caller has synced the
+// whole file system.
+enum class Durability { kEachFile, kLeftToCaller };
+
+// Made from the name that it stands for: what a killed host left is found again, and two hosts that
+// write the same file meet.
+std::string temporaryName(const std::string &name);
+
+// A file beside the place that nobody else writes, taken away again unless it is committed. Throws
+// StoreError.
+class TemporaryFile {
+ public:
+  // to has to outlive it.
+  explicit TemporaryFile(const Place &to);
+  ~TemporaryFile();
+  TemporaryFile(const TemporaryFile &) = delete;
+  TemporaryFile &operator=(const TemporaryFile &) = delete;
+
+  int fd() const { return file_.get(); }
+  void write(const char *data, std::size_t size);
+
+  // Replaces what has the name.
+  void commit(Durability durability);
+
+ private:
+  [[noreturn]] void giveUp();
+  void open();
+  bool isOurs() const;
+
+  const Place &to_;
+  const std::string name_;
+  UniqueFd file_;
+  bool isCommitted_ = false;
+};
+
+// Text for such a file, gathered into larger writes.
+class TextWriter {
+ public:
+  explicit TextWriter(TemporaryFile &file) : file_(file) {}
+
+  void add(std::string_view text);
+  // Writes what is left. The checksum of all that was added.
+  std::string finish();
+
+ private:
+  void flush();
+
+  TemporaryFile &file_;
+  std::string buffer_;
+  Sha256 digest_;
+};
+
+}  // namespace arvl_host
+
+#endif  // ARVL_HOST_TEMPORARY_FILE_H_
