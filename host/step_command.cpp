@@ -2,7 +2,6 @@
 
 #include <json/reader.h>
 #include <json/value.h>
-#include <syslog.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -17,6 +16,7 @@
 #include <optional>
 #include <stdexcept>
 
+#include "display/plugin_line.h"
 #include "framework.h"
 #include "step_runner.h"
 #include "store.h"
@@ -46,13 +46,6 @@ struct StepOptions {
   FrameworkValues values;
 };
 
-// As syslog's own tools spell them.
-const char *priorityName(int priority) {
-  static constexpr const char *kNames[] = {"emerg",   "alert",  "crit", "err",
-                                           "warning", "notice", "info", "debug"};
-  return kNames[LOG_PRI(priority)];
-}
-
 // What the host shows, a line at a time, each with where it comes from.
 class Display : public StepListener {
  public:
@@ -61,11 +54,7 @@ class Display : public StepListener {
               << ", framework " << request.frameworkVersion << ")\n";
   }
   void onLine(const PluginLine &line) override {
-    std::cout << '[' << sourceName(line.source);
-    if (line.source == LogSource::kSyslog) {
-      std::cout << ' ' << priorityName(line.priority);
-    }
-    std::cout << "] " << visibleText(line.text) << '\n' << std::flush;
+    std::cout << pluginLineText(line) << '\n' << std::flush;
   }
   void onPacket(Side, std::uint16_t, std::string_view, const Verdict &) override {}
   void onGarbage(Side, std::string_view bytes, const std::string &reason) override {

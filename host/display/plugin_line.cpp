@@ -1,0 +1,28 @@
+#include "display/plugin_line.h"
+
+#include <syslog.h>
+
+#include "trace/trace_text.h"
+
+namespace arvl_host {
+
+namespace {
+
+// As syslog's own tools spell them.
+const char *priorityName(int priority) {
+  static constexpr const char *kNames[] = {"emerg",   "alert",  "crit", "err",
+                                           "warning", "notice", "info", "debug"};
+  return kNames[LOG_PRI(priority)];
+}
+
+}  // namespace
+
+std::string pluginLineText(const PluginLine &line) {
+  std::string source = sourceName(line.source);
+  if (line.source == LogSource::kSyslog) {
+    source.append(" ").append(priorityName(line.priority));
+  }
+  return "[" + source + "] " + visibleText(line.text);
+}
+
+}  // namespace arvl_host
