@@ -1,0 +1,179 @@
+#include "display/progress_line.h"
+
+#include <algorithm>
+#include <clocale>
+#include <cstdio>
+#include <cwchar>
+#include <iterator>
+#include <limits>
+#include <string_view>
+#include <vector>
+
+#include "trace/trace_text.h"
+
+namespace arvl_host {
+
+namespace {
+
+// Beyond it an estimate is no help to anyone.
+constexpr double kLongestTimeLeft = 100.0 * 3600;
+
+// The C library decodes UTF-8 and knows its cells in a UTF-8 locale only, whatever the user's is.
+class Utf8Scope {
+ public:
+  Utf8Scope() : previous_(uselocale(utf8())) {}
+  ~Utf8Scope() { uselocale(previous_); }
+  Utf8Scope(const Utf8Scope &) = delete;
+  Utf8Scope &operator=(const Utf8Scope &) = delete;
+
+ private:
+  static locale_t utf8() {
+    static const locale_t locale = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
+    return locale;
+  }
+
+  const locale_t previous_;
+};
+
+struct Extent {
+  std::size_t bytes = 0;
+  unsigned cells = 0;
+};
+
+Extent firstCharacter(std::string_view text) {
+  wchar_t character = 0;
+  std::mbstate_t state = {};
+  const std::size_t bytes = std::mbrtowc(&character, text.data(), text.size(), &state);
+  if (bytes == 0 || bytes > text.size()) {
+    return {1, 1};
+  }
+  const int cells = wcwidth(character);
+  return {bytes, cells < 0 ? 1 : static_cast<unsigned>(cells)};
+}
+
+// As much from the front of text as fits; what combines with the last character belongs to it.
+Extent fit(std::string_view text, unsigned columns) {
+  const Utf8Scope scope;
+  Extent whole;
+  while (whole.bytes < text.size()) {
+    const Extent next = firstCharacter(text.substr(whole.bytes));
+    if (next.cells > columns - whole.cells) {
+      break;
+    }
+    whole.bytes += next.bytes;
+    whole.cells += next.cells;
+  }
+  return whole;
+}
+
+unsigned cellsOf(std::string_view text) {
+  return fit(text, std::numeric_limits<unsigned>::max()).cells;
+}
+
+std::string cutToCells(const std::string &text, unsigned columns) {
+  if (columns == 0) {
+    return "";
+  }
+  return fit(text, columns).bytes == text.size()
+             ? text
+             : text.substr(0, fit(text, columns - 1).bytes) + "…";
+}
+
+std::string magnitudeText(double size) {
+  static constexpr const char *kUnits[] = {"B", "KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};
+  const char *const *unit = kUnits;
+  // What would be rounded to 1024.0 is 1.0 of the next unit.
+  while (size >= 1023.95 && unit != std::end(kUnits) - 1) {
+    size /= 1024;
+    ++unit;
+  }
+  char text[64];
+  std::snprintf(text, sizeof text, unit == kUnits ? "%.0f %s" : "%.1f %s", size, *unit);
+  return text;
+}
+
+// "1,234 files"
+std::string filesText(std::uint64_t files) {
+  std::string text = countText(files, "file");
+  for (std::size_t at = text.find(' '); at > 3;) {
+    at -= 3;
+    text.insert(at, ",");
+  }
+  return text;
+}
+
+// The estimate is of use until what it expected is there.
+std::optional<double> secondsLeft(const StepProgress &progress) {
+  std::optional<double> left;
+  if (progress.bytes > 0 && progress.bytes < progress.expectedBytes) {
+    const auto missing = static_cast<double>(*progress.expectedBytes - progress.bytes);
+    left = progress.seconds * missing / static_cast<double>(progress.bytes);
+  } else if (progress.percentage > 0 && progress.percentage < 100) {
+    left = progress.seconds * (100 - *progress.percentage) / *progress.percentage;
+  }
+  return progress.seconds > 0 && left < kLongestTimeLeft ? left : std::nullopt;
+}
+
+std::vector<std::string> figuresOf(const StepProgress &progress) {
+  std::vector<std::string> figures;
+  if (const std::optional<int> percentage = percentageOf(progress)) {
+    figures.push_back(std::to_string(*percentage) + " %");
+  }
+  if (progress.files > 0) {
+    figures.push_back(filesText(progress.files));
+  }
+  if (progress.bytes > 0) {
+    figures.push_back(sizeText(progress.bytes));
+  }
+  if (progress.bytes > 0 && progress.seconds > 0) {
+    figures.push_back(magnitudeText(static_cast<double>(progress.bytes) / progress.seconds) + "/s");
+  }
+  if (const std::optional<double> left = secondsLeft(progress)) {
+    figures.push_back(clockText(*left) + " left");
+  }
+  return figures;
+}
+
+}  // namespace
+
+std::optional<int> percentageOf(const StepProgress &progress) {
+  if (progress.percentage || progress.expectedBytes.value_or(0) == 0) {
+    return progress.percentage;
+  }
+  const double percentage =
+      100.0 * static_cast<double>(progress.bytes) / static_cast<double>(*progress.expectedBytes);
+  return static_cast<int>(std::min(percentage, 99.0));
+}
+
+std::string progressLine(const StepProgress &progress, unsigned columns) {
+  const std::string step = cutToCells(progress.step, columns);
+  unsigned room = columns - cellsOf(step);
+  std::string figures;
+  for (const std::string &figure : figuresOf(progress)) {
+    if (figure.size() + 2 > room) {
+      break;
+    }
+    room -= static_cast<unsigned>(figure.size()) + 2;
+    figures += "  " + figure;
+  }
+  const std::string stage = room > 2 ? cutToCells(visibleText(progress.stage), room - 2) : "";
+  return step + (stage.empty() ? "" : ": ") + stage + figures;
+}
+
+std::string sizeText(std::uint64_t bytes) {
+  return magnitudeText(static_cast<double>(bytes));
+}
+
+std::string clockText(double seconds) {
+  const auto whole = seconds > 0 ? static_cast<long long>(std::min(seconds, 1e15)) : 0;
+  char text[48];
+  if (whole < 3600) {
+    std::snprintf(text, sizeof text, "%lld:%02lld", whole / 60, whole % 60);
+  } else {
+    std::snprintf(text, sizeof text, "%lld:%02lld:%02lld", whole / 3600, whole / 60 % 60,
+                  whole % 60);
+  }
+  return text;
+}
+
+}  // namespace arvl_host
