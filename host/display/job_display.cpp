@@ -1,0 +1,153 @@
+#include "display/job_display.h"
+
+#include <sys/ioctl.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <string_view>
+#include <utility>
+
+#include "display/plugin_line.h"
+#include "trace/trace_text.h"
+
+namespace arvl_host {
+
+namespace {
+
+constexpr unsigned kUsualColumns = 80;
+
+constexpr const char *kBold = "\x1b[1m";
+constexpr const char *kRed = "\x1b[31m";
+constexpr const char *kYellow = "\x1b[33m";
+constexpr const char *kUnstyled = "\x1b[0m";
+constexpr const char *kEraseToEnd = "\x1b[K";
+
+std::string_view variable(const char *name) {
+  const char *value = std::getenv(name);
+  return value == nullptr ? "" : value;
+}
+
+unsigned columnsOf(int fd) {
+  winsize size = {};
+  return ioctl(fd, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : kUsualColumns;
+}
+
+bool isTrouble(const PluginLine &line) {
+  return line.source == LogSource::kSyslog && LOG_PRI(line.priority) <= LOG_WARNING;
+}
+
+// Fractions of a second matter only to what is short.
+std::string tookText(double seconds) {
+  return seconds < 60 ? durationText(static_cast<std::int64_t>(seconds * 1e6)) : clockText(seconds);
+}
+
+}  // namespace
+
+DisplayOptions terminalOptions(int fd, Verbosity verbosity) {
+  DisplayOptions options;
+  options.verbosity = verbosity;
+  options.isTerminal = isatty(fd) != 0 && variable("TERM") != "dumb";
+  options.hasColour = options.isTerminal && variable("NO_COLOR").empty();
+  options.columns = [fd] { return columnsOf(fd); };
+  return options;
+}
+
+JobDisplay::JobDisplay(std::ostream &out, DisplayOptions options)
+    : out_(out), options_(std::move(options)) {}
+
+JobDisplay::~JobDisplay() {
+  drawLive("");
+}
+
+void JobDisplay::heading(const std::string &text) {
+  if (!isQuiet()) {
+    writeLine(text, kBold);
+  }
+}
+
+void JobDisplay::stepBegins(const std::string &step) {
+  step_ = step;
+  progressLines_.clear();
+  if (!isQuiet()) {
+    writeLine("step " + step);
+  }
+}
+
+void JobDisplay::pluginLine(const PluginLine &line) {
+  if (!isQuiet() || isTrouble(line)) {
+    writeLine(pluginLineText(line));
+  }
+}
+
+void JobDisplay::note(const std::string &text) {
+  if (!isQuiet()) {
+    writeLine(text);
+  }
+}
+
+void JobDisplay::warning(const std::string &text) {
+  writeLine("warning: " + text, kYellow);
+}
+
+void JobDisplay::error(const std::string &text) {
+  writeLine("error: " + text, kRed);
+}
+
+void JobDisplay::detail(const std::string &text) {
+  if (options_.verbosity == Verbosity::kVerbose) {
+    writeLine(text);
+  }
+}
+
+void JobDisplay::progress(const StepProgress &progress) {
+  if (isQuiet()) {
+    return;
+  }
+  if (options_.isTerminal) {
+    // The last column stays free: a terminal may begin a new line as soon as it is filled.
+    const unsigned columns = options_.columns();
+    drawLive(progressLine(progress, columns > 0 ? columns - 1 : 0));
+  } else {
+    writeProgress(progress);
+  }
+}
+
+void JobDisplay::stepEnds(const std::string &outcomeText, bool isSuccess, double seconds) {
+  drawLive("");
+  if (!isQuiet() || !isSuccess) {
+    writeLine("step " + step_ + ": " + outcomeText + " (" + tookText(seconds) + ")",
+              isSuccess ? "" : kRed);
+  }
+}
+
+void JobDisplay::writeLine(const std::string &text, const char *style) {
+  const bool isStyled = options_.hasColour && *style != '\0';
+  if (!live_.empty()) {
+    out_ << '\r' << kEraseToEnd;
+  }
+  out_ << (isStyled ? style : "") << visibleText(text) << (isStyled ? kUnstyled : "") << '\n'
+       << live_ << std::flush;
+}
+
+void JobDisplay::writeProgress(const StepProgress &progress) {
+  std::string line = "[progress]";
+  if (const std::optional<int> percentage = percentageOf(progress)) {
+    line += " " + std::to_string(*percentage) + " %";
+  }
+  if (!progress.stage.empty()) {
+    line += " " + progress.stage;
+  }
+  if (line != "[progress]" && progressLines_.insert(line).second) {
+    writeLine(line);
+  }
+}
+
+void JobDisplay::drawLive(const std::string &line) {
+  if (line != live_) {
+    live_ = line;
+    out_ << '\r' << live_ << kEraseToEnd << std::flush;
+  }
+}
+
+}  // namespace arvl_host

@@ -1,0 +1,72 @@
+// What a person sees of a job while it runs.
+#ifndef ARVL_HOST_DISPLAY_JOB_DISPLAY_H_
+#define ARVL_HOST_DISPLAY_JOB_DISPLAY_H_
+
+#include <functional>
+#include <ostream>
+#include <set>
+#include <string>
+
+#include "display/progress_line.h"
+#include "step_runner.h"
+
+namespace arvl_host {
+
+enum class Verbosity {
+  kQuiet,  // warnings and errors, those of a plug-in's syslog and failed steps among them
+  kNormal,
+  kVerbose,
+};
+
+struct DisplayOptions {
+  Verbosity verbosity = Verbosity::kNormal;
+  bool isTerminal = false;  // whether a line can be drawn again in its place
+  bool hasColour = false;
+  std::function<unsigned()> columns;  // of the terminal, asked for whenever a line is drawn
+};
+
+// For what is written to fd, which has to stay open while its columns are asked for. Heeds NO_COLOR
+// and TERM.
+DisplayOptions terminalOptions(int fd, Verbosity verbosity);
+
+// Writes lines about a job to one stream, each at once. On a terminal the last line is live: it is
+// taken away before any other line is written, and drawn again after it. Texts are made visible, each
+// is one line. Not for several threads at a time. Errors of the stream are left to its owner.
+class JobDisplay {
+ public:
+  // The stream has to outlive it.
+  JobDisplay(std::ostream &out, DisplayOptions options);
+  ~JobDisplay();  // leaves no live line behind
+  JobDisplay(const JobDisplay &) = delete;
+  JobDisplay &operator=(const JobDisplay &) = delete;
+
+  void heading(const std::string &text);
+  void stepBegins(const std::string &step);
+  void pluginLine(const PluginLine &line);
+  void note(const std::string &text);     // what the host itself has to say
+  void warning(const std::string &text);  // "warning: text"
+  void error(const std::string &text);    // "error: text"
+  void detail(const std::string &text);   // only where verbose
+
+  // Cheap enough for every packet. Off a terminal, one line at most for each percentage and stage.
+  void progress(const StepProgress &progress);
+
+  // "step export: success (4.20 s)"; ends the live line.
+  void stepEnds(const std::string &outcomeText, bool isSuccess, double seconds);
+
+ private:
+  bool isQuiet() const { return options_.verbosity == Verbosity::kQuiet; }
+  void writeLine(const std::string &text, const char *style = "");
+  void writeProgress(const StepProgress &progress);
+  void drawLive(const std::string &line);
+
+  std::ostream &out_;
+  const DisplayOptions options_;
+  std::string step_;
+  std::string live_;                     // as it stands on the terminal; empty: there is none
+  std::set<std::string> progressLines_;  // lines of this step, off a terminal
+};
+
+}  // namespace arvl_host
+
+#endif  // ARVL_HOST_DISPLAY_JOB_DISPLAY_H_
