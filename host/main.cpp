@@ -6,26 +6,20 @@
 
 #include <CLI/CLI.hpp>
 #include <exception>
-#include <functional>
 #include <iostream>
 
-#include "step_command.h"
-#include "trace_command.h"
+#include "command_line.h"
 
 namespace {
 
 constexpr int kUsageError = 2;
 
 int run(int argc, char **argv) {
-  CLI::App app("Runs application back-up plug-ins as the framework would.", "arvl-host");
-  app.set_version_flag("--version", "arvl-host " ARVL_VERSION);
-  app.require_subcommand(1);
-  const std::function<int()> step = arvl_host::addStepCommand(app);
-  const std::function<int()> trace = arvl_host::addTraceCommand(app);
-
+  arvl_host::CommandLine commandLine;
+  CLI::App &app = commandLine.app();
   try {
     app.parse(argc, argv);
-    return app.got_subcommand("step") ? step() : trace();
+    return commandLine.run();
   } catch (const CLI::ParseError &error) {
     return app.exit(error) == 0 ? 0 : kUsageError;  // 0: help or version was asked for
   } catch (const std::exception &error) {
