@@ -65,7 +65,7 @@ std::function<int()> addTraceCommand(CLI::App &app) {
   command
       ->add_option("--html", options->page,
                    "Write a page for a browser, which needs no other file, instead of text")
-      ->type_name("OUT.html");
+      ->type_name("FILE");
   return [options] { return options->page.empty() ? print(*options) : writePage(*options); };
 }
 
