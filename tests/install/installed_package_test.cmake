@@ -1,7 +1,8 @@
 # Installs the build tree to a prefix of its own, and builds and runs a consumer against that copy: as
 # a CMake package and as a pkg-config module.
 #
-# cmake -DBUILD_DIR= -DWORK_DIR= -DLIBDIR= -DGENERATOR= -DCXX= [-DCXX_FLAGS=] -P this file
+# cmake -DBUILD_DIR= -DWORK_DIR= -DLIBDIR= -DMANDIR= -DDATADIR= -DHOST= -DGENERATOR= -DCXX=
+#     [-DCXX_FLAGS=] -P this file
 
 set(prefix ${WORK_DIR}/prefix)
 set(consumer ${CMAKE_CURRENT_LIST_DIR}/consumer)
@@ -52,3 +53,11 @@ foreach(variable IN ITEMS libdir includedir)
     message(FATAL_ERROR "pkg-config gives ${variable} as ${directory}, which is not in ${prefix}")
   endif()
 endforeach()
+
+if(HOST)
+  foreach(file ${MANDIR}/man1/arvl-host.1 ${DATADIR}/bash-completion/completions/arvl-host)
+    if(NOT EXISTS ${prefix}/${file})
+      message(FATAL_ERROR "${file} has not been installed")
+    endif()
+  endforeach()
+endif()

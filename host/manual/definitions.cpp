@@ -1,0 +1,69 @@
+#include "definitions.h"
+
+#include <CLI/CLI.hpp>
+
+namespace arvl_host {
+
+namespace {
+
+constexpr const char *kUnnamedType = "TEXT";  // as CLI11 calls a string
+
+bool isShown(const CLI::Option &option) {
+  return !option.get_group().empty();
+}
+
+}  // namespace
+
+std::vector<const CLI::App *> subcommandsOf(const CLI::App &app) {
+  return app.get_subcommands([](const CLI::App *) { return true; });
+}
+
+std::vector<const CLI::Option *> positionalsOf(const CLI::App &app) {
+  return app.get_options(
+      [](const CLI::Option *option) { return isShown(*option) && option->get_positional(); });
+}
+
+std::vector<const CLI::Option *> optionsOf(const CLI::App &app) {
+  return app.get_options(
+      [](const CLI::Option *option) { return isShown(*option) && option->nonpositional(); });
+}
+
+std::vector<std::string> namesOf(const CLI::Option &option) {
+  std::vector<std::string> names;
+  for (const std::string &name : option.get_snames()) {
+    names.push_back("-" + name);
+  }
+  for (const std::string &name : option.get_lnames()) {
+    names.push_back("--" + name);
+  }
+  return names;
+}
+
+bool takesValue(const CLI::Option &option) {
+  return option.get_items_expected_max() > 0;
+}
+
+bool isRepeatable(const CLI::Option &option) {
+  return option.get_items_expected_max() >= CLI::detail::expected_max_vector_size;
+}
+
+// The type's name and those of the checks come joined by colons: "DIR:DIR", "TEXT:{a,b}", ":M.N",
+// "N:INT in [1 - 10]".
+ValueType valueTypeOf(const CLI::Option &option) {
+  ValueType type = {kUnnamedType, {}, ""};
+  for (const std::string &part : CLI::detail::split(option.get_type_name(), ':')) {
+    if (part.empty() || part == type.name) {
+      continue;
+    }
+    if (part.front() == '{') {
+      type.choices = CLI::detail::split(part.substr(1, part.size() - 2), ',');
+    } else if (type.name == kUnnamedType) {
+      type.name = part;
+    } else {
+      type.range = part;
+    }
+  }
+  return type;
+}
+
+}  // namespace arvl_host
