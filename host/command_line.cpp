@@ -3,7 +3,9 @@
 #include <CLI/CLI.hpp>
 #include <utility>
 
+#include "job_commands.h"
 #include "step_command.h"
+#include "store_commands.h"
 #include "trace_command.h"
 
 namespace arvl_host {
@@ -12,6 +14,11 @@ CommandLine::CommandLine()
     : app_("Runs application back-up plug-ins as the framework would.", "arvl-host") {
   app_.set_version_flag("--version", "arvl-host " ARVL_VERSION);
   app_.require_subcommand(1);
+  add(addBackupCommand);
+  add(addRestoreCommand);
+  add(addListCommand);
+  add(addVerifyCommand);
+  add(addPruneCommand);
   add(addStepCommand);
   add(addTraceCommand);
 }

@@ -90,6 +90,7 @@ Json::Value makeExportResult(const Json::Value &content) {
   } else {
     answer["export_result"] = content;
   }
+  checkFitsPacket(answer);
   const Verdict verdict = judge(PACKET_EXPORT_RESULT_RESPONSE, answer);
   if (!verdict.valid) {
     std::string lines;
@@ -99,6 +100,24 @@ Json::Value makeExportResult(const Json::Value &content) {
     throw std::runtime_error("the rule book refuses the export result:" + lines);
   }
   return answer;
+}
+
+void checkExternalHandlerResult(const Json::Value &value) {
+  Json::Value content(Json::objectValue);
+  content["export_result"] = success();
+  content["export_result"]["app_data_version"] = "1.0";  // any will do
+  content["external_handler_result"] = value;
+  makeExportResult(content);
+}
+
+void checkFitsPacket(const Json::Value &value) {
+  Json::Value answer = success();
+  answer["value"] = value;
+  const std::string text = payloadText(answer);
+  if (!fitsPacket(text)) {
+    throw std::runtime_error("this makes an answer of " + std::to_string(text.size()) +
+                             " bytes, more than a packet carries");
+  }
 }
 
 Framework::Framework(FrameworkValues values, Store *store, Progress progress)

@@ -30,6 +30,13 @@ struct FrameworkValues {
 // the rule book, if the answer would break it.
 Json::Value makeExportResult(const Json::Value &content);
 
+// Throws std::runtime_error, with the lines of the rule book, if an export result could not be handed out
+// with it.
+void checkExternalHandlerResult(const Json::Value &value);
+
+// Throws std::runtime_error if an answer with this value would be more than a packet carries.
+void checkFitsPacket(const Json::Value &value);
+
 class Framework : public RequestServer {
  public:
   using Progress = std::function<void(const std::string &stage, int percentage)>;

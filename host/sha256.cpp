@@ -45,7 +45,8 @@ std::string sha256Of(std::string_view text) {
   return digest.finish();
 }
 
-std::string sha256OfFile(int file, const std::string &shown) {
+std::string sha256OfFile(int file, const std::string &shown,
+                         const std::function<void(std::size_t)> &onBytes) {
   Sha256 digest;
   std::vector<char> buffer(kChunk);
   for (;;) {
@@ -58,6 +59,9 @@ std::string sha256OfFile(int file, const std::string &shown) {
     }
     if (size > 0) {
       digest.add(buffer.data(), static_cast<std::size_t>(size));
+      if (onBytes) {
+        onBytes(static_cast<std::size_t>(size));
+      }
     }
   }
 }

@@ -5,6 +5,7 @@
 #include <openssl/evp.h>
 
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -32,8 +33,10 @@ class Sha256 {
 
 std::string sha256Of(std::string_view text);
 
-// Of the rest of a file; throws StoreError that says how messages name it.
-std::string sha256OfFile(int file, const std::string &shown);
+// Of the rest of a file. What onBytes, which hears of each stretch that has been read, throws ends it.
+// Throws StoreError; shown is how it names the file.
+std::string sha256OfFile(int file, const std::string &shown,
+                         const std::function<void(std::size_t)> &onBytes = {});
 
 }  // namespace arvl_host
 

@@ -18,6 +18,7 @@
 
 #include "display/plugin_line.h"
 #include "framework.h"
+#include "plugin_options.h"
 #include "step_runner.h"
 #include "store.h"
 #include "trace/trace_text.h"
@@ -33,17 +34,9 @@ using ZARN::ARVLAPP::Agent;
 
 struct StepOptions {
   std::string step;
-  std::string pluginDir;
-  std::string frameworkVersion = "2.3";
-  double timeout = 600;  // seconds
-  double grace = 5;      // seconds
-
-  std::string exportConfigFile;
+  PluginOptions plugin;
   std::string exportResultFile;
   std::string storeDir;
-  std::string traceFile;
-  bool traceFull = false;
-  FrameworkValues values;
 };
 
 // What the host shows, a line at a time, each with where it comes from.
@@ -99,13 +92,10 @@ void printResult(const std::string &step, const StepResult &result) {
             << std::flush;
 }
 
-std::chrono::milliseconds toMilliseconds(double seconds) {
-  return std::chrono::milliseconds(static_cast<long long>(seconds * 1000));
-}
-
 // The path of the step's executable, or an error that names it.
 std::string findExecutable(const StepOptions &options) {
-  const std::filesystem::path path = std::filesystem::absolute(options.pluginDir) / options.step;
+  const std::filesystem::path path =
+      std::filesystem::absolute(options.plugin.pluginDir) / options.step;
   std::error_code error;
   if (!std::filesystem::exists(path, error)) {
     throw CLI::ValidationError(
@@ -115,25 +105,6 @@ std::string findExecutable(const StepOptions &options) {
     throw CLI::ValidationError("--plugin", path.string() + " is not an executable file");
   }
   return path;
-}
-
-Json::Value readJson(const std::string &file) {
-  std::ifstream stream(file);
-  Json::Value value;
-  std::string errors;
-  if (!stream) {
-    throw std::runtime_error("cannot open " + file + ": " + std::strerror(errno));
-  }
-  bool isJson = false;
-  try {
-    isJson = Json::parseFromStream(Json::CharReaderBuilder(), stream, &value, &errors);
-  } catch (const Json::Exception &error) {  // nested too deep
-    errors = error.what();
-  }
-  if (!isJson) {
-    throw std::runtime_error(file + " is not JSON:\n" + errors);
-  }
-  return value;
 }
 
 Json::Value readExportResult(const std::string &file) {
@@ -149,31 +120,15 @@ void showProgress(const std::string &stage, int percentage) {
   std::cout << "[progress] " << percentage << " % " << visibleText(stage) << '\n' << std::flush;
 }
 
-void openTrace(const StepOptions &options, TraceWriter &trace) {
-  if (options.traceFile.empty()) {
-    return;
-  }
-  TraceWriter::Options writing;
-  writing.full = options.traceFull;
-  writing.onError = [](const std::string &error) { std::cerr << "arvl-host: " << error << '\n'; };
-  std::string error;
-  if (!trace.open(options.traceFile, "arvl-host " ARVL_VERSION, writing, error)) {
-    throw std::runtime_error(error);
-  }
-}
-
 int runStepCommand(const StepOptions &options) {
   StepRequest request;
   request.step = options.step;
   request.executable = findExecutable(options);
-  request.frameworkVersion = options.frameworkVersion;
-  request.timeout = toMilliseconds(options.timeout);
-  request.grace = toMilliseconds(options.grace);
+  request.frameworkVersion = options.plugin.frameworkVersion;
+  request.timeout = toMilliseconds(options.plugin.timeout);
+  request.grace = toMilliseconds(options.plugin.grace);
 
-  FrameworkValues values = options.values;
-  if (!options.exportConfigFile.empty()) {
-    values.exportConfig = readJson(options.exportConfigFile);
-  }
+  FrameworkValues values = readValues(options.plugin);
   if (!options.exportResultFile.empty()) {
     values.exportResult = readExportResult(options.exportResultFile);
   }
@@ -185,36 +140,12 @@ int runStepCommand(const StepOptions &options) {
 
   Display display;
   TraceWriter trace;
-  openTrace(options, trace);
+  openTrace(options.plugin, trace);
   TracingListener listener(display, trace);
   const StepResult result = runStep(request, framework, listener);
   trace.stepEnded(outcomeText(result.outcome), exitCodeOf(result.outcome));
   printResult(options.step, result);
   return exitCodeOf(result.outcome);
-}
-
-// CLI::Range lets NaN pass, which is neither below nor above anything.
-std::string checkSeconds(const std::string &text) {
-  char *end = nullptr;
-  const double seconds = std::strtod(text.c_str(), &end);
-  const bool isNumber = !text.empty() && *end == '\0';
-  return isNumber && seconds >= 0.001 && seconds <= 1e6
-             ? ""
-             : "a time is a number of seconds from 0.001 to 1000000, not \"" + text + "\"";
-}
-
-std::string checkVersion(const std::string &text) {
-  const std::size_t dot = text.find('.');
-  const auto isNumber = [](const std::string &part) {
-    return !part.empty() && part.size() < 10 &&
-           part.find_first_not_of("0123456789") == std::string::npos;
-  };
-  if (dot == std::string::npos || !isNumber(text.substr(0, dot)) ||
-      !isNumber(text.substr(dot + 1))) {
-    return "a framework version is two numbers joined by a full stop, such as 2.3, not \"" + text +
-           "\"";
-  }
-  return "";
 }
 
 constexpr const char *kExitCodes =
@@ -241,44 +172,8 @@ std::function<int()> addStepCommand(CLI::App &app) {
       ->check(CLI::IsMember({Agent::PLUGIN_NAME_SUMMARY, Agent::PLUGIN_NAME_ESTIMATE_EXPORTION,
                              Agent::PLUGIN_NAME_CAN_EXPORT, Agent::PLUGIN_NAME_EXPORT,
                              Agent::PLUGIN_NAME_CAN_IMPORT, Agent::PLUGIN_NAME_IMPORT}));
-  command->add_option("--plugin", options->pluginDir, "The folder of the plug-in's executables")
-      ->required()
-      ->check(CLI::ExistingDirectory)
-      ->type_name("DIR");
-  command
-      ->add_option("--framework-version", options->frameworkVersion,
-                   "The version that the plug-in is told")
-      ->check(CLI::Validator(checkVersion, "M.N"))
-      ->type_name("")
-      ->capture_default_str();
-  command->add_option("--timeout", options->timeout, "For the whole step, in seconds")
-      ->check(CLI::Validator(checkSeconds, ""))
-      ->type_name("SECONDS")
-      ->capture_default_str();
-  command
-      ->add_option("--grace", options->grace,
-                   "Between closing the socket, TERM and KILL to the process group, in seconds")
-      ->check(CLI::Validator(checkSeconds, ""))
-      ->type_name("SECONDS")
-      ->capture_default_str();
-  command
-      ->add_option("--export-config", options->exportConfigFile,
-                   "What the plug-in is told of this export: any JSON value (default: {})")
-      ->check(CLI::ExistingFile)
-      ->type_name("FILE");
-  command->add_option("--language", options->values.language, "The code of the user's language")
-      ->type_name("CODE")
-      ->capture_default_str();
-  command
-      ->add_option("--folder", options->values.folders,
-                   "A folder that the user selected; repeatable")
-      ->allow_extra_args(false)
-      ->type_name("NAME");
-  command
-      ->add_option("--app", options->values.apps,
-                   "An application that the user selected; repeatable")
-      ->allow_extra_args(false)
-      ->type_name("NAME");
+  addPluginOptions(*command, options->plugin);
+  addSelectionOptions(*command, options->plugin);
   command
       ->add_option(
           "--export-result", options->exportResultFile,
@@ -292,13 +187,6 @@ std::function<int()> addStepCommand(CLI::App &app) {
                    "The folder that stands for the framework's side of files")
       ->check(CLI::ExistingDirectory)
       ->type_name("DIR");
-  command->add_option("--list-page", options->values.listPage, "Entries a page of a listing")
-      ->check(CLI::Range(1, 1000000))
-      ->type_name("N")
-      ->capture_default_str();
-  command->add_option("--trace", options->traceFile, "Write every packet and log line to this file")
-      ->type_name("FILE");
-  command->add_flag("--trace-full", options->traceFull, "Abbreviate no payload in the trace");
   return [options] { return runStepCommand(*options); };
 }
 

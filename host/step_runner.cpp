@@ -50,13 +50,12 @@ struct EventDeleter {
 template <typename T>
 using Owned = std::unique_ptr<T, EventDeleter>;
 
-// The plug-in's end reads no frame that is larger, its header included.
-constexpr std::size_t kMaxFrame = kMaxPayloadLength;
-
 // Lines of the log channel that are read at once, before the loop looks at its other events; and more
 // than the kernel keeps of them.
 constexpr int kLogBatch = 64;
 constexpr int kLogQueue = 10000;
+
+constexpr milliseconds kTick{100};
 
 timeval toTimeval(milliseconds time) {
   timeval value;
@@ -128,12 +127,6 @@ bool touchesFiles(PACKET_TYPE request) {
     default:
       return false;
   }
-}
-
-std::string nameOf(PACKET_TYPE type) {
-  return type >= 0 && type <= PACKET_SET_PROGRESS_RESPONSE
-             ? Util::packetString(type)
-             : "type " + std::to_string(static_cast<int>(type));
 }
 
 // A request without content has no text at all, which reads as null.
@@ -237,6 +230,7 @@ class StepRunner {
   void escalate();
   void onSignal();
   void onTimeout();
+  void onTick() { listener_.onTick(); }
   void onChild();
   void finishIfOver();
   void finish();
@@ -251,7 +245,7 @@ class StepRunner {
   Owned<bufferevent> connection_;
   Owned<event> outputWatcher_, errorWatcher_, logWatcher_;
   Owned<event> interruptWatcher_, terminateWatcher_, childWatcher_;
-  Owned<event> timeoutTimer_, graceTimer_, answerWatcher_;
+  Owned<event> timeoutTimer_, graceTimer_, tickTimer_, answerWatcher_;
   LineSplitter outputLines_{[this](std::string_view line) {
     listener_.onLine({LogSource::kStdout, LOG_INFO, line});
   }};
@@ -353,6 +347,9 @@ void StepRunner::connect() {
   graceTimer_ = watch<&StepRunner::escalate>(-1, 0);
   const timeval timeout = toTimeval(request_.timeout);
   event_add(timeoutTimer_.get(), &timeout);
+  tickTimer_ = watch<&StepRunner::onTick>(-1, EV_PERSIST);
+  const timeval tick = toTimeval(kTick);
+  event_add(tickTimer_.get(), &tick);
 }
 
 // ---- The socket.
@@ -420,23 +417,26 @@ void StepRunner::handlePacket(PACKET_TYPE type, const std::string &text) {
   if (!verdict.valid) {
     const std::string estimate =
         type == PACKET_ESTIMATE_EXPORTION_RESULT ? explainEstimate(payload) : "";
-    violate(estimate.empty() ? "the rule book refuses the plug-in's " + nameOf(type) : estimate,
+    if (!estimate.empty() && !isDecided_) {
+      result_.refusedEstimate = payload;
+    }
+    violate(estimate.empty() ? "the rule book refuses the plug-in's " + packetName(type) : estimate,
             verdict.lines);
   } else if (isCompleted_) {
-    violate("the plug-in sent " + nameOf(type) + " after its completion", {});
+    violate("the plug-in sent " + packetName(type) + " after its completion", {});
   } else if (isCompletion(type)) {
     handleCompletion(type, payload);
   } else if (isRequest(type)) {
     handleRequest(type, payload);
   } else {
-    violate("the plug-in sent " + nameOf(type) + ", which is the framework's to send", {});
+    violate("the plug-in sent " + packetName(type) + ", which is the framework's to send", {});
   }
 }
 
 void StepRunner::handleCompletion(PACKET_TYPE type, const Json::Value &payload) {
   if (type != completionOf(request_.step)) {
-    violate("the plug-in ended the step " + request_.step + " with " + nameOf(type) +
-                " in place of " + nameOf(completionOf(request_.step)),
+    violate("the plug-in ended the step " + request_.step + " with " + packetName(type) +
+                " in place of " + packetName(completionOf(request_.step)),
             {});
     return;
   }
@@ -445,11 +445,9 @@ void StepRunner::handleCompletion(PACKET_TYPE type, const Json::Value &payload) 
 }
 
 void StepRunner::send(PACKET_TYPE type, const Json::Value &payload) {
-  Json::StreamWriterBuilder compact;
-  compact["indentation"] = "";
-  const std::string text = Json::writeString(compact, payload) + "\n";
-  if (kPacketHeaderSize + text.size() > kMaxFrame) {
-    violate("the answer to the plug-in's " + nameOf(asked_) + " would have " +
+  const std::string text = payloadText(payload);
+  if (!fitsPacket(text)) {
+    violate("the answer to the plug-in's " + packetName(asked_) + " would have " +
                 std::to_string(text.size()) + " bytes, more than a packet carries",
             {});
     return;
@@ -525,9 +523,10 @@ void StepRunner::onAnswerMade() {
 
 void StepRunner::sendAnswer() {
   if (!answer_) {
-    violate(nameOf(asked_) + " is not served here", {});
+    violate(packetName(asked_) + " is not served here", {});
     return;
   }
+  listener_.onAnswer(asked_, question_, *answer_);
   send(static_cast<PACKET_TYPE>(asked_ + 1), *answer_);
 }
 
@@ -695,6 +694,23 @@ StepResult StepRunner::conclude() {
 }
 
 }  // namespace
+
+std::string payloadText(const Json::Value &payload) {
+  Json::StreamWriterBuilder compact;
+  compact["indentation"] = "";
+  return Json::writeString(compact, payload) + "\n";
+}
+
+// The plug-in's end reads no frame that is larger than the longest payload, its header included.
+bool fitsPacket(const std::string &payload) {
+  return kPacketHeaderSize + payload.size() <= kMaxPayloadLength;
+}
+
+std::string packetName(PACKET_TYPE type) {
+  return type >= 0 && type <= PACKET_SET_PROGRESS_RESPONSE
+             ? Util::packetString(type)
+             : "type " + std::to_string(static_cast<int>(type));
+}
 
 const char *outcomeText(Outcome outcome) {
   switch (outcome) {

@@ -34,6 +34,13 @@ enum class Outcome {
   kInterrupted,  // SIGINT or SIGTERM to the host
 };
 
+// An answer as it goes into a packet, and whether one takes it.
+std::string payloadText(const Json::Value &payload);
+bool fitsPacket(const std::string &payload);
+
+// The name that the protocol has for it, without its prefix: "UPLOAD_REQUEST".
+std::string packetName(ZARN::ARVLAPP::PACKET_TYPE type);
+
 // "success", "protocol violation"
 const char *outcomeText(Outcome outcome);
 int exitCodeOf(Outcome outcome);
@@ -43,6 +50,7 @@ struct StepResult {
   std::string reason;              // in words, where there is more to say than the outcome
   std::vector<std::string> lines;  // of the rule book, for a protocol violation
   Json::Value completion;          // null if none came
+  Json::Value refusedEstimate;     // one that does not fit the 32 bits of the protocol; else null
   double seconds = 0;
   int packets = 0;  // in both directions
 };
@@ -75,6 +83,11 @@ class StepListener {
   virtual void onPacket(Side from, std::uint16_t type, std::string_view payload,
                         const Verdict &verdict) = 0;
   virtual void onGarbage(Side from, std::string_view bytes, const std::string &reason) = 0;
+  // A request that the rule book found valid, and what it is answered.
+  virtual void onAnswer(ZARN::ARVLAPP::PACKET_TYPE /*request*/, const Json::Value & /*payload*/,
+                        const Json::Value & /*answer*/) {}
+  // Ten times a second.
+  virtual void onTick() {}
 };
 
 // Blocks until the plug-in and its process group are gone. SIGINT and SIGTERM cancel the plug-in by

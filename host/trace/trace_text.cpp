@@ -398,4 +398,9 @@ std::string dateText(std::int64_t microseconds) {
   return text;
 }
 
+std::string isoDate(std::int64_t microseconds) {
+  const std::string text = dateText(microseconds);
+  return text.empty() ? "" : text.substr(0, 10) + "T" + text.substr(11, 8) + "Z";
+}
+
 }  // namespace arvl_host

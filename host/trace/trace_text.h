@@ -51,6 +51,8 @@ std::string countText(std::uint64_t count, const char *noun);
 
 // "2026-11-21 06:26:32 UTC", from microseconds since the epoch
 std::string dateText(std::int64_t microseconds);
+// "2026-11-21T06:26:32Z"
+std::string isoDate(std::int64_t microseconds);
 
 }  // namespace arvl_host
 

@@ -1,0 +1,340 @@
+#include "backup/job.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <filesystem>
+#include <stdexcept>
+
+#include "backup/catalog.h"
+#include "interruption.h"
+#include "trace/trace_text.h"
+#include "zarn/arvlapp/agent.h"
+
+namespace fs = std::filesystem;
+
+namespace arvl_host {
+
+namespace {
+
+using std::chrono::steady_clock;
+using ZARN::ARVLAPP::Agent;
+
+constexpr int kHostError = 2;
+
+// Why a job ends without success, with what the program then exits with.
+struct JobFailure : std::runtime_error {
+  JobFailure(int code, const std::string &what) : std::runtime_error(what), exitCode(code) {}
+  int exitCode;
+};
+
+std::string dateNow() {
+  const auto time = std::chrono::system_clock::now().time_since_epoch();
+  return isoDate(std::chrono::duration_cast<std::chrono::microseconds>(time).count());
+}
+
+// What a failed step says of itself, in one line.
+std::string explain(const std::string &step, const StepResult &result) {
+  std::string text = "the step " + step + " ended with " + outcomeText(result.outcome);
+  const Json::Value &reason = result.completion["err_msg"];
+  if (reason.isObject()) {
+    text += ", section \"" + reason["section"].asString() + "\", key \"" +
+            reason["key"].asString() + "\"";
+  }
+  if (!result.reason.empty()) {
+    text += ": " + result.reason;
+  }
+  return text;
+}
+
+// What a backup and a restore have in common.
+class Job {
+ public:
+  Job(const char *command, const JobOptions &options, JobDisplay &display, TraceWriter &trace)
+      : options_(options),
+        display_(display),
+        steps_(options.run, display, trace, meter_, interruption_),
+        begin_(steady_clock::now()) {
+    report_.command = command;
+  }
+  virtual ~Job() = default;
+  Job(const Job &) = delete;
+  Job &operator=(const Job &) = delete;
+
+  JobReport report() {
+    try {
+      perform();
+    } catch (const JobFailure &failure) {
+      fail(failure.exitCode, failure.what());
+    } catch (const Interrupted &) {
+      fail(exitCodeOf(Outcome::kInterrupted), "interrupted");
+    } catch (const std::exception &error) {
+      fail(kHostError, error.what());
+    }
+    const std::chrono::duration<double> duration = steady_clock::now() - begin_;
+    report_.seconds = duration.count();
+    report_.steps = steps_.reports();
+    report_.denials = steps_.denials();
+    report_.files = meter_.files;
+    report_.bytes = meter_.bytes;
+    return report_;
+  }
+
+ protected:
+  virtual void perform() = 0;
+
+  void require(const char *step) {
+    if (!steps_.has(step)) {
+      throw JobFailure(kHostError, "the plug-in in " + visibleText(options_.run.folder) +
+                                       " has no executable \"" + step + "\": there is no " +
+                                       report_.command + " without it");
+    }
+  }
+
+  // Null if the plug-in does not have the step.
+  const StepResult *runOptional(const char *step, RequestServer &server) {
+    if (!steps_.has(step)) {
+      report_.missingSteps.push_back(step);
+      display_.note(std::string("the plug-in has no executable \"") + step +
+                    "\": the step is left out");
+      return nullptr;
+    }
+    return &run(step, server);
+  }
+
+  const StepResult &run(const char *step, RequestServer &server) {
+    interruption_.check();
+    const StepResult &result = steps_.run(step, server);
+    for (const std::string &line : result.lines) {
+      display_.warning("rule book: " + line);
+    }
+    if (result.outcome != Outcome::kSuccess && result.refusedEstimate.isNull()) {
+      throw JobFailure(exitCodeOf(result.outcome), explain(step, result));
+    }
+    return result;
+  }
+
+  const JobOptions &options_;
+  JobDisplay &display_;
+  const Interruption interruption_;
+  TransferMeter meter_;
+  JobSteps steps_;
+  JobReport report_;
+
+ private:
+  void fail(int exitCode, const std::string &error) {
+    report_.exitCode = exitCode;
+    report_.error = error;
+    display_.error(error);
+  }
+
+  const steady_clock::time_point begin_;
+};
+
+// ---- Backup.
+
+class BackupJob : public Job {
+ public:
+  BackupJob(const JobOptions &options, JobDisplay &display, TraceWriter &trace)
+      : Job("backup", options, display, trace) {}
+
+ private:
+  void perform() override;
+  void prepare(Manifest &manifest);
+  void takeEstimate(Manifest &manifest, RequestServer &server);
+  void exportTo(const fs::path &data, Manifest &manifest);
+  void recordFiles(const fs::path &data, Manifest &manifest);
+  FileRecord examine(const fs::directory_entry &entry, const std::string &path);
+  std::string checksumOf(const fs::path &file, const struct stat &status);
+
+  FileIndex index_;
+};
+
+void BackupJob::perform() {
+  display_.heading("backup of " + options_.application);
+  require(Agent::PLUGIN_NAME_EXPORT);
+  std::error_code error;
+  fs::create_directory(options_.store, error);
+  const Catalog catalog(options_.store);
+  NewBackup backup(catalog, options_.application);
+  for (const std::string &name : backup.removed()) {
+    display_.note("removed " + name + ", a backup that did not finish");
+  }
+
+  Manifest manifest;
+  manifest.application = options_.application;
+  manifest.id = backup.id();
+  manifest.tool = options_.tool;
+  manifest.frameworkVersion = options_.run.frameworkVersion;
+  manifest.externalHandlerResult = options_.externalHandlerResult;
+  manifest.started = dateNow();
+  prepare(manifest);
+  exportTo(backup.partialFolder() / kDataName, manifest);
+  recordFiles(backup.partialFolder() / kDataName, manifest);
+  backup.sync();
+  manifest.finished = dateNow();
+  writeManifest(backup.partialFolder(), manifest, index_);
+  interruption_.check();
+  backup.finish();
+  report_.folder = backup.folder();
+  report_.manifest = manifest;
+}
+
+// The steps before the export have no files to ask for.
+void BackupJob::prepare(Manifest &manifest) {
+  Framework framework(options_.values, nullptr, steps_.progress());
+  if (const StepResult *summary = runOptional(Agent::PLUGIN_NAME_SUMMARY, framework)) {
+    manifest.summary = summary->completion;
+    for (const char *text : {"backup_short", "backup_long"}) {
+      display_.note(summary->completion[text].asString());
+    }
+  }
+  takeEstimate(manifest, framework);
+  runOptional(Agent::PLUGIN_NAME_CAN_EXPORT, framework);
+}
+
+void BackupJob::takeEstimate(Manifest &manifest, RequestServer &server) {
+  const StepResult *result = runOptional(Agent::PLUGIN_NAME_ESTIMATE_EXPORTION, server);
+  if (result == nullptr) {
+    return;
+  }
+  manifest.isEstimateRefused = !result->refusedEstimate.isNull();
+  manifest.estimate = manifest.isEstimateRefused ? result->refusedEstimate : result->completion;
+  if (manifest.isEstimateRefused) {
+    display_.warning(result->reason + "; the backup goes on");
+  }
+  const Json::Value &size = manifest.estimate["size"];
+  if (size.isUInt64()) {
+    steps_.expectBytes(size.asUInt64());
+  }
+}
+
+void BackupJob::exportTo(const fs::path &data, Manifest &manifest) {
+  BackupWatcher watcher(index_, meter_);
+  Store store(data, {{&watcher, Durability::kLeftToCaller}, false});
+  Framework framework(options_.values, &store, steps_.progress());
+  manifest.exportResult = run(Agent::PLUGIN_NAME_EXPORT, framework).completion;
+}
+
+void BackupJob::recordFiles(const fs::path &data, Manifest &manifest) {
+  const std::size_t prefix = data.native().size();
+  for (const fs::directory_entry &entry : fs::recursive_directory_iterator(data)) {
+    interruption_.check();
+    const FileRecord record = examine(entry, entry.path().native().substr(prefix));
+    addTo(manifest.totals, record);
+    index_.add(record);
+  }
+}
+
+FileRecord BackupJob::examine(const fs::directory_entry &entry, const std::string &path) {
+  struct stat status;
+  if (lstat(entry.path().c_str(), &status) != 0) {
+    failWith(errno, "cannot examine " + quoted(path));
+  }
+  const std::optional<FileType> type = fileTypeOf(status.st_mode);
+  if (!type) {
+    throw StoreError(quoted(path) + " is neither a file, a folder nor a link");
+  }
+  FileRecord record;
+  record.path = path;
+  record.type = *type;
+  record.mode = status.st_mode & 07777;
+  record.mtime = status.st_mtim.tv_sec;
+  record.mtimeNsec = status.st_mtim.tv_nsec;
+  if (*type == FileType::kFile) {
+    record.size = status.st_size;
+    record.sha256 = checksumOf(entry.path(), status);
+  } else if (*type == FileType::kSymlink) {
+    record.target = fs::read_symlink(entry.path());
+    record.size = static_cast<std::int64_t>(record.target.size());
+    record.sha256 = sha256Of(record.target);
+  }
+  return record;
+}
+
+// What was moved here has not been read yet.
+std::string BackupJob::checksumOf(const fs::path &file, const struct stat &status) {
+  const std::string known = index_.checksumOf(status);
+  if (!known.empty()) {
+    return known;
+  }
+  const UniqueFd fd(open(file.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+  if (!fd) {
+    failWith(errno, "cannot open " + quoted(file));
+  }
+  return sha256OfFile(fd.get(), file, [this](std::size_t) { interruption_.check(); });
+}
+
+// ---- Restore.
+
+class RestoreJob : public Job {
+ public:
+  RestoreJob(const JobOptions &options, JobDisplay &display, TraceWriter &trace)
+      : Job("restore", options, display, trace) {}
+
+ private:
+  void perform() override;
+  void readManifest(const fs::path &folder);
+  FrameworkValues framework(const Manifest &manifest) const;
+
+  FileIndex index_;
+};
+
+void RestoreJob::perform() {
+  display_.heading("restore of " + options_.application);
+  require(Agent::PLUGIN_NAME_IMPORT);
+  const Catalog catalog(options_.store);
+  const std::string id = catalog.find(options_.application, options_.backup);
+  const fs::path folder = catalog.folderOf(options_.application) / id;
+  readManifest(folder);
+  report_.folder = folder;
+  display_.note("from backup " + id + ", data version " + report_.manifest->dataVersion());
+  for (const char *text : {"restore_short", "restore_long"}) {
+    if (report_.manifest->summary.isObject()) {
+      display_.note(report_.manifest->summary[text].asString());
+    }
+  }
+
+  RestoreWatcher watcher(index_, meter_);
+  Store store(folder / kDataName, {{&watcher, Durability::kEachFile}, true});
+  Framework framework(this->framework(*report_.manifest), &store, steps_.progress());
+  steps_.expectBytes(report_.manifest->totals.bytes);
+  runOptional(Agent::PLUGIN_NAME_CAN_IMPORT, framework);
+  run(Agent::PLUGIN_NAME_IMPORT, framework);
+}
+
+void RestoreJob::readManifest(const fs::path &folder) {
+  ManifestReader reader(folder);
+  checkManifestFile(folder);
+  report_.manifest = reader.manifest();
+  while (const std::optional<FileRecord> record = reader.next()) {
+    interruption_.check();
+    index_.add(*record);
+  }
+}
+
+FrameworkValues RestoreJob::framework(const Manifest &manifest) const {
+  Json::Value result(Json::objectValue);
+  result["export_result"] = manifest.exportResult;
+  if (!manifest.externalHandlerResult.isNull()) {
+    result["external_handler_result"] = manifest.externalHandlerResult;
+  }
+  FrameworkValues values = options_.values;
+  values.exportResult = makeExportResult(result);
+  return values;
+}
+
+}  // namespace
+
+JobReport runBackup(const JobOptions &options, JobDisplay &display, TraceWriter &trace) {
+  return BackupJob(options, display, trace).report();
+}
+
+JobReport runRestore(const JobOptions &options, JobDisplay &display, TraceWriter &trace) {
+  return RestoreJob(options, display, trace).report();
+}
+
+}  // namespace arvl_host

@@ -1,0 +1,52 @@
+// Whole jobs: a backup, and a restore from it.
+#ifndef ARVL_HOST_BACKUP_JOB_H_
+#define ARVL_HOST_BACKUP_JOB_H_
+
+#include <json/value.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "backup/job_steps.h"
+#include "backup/manifest.h"
+
+namespace arvl_host {
+
+struct JobOptions {
+  PluginRun run;
+  FrameworkValues values;
+  std::string store;
+  std::string application;
+  std::string backup;                 // to restore from; empty: the latest
+  Json::Value externalHandlerResult;  // to be kept with a backup; null: none
+  std::string tool;                   // the program with its version
+};
+
+struct JobReport {
+  std::string command;  // "backup", "restore"
+  int exitCode = 0;
+  std::string error;                 // why it failed, in words; empty: it did not
+  std::string folder;                // of the backup; empty: there is none
+  std::optional<Manifest> manifest;  // of the backup
+  std::vector<std::string> missingSteps;
+  std::vector<StepReport> steps;
+  std::vector<std::string> denials;
+  std::uint64_t files = 0;  // that were transferred
+  std::uint64_t bytes = 0;
+  double seconds = 0;
+};
+
+// Both block until the job is over, show it on the display, and throw nothing: what goes wrong is in the
+// report. SIGINT and SIGTERM cancel the job.
+
+// Runs summary, estimate_exportion, can_export and export, and keeps what came. A backup that does not
+// succeed leaves nothing behind.
+JobReport runBackup(const JobOptions &options, JobDisplay &display, TraceWriter &trace);
+
+// Runs can_import and import on a backup of the store, each file checked as it is served.
+JobReport runRestore(const JobOptions &options, JobDisplay &display, TraceWriter &trace);
+
+}  // namespace arvl_host
+
+#endif  // ARVL_HOST_BACKUP_JOB_H_

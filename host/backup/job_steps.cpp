@@ -1,0 +1,115 @@
+#include "backup/job_steps.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+
+#include "trace/trace_text.h"
+#include "tracing_listener.h"
+
+namespace fs = std::filesystem;
+
+namespace arvl_host {
+
+namespace {
+
+using ZARN::ARVLAPP::PACKET_TYPE;
+
+constexpr std::size_t kMaxDenials = 100;  // that are kept; a plug-in may try for ever
+
+}  // namespace
+
+JobSteps::JobSteps(const PluginRun &run, JobDisplay &display, TraceWriter &trace,
+                   const TransferMeter &meter, const Interruption &interruption)
+    : run_(run), display_(display), trace_(trace), meter_(meter), interruption_(interruption) {}
+
+std::string JobSteps::executable(const std::string &step) const {
+  return fs::absolute(run_.folder) / step;
+}
+
+bool JobSteps::has(const std::string &step) const {
+  std::error_code error;
+  return fs::is_regular_file(executable(step), error) &&
+         access(executable(step).c_str(), X_OK) == 0;
+}
+
+Framework::Progress JobSteps::progress() {
+  return [this](const std::string &stage, int percentage) {
+    progress_.stage = stage;
+    progress_.percentage = percentage;
+    showProgress();
+  };
+}
+
+const StepResult &JobSteps::run(const std::string &step, RequestServer &server) {
+  StepRequest request;
+  request.step = step;
+  request.executable = executable(step);
+  request.frameworkVersion = run_.frameworkVersion;
+  request.timeout = run_.timeout;
+  request.grace = run_.grace;
+
+  progress_ = StepProgress();
+  progress_.step = step;
+  progress_.expectedBytes = expectedBytes_;
+  begin_ = std::chrono::steady_clock::now();
+  filesBefore_ = meter_.files;
+  bytesBefore_ = meter_.bytes;
+  display_.stepBegins(step);
+  TracingListener listener(*this, trace_);
+  const StepResult result = runStep(request, server, listener);
+  trace_.stepEnded(outcomeText(result.outcome), exitCodeOf(result.outcome));
+  display_.stepEnds(outcomeText(result.outcome), result.outcome == Outcome::kSuccess,
+                    result.seconds);
+  reports_.push_back({step, result});
+  return reports_.back().result;
+}
+
+void JobSteps::onStart(const StepRequest &request, std::int64_t pid) {
+  display_.detail("running " + request.executable + " (process " + std::to_string(pid) +
+                  ", framework " + request.frameworkVersion + ")");
+}
+
+void JobSteps::onGarbage(Side, std::string_view bytes, const std::string &reason) {
+  display_.warning(reason + "; the bytes begin with " + toHex(bytes));
+}
+
+// A transfer may say what share of the job it completes.
+void JobSteps::onAnswer(PACKET_TYPE request, const Json::Value &payload,
+                        const Json::Value &answer) {
+  if (!answer["success"].asBool()) {
+    deny(packetName(request) + " was denied: " + answer["error"].asString());
+    return;
+  }
+  if (payload.isObject() && payload["data"].isArray()) {
+    for (const Json::Value &item : payload["data"]) {
+      if (item["progress_percentage"].isInt()) {
+        progress_.percentage = std::clamp(item["progress_percentage"].asInt(), 0, 100);
+      }
+    }
+  }
+  showProgress();
+}
+
+void JobSteps::onTick() {
+  interruption_.forward();
+  showProgress();
+}
+
+void JobSteps::deny(const std::string &denial) {
+  if (denials_.size() < kMaxDenials && denied_.insert(denial).second) {
+    denials_.push_back(denial);
+    display_.warning(denial);
+  }
+}
+
+void JobSteps::showProgress() {
+  const std::chrono::duration<double> duration = std::chrono::steady_clock::now() - begin_;
+  progress_.files = meter_.files - filesBefore_;
+  progress_.bytes = meter_.bytes - bytesBefore_;
+  progress_.seconds = duration.count();
+  display_.progress(progress_);
+}
+
+}  // namespace arvl_host

@@ -1,0 +1,88 @@
+// The steps of a job, one after the other, as a person and the report see them.
+#ifndef ARVL_HOST_BACKUP_JOB_STEPS_H_
+#define ARVL_HOST_BACKUP_JOB_STEPS_H_
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "backup/transfer_watchers.h"
+#include "display/job_display.h"
+#include "framework.h"
+#include "interruption.h"
+#include "step_runner.h"
+#include "trace/trace_writer.h"
+
+namespace arvl_host {
+
+// How the executables of a plug-in are run.
+struct PluginRun {
+  std::string folder;
+  std::string frameworkVersion;
+  std::chrono::milliseconds timeout;  // of each step
+  std::chrono::milliseconds grace;
+};
+
+struct StepReport {
+  std::string step;
+  StepResult result;
+};
+
+class JobSteps : private StepListener {
+ public:
+  // All have to outlive it. A trace without a file writes nothing.
+  JobSteps(const PluginRun &run, JobDisplay &display, TraceWriter &trace,
+           const TransferMeter &meter, const Interruption &interruption);
+
+  // Whether the plug-in has the step's executable.
+  bool has(const std::string &step) const;
+
+  // What the progress that the plug-in reports is to be handed to.
+  Framework::Progress progress();
+
+  // Bytes that are expected to be transferred, for the time that is left.
+  void expectBytes(std::optional<std::uint64_t> bytes) { expectedBytes_ = bytes; }
+
+  // Throws std::runtime_error if the step cannot be started.
+  const StepResult &run(const std::string &step, RequestServer &server);
+
+  const std::vector<StepReport> &reports() const { return reports_; }
+  // What the plug-in was denied, each once.
+  const std::vector<std::string> &denials() const { return denials_; }
+
+ private:
+  void onStart(const StepRequest &request, std::int64_t pid) override;
+  void onLine(const PluginLine &line) override { display_.pluginLine(line); }
+  void onPacket(Side, std::uint16_t, std::string_view, const Verdict &) override {}
+  void onGarbage(Side from, std::string_view bytes, const std::string &reason) override;
+  void onAnswer(ZARN::ARVLAPP::PACKET_TYPE request, const Json::Value &payload,
+                const Json::Value &answer) override;
+  void onTick() override;
+
+  std::string executable(const std::string &step) const;
+  void showProgress();
+  void deny(const std::string &denial);
+
+  const PluginRun run_;
+  JobDisplay &display_;
+  TraceWriter &trace_;
+  const TransferMeter &meter_;
+  const Interruption &interruption_;
+  std::optional<std::uint64_t> expectedBytes_;
+
+  StepProgress progress_;  // of the step that runs
+  std::chrono::steady_clock::time_point begin_;
+  std::uint64_t filesBefore_ = 0;
+  std::uint64_t bytesBefore_ = 0;
+
+  std::vector<StepReport> reports_;
+  std::vector<std::string> denials_;
+  std::set<std::string> denied_;
+};
+
+}  // namespace arvl_host
+
+#endif  // ARVL_HOST_BACKUP_JOB_STEPS_H_

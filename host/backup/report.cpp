@@ -1,0 +1,125 @@
+#include "backup/report.h"
+
+#include "display/progress_line.h"
+#include "trace/trace_text.h"
+
+namespace arvl_host {
+
+namespace {
+
+Json::Value arrayOf(const std::vector<std::string> &texts) {
+  Json::Value array(Json::arrayValue);
+  for (const std::string &text : texts) {
+    array.append(text);
+  }
+  return array;
+}
+
+Json::Value stepJson(const StepReport &report) {
+  const StepResult &result = report.result;
+  Json::Value json(Json::objectValue);
+  json["step"] = report.step;
+  json["outcome"] = outcomeText(result.outcome);
+  json["seconds"] = result.seconds;
+  json["packets"] = result.packets;
+  json["completion"] = result.completion;
+  json["reason"] = result.reason.empty() ? Json::Value() : Json::Value(result.reason);
+  json["rule_book"] = arrayOf(result.lines);
+  return json;
+}
+
+Json::Value stepsJson(const std::vector<StepReport> &reports) {
+  Json::Value array(Json::arrayValue);
+  for (const StepReport &report : reports) {
+    array.append(stepJson(report));
+  }
+  return array;
+}
+
+void addManifest(Json::Value &json, const Manifest &manifest) {
+  json["application"] = manifest.application;
+  json["backup"] = manifest.id;
+  json["framework_version"] = manifest.frameworkVersion;
+  json["app_data_version"] = manifest.dataVersion();
+  json["summary"] = manifest.summary;
+  json["estimate"] = manifest.estimate;
+  json["estimate_refused"] = manifest.isEstimateRefused;
+  json["actual"] = totalsJson(manifest.totals);
+}
+
+std::string estimateText(const Manifest &manifest) {
+  const Json::Value &estimate = manifest.estimate;
+  if (!estimate.isObject() || !estimate["size"].isUInt64() || !estimate["file_count"].isUInt64()) {
+    return "none";
+  }
+  return countText(estimate["file_count"].asUInt64(), "file") + ", " +
+         sizeText(estimate["size"].asUInt64()) +
+         (manifest.isEstimateRefused ? " (refused: beyond the protocol's 32 bits)" : "");
+}
+
+std::string secondsText(double seconds) {
+  return durationText(static_cast<std::int64_t>(seconds * 1e6));
+}
+
+}  // namespace
+
+std::string totalsText(const Totals &totals) {
+  std::string text = countText(totals.files, "file");
+  if (totals.folders > 0) {
+    text += ", " + countText(totals.folders, "folder");
+  }
+  if (totals.links > 0) {
+    text += ", " + countText(totals.links, "link");
+  }
+  return text + ", " + sizeText(totals.bytes);
+}
+
+Json::Value errorJson(const std::string &command, int exitCode, const std::string &error) {
+  Json::Value json(Json::objectValue);
+  json["command"] = command;
+  json["success"] = exitCode == 0;
+  json["exit_code"] = exitCode;
+  json["error"] = error.empty() ? Json::Value() : Json::Value(error);
+  return json;
+}
+
+Json::Value reportJson(const JobReport &report) {
+  Json::Value json = errorJson(report.command, report.exitCode, report.error);
+  json["path"] = report.folder.empty() ? Json::Value() : Json::Value(report.folder);
+  json["steps"] = stepsJson(report.steps);
+  json["missing_steps"] = arrayOf(report.missingSteps);
+  json["denials"] = arrayOf(report.denials);
+  json["files"] = Json::UInt64(report.files);
+  json["bytes"] = Json::UInt64(report.bytes);
+  json["seconds"] = report.seconds;
+  if (report.manifest) {
+    addManifest(json, *report.manifest);
+  }
+  return json;
+}
+
+std::vector<std::string> reportLines(const JobReport &report) {
+  if (report.exitCode != 0 || !report.manifest) {
+    return {};
+  }
+  const Manifest &manifest = *report.manifest;
+  if (report.command == "restore") {
+    return {"restored " + manifest.application + " from " + manifest.id,
+            "  served    " + countText(report.files, "file") + ", " + sizeText(report.bytes),
+            "  time      " + secondsText(report.seconds)};
+  }
+  return {"backed up " + manifest.application + " as " + manifest.id,
+          "  path      " + report.folder,
+          "  data      version " + manifest.dataVersion(),
+          "  estimate  " + estimateText(manifest),
+          "  came      " + totalsText(manifest.totals),
+          "  time      " + secondsText(report.seconds)};
+}
+
+std::string jsonText(const Json::Value &value) {
+  std::string text;
+  appendJson(text, value, JsonLayout::kIndented);
+  return text + "\n";
+}
+
+}  // namespace arvl_host

@@ -1,0 +1,67 @@
+#include "backup/transfer_watchers.h"
+
+#include "store_error.h"
+
+namespace arvl_host {
+
+// ---- BackupWatcher.
+
+void BackupWatcher::onStored(const struct stat &status, const std::string &sha256) {
+  ++meter_.files;
+  index_.addChecksum(status, sha256);
+}
+
+void BackupWatcher::onMoved(const struct stat &status) {
+  if (S_ISREG(status.st_mode)) {
+    ++meter_.files;
+    meter_.bytes += static_cast<std::uint64_t>(status.st_size);
+  }
+}
+
+// ---- RestoreWatcher.
+
+FileRecord RestoreWatcher::recordOf(const std::string &path) {
+  const std::optional<FileRecord> record = index_.find(path);
+  if (!record) {
+    throw StoreError(quoted(path) + " is not what was backed up: the manifest does not know it");
+  }
+  return *record;
+}
+
+void RestoreWatcher::onEntry(const std::string &path, FileType type, std::int64_t size) {
+  const FileRecord record = recordOf(path);
+  if (record.type != type) {
+    throw StoreError(quoted(path) + " is damaged: it is of type " + fileTypeText(type) +
+                     ", and was of type " + fileTypeText(record.type));
+  }
+  if (type == FileType::kFile && record.size != size) {
+    throw StoreError(quoted(path) + " is damaged: it has " + std::to_string(size) +
+                     " bytes, and had " + std::to_string(record.size));
+  }
+}
+
+// Each entry that is there is known: fewer than are known means that one is missing.
+void RestoreWatcher::onFolderEnd(const std::string &path, std::uint64_t entries) {
+  const std::uint64_t known = index_.countIn(path);
+  if (entries != known) {
+    throw StoreError("the folder " + quoted(path.empty() ? "/" : path) + " is damaged: it has " +
+                     std::to_string(entries) + " entries, and had " + std::to_string(known));
+  }
+}
+
+void RestoreWatcher::onFile(const std::string &path, const std::string &sha256) {
+  const FileRecord record = recordOf(path);
+  if (record.sha256 != sha256) {
+    throw StoreError(quoted(path) + " is damaged: its SHA-256 is " + sha256 + ", and was " +
+                     record.sha256);
+  }
+  ++meter_.files;
+}
+
+void RestoreWatcher::onLink(const std::string &path, const std::string &target) {
+  if (recordOf(path).target != target) {
+    throw StoreError(quoted(path) + " is damaged: the link leads elsewhere than it did");
+  }
+}
+
+}  // namespace arvl_host

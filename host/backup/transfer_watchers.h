@@ -1,0 +1,55 @@
+// What a backup remembers of the files that come, and what a restore checks before they go.
+#ifndef ARVL_HOST_BACKUP_TRANSFER_WATCHERS_H_
+#define ARVL_HOST_BACKUP_TRANSFER_WATCHERS_H_
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+
+#include "backup/file_index.h"
+#include "file_copy.h"
+
+namespace arvl_host {
+
+// Counted on the thread that transfers, read on any.
+struct TransferMeter {
+  std::atomic<std::uint64_t> files{0};
+  std::atomic<std::uint64_t> bytes{0};
+};
+
+// Keeps the checksums of what is copied, so that it need not be read again.
+class BackupWatcher : public TransferWatcher {
+ public:
+  BackupWatcher(FileIndex &index, TransferMeter &meter) : index_(index), meter_(meter) {}
+
+  void onBytes(std::uint64_t count) override { meter_.bytes += count; }
+  void onStored(const struct stat &status, const std::string &sha256) override;
+  void onMoved(const struct stat &status) override;
+
+ private:
+  FileIndex &index_;
+  TransferMeter &meter_;
+};
+
+// Compares what is read with what the backup is known to hold. Throws StoreError that names what is
+// damaged, missing or foreign.
+class RestoreWatcher : public TransferWatcher {
+ public:
+  RestoreWatcher(FileIndex &index, TransferMeter &meter) : index_(index), meter_(meter) {}
+
+  void onEntry(const std::string &path, FileType type, std::int64_t size) override;
+  void onFolderEnd(const std::string &path, std::uint64_t entries) override;
+  void onBytes(std::uint64_t count) override { meter_.bytes += count; }
+  void onFile(const std::string &path, const std::string &sha256) override;
+  void onLink(const std::string &path, const std::string &target) override;
+
+ private:
+  FileRecord recordOf(const std::string &path);
+
+  FileIndex &index_;
+  TransferMeter &meter_;
+};
+
+}  // namespace arvl_host
+
+#endif  // ARVL_HOST_BACKUP_TRANSFER_WATCHERS_H_

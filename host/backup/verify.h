@@ -1,0 +1,30 @@
+// Compares a backup with what it says of itself.
+#ifndef ARVL_HOST_BACKUP_VERIFY_H_
+#define ARVL_HOST_BACKUP_VERIFY_H_
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <string>
+
+#include "backup/manifest.h"
+
+namespace arvl_host {
+
+struct Verification {
+  Totals totals;  // of what the manifest knows
+  std::uint64_t problems = 0;
+};
+
+// Each difference, by the path below the backup's folder, and what it is.
+using OnProblem = std::function<void(const std::string &path, const std::string &problem)>;
+
+// Reads every file of the backup. A manifest that cannot be read is one problem, and the last. What
+// checkpoint, which is called often, throws ends it. Throws StoreError for a backup that cannot be
+// examined, and NewerManifest.
+Verification verifyBackup(const std::filesystem::path &folder, const OnProblem &onProblem,
+                          const std::function<void()> &checkpoint);
+
+}  // namespace arvl_host
+
+#endif  // ARVL_HOST_BACKUP_VERIFY_H_

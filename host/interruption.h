@@ -1,0 +1,36 @@
+// Lets a job be interrupted between its steps as well as in them.
+#ifndef ARVL_HOST_INTERRUPTION_H_
+#define ARVL_HOST_INTERRUPTION_H_
+
+#include <signal.h>
+
+#include <exception>
+
+namespace arvl_host {
+
+struct Interrupted : std::exception {
+  const char *what() const noexcept override { return "interrupted"; }
+};
+
+// While it lives, SIGINT and SIGTERM are noted instead of ending the program. A step that runs meanwhile
+// takes them itself. One at a time in a process.
+class Interruption {
+ public:
+  Interruption();
+  ~Interruption();
+  Interruption(const Interruption &) = delete;
+  Interruption &operator=(const Interruption &) = delete;
+
+  // Throws Interrupted if one of the signals came.
+  void check() const;
+  // Hands a signal that came before a step took them itself on to the step.
+  void forward() const;
+
+ private:
+  struct sigaction oldInterrupt_;
+  struct sigaction oldTerminate_;
+};
+
+}  // namespace arvl_host
+
+#endif  // ARVL_HOST_INTERRUPTION_H_

@@ -1,0 +1,48 @@
+#include "output_options.h"
+
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <iostream>
+#include <stdexcept>
+
+#include "backup/report.h"
+#include "trace/trace_text.h"
+
+namespace arvl_host {
+
+void addOutputOptions(CLI::App &command, OutputOptions &options) {
+  command.add_flag(kJsonOption, options.json,
+                   "Print one report in JSON on standard output and nothing else there");
+  CLI::Option *quiet =
+      command.add_flag("--quiet,-q", options.quiet, "Show warnings and errors only");
+  command.add_flag("--verbose,-v", options.verbose, "Show the processes that are run, too")
+      ->excludes(quiet);
+}
+
+std::ostream &displayStream(const OutputOptions &options) {
+  return options.json ? std::cerr : std::cout;
+}
+
+DisplayOptions displayOptions(const OutputOptions &options) {
+  const Verbosity verbosity = options.quiet     ? Verbosity::kQuiet
+                              : options.verbose ? Verbosity::kVerbose
+                                                : Verbosity::kNormal;
+  return terminalOptions(options.json ? STDERR_FILENO : STDOUT_FILENO, verbosity);
+}
+
+void writeReport(const OutputOptions &options, const Json::Value &json,
+                 const std::vector<std::string> &lines) {
+  if (options.json) {
+    std::cout << jsonText(json);
+  } else if (!options.quiet) {
+    for (const std::string &line : lines) {
+      std::cout << visibleText(line) << '\n';
+    }
+  }
+  if (!std::cout.flush()) {
+    throw std::runtime_error("cannot write to standard output");
+  }
+}
+
+}  // namespace arvl_host

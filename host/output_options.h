@@ -1,0 +1,37 @@
+// How the commands that work on a store say what they do.
+#ifndef ARVL_HOST_OUTPUT_OPTIONS_H_
+#define ARVL_HOST_OUTPUT_OPTIONS_H_
+
+#include <json/value.h>
+
+#include <CLI/App.hpp>
+#include <iosfwd>
+#include <string>
+#include <vector>
+
+#include "display/job_display.h"
+
+namespace arvl_host {
+
+struct OutputOptions {
+  bool json = false;
+  bool quiet = false;
+  bool verbose = false;
+};
+
+constexpr const char *kJsonOption = "--json";
+
+// options has to outlive the app.
+void addOutputOptions(CLI::App &command, OutputOptions &options);
+
+// Where a person reads, and how: standard output, or standard error beside a JSON report.
+std::ostream &displayStream(const OutputOptions &options);
+DisplayOptions displayOptions(const OutputOptions &options);
+
+// The report on standard output, as JSON or in lines. Throws std::runtime_error if it cannot be written.
+void writeReport(const OutputOptions &options, const Json::Value &json,
+                 const std::vector<std::string> &lines);
+
+}  // namespace arvl_host
+
+#endif  // ARVL_HOST_OUTPUT_OPTIONS_H_

@@ -1,0 +1,288 @@
+#include "store_commands.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "backup/catalog.h"
+#include "backup/manifest.h"
+#include "backup/report.h"
+#include "backup/verify.h"
+#include "interruption.h"
+#include "job_commands.h"
+#include "output_options.h"
+
+namespace arvl_host {
+
+namespace {
+
+constexpr int kProblems = 1;
+constexpr int kHostError = 2;
+constexpr int kInterrupted = 130;
+
+struct StoreCommandOptions {
+  std::string store;
+  std::string name;
+  std::string backup;
+  OutputOptions output;
+};
+
+std::vector<std::string> applications(const Catalog &catalog, const StoreCommandOptions &options) {
+  if (options.name.empty()) {
+    return catalog.applications();
+  }
+  const std::vector<std::string> known = catalog.applications();
+  if (std::find(known.begin(), known.end(), options.name) == known.end()) {
+    catalog.find(options.name, "");  // says which there are
+  }
+  return {options.name};
+}
+
+// ---- list
+
+// Names padded to columns.
+std::vector<std::string> table(const std::vector<std::vector<std::string>> &rows) {
+  std::vector<std::size_t> widths(rows.empty() ? 0 : rows[0].size());
+  for (const std::vector<std::string> &row : rows) {
+    for (std::size_t i = 0; i < row.size(); ++i) {
+      widths[i] = std::max(widths[i], row[i].size());
+    }
+  }
+  std::vector<std::string> lines;
+  for (const std::vector<std::string> &row : rows) {
+    std::string line;
+    for (std::size_t i = 0; i < row.size(); ++i) {
+      const bool isLast = i + 1 == row.size();
+      line += row[i] + (isLast ? "" : std::string(widths[i] - row[i].size() + 2, ' '));
+    }
+    lines.push_back(line);
+  }
+  return lines;
+}
+
+// One row of the list, and the same in JSON.
+class Listed {
+ public:
+  Listed(const Catalog &catalog, const std::string &application, const std::string &id) {
+    json_["application"] = application;
+    json_["backup"] = id;
+    json_["path"] = (catalog.folderOf(application) / id).string();
+    row_ = {application, id};
+    try {
+      describe(ManifestReader(catalog.folderOf(application) / id).manifest());
+    } catch (const StoreError &error) {
+      json_["error"] = error.what();
+      row_.insert(row_.end(), {"-", error.what()});
+    }
+  }
+
+  const Json::Value &json() const { return json_; }
+  const std::vector<std::string> &row() const { return row_; }
+
+ private:
+  void describe(const Manifest &manifest) {
+    json_["error"] = Json::Value();
+    json_["started"] = manifest.started;
+    json_["finished"] = manifest.finished;
+    json_["app_data_version"] = manifest.dataVersion();
+    json_["actual"] = totalsJson(manifest.totals);
+    row_.insert(row_.end(), {manifest.dataVersion(), totalsText(manifest.totals)});
+  }
+
+  Json::Value json_{Json::objectValue};
+  std::vector<std::string> row_;
+};
+
+int list(const StoreCommandOptions &options) {
+  const Catalog catalog(options.store);
+  Json::Value report = errorJson("list", 0, "");
+  report["backups"] = Json::Value(Json::arrayValue);
+  report["unfinished"] = Json::Value(Json::arrayValue);
+  std::vector<std::vector<std::string>> rows = {{"APPLICATION", "BACKUP", "DATA", "CONTENT"}};
+  for (const std::string &application : applications(catalog, options)) {
+    for (const std::string &id : catalog.backups(application)) {
+      const Listed listed(catalog, application, id);
+      report["backups"].append(listed.json());
+      rows.push_back(listed.row());
+    }
+    for (const std::string &name : catalog.unfinished(application)) {
+      report["unfinished"].append((catalog.folderOf(application) / name).string());
+    }
+  }
+  std::vector<std::string> lines =
+      rows.size() > 1 ? table(rows) : std::vector<std::string>{"no backups"};
+  const Json::ArrayIndex unfinished = report["unfinished"].size();
+  if (unfinished > 0) {
+    lines.push_back("and " + std::to_string(unfinished) +
+                    " that did not finish, or that run now; prune removes what did not finish");
+  }
+  writeReport(options.output, report, lines);
+  return 0;
+}
+
+// ---- verify
+
+constexpr Json::ArrayIndex kMaxProblems = 1000;  // of a backup, that a report holds
+
+class VerifyCommand {
+ public:
+  explicit VerifyCommand(const StoreCommandOptions &options)
+      : options_(options),
+        catalog_(options.store),
+        display_(displayStream(options.output), displayOptions(options.output)) {}
+
+  int run();
+
+ private:
+  void verify(const std::string &application, const std::string &id);
+  Json::Value examine(const std::string &application, const std::string &id);
+
+  const StoreCommandOptions &options_;
+  const Catalog catalog_;
+  JobDisplay display_;
+  const Interruption interruption_;
+  Json::Value report_{Json::arrayValue};
+  bool hasProblems_ = false;
+};
+
+int VerifyCommand::run() {
+  int exitCode = 0;
+  std::string error;
+  try {
+    for (const std::string &application : applications(catalog_, options_)) {
+      if (!options_.backup.empty()) {
+        verify(application, catalog_.find(application, options_.backup));
+        continue;
+      }
+      for (const std::string &id : catalog_.backups(application)) {
+        verify(application, id);
+      }
+    }
+    exitCode = hasProblems_ ? kProblems : 0;
+  } catch (const Interrupted &interrupted) {
+    exitCode = kInterrupted;
+    error = interrupted.what();
+  } catch (const StoreError &failure) {
+    exitCode = kHostError;
+    error = failure.what();
+  }
+  if (!error.empty()) {
+    display_.error(error);
+  }
+  Json::Value json = errorJson("verify", exitCode, error);
+  json["backups"] = report_;
+  writeReport(options_.output, json, {});
+  return exitCode;
+}
+
+void VerifyCommand::verify(const std::string &application, const std::string &id) {
+  interruption_.check();
+  report_.append(examine(application, id));
+}
+
+Json::Value VerifyCommand::examine(const std::string &application, const std::string &id) {
+  const std::string name = application + " " + id;
+  Json::Value problems(Json::arrayValue);
+  const auto onProblem = [&](const std::string &path, const std::string &problem) {
+    display_.error(name + ": " + path + ": " + problem);
+    if (problems.size() < kMaxProblems) {
+      Json::Value entry(Json::objectValue);
+      entry["path"] = path;
+      entry["problem"] = problem;
+      problems.append(entry);
+    }
+  };
+  const Verification result = verifyBackup(catalog_.folderOf(application) / id, onProblem,
+                                           [this] { interruption_.check(); });
+  if (result.problems == 0) {
+    display_.note(name + ": sound, " + totalsText(result.totals));
+  }
+  hasProblems_ = hasProblems_ || result.problems > 0;
+  Json::Value json(Json::objectValue);
+  json["application"] = application;
+  json["backup"] = id;
+  json["actual"] = totalsJson(result.totals);
+  json["problem_count"] = Json::UInt64(result.problems);
+  json["problems"] = problems;
+  return json;
+}
+
+// ---- prune
+
+int prune(const StoreCommandOptions &options) {
+  const Catalog catalog(options.store);
+  JobDisplay display(displayStream(options.output), displayOptions(options.output));
+  Json::Value removed(Json::arrayValue);
+  Json::Value busy(Json::arrayValue);
+  std::vector<std::string> lines;
+  for (const std::string &application : applications(catalog, options)) {
+    try {
+      for (const std::string &name : removeUnfinished(catalog, application)) {
+        const std::string path = catalog.folderOf(application) / name;
+        removed.append(path);
+        lines.push_back("removed " + path);
+      }
+    } catch (const StoreBusy &error) {
+      busy.append(error.what());
+      display.warning(error.what());
+    }
+  }
+  Json::Value report = errorJson("prune", 0, "");
+  report["removed"] = removed;
+  report["busy"] = busy;
+  writeReport(options.output, report, lines);
+  return 0;
+}
+
+std::shared_ptr<StoreCommandOptions> addStoreOptions(CLI::App &command) {
+  auto options = std::make_shared<StoreCommandOptions>();
+  command.add_option("--store", options->store, "The folder that keeps the backups")
+      ->required()
+      ->check(CLI::ExistingDirectory)
+      ->type_name("DIR");
+  command.add_option("--name", options->name, "Only the backups of this application")
+      ->check(CLI::Validator(checkApplication, ""))
+      ->type_name("NAME");
+  addOutputOptions(command, options->output);
+  return options;
+}
+
+}  // namespace
+
+std::function<int()> addListCommand(CLI::App &app) {
+  CLI::App *command = app.add_subcommand("list", "List the backups of a store");
+  command->footer("Exit codes: 0, or 2 for wrong usage and for a store that cannot be read.\n");
+  const auto options = addStoreOptions(*command);
+  return [options] { return list(*options); };
+}
+
+std::function<int()> addVerifyCommand(CLI::App &app) {
+  CLI::App *command = app.add_subcommand(
+      "verify", "Compare backups with their checksums, and find missing and extra files");
+  command->footer(
+      "Exit codes:\n"
+      "  0    every backup is sound\n"
+      "  1    one is not; each problem is named\n"
+      "  2    wrong usage, or a backup that could not be examined\n"
+      "  130  interrupted\n");
+  const auto options = addStoreOptions(*command);
+  command->add_option("--backup", options->backup, "Only this backup")
+      ->type_name("ID")
+      ->needs("--name");
+  return [options] { return VerifyCommand(*options).run(); };
+}
+
+std::function<int()> addPruneCommand(CLI::App &app) {
+  CLI::App *command = app.add_subcommand("prune", "Remove what backups left that did not finish");
+  command->footer(
+      "Exit codes: 0, or 2 for wrong usage and for what cannot be removed. Backups that run now "
+      "are "
+      "left alone.\n");
+  const auto options = addStoreOptions(*command);
+  return [options] { return prune(*options); };
+}
+
+}  // namespace arvl_host
