@@ -252,13 +252,16 @@ TEST_F(NotesExport, UploadsTheDatabaseAsATemporaryFileAndThenTheAttachments) {
   ASSERT_EQ(
       outcome.requestTypes(),
       (Types{PACKET_EXPORT_CONFIG_REQUEST, PACKET_SELECTED_SOURCE_REQUEST, PACKET_LANGUAGE_REQUEST,
-             PACKET_SET_PROGRESS_REQUEST, PACKET_SET_PROGRESS_REQUEST, PACKET_UPLOAD_REQUEST,
-             PACKET_UPLOAD_REQUEST, PACKET_UPLOAD_REQUEST}));
-  const Json::Value database = outcome.requests[5].payload["data"][0];
+             PACKET_SET_PROGRESS_REQUEST, PACKET_SET_PROGRESS_REQUEST, PACKET_CREATE_DIR_REQUEST,
+             PACKET_CREATE_DIR_REQUEST, PACKET_UPLOAD_REQUEST, PACKET_UPLOAD_REQUEST,
+             PACKET_UPLOAD_REQUEST}));
+  EXPECT_EQ(outcome.requests[5].payload["path"].asString(), "/notes");
+  EXPECT_EQ(outcome.requests[6].payload["path"].asString(), "/notes/attachments");
+  const Json::Value database = outcome.requests[7].payload["data"][0];
   EXPECT_TRUE(database["source"]["is_temp"].asBool());
   EXPECT_EQ(database["source"]["path"].asString(), (notes_.dir() / ".export/notes.db").string());
   EXPECT_EQ(database["destination"]["path"].asString(), "/notes/notes.db");
-  const Json::Value attachment = outcome.requests[7].payload["data"][0];
+  const Json::Value attachment = outcome.requests[9].payload["data"][0];
   const std::string name = fs::path(attachment["source"]["path"].asString()).filename();
   EXPECT_FALSE(attachment["source"]["is_temp"].asBool());
   EXPECT_EQ(attachment["source"]["path"].asString(), (notes_.attachments() / name).string());
@@ -299,7 +302,8 @@ TEST_F(NotesExport, AsksAnOlderFrameworkForNothingThatItDoesNotKnow) {
   const StepOutcome outcome = run("export");
   EXPECT_TRUE(outcome.succeeded());
   EXPECT_EQ(outcome.errors, "");
-  EXPECT_EQ(outcome.requestTypes(), (Types{PACKET_UPLOAD_REQUEST, PACKET_UPLOAD_REQUEST}));
+  EXPECT_EQ(outcome.requestTypes(), (Types{PACKET_CREATE_DIR_REQUEST, PACKET_CREATE_DIR_REQUEST,
+                                           PACKET_UPLOAD_REQUEST, PACKET_UPLOAD_REQUEST}));
 }
 
 TEST_F(NotesExport, TakesOneMomentOfADatabaseThatIsBeingWritten) {
@@ -367,6 +371,9 @@ TEST_F(NotesExport, FailsOnASelectedFolderThatIsNoNotebook) {
 
 TEST_F(NotesExport, LeavesNoSnapshotWhenTheUploadIsRefused) {
   fill("3", "0");
+  script_.refusals[PACKET_CREATE_DIR_REQUEST] = "disk full";
+  expectFailure("export", "upload_failed", "/notes: disk full");
+  script_.refusals.clear();
   script_.refusals[PACKET_UPLOAD_REQUEST] = "disk full";
   expectFailure("export", "upload_failed",
                 (notes_.dir() / ".export/notes.db").string() + ": disk full");

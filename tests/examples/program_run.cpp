@@ -228,6 +228,12 @@ class Framework {
         return;
       case PACKET_LIST_DIR_REQUEST:
         return list(request.payload, response);
+      case PACKET_CREATE_DIR_REQUEST:
+        response["request"] = request.payload;
+        if (!refused) {
+          fs::create_directories(local(request.payload["path"].asString()));
+        }
+        return;
       case PACKET_UPLOAD_REQUEST:
       case PACKET_DOWNLOAD_REQUEST:
         response["data"][0] = request.payload["data"][0];
@@ -253,7 +259,6 @@ class Framework {
       fs::copy_file(local(from), to, fs::copy_options::overwrite_existing);
       return;
     }
-    fs::create_directories(local(to).parent_path());
     if (source["is_temp"].asBool()) {
       fs::rename(from, local(to));
     } else {

@@ -134,6 +134,10 @@ void uploadAll(Session &session, const DataDir &dir, const fs::path &database,
   }
 
   session.showProgress(session.texts().uploading, kSnapshotPercentage);
+  session.createDir(kRemoteDir);
+  if (!snapshot.attachments.empty()) {
+    session.createDir(kRemoteAttachments);
+  }
   session.upload(database, kRemoteDatabase, Session::Source::kTemporary, meter.add(databaseSize));
   for (const AttachmentFile &file : snapshot.attachments) {
     const std::string fault = attachmentFault(file, dir.attachments(), snapshot.version);

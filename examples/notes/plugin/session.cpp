@@ -94,6 +94,10 @@ void Session::showProgress(const char *stage, int percentage) {
   }
 }
 
+void Session::createDir(const std::string &remote) {
+  requireAnswer(agent_.createDir(remote), "upload_failed", remote);
+}
+
 void Session::upload(const std::filesystem::path &file, const std::string &remote, Source source,
                      int percentage) {
   FileInfo local = regularFile(file);

@@ -45,6 +45,9 @@ class Session {
   // Shows a stage text. Nothing depends on it but cancellation, which it notices.
   void showProgress(const char *stage, int percentage);
 
+  // On the framework's side, in a directory that is there.
+  void createDir(const std::string &remote);
+
   // The percentage is what the whole job will have reached with this file.
   enum class Source { kStays, kTemporary };
   void upload(const std::filesystem::path &file, const std::string &remote, Source source,
