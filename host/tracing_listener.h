@@ -30,6 +30,11 @@ class TracingListener : public StepListener {
     writer_.garbage(from, bytes, reason);
     listener_.onGarbage(from, bytes, reason);
   }
+  void onAnswer(ZARN::ARVLAPP::PACKET_TYPE request, const Json::Value &payload,
+                const Json::Value &answer) override {
+    listener_.onAnswer(request, payload, answer);
+  }
+  void onTick() override { listener_.onTick(); }
 
  private:
   StepListener &listener_;
