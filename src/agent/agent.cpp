@@ -10,6 +10,7 @@
 #include <event2/buffer.h>
 #include <event2/bufferevent.h>
 #include <event2/event.h>
+#include <fcntl.h>
 #include <json/value.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -291,6 +292,8 @@ bool Agent::AgentImpl::connectionInit() {
   // GCOVR_EXCL_STOP
   // Before the base opens descriptors of its own: the number of a closed one could name one of them.
   const bool isNonblocking = evutil_make_socket_nonblocking(socketFd) == 0;
+  // A program that the plug-in starts would hold the connection open beyond the plug-in's end.
+  fcntl(socketFd, F_SETFD, FD_CLOEXEC);
   base = event_base_new();
   if (base == nullptr) {
     return ARVL_LOG_FALSE("Can't get an event_base");

@@ -180,6 +180,14 @@ TEST(AgentInit, FindsNoOptionsWhenGetoptHasBeenThroughThem) {
             (LogLines{"agent.cpp: invalid argument fd [-1]", "agent.cpp: invalid arg"}));
 }
 
+TEST(AgentInit, KeepsTheSocketFromProgramsThatThePluginStarts) {
+  FrameworkEnd framework;
+  ASSERT_EQ(fcntl(framework.pluginFd(), F_SETFD, 0), 0);  // as a plug-in gets it, to survive exec
+  Agent agent;
+  ASSERT_TRUE(openSession(agent, "export", framework));
+  EXPECT_EQ(fcntl(framework.pluginFd(), F_GETFD), FD_CLOEXEC);
+}
+
 TEST(AgentInit, RefusesADescriptorThatIsNotOpen) {
   LogCapture log;
   testing::internal::CaptureStderr();  // libevent has a word to say too

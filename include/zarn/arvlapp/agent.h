@@ -53,6 +53,11 @@ namespace ARVLAPP {
 /// setSuccess and setErrorMsg are ignored, and no completion is sent. A framework that is gone never
 /// kills the plug-in by SIGPIPE, and the signal dispositions and mask of the process stay its own.
 ///
+/// Processes: the framework hands a plug-in the socket, stdin, stdout, stderr and perhaps a channel for
+/// its log lines, and no other descriptor. Programs that the plug-in starts inherit all of them but the
+/// socket. A process that is forked without exec has the socket too and must not use the Agent, nor
+/// leave by a way that destroys it: leave with _exit.
+///
 /// Threads: one Agent per process, used from one thread. Time: there are no time-outs; a framework
 /// that neither answers nor closes the socket blocks the plug-in for good.
 class ZARN_EXPORT Agent {
@@ -84,7 +89,8 @@ class ZARN_EXPORT Agent {
   /// Parses with getopt(3) and the options "f:v:", from wherever getopt's global index stands; other
   /// options are ignored. -f takes a connected stream socket's descriptor, decimal and at least 1;
   /// -v the framework's version as "major.minor", neither of them negative. The descriptor is made
-  /// non-blocking, and the Agent owns it from then on and closes it when destroyed.
+  /// non-blocking and close-on-exec, so that no program that the plug-in starts holds the connection
+  /// open; the Agent owns it from then on and closes it when destroyed.
   ///
   /// @param argc, argv  as main received them; argv[0] is a path whose base name is a step's name
   /// @return false, with the reason in syslog, if an argument is missing or malformed, the socket
