@@ -124,7 +124,7 @@ std::function<int()> addBackupCommand(CLI::App &app) {
       ->add_option("--external-handler-result", options->externalHandlerResultFile,
                    "What external handlers report of this export, for the import to come: a JSON "
                    "array of objects with \"handler\", \"handler_type\" and \"result\"")
-      ->check(CLI::ExistingFile)
+      ->check(existingFile())
       ->type_name("FILE");
   addOutputOptions(*command, options->output);
   return [options] { return backup(*options); };
@@ -135,7 +135,7 @@ std::function<int()> addRestoreCommand(CLI::App &app) {
   CLI::App *command = app.add_subcommand("restore", "Restore an application from a store");
   command->footer(kExitCodes);
   addJobOptions(*command, *options, "The folder that keeps the backups");
-  command->get_option("--store")->check(CLI::ExistingDirectory);
+  command->get_option("--store")->check(existingDirectory());
   command->add_option("--backup", options->backup, "The backup's name (default: the latest)")
       ->type_name("ID");
   addOutputOptions(*command, options->output);

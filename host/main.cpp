@@ -5,14 +5,30 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <exception>
 #include <iostream>
+#include <string>
 
+#include "backup/report.h"
 #include "command_line.h"
+#include "output_options.h"
 
 namespace {
 
 constexpr int kUsageError = 2;
+
+// Whoever asked for a report in JSON reads of every failure there. Of wrong usage, too, before the command
+// line is understood.
+void reportFailure(int argc, char **argv, const std::string &error) {
+  const auto isJsonOption = [](const char *word) {
+    return std::string(word) == arvl_host::kJsonOption;
+  };
+  if (std::any_of(argv + 1, argv + argc, isJsonOption)) {
+    std::cout << arvl_host::jsonText(arvl_host::errorJson(argv[1], kUsageError, error))
+              << std::flush;
+  }
+}
 
 int run(int argc, char **argv) {
   arvl_host::CommandLine commandLine;
@@ -21,11 +37,15 @@ int run(int argc, char **argv) {
     app.parse(argc, argv);
     return commandLine.run();
   } catch (const CLI::ParseError &error) {
-    return app.exit(error) == 0 ? 0 : kUsageError;  // 0: help or version was asked for
+    if (app.exit(error) == 0) {
+      return 0;  // help or version was asked for
+    }
+    reportFailure(argc, argv, error.what());
   } catch (const std::exception &error) {
     std::cerr << "arvl-host: " << error.what() << '\n';
-    return kUsageError;
+    reportFailure(argc, argv, error.what());
   }
+  return kUsageError;
 }
 
 // Where a standard stream is closed, the next descriptor would take its number, and its place in the

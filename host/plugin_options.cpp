@@ -40,6 +40,14 @@ std::string checkVersion(const std::string &text) {
 
 }  // namespace
 
+CLI::Validator existingFile() {
+  return CLI::Validator(CLI::ExistingFile).description("");
+}
+
+CLI::Validator existingDirectory() {
+  return CLI::Validator(CLI::ExistingDirectory).description("");
+}
+
 std::chrono::milliseconds toMilliseconds(double seconds) {
   return std::chrono::milliseconds(static_cast<long long>(seconds * 1000));
 }
@@ -47,13 +55,13 @@ std::chrono::milliseconds toMilliseconds(double seconds) {
 void addPluginOptions(CLI::App &command, PluginOptions &options) {
   command.add_option("--plugin", options.pluginDir, "The folder of the plug-in's executables")
       ->required()
-      ->check(CLI::ExistingDirectory)
+      ->check(existingDirectory())
       ->type_name("DIR");
   command
       .add_option("--framework-version", options.frameworkVersion,
                   "The version that the plug-in is told")
-      ->check(CLI::Validator(checkVersion, "M.N"))
-      ->type_name("")
+      ->check(CLI::Validator(checkVersion, ""))
+      ->type_name("M.N")
       ->capture_default_str();
   command.add_option("--timeout", options.timeout, "For each step, in seconds")
       ->check(CLI::Validator(checkSeconds, ""))
@@ -68,8 +76,10 @@ void addPluginOptions(CLI::App &command, PluginOptions &options) {
   command.add_option("--language", options.values.language, "The code of the user's language")
       ->type_name("CODE")
       ->capture_default_str();
-  command.add_option("--list-page", options.values.listPage, "Entries a page of a listing")
-      ->check(CLI::Range(1, 1000000))
+  command
+      .add_option("--list-page", options.values.listPage,
+                  "Entries a page of a listing, at most 1000000")
+      ->check(CLI::Validator(CLI::Range(1, 1000000)).description(""))
       ->type_name("N")
       ->capture_default_str();
   command.add_option("--trace", options.traceFile, "Write every packet and log line to this file")
@@ -81,7 +91,7 @@ void addSelectionOptions(CLI::App &command, PluginOptions &options) {
   command
       .add_option("--export-config", options.exportConfigFile,
                   "What the plug-in is told of this export: any JSON value (default: {})")
-      ->check(CLI::ExistingFile)
+      ->check(existingFile())
       ->type_name("FILE");
   command
       .add_option("--folder", options.values.folders, "A folder that the user selected; repeatable")

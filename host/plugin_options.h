@@ -3,6 +3,7 @@
 #define ARVL_HOST_PLUGIN_OPTIONS_H_
 
 #include <CLI/App.hpp>
+#include <CLI/Validators.hpp>
 #include <chrono>
 #include <string>
 
@@ -21,6 +22,10 @@ struct PluginOptions {
   bool traceFull = false;
   FrameworkValues values;  // what has a file is read by readValues()
 };
+
+// Checks that say nothing of themselves in the help: the option's type does.
+CLI::Validator existingFile();
+CLI::Validator existingDirectory();
 
 // options has to outlive the app.
 void addPluginOptions(CLI::App &command, PluginOptions &options);

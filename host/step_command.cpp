@@ -180,12 +180,12 @@ std::function<int()> addStepCommand(CLI::App &app) {
           "The record of the export, for an import: a JSON object with \"export_result\" and "
           "perhaps \"external_handler_result\", or the export result alone, such as "
           "{\"success\": true, \"app_data_version\": \"1.0\"}")
-      ->check(CLI::ExistingFile)
+      ->check(existingFile())
       ->type_name("FILE");
   command
       ->add_option("--store", options->storeDir,
                    "The folder that stands for the framework's side of files")
-      ->check(CLI::ExistingDirectory)
+      ->check(existingDirectory())
       ->type_name("DIR");
   return [options] { return runStepCommand(*options); };
 }

@@ -14,6 +14,7 @@
 #include "interruption.h"
 #include "job_commands.h"
 #include "output_options.h"
+#include "plugin_options.h"
 
 namespace arvl_host {
 
@@ -241,7 +242,7 @@ std::shared_ptr<StoreCommandOptions> addStoreOptions(CLI::App &command) {
   auto options = std::make_shared<StoreCommandOptions>();
   command.add_option("--store", options->store, "The folder that keeps the backups")
       ->required()
-      ->check(CLI::ExistingDirectory)
+      ->check(existingDirectory())
       ->type_name("DIR");
   command.add_option("--name", options->name, "Only the backups of this application")
       ->check(CLI::Validator(checkApplication, ""))
