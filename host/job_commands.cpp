@@ -73,7 +73,7 @@ int runJob(RunJob run, const CommandOptions &options, const JobOptions &job) {
   openTrace(options.plugin, trace);
   JobReport report;
   {
-    JobDisplay display(displayStream(options.output), displayOptions(options.output));
+    OutputDisplay display(options.output);
     report = run(job, display, trace);
   }
   writeReport(options.output, reportJson(report), reportLines(report));

@@ -11,6 +11,16 @@
 
 namespace arvl_host {
 
+namespace {
+
+Verbosity verbosityOf(const OutputOptions &options) {
+  return options.quiet     ? Verbosity::kQuiet
+         : options.verbose ? Verbosity::kVerbose
+                           : Verbosity::kNormal;
+}
+
+}  // namespace
+
 void addOutputOptions(CLI::App &command, OutputOptions &options) {
   command.add_flag(kJsonOption, options.json,
                    "Print one report in JSON on standard output and nothing else there");
@@ -20,16 +30,10 @@ void addOutputOptions(CLI::App &command, OutputOptions &options) {
       ->excludes(quiet);
 }
 
-std::ostream &displayStream(const OutputOptions &options) {
-  return options.json ? std::cerr : std::cout;
-}
-
-DisplayOptions displayOptions(const OutputOptions &options) {
-  const Verbosity verbosity = options.quiet     ? Verbosity::kQuiet
-                              : options.verbose ? Verbosity::kVerbose
-                                                : Verbosity::kNormal;
-  return terminalOptions(options.json ? STDERR_FILENO : STDOUT_FILENO, verbosity);
-}
+OutputDisplay::OutputDisplay(const OutputOptions &options)
+    : JobDisplay(options.json ? std::cerr : std::cout, std::cerr,
+                 terminalOptions(options.json ? STDERR_FILENO : STDOUT_FILENO, STDERR_FILENO,
+                                 verbosityOf(options))) {}
 
 void writeReport(const OutputOptions &options, const Json::Value &json,
                  const std::vector<std::string> &lines) {

@@ -5,7 +5,6 @@
 #include <json/value.h>
 
 #include <CLI/App.hpp>
-#include <iosfwd>
 #include <string>
 #include <vector>
 
@@ -24,9 +23,12 @@ constexpr const char *kJsonOption = "--json";
 // options has to outlive the app.
 void addOutputOptions(CLI::App &command, OutputOptions &options);
 
-// Where a person reads, and how: standard output, or standard error beside a JSON report.
-std::ostream &displayStream(const OutputOptions &options);
-DisplayOptions displayOptions(const OutputOptions &options);
+// What a person reads: on standard output, or on standard error beside a JSON report; warnings and errors
+// always there.
+class OutputDisplay : public JobDisplay {
+ public:
+  explicit OutputDisplay(const OutputOptions &options);
+};
 
 // The report on standard output, as JSON or in lines. Throws std::runtime_error if it cannot be written.
 void writeReport(const OutputOptions &options, const Json::Value &json,

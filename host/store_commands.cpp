@@ -131,9 +131,7 @@ constexpr Json::ArrayIndex kMaxProblems = 1000;  // of a backup, that a report h
 class VerifyCommand {
  public:
   explicit VerifyCommand(const StoreCommandOptions &options)
-      : options_(options),
-        catalog_(options.store),
-        display_(displayStream(options.output), displayOptions(options.output)) {}
+      : options_(options), catalog_(options.store), display_(options.output) {}
 
   int run();
 
@@ -143,7 +141,7 @@ class VerifyCommand {
 
   const StoreCommandOptions &options_;
   const Catalog catalog_;
-  JobDisplay display_;
+  OutputDisplay display_;
   const Interruption interruption_;
   Json::Value report_{Json::arrayValue};
   bool hasProblems_ = false;
@@ -215,7 +213,7 @@ Json::Value VerifyCommand::examine(const std::string &application, const std::st
 
 int prune(const StoreCommandOptions &options) {
   const Catalog catalog(options.store);
-  JobDisplay display(displayStream(options.output), displayOptions(options.output));
+  OutputDisplay display(options.output);
   Json::Value removed(Json::arrayValue);
   Json::Value busy(Json::arrayValue);
   std::vector<std::string> lines;

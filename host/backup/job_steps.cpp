@@ -84,12 +84,16 @@ void JobSteps::onAnswer(PACKET_TYPE request, const Json::Value &payload,
   }
   if (payload.isObject() && payload["data"].isArray()) {
     for (const Json::Value &item : payload["data"]) {
-      if (item["progress_percentage"].isInt()) {
-        progress_.percentage = std::clamp(item["progress_percentage"].asInt(), 0, 100);
-      }
+      takePercentage(item["progress_percentage"]);
     }
   }
-  showProgress();
+}
+
+void JobSteps::takePercentage(const Json::Value &percentage) {
+  if (percentage.isInt() && percentage.asInt() != progress_.percentage) {
+    progress_.percentage = std::clamp(percentage.asInt(), 0, 100);
+    showProgress();
+  }
 }
 
 void JobSteps::onTick() {

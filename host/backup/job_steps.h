@@ -63,6 +63,7 @@ class JobSteps : private StepListener {
   void onTick() override;
 
   std::string executable(const std::string &step) const;
+  void takePercentage(const Json::Value &percentage);
   void showProgress();
   void deny(const std::string &denial);
 

@@ -17,6 +17,8 @@ namespace {
 
 constexpr unsigned kUsualColumns = 80;
 
+constexpr std::size_t kMaxProgressLines = 1000;  // that are remembered
+
 constexpr const char *kBold = "\x1b[1m";
 constexpr const char *kRed = "\x1b[31m";
 constexpr const char *kYellow = "\x1b[33m";
@@ -42,19 +44,26 @@ std::string tookText(double seconds) {
   return seconds < 60 ? durationText(static_cast<std::int64_t>(seconds * 1e6)) : clockText(seconds);
 }
 
+std::string styled(const std::string &text, const char *style, bool hasColour) {
+  const bool isStyled = hasColour && *style != '\0';
+  return (isStyled ? style : "") + visibleText(text) + (isStyled ? kUnstyled : "");
+}
+
 }  // namespace
 
-DisplayOptions terminalOptions(int fd, Verbosity verbosity) {
+DisplayOptions terminalOptions(int out, int errors, Verbosity verbosity) {
+  const auto isTerminal = [](int fd) { return isatty(fd) != 0 && variable("TERM") != "dumb"; };
   DisplayOptions options;
   options.verbosity = verbosity;
-  options.isTerminal = isatty(fd) != 0 && variable("TERM") != "dumb";
-  options.hasColour = options.isTerminal && variable("NO_COLOR").empty();
-  options.columns = [fd] { return columnsOf(fd); };
+  options.isTerminal = isTerminal(out);
+  options.hasColour = isTerminal(out) && variable("NO_COLOR").empty();
+  options.hasErrorColour = isTerminal(errors) && variable("NO_COLOR").empty();
+  options.columns = [out] { return columnsOf(out); };
   return options;
 }
 
-JobDisplay::JobDisplay(std::ostream &out, DisplayOptions options)
-    : out_(out), options_(std::move(options)) {}
+JobDisplay::JobDisplay(std::ostream &out, std::ostream &errors, DisplayOptions options)
+    : out_(out), errors_(errors), options_(std::move(options)) {}
 
 JobDisplay::~JobDisplay() {
   drawLive("");
@@ -87,11 +96,11 @@ void JobDisplay::note(const std::string &text) {
 }
 
 void JobDisplay::warning(const std::string &text) {
-  writeLine("warning: " + text, kYellow);
+  writeError("warning: " + text, kYellow);
 }
 
 void JobDisplay::error(const std::string &text) {
-  writeLine("error: " + text, kRed);
+  writeError("error: " + text, kRed);
 }
 
 void JobDisplay::detail(const std::string &text) {
@@ -122,12 +131,22 @@ void JobDisplay::stepEnds(const std::string &outcomeText, bool isSuccess, double
 }
 
 void JobDisplay::writeLine(const std::string &text, const char *style) {
-  const bool isStyled = options_.hasColour && *style != '\0';
+  writeAbove(out_, styled(text, style, options_.hasColour));
+}
+
+void JobDisplay::writeError(const std::string &text, const char *style) {
+  writeAbove(errors_, styled(text, style, options_.hasErrorColour));
+}
+
+// Above the live line. Both streams may be the same terminal.
+void JobDisplay::writeAbove(std::ostream &stream, const std::string &line) {
   if (!live_.empty()) {
-    out_ << '\r' << kEraseToEnd;
+    out_ << '\r' << kEraseToEnd << std::flush;
   }
-  out_ << (isStyled ? style : "") << visibleText(text) << (isStyled ? kUnstyled : "") << '\n'
-       << live_ << std::flush;
+  stream << line << '\n' << std::flush;
+  if (!live_.empty()) {
+    out_ << live_ << std::flush;
+  }
 }
 
 void JobDisplay::writeProgress(const StepProgress &progress) {
@@ -137,6 +156,9 @@ void JobDisplay::writeProgress(const StepProgress &progress) {
   }
   if (!progress.stage.empty()) {
     line += " " + progress.stage;
+  }
+  if (progressLines_.size() >= kMaxProgressLines) {
+    progressLines_.clear();
   }
   if (line != "[progress]" && progressLines_.insert(line).second) {
     writeLine(line);

@@ -22,20 +22,21 @@ struct DisplayOptions {
   Verbosity verbosity = Verbosity::kNormal;
   bool isTerminal = false;  // whether a line can be drawn again in its place
   bool hasColour = false;
+  bool hasErrorColour = false;          // likewise of the stream of the errors
   std::function<unsigned()> columns;  // of the terminal, asked for whenever a line is drawn
 };
 
-// For what is written to fd, which has to stay open while its columns are asked for. Heeds NO_COLOR
-// and TERM.
-DisplayOptions terminalOptions(int fd, Verbosity verbosity);
+// For what is written to two descriptors, the first of which has to stay open while its columns are
+// asked for. Heeds NO_COLOR and TERM.
+DisplayOptions terminalOptions(int out, int errors, Verbosity verbosity);
 
-// Writes lines about a job to one stream, each at once. On a terminal the last line is live: it is
+// Writes lines about a job, each at once: warnings and errors to a stream of their own. On a terminal the last line is live: it is
 // taken away before any other line is written, and drawn again after it. Texts are made visible, each
-// is one line. Not for several threads at a time. Errors of the stream are left to its owner.
+// is one line. Not for several threads at a time. Errors of a stream are left to its owner.
 class JobDisplay {
  public:
-  // The stream has to outlive it.
-  JobDisplay(std::ostream &out, DisplayOptions options);
+  // The streams, which may be one, have to outlive it.
+  JobDisplay(std::ostream &out, std::ostream &errors, DisplayOptions options);
   ~JobDisplay();  // leaves no live line behind
   JobDisplay(const JobDisplay &) = delete;
   JobDisplay &operator=(const JobDisplay &) = delete;
@@ -57,10 +58,13 @@ class JobDisplay {
  private:
   bool isQuiet() const { return options_.verbosity == Verbosity::kQuiet; }
   void writeLine(const std::string &text, const char *style = "");
+  void writeError(const std::string &text, const char *style);
+  void writeAbove(std::ostream &stream, const std::string &line);
   void writeProgress(const StepProgress &progress);
   void drawLive(const std::string &line);
 
   std::ostream &out_;
+  std::ostream &errors_;
   const DisplayOptions options_;
   std::string step_;
   std::string live_;                     // as it stands on the terminal; empty: there is none

@@ -33,6 +33,7 @@ DisplayOptions terminal(Verbosity verbosity = Verbosity::kNormal) {
 DisplayOptions coloured(Verbosity verbosity = Verbosity::kNormal) {
   DisplayOptions options = terminal(verbosity);
   options.hasColour = true;
+  options.hasErrorColour = true;
   return options;
 }
 
@@ -50,7 +51,7 @@ PluginLine syslogLine(int priority) {
 
 // A display and what it has written.
 struct Screen {
-  explicit Screen(DisplayOptions options) : display(std::in_place, out, std::move(options)) {}
+  explicit Screen(DisplayOptions options) : display(std::in_place, out, out, std::move(options)) {}
 
   // What was written since this was last asked.
   std::string news() {
@@ -286,13 +287,28 @@ TEST(JobDisplay, SaysMinutesOfALongStep) {
             "step export: success (1:02:03)\n");
 }
 
+TEST(JobDisplay, WritesTroubleToTheStreamOfErrorsAndKeepsTheLiveLine) {
+  std::ostringstream out;
+  std::ostringstream errors;
+  DisplayOptions options = terminal();
+  options.hasErrorColour = true;
+  JobDisplay display(out, errors, options);
+  display.progress(at("Copying", 42));
+  out.str("");
+  display.warning("slow");
+  display.error("broken");
+  EXPECT_EQ(errors.str(), "\x1b[33mwarning: slow\x1b[0m\n\x1b[31merror: broken\x1b[0m\n");
+  const std::string again = "\r\x1b[Kexport: Copying  42 %";
+  EXPECT_EQ(out.str(), again + again);
+}
+
 TEST(JobDisplay, WritesEachLineAtOnce) {
   struct Counter : std::stringbuf {
     int sync() override { return ++flushes, 0; }
     int flushes = 0;
   } counter;
   std::ostream out(&counter);
-  JobDisplay display(out, terminal());
+  JobDisplay display(out, out, terminal());
   display.note("text");
   EXPECT_EQ(counter.flushes, 1);
   display.progress(at("Copying"));
@@ -337,7 +353,9 @@ class TerminalOptions : public ::testing::Test {
     slave_.reset(slave);
   }
 
-  DisplayOptions options() const { return terminalOptions(slave_.get(), Verbosity::kVerbose); }
+  DisplayOptions options() const {
+    return terminalOptions(slave_.get(), slave_.get(), Verbosity::kVerbose);
+  }
 
   void resize(unsigned short columns) {
     winsize size = {};
@@ -367,7 +385,7 @@ TEST_F(TerminalOptions, KnowsATerminalAndItsColumns) {
 
 TEST_F(TerminalOptions, KnowsWhatIsNoTerminal) {
   const UniqueFd file(open("/dev/null", O_WRONLY | O_CLOEXEC));
-  const DisplayOptions found = terminalOptions(file.get(), Verbosity::kQuiet);
+  const DisplayOptions found = terminalOptions(file.get(), file.get(), Verbosity::kQuiet);
   EXPECT_EQ(found.verbosity, Verbosity::kQuiet);
   EXPECT_FALSE(found.isTerminal);
   EXPECT_FALSE(found.hasColour);
