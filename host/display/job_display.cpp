@@ -17,7 +17,7 @@ namespace {
 
 constexpr unsigned kUsualColumns = 80;
 
-constexpr std::size_t kMaxProgressLines = 1000;  // that are remembered
+constexpr std::size_t kMaxShown = 1000;  // stages and tenths that are remembered
 
 constexpr const char *kBold = "\x1b[1m";
 constexpr const char *kRed = "\x1b[31m";
@@ -77,7 +77,7 @@ void JobDisplay::heading(const std::string &text) {
 
 void JobDisplay::stepBegins(const std::string &step) {
   step_ = step;
-  progressLines_.clear();
+  shown_.clear();
   if (!isQuiet()) {
     writeLine("step " + step);
   }
@@ -150,18 +150,16 @@ void JobDisplay::writeAbove(std::ostream &stream, const std::string &line) {
 }
 
 void JobDisplay::writeProgress(const StepProgress &progress) {
-  std::string line = "[progress]";
-  if (const std::optional<int> percentage = percentageOf(progress)) {
-    line += " " + std::to_string(*percentage) + " %";
+  const std::optional<int> percentage = percentageOf(progress);
+  if (!percentage && progress.stage.empty()) {
+    return;
   }
-  if (!progress.stage.empty()) {
-    line += " " + progress.stage;
+  if (shown_.size() >= kMaxShown) {
+    shown_.clear();
   }
-  if (progressLines_.size() >= kMaxProgressLines) {
-    progressLines_.clear();
-  }
-  if (line != "[progress]" && progressLines_.insert(line).second) {
-    writeLine(line);
+  if (shown_.emplace(progress.stage, percentage.value_or(-10) / 10).second) {
+    writeLine("[progress]" + (percentage ? " " + std::to_string(*percentage) + " %" : "") +
+              (progress.stage.empty() ? "" : " " + progress.stage));
   }
 }
 

@@ -6,6 +6,7 @@
 #include <ostream>
 #include <set>
 #include <string>
+#include <utility>
 
 #include "display/progress_line.h"
 #include "step_runner.h"
@@ -22,7 +23,7 @@ struct DisplayOptions {
   Verbosity verbosity = Verbosity::kNormal;
   bool isTerminal = false;  // whether a line can be drawn again in its place
   bool hasColour = false;
-  bool hasErrorColour = false;          // likewise of the stream of the errors
+  bool hasErrorColour = false;        // likewise of the stream of the errors
   std::function<unsigned()> columns;  // of the terminal, asked for whenever a line is drawn
 };
 
@@ -49,7 +50,7 @@ class JobDisplay {
   void error(const std::string &text);    // "error: text"
   void detail(const std::string &text);   // only where verbose
 
-  // Cheap enough for every packet. Off a terminal, one line at most for each percentage and stage.
+  // Cheap enough for every packet. Off a terminal, one line at most for each stage and tenth.
   void progress(const StepProgress &progress);
 
   // "step export: success (4.20 s)"; ends the live line.
@@ -67,8 +68,8 @@ class JobDisplay {
   std::ostream &errors_;
   const DisplayOptions options_;
   std::string step_;
-  std::string live_;                     // as it stands on the terminal; empty: there is none
-  std::set<std::string> progressLines_;  // lines of this step, off a terminal
+  std::string live_;  // as it stands on the terminal; empty: there is none
+  std::set<std::pair<std::string, int>> shown_;  // of this step, off a terminal: stage and tenth
 };
 
 }  // namespace arvl_host

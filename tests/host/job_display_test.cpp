@@ -228,7 +228,7 @@ TEST(JobDisplay, WritesNoProgressTwiceOffATerminal) {
   screen.display->stepBegins("export");
   screen.display->progress(at(""));
   screen.display->progress(at("Copying"));
-  for (const int percentage : {1, 1, 2, 1, 2}) {
+  for (const int percentage : {1, 1, 2, 9, 12, 1, 19, 20, 100}) {
     screen.display->progress(at("Copying", percentage));
   }
   screen.display->progress(at("Checking", 2));
@@ -237,7 +237,9 @@ TEST(JobDisplay, WritesNoProgressTwiceOffATerminal) {
             "step export\n"
             "[progress] Copying\n"
             "[progress] 1 % Copying\n"
-            "[progress] 2 % Copying\n"
+            "[progress] 12 % Copying\n"
+            "[progress] 20 % Copying\n"
+            "[progress] 100 % Copying\n"
             "[progress] 2 % Checking\n"
             "[progress] 2 %\n");
   screen.display->stepBegins("import");
@@ -249,10 +251,10 @@ TEST(JobDisplay, WritesALineForEachPercentOfTheBytesOffATerminal) {
   Screen screen(plain());
   StepProgress progress = at("");
   progress.expectedBytes = 1000;
-  for (progress.bytes = 0; progress.bytes < 25; ++progress.bytes) {
+  for (progress.bytes = 0; progress.bytes < 250; ++progress.bytes) {
     screen.display->progress(progress);
   }
-  EXPECT_EQ(screen.news(), "[progress] 0 %\n[progress] 1 %\n[progress] 2 %\n");
+  EXPECT_EQ(screen.news(), "[progress] 0 %\n[progress] 10 %\n[progress] 20 %\n");
 }
 
 TEST(JobDisplay, MakesEveryTextVisible) {
