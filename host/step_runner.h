@@ -38,7 +38,7 @@ enum class Outcome {
 std::string payloadText(const Json::Value &payload);
 bool fitsPacket(const std::string &payload);
 
-// As the rule book prints it, or its number: "PACKET_UPLOAD_REQUEST", "type 99".
+// As the rule book prints it, or its number: "UPLOAD_REQUEST", "type 99".
 std::string packetName(ZARN::ARVLAPP::PACKET_TYPE type);
 
 // "success", "protocol violation"

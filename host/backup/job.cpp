@@ -38,6 +38,9 @@ std::string dateNow() {
 
 // What a failed step says of itself, in one line.
 std::string explain(const std::string &step, const StepResult &result) {
+  if (result.outcome == Outcome::kInterrupted) {
+    return "interrupted in the step " + step;
+  }
   std::string text = "the step " + step + " ended with " + outcomeText(result.outcome);
   const Json::Value &reason = result.completion["err_msg"];
   if (reason.isObject()) {
