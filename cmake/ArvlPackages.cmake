@@ -15,37 +15,30 @@ macro(arvl_require_jsoncpp)
   endif()
 endmacro()
 
-# PkgConfig::LIBEVENT_CORE
-macro(arvl_require_libevent)
+# PkgConfig::<prefix>, of a module that pkg-config knows
+macro(arvl_require_module prefix module what debian_package)
   if(NOT PkgConfig_FOUND)
     arvl_missing("pkg-config" pkg-config)
   endif()
-  pkg_check_modules(LIBEVENT_CORE QUIET IMPORTED_TARGET GLOBAL libevent_core>=2.0)
-  if(NOT LIBEVENT_CORE_FOUND)
-    arvl_missing("libevent (core)" libevent-dev)
+  pkg_check_modules(${prefix} QUIET IMPORTED_TARGET GLOBAL ${module})
+  if(NOT ${prefix}_FOUND)
+    arvl_missing("${what}" ${debian_package})
   endif()
 endmacro()
 
+# PkgConfig::LIBEVENT_CORE
+macro(arvl_require_libevent)
+  arvl_require_module(LIBEVENT_CORE libevent_core>=2.0 "libevent (core)" libevent-dev)
+endmacro()
+
 # PkgConfig::LIBCRYPTO
-macro(arvl_require_openssl)
-  if(NOT PkgConfig_FOUND)
-    arvl_missing("pkg-config" pkg-config)
-  endif()
-  pkg_check_modules(LIBCRYPTO QUIET IMPORTED_TARGET GLOBAL libcrypto>=3.0)
-  if(NOT LIBCRYPTO_FOUND)
-    arvl_missing("OpenSSL's libcrypto" libssl-dev)
-  endif()
+macro(arvl_require_libcrypto)
+  arvl_require_module(LIBCRYPTO libcrypto>=3.0 "libcrypto" libssl-dev)
 endmacro()
 
 # PkgConfig::SQLITE3
 macro(arvl_require_sqlite)
-  if(NOT PkgConfig_FOUND)
-    arvl_missing("pkg-config" pkg-config)
-  endif()
-  pkg_check_modules(SQLITE3 QUIET IMPORTED_TARGET GLOBAL sqlite3)
-  if(NOT SQLITE3_FOUND)
-    arvl_missing("SQLite" libsqlite3-dev)
-  endif()
+  arvl_require_module(SQLITE3 sqlite3 "SQLite" libsqlite3-dev)
 endmacro()
 
 # CLI11::CLI11

@@ -86,6 +86,15 @@ const char *fileTypeText(FileType type) {
   return "";
 }
 
+std::optional<FileType> fileTypeNamed(const std::string &text) {
+  for (const FileType type : {FileType::kFile, FileType::kDir, FileType::kSymlink}) {
+    if (text == fileTypeText(type)) {
+      return type;
+    }
+  }
+  return std::nullopt;
+}
+
 std::optional<FileType> fileTypeOf(mode_t mode) {
   switch (mode & S_IFMT) {
     case S_IFREG:

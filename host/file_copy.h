@@ -20,6 +20,8 @@ namespace arvl_host {
 enum class FileType { kFile, kDir, kSymlink };
 
 const char *fileTypeText(FileType type);
+// Nothing for another text.
+std::optional<FileType> fileTypeNamed(const std::string &text);
 // Nothing for what is neither a file, a folder nor a link.
 std::optional<FileType> fileTypeOf(mode_t mode);
 

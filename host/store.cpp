@@ -70,12 +70,11 @@ UniqueFd openLocalFolder(const std::string &path) {
 }  // namespace
 
 FileType fileTypeOf(const std::string &text) {
-  for (const FileType type : {FileType::kFile, FileType::kDir, FileType::kSymlink}) {
-    if (text == fileTypeText(type)) {
-      return type;
-    }
+  const std::optional<FileType> type = fileTypeNamed(text);
+  if (!type) {
+    throw StoreError("no such type of file: " + quoted(text));
   }
-  throw StoreError("no such type of file: " + quoted(text));
+  return *type;
 }
 
 std::optional<StoreEntry> StoreListing::next() {

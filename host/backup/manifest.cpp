@@ -100,19 +100,14 @@ std::string recordLine(const FileRecord &record) {
   return line + "}";
 }
 
-FileType typeOf(const std::string &text) {
-  for (const FileType type : {FileType::kFile, FileType::kDir, FileType::kSymlink}) {
-    if (text == fileTypeText(type)) {
-      return type;
-    }
-  }
-  throw Json::LogicError("there is no type \"" + text + "\"");
-}
-
 FileRecord recordOf(const Json::Value &json) {
   FileRecord record;
   record.path = restoreBytes(std::string_view(json["path"].asString()));
-  record.type = typeOf(json["type"].asString());
+  const std::optional<FileType> type = fileTypeNamed(json["type"].asString());
+  if (!type) {
+    throw Json::LogicError("there is no such type of file");
+  }
+  record.type = *type;
   record.size = json["size"].asInt64();
   record.mode = static_cast<unsigned>(std::strtoul(json["mode"].asCString(), nullptr, 8));
   record.mtime = json["mtime"].asInt64();
