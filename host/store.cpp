@@ -137,7 +137,10 @@ std::string Store::realPath(int fd, const std::string &path) const {
     std::error_code error;
     return std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(open), error).string();
   };
-  const std::string root = pathOf(root_.get());
+  std::string root = pathOf(root_.get());
+  if (root == "/") {
+    root.clear();
+  }
   const std::string whole = pathOf(fd);
   return whole.compare(0, root.size(), root) == 0 ? whole.substr(root.size()) : path;
 }

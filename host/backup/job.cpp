@@ -24,6 +24,7 @@ using std::chrono::steady_clock;
 using ZARN::ARVLAPP::Agent;
 
 constexpr int kHostError = 2;
+constexpr std::chrono::milliseconds kShowEvery{200};
 
 // Why a job ends without success, with what the program then exits with.
 struct JobFailure : std::runtime_error {
@@ -150,10 +151,13 @@ class BackupJob : public Job {
   void takeEstimate(Manifest &manifest, RequestServer &server);
   void exportTo(const fs::path &data, Manifest &manifest);
   void recordFiles(const fs::path &data, Manifest &manifest);
+  void keepUp();
   FileRecord examine(const fs::directory_entry &entry, const std::string &path);
   std::string checksumOf(const fs::path &file, const struct stat &status);
 
   FileIndex index_;
+  std::uint64_t bytesRead_ = 0;  // again, for their checksums
+  steady_clock::time_point shown_;
 };
 
 void BackupJob::perform() {
@@ -224,12 +228,26 @@ void BackupJob::exportTo(const fs::path &data, Manifest &manifest) {
 
 void BackupJob::recordFiles(const fs::path &data, Manifest &manifest) {
   const std::size_t prefix = data.native().size();
+  shown_ = steady_clock::now();
   for (const fs::directory_entry &entry : fs::recursive_directory_iterator(data)) {
-    interruption_.check();
+    keepUp();
     const FileRecord record = examine(entry, entry.path().native().substr(prefix));
     addTo(manifest.totals, record);
     index_.add(record);
   }
+}
+
+// What the user wants and sees while files are recorded. Moved ones have to be read, which takes time.
+void BackupJob::keepUp() {
+  interruption_.check();
+  if (steady_clock::now() - shown_ < kShowEvery) {
+    return;
+  }
+  shown_ = steady_clock::now();
+  StepProgress progress;
+  progress.step = "recording";
+  progress.bytes = bytesRead_;
+  display_.progress(progress);
 }
 
 FileRecord BackupJob::examine(const fs::directory_entry &entry, const std::string &path) {
@@ -268,7 +286,10 @@ std::string BackupJob::checksumOf(const fs::path &file, const struct stat &statu
   if (!fd) {
     failWith(errno, "cannot open " + quoted(file));
   }
-  return sha256OfFile(fd.get(), file, [this](std::size_t) { interruption_.check(); });
+  return sha256OfFile(fd.get(), file, [this](std::size_t count) {
+    bytesRead_ += count;
+    keepUp();
+  });
 }
 
 // ---- Restore.
