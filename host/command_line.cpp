@@ -10,10 +10,22 @@
 
 namespace arvl_host {
 
+namespace {
+
+constexpr const char *kFooter =
+    "\"arvl-host COMMAND --help\" tells the options and exit codes of a command.\n"
+    "Environment:\n"
+    "  NO_COLOR  if it is not empty, nothing is coloured\n"
+    "  TERM      \"dumb\": no colour, and no line that is drawn again\n"
+    "  TMPDIR    where the list of a job's files goes that does not fit the memory\n";
+
+}  // namespace
+
 CommandLine::CommandLine()
     : app_("Runs application back-up plug-ins as the framework would.", "arvl-host") {
   app_.set_version_flag("--version", "arvl-host " ARVL_VERSION);
   app_.require_subcommand(1);
+  app_.footer(kFooter);
   add(addBackupCommand);
   add(addRestoreCommand);
   add(addListCommand);
