@@ -162,10 +162,32 @@ std::string signalText(int number) {
   return name != nullptr ? std::string("SIG") + name : "signal " + std::to_string(number);
 }
 
+// Keeps SIGINT and SIGTERM waiting, from begin() on, for whoever handles them when it is gone.
+class SignalHold {
+ public:
+  SignalHold() { pthread_sigmask(SIG_SETMASK, nullptr, &mask_); }
+  ~SignalHold() { pthread_sigmask(SIG_SETMASK, &mask_, nullptr); }
+  SignalHold(const SignalHold &) = delete;
+  SignalHold &operator=(const SignalHold &) = delete;
+
+  void begin() {
+    sigset_t held;
+    sigemptyset(&held);
+    sigaddset(&held, SIGINT);
+    sigaddset(&held, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &held, nullptr);
+  }
+
+ private:
+  sigset_t mask_;
+};
+
 class StepRunner {
  public:
-  StepRunner(const StepRequest &request, RequestServer &server, StepListener &listener)
-      : request_(request), server_(server), listener_(listener) {}
+  // hold has to outlive it.
+  StepRunner(const StepRequest &request, RequestServer &server, StepListener &listener,
+             SignalHold &hold)
+      : request_(request), server_(server), listener_(listener), hold_(hold) {}
   ~StepRunner();
   StepRunner(const StepRunner &) = delete;
   StepRunner &operator=(const StepRunner &) = delete;
@@ -239,6 +261,7 @@ class StepRunner {
   const StepRequest &request_;
   RequestServer &server_;
   StepListener &listener_;
+  SignalHold &hold_;
 
   Owned<event_base> base_;
   PluginProcess plugin_;
@@ -294,6 +317,8 @@ StepResult StepRunner::run() {
   listener_.onStart(request_, plugin_.pid);
   connect();
   event_base_dispatch(base_.get());
+  hold_.begin();
+  event_base_loop(base_.get(), EVLOOP_NONBLOCK);  // for a signal that has just come
   if (failure_) {
     std::rethrow_exception(failure_);
   }
@@ -621,7 +646,7 @@ void StepRunner::escalate() {
 }
 
 void StepRunner::onSignal() {
-  if (isDecided_) {
+  if (isDecided_ && !isGroupGone_) {
     kill(-plugin_.pid, SIGKILL);
   }
   cancel(Outcome::kInterrupted, "");
@@ -749,7 +774,8 @@ int exitCodeOf(Outcome outcome) {
 }
 
 StepResult runStep(const StepRequest &request, RequestServer &server, StepListener &listener) {
-  return StepRunner(request, server, listener).run();
+  SignalHold hold;
+  return StepRunner(request, server, listener, hold).run();
 }
 
 }  // namespace arvl_host
