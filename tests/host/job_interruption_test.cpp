@@ -1,0 +1,456 @@
+// Jobs that end early: the host is interrupted or killed, or the plug-in is, at each of their packets.
+// Whatever happens, the store holds whole backups only, and the application one whole state.
+
+#include <gtest/gtest.h>
+#include <json/reader.h>
+#include <json/value.h>
+#include <signal.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <memory>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "examples/notes_support.h"
+#include "host/command.h"
+#include "host/supervised_run.h"
+
+namespace fs = std::filesystem;
+
+namespace arvl_test {
+namespace {
+
+Json::Value parse(const std::string &text) {
+  Json::Value value;
+  const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+  EXPECT_TRUE(reader->parse(text.data(), text.data() + text.size(), &value, nullptr)) << text;
+  return value;
+}
+
+bool holds(const std::string &text, const std::string &part) {
+  return text.find(part) != std::string::npos;
+}
+
+bool isTemporary(const fs::path &file) {
+  return file.extension() == ".partial" || file.filename().string().rfind(".arvl-", 0) == 0;
+}
+
+// Scratch of the notes plug-in, too.
+bool isLeftover(const fs::path &file) {
+  const std::string name = file.filename();
+  return isTemporary(file) || name == ".export" || name == ".notes.import" || name == ".notes.old";
+}
+
+std::vector<std::string> filesBelow(const fs::path &folder, bool (*isMeant)(const fs::path &)) {
+  std::vector<std::string> found;
+  for (const fs::directory_entry &entry : fs::recursive_directory_iterator(folder)) {
+    if (isMeant(entry.path())) {
+      found.push_back(entry.path());
+    }
+  }
+  return found;
+}
+
+// ---- The blow.
+
+enum class Blow { kInterrupt, kKillPlugin, kKillHost };
+
+// The host's exit code; minus the number of the signal that ended it.
+int statusAfter(Blow blow) {
+  return blow == Blow::kInterrupt ? 130 : blow == Blow::kKillPlugin ? 5 : -SIGKILL;
+}
+
+// Strikes once, at the moment that the test chooses, before the write is made.
+class Striker : public Supervisor {
+ public:
+  // packets: how many the trace has, with the one that is being written.
+  using IsMoment = std::function<bool(const PendingWrite &write, int packets)>;
+
+  Striker(Blow blow, std::string trace, IsMoment isMoment)
+      : blow_(blow), trace_(std::move(trace)), isMoment_(std::move(isMoment)) {}
+
+  bool hasStruck() const { return hasStruck_; }
+
+ private:
+  void onWrite(const PendingWrite &write) override {
+    if (write.file == trace_) {
+      follow(parse(write.text));
+    }
+    if (!hasStruck_ && isMoment_(write, packets_)) {
+      hasStruck_ = true;
+      strike(write.program);
+    }
+  }
+
+  // A plug-in ends by itself only when the host knows that it has completed: whether the blow finds it
+  // alive must not be left to chance.
+  bool mayExit(pid_t process) override { return process != plugin_ || hasCompleted_ || hasStruck_; }
+
+  void follow(const Json::Value &line) {
+    const std::string kind = line["kind"].asString();
+    if (kind == "step") {
+      plugin_ = line["pid"].asInt();
+      hasCompleted_ = false;
+    } else if (kind == "packet") {
+      ++packets_;
+      hasCompleted_ = hasCompleted_ || isCompletion(line["name"].asString());
+    }
+  }
+
+  static bool isCompletion(const std::string &packet) {
+    return !holds(packet, "_REQUEST") && !holds(packet, "_RESPONSE");
+  }
+
+  void strike(pid_t host) const {
+    switch (blow_) {
+      case Blow::kInterrupt:
+        kill(host, SIGINT);
+        break;
+      case Blow::kKillPlugin:
+        kill(plugin_, SIGKILL);
+        break;
+      case Blow::kKillHost:
+        kill(host, SIGKILL);
+        break;
+    }
+  }
+
+  const Blow blow_;
+  const std::string trace_;
+  const IsMoment isMoment_;
+  pid_t plugin_ = -1;
+  bool hasCompleted_ = false;
+  bool hasStruck_ = false;
+  int packets_ = 0;
+};
+
+Striker::IsMoment atPacket(int number) {
+  return [number](const PendingWrite &, int packets) { return packets == number; };
+}
+
+// Something of the file has been written already.
+Striker::IsMoment whileCopying() {
+  return [writes = 0](const PendingWrite &write, int) mutable {
+    return isTemporary(write.file) && ++writes == 2;
+  };
+}
+
+// The manifest or its checksums: all else of a backup lies one folder deeper.
+Striker::IsMoment atManifestWrite(int number) {
+  return [number, writes = 0](const PendingWrite &write, int) mutable {
+    return isTemporary(write.file) && isTemporary(fs::path(write.file).parent_path()) &&
+           ++writes == number;
+  };
+}
+
+// ---- Jobs of an application, and a store for them.
+
+class Jobs : public testing::Test {
+ protected:
+  std::vector<std::string> command(const std::string &job) const {
+    return {ARVL_HOST, job, "--store", store_, "--plugin", plugin_, "--trace", trace_};
+  }
+
+  void mustRun(const std::string &job) const {
+    const Ended ended = run(command(job), variables_);
+    EXPECT_EQ(ended.status, 0) << job << ": " << ended.out << ended.err;
+  }
+
+  // Returns when no process is left.
+  void strike(const std::string &job, Blow blow, const Striker::IsMoment &isMoment) const {
+    Striker striker(blow, trace_, isMoment);
+    const Ended ended = runSupervised(command(job), variables_, striker);
+    EXPECT_TRUE(striker.hasStruck());
+    EXPECT_EQ(ended.status, statusAfter(blow)) << ended.out << ended.err;
+    if (blow == Blow::kInterrupt) {
+      EXPECT_TRUE(holds(ended.out + ended.err, "interrupted")) << ended.out << ended.err;
+    }
+  }
+
+  // Of the job that ran last.
+  int tracedPackets() const {
+    std::ifstream file(trace_);
+    int packets = 0;
+    for (std::string line; std::getline(file, line);) {
+      packets += parse(line)["kind"] == "packet" ? 1 : 0;
+    }
+    return packets;
+  }
+
+  Json::Value listed() const {
+    const Ended ended = run({ARVL_HOST, "list", "--json", "--store", store_});
+    EXPECT_EQ(ended.status, 0) << ended.err;
+    return parse(ended.out);
+  }
+
+  std::vector<std::string> listedBackups() const {
+    std::vector<std::string> paths;
+    const Json::Value list = listed();
+    for (const Json::Value &backup : list["backups"]) {
+      EXPECT_TRUE(backup["error"].isNull()) << backup["error"].asString();
+      paths.push_back(backup["path"].asString());
+    }
+    return paths;
+  }
+
+  void expectSoundStore() const {
+    const Ended ended = run({ARVL_HOST, "verify", "--store", store_});
+    EXPECT_EQ(ended.status, 0) << ended.out << ended.err;
+  }
+
+  TempDir temp_;
+  const std::string store_ = temp_.makeDir("store");
+  const std::string trace_ = temp_.at("trace");
+  std::string plugin_;
+  std::vector<std::string> variables_;
+};
+
+// ---- A backup and a restore of notes, struck at each packet.
+
+class NotesJobs : public Jobs {
+ protected:
+  NotesJobs() {
+    plugin_ = NOTES_PLUGIN_DIR;
+    variables_ = {"NOTES_DIR=" + notes_.dir().string()};
+  }
+
+  void SetUp() override {
+    notes_.output({"init"});
+    notes_.output({"fill", "--notes", "3", "--attachments", "2"});
+    mustRun("backup");
+    backups_ = listedBackups();
+    ASSERT_EQ(backups_.size(), 1U);
+  }
+
+  std::vector<std::string> leftovers() const { return filesBelow(temp_.path(), isLeftover); }
+  std::vector<std::string> temporaries() const { return filesBelow(temp_.path(), isTemporary); }
+
+  void strikeBackups(Blow blow);
+  void strikeRestores(Blow blow);
+  void expectBackupWithoutLeftovers() const;
+
+  const Notes notes_{temp_.makeDir("home") + "/notes"};
+  std::vector<std::string> backups_;
+
+ private:
+  void makeOther(const fs::path &kept) const;
+};
+
+// The store is as it was before.
+void NotesJobs::expectBackupWithoutLeftovers() const {
+  mustRun("backup");
+  EXPECT_EQ(leftovers(), std::vector<std::string>());
+  const std::vector<std::string> now = listedBackups();
+  ASSERT_EQ(now.size(), 2U);
+  EXPECT_EQ(now.front(), backups_.front());
+  fs::remove_all(now.back());
+}
+
+void NotesJobs::strikeBackups(Blow blow) {
+  const std::string live = notes_.dump();
+  const int packets = tracedPackets();
+  ASSERT_GT(packets, 30);
+  for (int packet = 1; packet <= packets; ++packet) {
+    SCOPED_TRACE("packet " + std::to_string(packet));
+    strike("backup", blow, atPacket(packet));
+    EXPECT_EQ(listedBackups(), backups_);
+    EXPECT_EQ(listed()["unfinished"].size(), blow == Blow::kKillHost ? 1U : 0U);
+    if (blow != Blow::kKillHost) {
+      EXPECT_EQ(temporaries(), std::vector<std::string>());
+    }
+    expectSoundStore();
+    EXPECT_EQ(notes_.dump(), live);
+    EXPECT_EQ(notes_.check(), "ok\n");
+    expectBackupWithoutLeftovers();
+    if (HasFailure()) {
+      return;
+    }
+  }
+}
+
+void NotesJobs::makeOther(const fs::path &kept) const {
+  fs::remove_all(notes_.dir());
+  fs::copy(kept, notes_.dir(), fs::copy_options::recursive);
+}
+
+void NotesJobs::strikeRestores(Blow blow) {
+  const std::string backedUp = notes_.dump();
+  notes_.output({"add", "Later", "not backed up"});
+  const std::string other = notes_.dump();
+  const fs::path kept = temp_.path() / "kept";
+  fs::copy(notes_.dir(), kept, fs::copy_options::recursive);
+  mustRun("restore");
+  ASSERT_EQ(notes_.dump(), backedUp);
+  const int packets = tracedPackets();
+  ASSERT_GT(packets, 15);
+
+  std::string before = other;
+  for (int packet = 1; packet <= packets; ++packet) {
+    SCOPED_TRACE("packet " + std::to_string(packet));
+    makeOther(kept);
+    strike("restore", blow, atPacket(packet));
+    if (blow != Blow::kKillHost) {
+      EXPECT_EQ(temporaries(), std::vector<std::string>());
+    }
+    const std::string state = notes_.dump();
+    EXPECT_TRUE(state == before || state == backedUp) << state;
+    EXPECT_EQ(notes_.check(), "ok\n");
+    mustRun("restore");
+    EXPECT_EQ(leftovers(), std::vector<std::string>());
+    EXPECT_EQ(notes_.dump(), backedUp);
+    EXPECT_EQ(notes_.check(), "ok\n");
+    if (HasFailure()) {
+      return;
+    }
+    before = state;  // what has been replaced at one packet is replaced at each later one
+  }
+  EXPECT_EQ(before, backedUp);  // the last packet says so
+  EXPECT_EQ(listedBackups(), backups_);
+  expectSoundStore();
+}
+
+TEST_F(NotesJobs, BackupsLeaveTheStoreWholeWhereverTheyAreInterrupted) {
+  strikeBackups(Blow::kInterrupt);
+}
+
+TEST_F(NotesJobs, BackupsLeaveTheStoreWholeWhereverThePluginIsKilled) {
+  strikeBackups(Blow::kKillPlugin);
+}
+
+TEST_F(NotesJobs, BackupsLeaveTheStoreWholeWhereverTheHostIsKilled) {
+  strikeBackups(Blow::kKillHost);
+}
+
+TEST_F(NotesJobs, BackupsLeaveTheStoreWholeWhenTheyEndEarlyAfterTheLastPacket) {
+  for (const Blow blow : {Blow::kInterrupt, Blow::kKillHost}) {
+    for (const int write : {1, 2}) {
+      SCOPED_TRACE(std::to_string(statusAfter(blow)) + " at write " + std::to_string(write));
+      strike("backup", blow, atManifestWrite(write));
+      EXPECT_EQ(listedBackups(), backups_);
+      expectSoundStore();
+      expectBackupWithoutLeftovers();
+    }
+  }
+}
+
+TEST_F(NotesJobs, RestoresLeaveOneWholeStateWhereverTheyAreInterrupted) {
+  strikeRestores(Blow::kInterrupt);
+}
+
+TEST_F(NotesJobs, RestoresLeaveOneWholeStateWhereverThePluginIsKilled) {
+  strikeRestores(Blow::kKillPlugin);
+}
+
+TEST_F(NotesJobs, RestoresLeaveOneWholeStateWhereverTheHostIsKilled) {
+  strikeRestores(Blow::kKillHost);
+}
+
+TEST_F(NotesJobs, AreTheNextOnesToRemoveTheScratchOfAKilledPlugin) {
+  for (const std::string job : {"backup", "restore"}) {
+    SCOPED_TRACE(job);
+    mustRun(job);
+    strike(job, Blow::kKillPlugin, atPacket(tracedPackets() - 1));
+    EXPECT_EQ(leftovers().size(), 1U);
+    mustRun(job);
+    EXPECT_EQ(leftovers(), std::vector<std::string>());
+  }
+}
+
+TEST_F(NotesJobs, LeaveWhatPruneRemovesWhenTheHostIsKilled) {
+  strike("backup", Blow::kKillHost, atPacket(tracedPackets()));
+  const Json::Value unfinished = listed()["unfinished"];
+  ASSERT_EQ(unfinished.size(), 1U);
+  const std::string folder = unfinished[0].asString();
+  EXPECT_TRUE(fs::exists(folder + "/data/notes/notes.db"));
+
+  const Ended ended = run({ARVL_HOST, "prune", "--store", store_});
+  EXPECT_EQ(ended.status, 0);
+  EXPECT_EQ(ended.out, "removed " + folder + "\n");
+  EXPECT_EQ(temporaries(), std::vector<std::string>());
+  EXPECT_EQ(listedBackups(), backups_);
+}
+
+// ---- In the middle of a file, which the minimal plug-in restores to where it is used.
+
+class LargeFile : public Jobs {
+ protected:
+  LargeFile() {
+    plugin_ = MINIMAL_PLUGIN;
+    fs::create_directory(target_);
+    fs::create_directory(documents_);
+    writeFile(documents_ / "large", content_);
+    variables_ = {"MINIMAL_DIRS=" + documents_.string(), "MINIMAL_TARGET=" + target_.string()};
+    mustRun("backup");
+  }
+
+  std::set<std::string> targetNames() const { return namesIn(target_ / "documents"); }
+
+  const fs::path documents_ = temp_.path() / "documents";
+  const fs::path target_ = temp_.path() / "target";
+  const std::string content_ = std::string(2 << 20, 'x') + "the end";
+};
+
+TEST_F(LargeFile, ThatAKilledHostWasRestoringIsNamedByTheNextRestoreAlone) {
+  strike("restore", Blow::kKillHost, whileCopying());
+  const std::vector<std::string> left = filesBelow(target_, isTemporary);
+  ASSERT_EQ(left.size(), 1U);
+  EXPECT_EQ(targetNames(), std::set<std::string>{fs::path(left[0]).filename()});
+  EXPECT_GT(fs::file_size(left[0]), 0U);
+  EXPECT_LT(fs::file_size(left[0]), content_.size());
+
+  mustRun("restore");
+  EXPECT_EQ(targetNames(), std::set<std::string>{"large"});
+  EXPECT_EQ(contentOf(target_ / "documents" / "large"), content_);
+}
+
+TEST_F(LargeFile, ThatIsBeingRestoredIsTakenAwayByAnInterruptedHost) {
+  strike("restore", Blow::kInterrupt, whileCopying());
+  EXPECT_EQ(targetNames(), std::set<std::string>());
+}
+
+TEST_F(LargeFile, OfAPluginThatIsKilledMeanwhileIsTakenAwayOrWhole) {
+  strike("restore", Blow::kKillPlugin, whileCopying());
+  EXPECT_EQ(filesBelow(target_, isTemporary), std::vector<std::string>());
+  if (!targetNames().empty()) {
+    EXPECT_EQ(contentOf(target_ / "documents" / "large"), content_);
+  }
+}
+
+TEST_F(LargeFile, ThatAKilledHostWasBackingUpIsRemovedByTheNextBackup) {
+  const std::vector<std::string> backups = listedBackups();
+  strike("backup", Blow::kKillHost, whileCopying());
+  EXPECT_EQ(filesBelow(store_, isTemporary).size(), 2U) << "of the backup, and of the file";
+  EXPECT_EQ(listedBackups(), backups);
+  expectSoundStore();
+  mustRun("backup");
+  EXPECT_EQ(filesBelow(store_, isTemporary), std::vector<std::string>());
+  EXPECT_EQ(listedBackups().size(), 2U);
+}
+
+// ---- What a plug-in starts.
+
+class ForkingPlugin : public Jobs {
+ protected:
+  ForkingPlugin() {
+    plugin_ = temp_.makeDir("forking");
+    writeFile(plugin_ + "/export", "#!/bin/sh\nsleep 1000 &\nkill -KILL $$\n");
+    chmod((plugin_ + "/export").c_str(), 0755);
+  }
+};
+
+// Never strikes: the plug-in does so itself.
+TEST_F(ForkingPlugin, TakesItsChildrenAlongWhenItDies) {
+  Striker striker(Blow::kKillPlugin, trace_, [](const PendingWrite &, int) { return false; });
+  const Ended ended = runSupervised(command("backup"), variables_, striker);
+  EXPECT_EQ(ended.status, 5) << ended.out << ended.err;
+  EXPECT_TRUE(holds(ended.out + ended.err, "the plug-in crashed: SIGKILL"));
+  EXPECT_EQ(filesBelow(store_, isTemporary), std::vector<std::string>());
+}
+
+}  // namespace
+}  // namespace arvl_test
