@@ -27,6 +27,7 @@ class Command {
   // Reads on until stdout holds the text; false if it ends before.
   bool waitFor(const std::string &text);
   const std::string &outSoFar() const { return ended_.out; }
+  pid_t pid() const { return pid_; }
   void signal(int number) const;
   Ended finish();
 

@@ -1,6 +1,10 @@
-// A plug-in that behaves as UNRULY says: well, or in one of the ways that a host has to survive.
+// A plug-in that behaves as UNRULY says: well, or in one of the ways that a host has to survive. In the
+// folder UNRULY_SCRIPT, the file of a step's name says what the step does, a line each, the words
+// separated by tabs; "be" and a behaviour in its first line stand for UNRULY.
 
 #include <arpa/inet.h>
+#include <fcntl.h>
+#include <json/writer.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -13,7 +17,12 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <list>
+#include <sstream>
 #include <string>
+#include <vector>
 
 #include "zarn/arvlapp/agent.h"
 
@@ -182,6 +191,126 @@ void logOverAnotherDescriptor() {
   say(recv(own[1], &byte, 1, MSG_DONTWAIT) < 0 ? "nothing arrived" : "it arrived");
 }
 
+// ---- Scripts.
+
+using ZARN::ARVLAPP::Agent;
+using ZARN::ARVLAPP::FileInfo;
+using Words = std::vector<std::string>;
+
+std::vector<Words> scriptOf(const std::string &step) {
+  std::vector<Words> script;
+  const char *folder = getenv("UNRULY_SCRIPT");
+  std::ifstream file(folder != nullptr ? folder + ("/" + step) : "");
+  for (std::string line; std::getline(file, line);) {
+    Words &words = script.emplace_back();
+    std::istringstream text(line);
+    for (std::string word; std::getline(text, word, '\t');) {
+      words.push_back(word);
+    }
+  }
+  return script;
+}
+
+std::string behaviourOf(const std::vector<Words> &script) {
+  if (!script.empty() && script[0][0] == "be") {
+    return script[0].at(1);
+  }
+  const char *variable = getenv("UNRULY");
+  return variable != nullptr ? variable : "";
+}
+
+FileInfo fileOf(const std::string &type, const std::string &path) {
+  FileInfo file;
+  file.setPath(path);
+  if (type == "dir") {
+    file.setDirType();
+  } else if (type == "symlink") {
+    file.setSymlinkType();
+  } else {
+    file.setRegType();
+  }
+  return file;
+}
+
+bool upload(Agent &agent, const Words &words) {
+  FileInfo source = fileOf(words.at(1), words.at(2));
+  source.setTemp(words[0] == "move");
+  ZARN::ARVLAPP::UploadInfo info;
+  info.setSource(source);
+  info.setDestinationPath(words.at(3));
+  return agent.upload(info);
+}
+
+bool download(Agent &agent, const Words &words) {
+  ZARN::ARVLAPP::DownloadInfo info;
+  info.setSource(fileOf(words.at(1), words.at(2)));
+  info.setDestinationPath(words.at(3));
+  return agent.download(info);
+}
+
+bool list(Agent &agent, const std::string &path) {
+  std::list<FileInfo> entries;
+  const bool isListed = agent.listDir(path, entries);
+  for (const FileInfo &entry : entries) {
+    say((entry.getTypeStr() + " " + entry.getPath() + " " + std::to_string(entry.getSizeByte()))
+            .c_str());
+  }
+  return isListed;
+}
+
+bool showExternalResults(Agent &agent) {
+  std::list<ZARN::ARVLAPP::ExternalDataInfo> results;
+  const bool isGiven = agent.getExternalHandleResult(results);
+  Json::StreamWriterBuilder writer;
+  writer["indentation"] = "";
+  for (const ZARN::ARVLAPP::ExternalDataInfo &result : results) {
+    say((result.getExternalHandleName() + " " + result.getExternalHandleType() + " " +
+         Json::writeString(writer, result.getExternalHandleResult()))
+            .c_str());
+  }
+  return isGiven;
+}
+
+// Until a test opens the FIFO.
+bool waitFor(const std::string &fifo) {
+  say("waiting");
+  return open(fifo.c_str(), O_RDONLY | O_CLOEXEC) >= 0;
+}
+
+bool perform(Agent &agent, const Words &words) {
+  const std::string &verb = words[0];
+  if (verb == "upload" || verb == "move") {
+    return upload(agent, words);
+  }
+  if (verb == "download") {
+    return download(agent, words);
+  }
+  if (verb == "list") {
+    return list(agent, words.at(1));
+  }
+  if (verb == "create") {
+    return agent.createDir(words.at(1));
+  }
+  if (verb == "show external results") {
+    return showExternalResults(agent);
+  }
+  return verb == "wait" ? waitFor(words.at(1)) : verb == "be";
+}
+
+// A script goes on after what is refused, and ends with "fail", a section and a key.
+bool follow(Agent &agent, const std::vector<Words> &script) {
+  for (const Words &words : script) {
+    if (words[0] == "fail") {
+      agent.setErrorMsg(words.at(1), words.at(2));
+      return false;
+    }
+    if (!perform(agent, words)) {
+      say((words[0] + ": refused").c_str());
+    }
+  }
+  return true;
+}
+
 void behaveBeside(const std::string &how) {
   if (how == "writes to every channel") {
     say("to stdout");
@@ -236,8 +365,9 @@ void listDescriptors() {
 }  // namespace
 
 int main(int argc, char **argv) {
-  const char *variable = getenv("UNRULY");
-  const std::string how = variable != nullptr ? variable : "";
+  const std::string step = std::filesystem::path(argv[0]).filename();
+  const std::vector<Words> script = scriptOf(step);
+  const std::string how = behaviourOf(script);
   if (behaveWithoutCompletion(how) || behaveRaw(how, atoi(argv[2]))) {
     return 0;
   }
@@ -247,7 +377,7 @@ int main(int argc, char **argv) {
   if (how == "shows what is preloaded") {
     say(getenv("LD_PRELOAD"));
   }
-  ZARN::ARVLAPP::Agent agent;
+  Agent agent;
   if (!agent.init(argc, argv)) {
     return 1;
   }
@@ -263,6 +393,14 @@ int main(int argc, char **argv) {
   if (how == "fails with a reason") {
     agent.setErrorMsg("a section", "a key");
     return 0;
+  }
+  if (!follow(agent, script)) {
+    return 0;
+  }
+  if (step == Agent::PLUGIN_NAME_SUMMARY) {
+    ZARN::ARVLAPP::SummaryInfo summary;
+    summary.setSummaryInfo("a short text", "a long text", "a short return", "a long return");
+    agent.setSummaryInfo(summary);
   }
   agent.setAppDataVersion(1, 0);
   agent.setSuccess();

@@ -1,0 +1,592 @@
+// "arvl-host backup" and "arvl-host restore", end to end.
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <string>
+
+#include "host/job_support.h"
+#include "support/json.h"
+
+namespace fs = std::filesystem;
+
+namespace arvl_test {
+namespace {
+
+using Names = std::set<std::string>;
+using Words = std::vector<std::string>;
+
+class Job : public JobFolder {
+ protected:
+  // A plug-in with these steps alone.
+  std::string pluginOf(const Names &steps) const {
+    const std::string folder = dir_.makeDir("plugin");
+    for (const std::string &step : steps) {
+      fs::create_symlink(fs::canonical(UNRULY_PLUGIN "/" + step), folder + "/" + step);
+    }
+    return folder;
+  }
+
+  // A file of that content as the backup's only one.
+  fs::path backUpFile(const std::string &content) const {
+    const std::string file = dir_.makeFile("local/file", content);
+    script("export", {{"upload", "file", file, "/file"}});
+    return mustBackUp();
+  }
+
+  void expectNothingLeft() const { EXPECT_EQ(backups(), Names{}); }
+};
+
+// ---- What comes is what goes.
+
+class MinimalJob : public JobFolder {
+ protected:
+  MinimalJob() {
+    makeOddTree(at("local/source"));
+    dir_.makeDir("target");
+  }
+
+  Ended runMinimal(const std::string &command, const Words &more = {}) const {
+    Words words = storeCommand(command, {"--plugin", MINIMAL_PLUGIN});
+    words.insert(words.end(), more.begin(), more.end());
+    return run(words, {"MINIMAL_DIRS=" + at("local/source"), "MINIMAL_TARGET=" + at("target")});
+  }
+};
+
+TEST_F(MinimalJob, BringsBackEveryByteNameModeAndTime) {
+  const auto before = treeOf(at("local/source"));
+  ASSERT_EQ(before.size(), 16u);
+  const Ended backup = runMinimal("backup");
+  ASSERT_EQ(backup.status, 0) << backup.out;
+  EXPECT_EQ(treeOf(latest("minimal") / "data/documents/source"), before);
+  fs::remove_all(at("local/source"));
+  const Ended restore = runMinimal("restore", {"--list-page", "1"});
+  ASSERT_EQ(restore.status, 0) << restore.out;
+  EXPECT_EQ(treeOf(at("target/source")), before);
+  EXPECT_EQ(onStore("verify").status, 0);
+}
+
+TEST_F(MinimalJob, WritesChecksumsThatSha256sumAccepts) {
+  ASSERT_EQ(runMinimal("backup").status, 0);
+  const std::string check = "cd \"$0\" && exec sha256sum -c --strict SHA256SUMS";
+  const Ended sound = run({"/bin/sh", "-c", check, latest("minimal").string()}, {"LC_ALL=C"});
+  EXPECT_EQ(sound.status, 0) << sound.out << sound.err;
+  EXPECT_EQ(countOf(sound.out, ": OK\n"), 12u) << sound.out;  // eleven files and the manifest
+  EXPECT_EQ(sound.err, "");
+
+  damage(latest("minimal") / "data/documents/source/back\\slash\nand line feed", "both", "bath");
+  EXPECT_EQ(run({"/bin/sh", "-c", check, latest("minimal").string()}).status, 1);
+}
+
+TEST_F(MinimalJob, TellsOfEachStepAndOfWhatCame) {
+  const Ended backup = runMinimal("backup", {"--language", "ger"});
+  const std::string id = latest("minimal").filename();
+  EXPECT_EQ(backup.out.substr(0, 31), "backup of minimal\nstep summary\n");
+  EXPECT_TRUE(holds(backup.out, "\nDokumente\nAlle Dokumente mit ihren Ordnern.\n"));
+  EXPECT_TRUE(holds(backup.out, "\n[progress] 100 % Exporting documents\n"));
+  EXPECT_TRUE(holds(backup.out, "\nbacked up minimal as " + id + "\n  path      " +
+                                    latest("minimal").string() +
+                                    "\n  data      version 1.0\n  estimate  13 files, 3.0 MiB\n"
+                                    "  came      11 files, 5 folders, 2 links, 3.0 MiB\n  time "));
+  EXPECT_EQ(backup.err, "");
+  const Ended restore = runMinimal("restore");
+  EXPECT_TRUE(holds(restore.out, "restore of minimal\nfrom backup " + id +
+                                     ", data version 1.0\nDokumente\nDie Dokumente kommen "));
+  EXPECT_TRUE(holds(restore.out,
+                    "\nrestored minimal from " + id + "\n  served    11 files, 3.0 MiB\n  time "));
+}
+
+TEST_F(MinimalJob, RestoresTheBackupThatIsNamed) {
+  writeBytes(at("local/source/plain"), "the first");
+  ASSERT_EQ(runMinimal("backup").status, 0);
+  const std::string first = latest("minimal").filename();
+  writeBytes(at("local/source/plain"), "the second");
+  ASSERT_EQ(runMinimal("backup").status, 0);
+  const std::string second = latest("minimal").filename();
+  ASSERT_NE(first, second);
+  ASSERT_EQ(runMinimal("restore", {"--backup", first}).status, 0);
+  EXPECT_EQ(bytesOf(at("target/source/plain")), "the first");
+  ASSERT_EQ(runMinimal("restore").status, 0);
+  EXPECT_EQ(bytesOf(at("target/source/plain")), "the second");
+
+  const Ended unknown = runMinimal("restore", {"--backup", "yesterday"});
+  EXPECT_EQ(unknown.status, 2);
+  EXPECT_EQ(lastLine(unknown.out),
+            "error: there is no backup yesterday of minimal; there are " + first + ", " + second);
+  EXPECT_EQ(
+      lastLine(runMinimal("restore", {"--name", "other"}).out),
+      "error: the store \"" + at("store") + "\" has no backup of other; it has backups of minimal");
+}
+
+// ---- The manifest.
+
+Json::Value recordOf(const fs::path &data, const std::string &path, const std::string &type) {
+  struct stat status;
+  EXPECT_EQ(lstat((data.string() + path).c_str(), &status), 0);
+  char mode[16];
+  snprintf(mode, sizeof mode, "%04o", status.st_mode & 07777);
+  Json::Value record;
+  record["path"] = path;
+  record["type"] = type;
+  record["size"] = Json::Int64(type == "dir" ? 0 : status.st_size);
+  record["mode"] = mode;
+  record["mtime"] = Json::Int64(status.st_mtim.tv_sec);
+  record["mtime_nsec"] = Json::Int64(status.st_mtim.tv_nsec);
+  return record;
+}
+
+TEST_F(Job, KeepsAllThatIsKnownInTheManifest) {
+  const std::string results =
+      R"([{"handler":"mail","handler_type":"server","result":{"boxes":[1,2]}}])";
+  dir_.makeFile("local/a file", "contents");
+  fs::create_symlink("a file", at("local/link"));
+  script("export", {{"create", "/folder"},
+                    {"upload", "file", at("local/a file"), "/folder/a file"},
+                    {"upload", "symlink", at("local/link"), "/link"}});
+  const fs::path folder = mustBackUp(
+      {"--external-handler-result", dir_.makeFile("results.json", results), "--name", "unruly"});
+  const Json::Value manifest = parseJson(bytesOf(folder / "manifest.json"));
+  Json::Value expected = parseJson(R"({
+      "format": "arvl-backup", "version": 1, "application": "unruly", "framework_version": "2.3",
+      "app_data_version": "1.0", "estimate_refused": false,
+      "summary": {"success": true, "backup_short": "a short text", "backup_long": "a long text",
+                  "restore_short": "a short return", "restore_long": "a long return"},
+      "estimate": {"success": true, "file_count": 0, "dir_count": 0, "size": 0, "block_size": 0},
+      "actual": {"file_count": 1, "dir_count": 1, "symlink_count": 1, "size": 8},
+      "export_result": {"success": true, "app_data_version": "1.0"}})");
+  expected["backup"] = folder.filename().string();
+  expected["external_handler_result"] = parseJson(results);
+  expected["tool"] = replaced(run({ARVL_HOST, "--version"}).out, "\n", "");
+  expected["started"] = manifest["started"];
+  expected["finished"] = manifest["finished"];
+  Json::Value &files = expected["files"] = Json::Value(Json::arrayValue);
+  files.append(recordOf(folder / "data", "/folder", "dir"));
+  files.append(recordOf(folder / "data", "/link", "symlink"));
+  files[1]["target"] = "a file";
+  files[1]["sha256"] = sha256Sum(dir_.makeFile("local/target", "a file"));
+  files.append(recordOf(folder / "data", "/folder/a file", "file"));
+  files[2]["sha256"] = sha256Sum(at("local/a file"));
+  EXPECT_EQ(manifest, expected);
+  for (const char *time : {"started", "finished"}) {
+    EXPECT_TRUE(std::regex_match(manifest[time].asString(),
+                                 std::regex("[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9:]{8}Z")));
+  }
+
+  script("import", {{"show external results"}});
+  const Ended restore = this->restore();
+  EXPECT_EQ(restore.status, 0);
+  EXPECT_TRUE(holds(restore.out, "\n[stdout] mail server {\"boxes\":[1,2]}\n"));
+}
+
+TEST_F(Job, ServesNoExternalResultWhereNoneWasGiven) {
+  mustBackUp();
+  script("import", {{"show external results"}});
+  const Ended ended = restore();
+  EXPECT_EQ(ended.status, 0);
+  EXPECT_EQ(countOf(ended.out, "[stdout]"), 0u) << ended.out;
+}
+
+TEST_F(Job, RefusesAnExternalResultThatBreaksTheRules) {
+  const std::string file = dir_.makeFile("results.json", R"([{"handler":1}])");
+  const Ended ended = backup({"--external-handler-result", file});
+  EXPECT_EQ(ended.status, 2);
+  EXPECT_TRUE(holds(ended.err, file + ": the rule book refuses the export result:\n"));
+  EXPECT_EQ(entriesOf(at("store")), Names{});
+}
+
+// ---- Steps that are missing or fail.
+
+TEST_F(Job, NeedsTheExecutableOfItsTransfer) {
+  const std::string plugin = pluginOf({"summary", "can_export", "can_import"});
+  for (const auto &[command, step] :
+       {std::pair("backup", "export"), std::pair("restore", "import")}) {
+    const Ended ended = run(storeCommand(command, {"--plugin", plugin}), variables());
+    EXPECT_EQ(ended.status, 2);
+    EXPECT_EQ(ended.out, std::string(command) + " of plugin\nerror: the plug-in in " + plugin +
+                             " has no executable \"" + step + "\": there is no " + command +
+                             " without it\n");
+  }
+  EXPECT_EQ(entriesOf(at("store")), Names{});
+}
+
+TEST_F(Job, LeavesOutTheStepsThatThePluginDoesNotHave) {
+  const std::string plugin = pluginOf({"export", "import"});
+  const Ended backup = run(storeCommand("backup", {"--plugin", plugin}), variables());
+  EXPECT_EQ(backup.status, 0);
+  for (const char *step : {"summary", "estimate_exportion", "can_export"}) {
+    EXPECT_TRUE(holds(backup.out, std::string("\nthe plug-in has no executable \"") + step +
+                                      "\": the step is left out\n"));
+  }
+  EXPECT_TRUE(holds(backup.out, "\n  estimate  none\n"));
+  const Json::Value manifest = parseJson(bytesOf(latest("plugin") / "manifest.json"));
+  EXPECT_TRUE(manifest["summary"].isNull());
+  EXPECT_TRUE(manifest["estimate"].isNull());
+
+  const Ended restore = run(storeCommand("restore", {"--plugin", plugin, "--json"}), variables());
+  EXPECT_EQ(restore.status, 0);
+  EXPECT_EQ(parseJson(restore.out)["missing_steps"], parseJson(R"(["can_import"])"));
+}
+
+TEST_F(Job, GoesOnAfterAnEstimateThatDoesNotFit) {
+  script("estimate_exportion", {{"be", "an estimate of 3 GB"}});
+  const Ended ended = backup();
+  EXPECT_EQ(ended.status, 0);
+  EXPECT_TRUE(holds(ended.out,
+                    "\nwarning: the estimate is refused: its size of 3000000000 does not fit the "
+                    "32 bits that the protocol has for it; the backup goes on\n"));
+  EXPECT_TRUE(holds(ended.out,
+                    "\n  estimate  1 file, 2.8 GiB (refused: beyond the protocol's 32 bits)\n"
+                    "  came      0 files, 0 B\n"));
+  const Json::Value manifest = parseJson(bytesOf(latest() / "manifest.json"));
+  EXPECT_EQ(manifest["estimate_refused"], true);
+  EXPECT_EQ(manifest["estimate"]["size"].asInt64(), 3000000000);
+}
+
+struct Failure {
+  std::string step;
+  Words line;
+  int status;
+  std::string error;
+};
+
+TEST_F(Job, EndsWithTheStepThatFailsAndLeavesNothing) {
+  const Failure cases[] = {
+      {"summary", {"be", "no JSON"}, 3, "the step summary ended with protocol violation"},
+      {"estimate_exportion",
+       {"fail", "sizes", "unknown"},
+       1,
+       "the step estimate_exportion ended with failure, section \"sizes\", key \"unknown\""},
+      {"estimate_exportion",
+       {"be", "exits with 3"},
+       5,
+       "the step estimate_exportion ended with no completion: the plug-in ended with status 3 and "
+       "without a completion"},
+      {"can_export",
+       {"fail", "a section", "a \x1b key"},
+       1,
+       "the step can_export ended with failure, section \"a section\", key \"a \\x1b key\""},
+      {"export",
+       {"be", "garbage"},
+       3,
+       "the step export ended with protocol violation: the plug-in sent bytes that are no packet: "
+       "the check code is wrong"},
+      {"export", {"be", "hangs"}, 4, "the step export ended with time-out"},
+      {"export",
+       {"be", "crashes"},
+       5,
+       "the step export ended with no completion: the plug-in crashed: SIGSEGV"},
+  };
+  for (const Failure &row : cases) {
+    script(row.step, {row.line});
+    const Ended ended = backup({"--timeout", "0.5", "--grace", "0.1"});
+    EXPECT_EQ(ended.status, row.status) << row.error;
+    EXPECT_EQ(lastLine(ended.out).substr(0, row.error.size() + 7), "error: " + row.error);
+    expectNothingLeft();
+    fs::remove(at("script/" + row.step));
+  }
+}
+
+TEST_F(Job, EndsARestoreWithTheStepThatFails) {
+  mustBackUp();
+  script("can_import", {{"fail", "versions", "unknown"}});
+  const Ended ended = restore();
+  EXPECT_EQ(ended.status, 1);
+  EXPECT_EQ(lastLine(ended.out),
+            "error: the step can_import ended with failure, section \"versions\", key \"unknown\"");
+  EXPECT_EQ(countOf(ended.out, "step import"), 0u);  // nothing is imported then
+}
+
+TEST_F(Job, ShowsWhatTheRuleBookSays) {
+  script("export", {{"be", "an unknown type"}});
+  const Ended ended = backup();
+  EXPECT_EQ(ended.status, 3);
+  EXPECT_TRUE(holds(ended.out, "\nwarning: rule book: invalid packet type 99\n"));
+}
+
+TEST_F(Job, IsInterruptedAndLeavesNothing) {
+  for (const int number : {SIGINT, SIGTERM}) {
+    script("export", {{"be", "waits for a cancel"}});
+    Command command(job("backup"), variables());
+    ASSERT_TRUE(command.waitFor("[stdout] waiting\n"));
+    command.signal(number);
+    const Ended ended = command.finish();
+    EXPECT_EQ(ended.status, 130);
+    EXPECT_TRUE(holds(ended.out, "\n[stdout] canceled\n"));
+    EXPECT_TRUE(holds(lastLine(ended.out), "error: the step export ended with interrupted"));
+    expectNothingLeft();
+  }
+}
+
+// ---- Transfers.
+
+TEST_F(Job, KeepsAWholeTreeCopiedOrMoved) {
+  makeOddTree(at("local/copied"));
+  makeOddTree(at("local/moved"));
+  const auto copied = treeOf(at("local/copied"));
+  const auto moved = treeOf(at("local/moved"));
+  script("export", {{"upload", "dir", at("local/copied"), "/copied"},
+                    {"move", "dir", at("local/moved"), "/moved"}});
+  const fs::path folder = mustBackUp();
+  EXPECT_EQ(treeOf(folder / "data/copied"), copied);
+  EXPECT_EQ(treeOf(folder / "data/moved"), moved);
+  EXPECT_EQ(entriesOf(at("local")), Names{"copied"});
+  EXPECT_EQ(onStore("verify").status, 0);
+
+  script("import", {{"download", "dir", "/moved", at("local/back")}});
+  EXPECT_EQ(restore().status, 0);
+  EXPECT_EQ(treeOf(at("local/back")), moved);
+}
+
+TEST_F(Job, KeepsTheLastOfTwoUploadsToOnePath) {
+  const std::string first = dir_.makeFile("local/first", "the first");
+  const std::string second = dir_.makeFile("local/second", "the second one");
+  const std::string third = dir_.makeFile("local/third", "the third");
+  script("export", {{"upload", "file", first, "/copied twice"},
+                    {"upload", "file", second, "/copied twice"},
+                    {"upload", "file", second, "/then moved"},
+                    {"move", "file", third, "/then moved"}});
+  const fs::path folder = mustBackUp();
+  EXPECT_EQ(bytesOf(folder / "data/copied twice"), "the second one");
+  EXPECT_EQ(bytesOf(folder / "data/then moved"), "the third");
+  const Ended verified = onStore("verify");
+  EXPECT_EQ(verified.status, 0) << verified.out;
+  EXPECT_EQ(parseJson(bytesOf(folder / "manifest.json"))["actual"]["size"], 14 + 9);
+}
+
+TEST_F(Job, LetsNothingOutOfTheBackup) {
+  const std::string file = dir_.makeFile("local/file", "contents");
+  script("export",
+         {{"upload", "file", file, "/../../../outside"}, {"upload", "file", file, "/folder/.."}});
+  const Ended ended = backup();
+  EXPECT_EQ(ended.status, 0);
+  EXPECT_TRUE(holds(ended.out,
+                    "\nwarning: UPLOAD_REQUEST was denied: \"/folder/..\" does not end in a "
+                    "name\n"));
+  EXPECT_EQ(entriesOf(latest() / "data"), Names{"outside"});
+  EXPECT_EQ(entriesOf(at("store")), Names{"unruly"});
+  EXPECT_EQ(backups().size(), 1u);
+}
+
+TEST_F(Job, IsNotWrittenToWhileItIsRestored) {
+  const fs::path folder = backUpFile("contents");
+  const auto before = treeOf(folder);
+  script("import", {{"upload", "file", at("local/file"), "/another"},
+                    {"move", "file", at("local/file"), "/file"},
+                    {"create", "/folder"}});
+  const Ended ended = restore();
+  EXPECT_EQ(ended.status, 0);
+  EXPECT_EQ(countOf(ended.out, "[stdout] upload: refused\n"), 1u);
+  EXPECT_EQ(countOf(ended.out, "[stdout] move: refused\n"), 1u);
+  EXPECT_EQ(countOf(ended.out, "[stdout] create: refused\n"), 1u);
+  for (const char *request : {"UPLOAD_REQUEST", "PACKET_CREATE_DIR_REQUEST"}) {
+    EXPECT_EQ(countOf(ended.out, std::string("\nwarning: ") + request +
+                                     " was denied: what is restored from is not written to\n"),
+              1u);
+  }
+  EXPECT_EQ(treeOf(folder), before);
+  EXPECT_EQ(bytesOf(at("local/file")), "contents");
+}
+
+TEST_F(Job, DeniesAListingWithAFileBeyondTheProtocolByName) {
+  dir_.makeFile("local/big");
+  fs::resize_file(at("local/big"), std::uintmax_t(1) << 31);
+  script("export", {{"create", "/folder"},
+                    {"move", "file", at("local/big"), "/folder/big"},
+                    {"list", "/folder"},
+                    {"list", "/folder"},
+                    {"fail", "listings", "refused"}});
+  const Ended ended = backup();
+  EXPECT_EQ(ended.status, 1);
+  EXPECT_EQ(countOf(ended.out, "[stdout] list: refused\n"), 2u);
+  EXPECT_EQ(countOf(ended.out,
+                    "\nwarning: LIST_DIR_REQUEST was denied: \"/folder/big\" has a size or time "
+                    "beyond 32 bits (2147483648 bytes), and a listing cannot carry it\n"),
+            1u)
+      << ended.out;
+}
+
+TEST_F(Job, ListsALinkAndDeliversIt) {
+  fs::create_symlink("/etc/passwd", at("local/link"));
+  script("export", {{"upload", "symlink", at("local/link"), "/link"}});
+  mustBackUp();
+  script("import", {{"list", "/"}, {"download", "symlink", "/link", at("local/back")}});
+  const Ended ended = restore({"--trace", at("trace"), "--trace-full"});
+  EXPECT_EQ(ended.status, 0);
+  EXPECT_EQ(countOf(ended.out, "denied"), 0u) << ended.out;
+  // A plug-in's own library takes no link from a listing, so the answer is looked up on the wire.
+  EXPECT_TRUE(holds(bytesOf(at("trace")), R"("path":"/link","size":11,"type":"symlink")"));
+  EXPECT_EQ(fs::read_symlink(at("local/back")), "/etc/passwd");
+}
+
+// ---- Damage, as a restore meets it.
+
+TEST_F(Job, DeliversNothingOfADamagedFile) {
+  const fs::path folder = backUpFile("contents");
+  damage(folder / "data/file", "cont", "CONT");
+  dir_.makeFile("local/back", "the old state");
+  script("import", {{"download", "file", "/file", at("local/back")}, {"fail", "files", "damaged"}});
+  const Ended ended = restore();
+  EXPECT_EQ(ended.status, 1);
+  EXPECT_TRUE(holds(ended.out,
+                    "\nwarning: DOWNLOAD_REQUEST was denied: \"/file\" is damaged: its "
+                    "SHA-256 is " +
+                        sha256Sum(folder / "data/file") + ", and was " +
+                        sha256Sum(at("local/file")) + "\n"));
+  EXPECT_EQ(bytesOf(at("local/back")), "the old state");
+  EXPECT_EQ(entriesOf(at("local")), (Names{"back", "file"}));
+}
+
+struct Damaged {
+  const char *how;
+  const char *denial;
+};
+
+TEST_F(Job, DeniesWhatIsNotWhatWasBackedUp) {
+  makeOddTree(at("local/tree"));
+  script("export", {{"upload", "dir", at("local/tree"), "/tree"}});
+  const fs::path folder = mustBackUp();
+  const std::string data = folder / "data/tree";
+  const Damaged cases[] = {
+      {"rm deep/er/secret", "the folder \"/tree/deep/er\" is damaged: it has 1 entries, and had 2"},
+      {"echo x > new", "\"/tree/new\" is not what was backed up: the manifest does not know it"},
+      {"ln -sfn elsewhere link", "\"/tree/link\" is damaged: the link leads elsewhere than it did"},
+      {"echo x >> plain", "\"/tree/plain\" is damaged: it has 11 bytes, and had 9"},
+      {"rm plain; mkdir plain",
+       "\"/tree/plain\" is damaged: it is of type dir, and was of type file"},
+  };
+  script("import", {{"download", "dir", "/tree", at("local/back")},
+                    {"list", "/tree/deep/er"},
+                    {"list", "/tree"}});
+  ASSERT_EQ(rename(data.c_str(), at("sound").c_str()), 0);
+  for (const Damaged &row : cases) {
+    run({"/bin/cp", "-a", at("sound"), data});
+    run({"/bin/sh", "-c", "cd \"$0\" && " + std::string(row.how), data});
+    const Ended ended = restore();
+    EXPECT_TRUE(holds(ended.out,
+                      std::string("\nwarning: DOWNLOAD_REQUEST was denied: ") + row.denial + "\n"))
+        << row.how;
+    fs::remove_all(data);
+    fs::remove_all(at("local/back"));
+  }
+}
+
+TEST_F(Job, IsNotRestoredByADamagedManifest) {
+  const fs::path folder = backUpFile("contents");
+  const std::string manifest = bytesOf(folder / "manifest.json");
+  const std::string checksums = bytesOf(folder / "SHA256SUMS");
+  const std::string name = "\"" + (folder / "manifest.json").string() + "\"";
+  const std::string mismatch =
+      name + " is not the file that SHA256SUMS has the checksum of: one of the two is damaged";
+  const auto errorWith = [&](const std::string &newManifest, const std::string &newChecksums) {
+    writeBytes(folder / "manifest.json", newManifest);
+    writeBytes(folder / "SHA256SUMS", newChecksums);
+    const Ended ended = restore();
+    EXPECT_EQ(ended.status, 2);
+    EXPECT_EQ(countOf(ended.out, "step import"), 0u);
+    return replaced(lastLine(ended.out), "error: ", "");
+  };
+  EXPECT_EQ(errorWith(replaced(manifest, "\"0644\"", "\"0645\""), checksums), mismatch);
+  EXPECT_EQ(errorWith(manifest.substr(0, manifest.rfind("]}")), checksums), mismatch);
+  EXPECT_EQ(errorWith(manifest.substr(0, 50), checksums),
+            name + ", line 3: this is not what a manifest holds");
+  EXPECT_EQ(errorWith("", checksums), name + ", line 1: this is not the manifest of a backup");
+  const std::size_t own = checksums.rfind("  manifest.json") - 64;
+  std::string flipped = checksums;
+  flipped[own] = flipped[own] == '0' ? '1' : '0';
+  EXPECT_EQ(errorWith(manifest, flipped), mismatch);
+  EXPECT_EQ(errorWith(manifest, checksums.substr(0, own)),
+            "\"" + (folder / "SHA256SUMS").string() + "\" has no checksum of manifest.json");
+}
+
+TEST_F(Job, OfANewerHostIsNotRestored) {
+  const fs::path folder = mustBackUp();
+  damage(folder / "manifest.json", "\"version\":1", "\"version\":2");
+  const Ended ended = restore();
+  EXPECT_EQ(ended.status, 2);
+  EXPECT_EQ(lastLine(ended.out), "error: \"" + (folder / "manifest.json").string() +
+                                     "\" is of version 2, this arvl-host reads up to version 1: "
+                                     "use the newer one");
+}
+
+// ---- Several at once, and what a killed one leaves.
+
+TEST_F(Job, OfOneApplicationRunsAloneAndNamesTheHolder) {
+  const std::string fifo = makeFifo();
+  script("export", {{"wait", fifo}});
+  Command first(job("backup"), variables());
+  ASSERT_TRUE(first.waitFor("[stdout] waiting\n"));
+  const Ended second = backup();
+  EXPECT_EQ(second.status, 2);
+  EXPECT_TRUE(holds(second.out, "backup of unruly\nerror: the backups in \"" + at("store/unruly") +
+                                    "\" are in use by process " + std::to_string(first.pid()) +
+                                    " on "));
+  script("export", {});
+  EXPECT_EQ(backup({"--name", "another"}).status, 0);
+  release(fifo);
+  EXPECT_EQ(first.finish().status, 0);
+  EXPECT_EQ(backup().status, 0);
+  EXPECT_EQ(backups().size(), 2u);
+}
+
+TEST_F(Job, RemovesWhatAKilledOneLeft) {
+  const std::string fifo = makeFifo();
+  script("export", {{"upload", "dir", at("local"), "/local"}, {"wait", fifo}});
+  {
+    Command killed(job("backup"), variables());
+    ASSERT_TRUE(killed.waitFor("[stdout] waiting\n"));
+    killed.signal(SIGKILL);
+    killed.finish();
+  }
+  ASSERT_EQ(backups().size(), 1u);
+  const std::string left = *backups().begin();
+  EXPECT_TRUE(holds(left, ".partial"));
+  EXPECT_EQ(lastLine(restore().out),
+            "error: the store \"" + at("store") + "\" has no finished backup of unruly");
+  script("export", {});
+  const Ended next = backup();
+  EXPECT_EQ(next.status, 0);
+  EXPECT_TRUE(holds(next.out, "\nremoved " + left + ", a backup that did not finish\n"));
+  EXPECT_EQ(backups(), Names{latest().filename()});
+}
+
+// ---- A disk that is full.
+
+TEST_F(Job, DeniesAFileThatDoesNotFitAndLeavesNothing) {
+  const SmallFileSystem disk(at("store"), "size=64k");
+  if (!disk.isMounted()) {
+    GTEST_SKIP() << "mounting is not permitted here";
+  }
+  const fs::path older = backUpFile("contents");
+  const std::string large = dir_.makeFile("local/large", std::string(1 << 20, 'x'));
+  script("export", {{"upload", "file", large, "/large"}, {"fail", "files", "refused"}});
+  const Ended ended = backup();
+  EXPECT_EQ(ended.status, 1);
+  EXPECT_TRUE(holds(ended.out,
+                    "\nwarning: UPLOAD_REQUEST was denied: cannot write \"/large\": No space left "
+                    "on device\n"));
+  EXPECT_EQ(backups(), Names{older.filename()});
+  EXPECT_EQ(onStore("verify").status, 0);
+}
+
+TEST_F(Job, LeavesNothingWhenTheManifestDoesNotFit) {
+  const SmallFileSystem disk(at("store"), "size=64k");
+  if (!disk.isMounted()) {
+    GTEST_SKIP() << "mounting is not permitted here";
+  }
+  const long page = sysconf(_SC_PAGESIZE);
+  const std::string file =
+      dir_.makeFile("local/f", std::string((64 << 10) - page, 'x'));  // the lock
+  script("export", {{"upload", "file", file, "/f"}});
+  const Ended ended = backup();
+  EXPECT_EQ(ended.status, 2);
+  EXPECT_TRUE(holds(lastLine(ended.out), "/manifest.json\": No space left on device"));
+  expectNothingLeft();
+}
+
+}  // namespace
+}  // namespace arvl_test
