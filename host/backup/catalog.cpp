@@ -220,7 +220,7 @@ ApplicationLock::ApplicationLock(const fs::path &folder) {
 
 // ---- NewBackup.
 
-NewBackup::NewBackup(const Catalog &catalog, const std::string &application)
+NewBackup::NewBackup(Claim, const Catalog &catalog, const std::string &application)
     : parent_(catalog.folderOf(application)),
       lock_(parent_),
       removed_(removePartials(catalog, application)) {
@@ -228,6 +228,11 @@ NewBackup::NewBackup(const Catalog &catalog, const std::string &application)
   do {  // one a millisecond
     id_ = backupId(now());
   } while (std::find(taken.begin(), taken.end(), id_) != taken.end());
+}
+
+// The claim is an object by now: if its folders cannot be made, the destructor removes what there is.
+NewBackup::NewBackup(const Catalog &catalog, const std::string &application)
+    : NewBackup(Claim(), catalog, application) {
   makeFolder(partialFolder());
   makeFolder(partialFolder() / kDataName);
 }

@@ -76,6 +76,9 @@ class NewBackup {
   void finish();
 
  private:
+  struct Claim {};
+  NewBackup(Claim, const Catalog &catalog, const std::string &application);  // a name, no folder
+
   const std::filesystem::path parent_;
   const ApplicationLock lock_;
   std::vector<std::string> removed_;

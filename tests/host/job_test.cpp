@@ -588,5 +588,16 @@ TEST_F(Job, LeavesNothingWhenTheManifestDoesNotFit) {
   expectNothingLeft();
 }
 
+TEST_F(Job, LeavesNothingWhenItCannotBegin) {
+  const SmallFileSystem disk(at("store"), "nr_inodes=4");
+  if (!disk.isMounted()) {
+    GTEST_SKIP() << "mounting is not permitted here";
+  }
+  const Ended ended = backup();  // its folder fits, and the one within does not
+  EXPECT_EQ(ended.status, 2);
+  EXPECT_TRUE(holds(lastLine(ended.out), "/data\": No space left on device"));
+  expectNothingLeft();
+}
+
 }  // namespace
 }  // namespace arvl_test
