@@ -1,0 +1,169 @@
+// How the commands on a store speak: --json, --quiet, a terminal, and an output that cannot be written.
+
+#include <gtest/gtest.h>
+#include <json/reader.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include "host/job_support.h"
+#include "support/json.h"
+
+namespace fs = std::filesystem;
+
+namespace arvl_test {
+namespace {
+
+using Words = std::vector<std::string>;
+
+const char *const kStoreCommands[] = {"list", "verify", "prune"};
+
+class Output : public JobFolder {
+ protected:
+  // The one object that standard output has to be, to its last byte.
+  static Json::Value reportOf(const Ended &ended) {
+    Json::CharReaderBuilder builder;
+    Json::CharReaderBuilder::strictMode(&builder.settings_);
+    const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
+    Json::Value value;
+    std::string errors;
+    EXPECT_TRUE(
+        reader->parse(ended.out.data(), ended.out.data() + ended.out.size(), &value, &errors))
+        << errors << ended.out;
+    EXPECT_EQ(value["exit_code"], ended.status);
+    EXPECT_EQ(value["success"], ended.status == 0);
+    return value;
+  }
+
+  Ended intoFull(const Words &command) const {
+    Words words = {"/bin/sh", "-c", "exec \"$0\" \"$@\" > /dev/full"};
+    words.insert(words.end(), command.begin(), command.end());
+    return run(words, variables());
+  }
+};
+
+TEST_F(Output, IsOneReportOfAJobThatSucceeds) {
+  dir_.makeFile("local/file", "contents");
+  script("export", {{"upload", "file", at("local/file"), "/file"}});
+  const Ended ended = backup({"--json"});
+  Json::Value report = reportOf(ended);
+  ASSERT_EQ(report["steps"].size(), 4u);
+  const char *const steps[] = {"summary", "estimate_exportion", "can_export", "export"};
+  for (Json::ArrayIndex i = 0; i < 4; ++i) {
+    EXPECT_EQ(report["steps"][i]["step"], steps[i]);
+    EXPECT_EQ(report["steps"][i]["outcome"], "success");
+  }
+  EXPECT_GT(report["seconds"].asDouble(), 0);
+  report.removeMember("steps");
+  report.removeMember("seconds");
+  Json::Value expected = parseJson(R"({
+      "command": "backup", "success": true, "exit_code": 0, "error": null, "application": "unruly",
+      "framework_version": "2.3", "app_data_version": "1.0", "estimate_refused": false,
+      "missing_steps": [], "denials": [], "files": 1, "bytes": 8,
+      "summary": {"success": true, "backup_short": "a short text", "backup_long": "a long text",
+                  "restore_short": "a short return", "restore_long": "a long return"},
+      "estimate": {"success": true, "file_count": 0, "dir_count": 0, "size": 0, "block_size": 0},
+      "actual": {"file_count": 1, "dir_count": 0, "symlink_count": 0, "size": 8}})");
+  expected["backup"] = latest().filename().string();
+  expected["path"] = latest().string();
+  EXPECT_EQ(report, expected);
+  EXPECT_TRUE(holds(ended.err, "backup of unruly\nstep summary\n"));
+
+  const Ended restored = restore({"--json"});
+  EXPECT_EQ(reportOf(restored)["command"], "restore");
+  EXPECT_TRUE(holds(restored.err, "\nstep import: success ("));
+}
+
+TEST_F(Output, IsOneReportOfAJobThatFails) {
+  script("export", {{"list", "/none"}, {"fail", "a section", "a key"}});
+  const Ended failed = backup({"--json"});
+  EXPECT_EQ(failed.status, 1);
+  const Json::Value report = reportOf(failed);
+  const std::string error =
+      "the step export ended with failure, section \"a section\", key \"a key\"";
+  EXPECT_EQ(report["error"], error);
+  EXPECT_EQ(lastLine(failed.err), "error: " + error);
+  EXPECT_EQ(report["path"], Json::Value());
+  ASSERT_EQ(report["denials"].size(), 1u);
+  EXPECT_EQ(
+      report["denials"][0],
+      "LIST_DIR_REQUEST was denied: \"/none\" is not in the store: No such file or directory");
+  EXPECT_EQ(report["steps"][3]["completion"]["err_msg"]["key"], "a key");
+
+  script("export", {{"be", "breaks the rule"}});
+  const Ended broken = backup({"--json"});
+  EXPECT_EQ(broken.status, 3);
+  EXPECT_EQ(reportOf(broken)["steps"][3]["outcome"], "protocol violation");
+  const Ended none = restore({"--json"});
+  EXPECT_EQ(none.status, 2);
+  EXPECT_EQ(reportOf(none)["error"],
+            "the store \"" + at("store") + "\" has no finished backup of unruly");
+}
+
+TEST_F(Output, IsOneReportOfEachCommandOnTheStore) {
+  mustBackUp();
+  for (const std::string command : kStoreCommands) {
+    const Ended ended = onStore(command, {"--json"});
+    EXPECT_EQ(ended.status, 0);
+    EXPECT_EQ(reportOf(ended)["command"], command);
+  }
+}
+
+TEST_F(Output, IsNothingWhereAllIsWellAndQuiet) {
+  for (const Ended &ended : {backup({"--quiet"}), restore({"--quiet"}), onStore("verify", {"-q"}),
+                             onStore("prune", {"-q"})}) {
+    EXPECT_EQ(ended.status, 0);
+    EXPECT_EQ(ended.out, "");
+    EXPECT_EQ(ended.err, "");
+  }
+  script("export", {{"fail", "a section", "a key"}});
+  const Ended failed = backup({"--quiet"});
+  EXPECT_TRUE(holds(failed.out, "step export: failure ("));
+  EXPECT_TRUE(holds(failed.out, "\nerror: the step export ended with failure"));
+  EXPECT_EQ(countOf(failed.out, "success"), 0u) << failed.out;
+}
+
+TEST_F(Output, NamesTheProcessesWhereItIsVerbose) {
+  EXPECT_TRUE(holds(backup({"--verbose"}).out,
+                    std::string("\nrunning ") + UNRULY_PLUGIN + "/export (process "));
+}
+
+TEST_F(Output, HasColourOnATerminalUnlessThatIsNotWanted) {
+  if (access("/usr/bin/script", X_OK) != 0) {
+    GTEST_SKIP() << "there is no script command to make a terminal";
+  }
+  std::string command;
+  for (const std::string &word : job("backup")) {
+    command += "'" + word + "' ";
+  }
+  const Words words = {"/usr/bin/script", "-qec", command, "/dev/null"};
+  Words environment = variables();
+  environment.insert(environment.end(), {"TERM=xterm", "NO_COLOR="});
+  EXPECT_TRUE(holds(run(words, environment).out, "\x1b[1mbackup of unruly\x1b[0m\r\n"));
+  environment.back() = "NO_COLOR=1";
+  const Ended plain = run(words, environment);
+  EXPECT_EQ(plain.status, 0);
+  EXPECT_TRUE(holds(plain.out, "backup of unruly\r\n"));
+  EXPECT_EQ(countOf(plain.out, "\x1b[1m"), 0u);
+}
+
+TEST_F(Output, ThatCannotBeWrittenIsAnError) {
+  mustBackUp();
+  std::vector<Words> commands = {job("backup"), job("backup", {"--json"}), job("restore"),
+                                 job("restore", {"--json"})};
+  for (const char *command : kStoreCommands) {
+    commands.push_back(storeCommand(command, {"--json"}));
+  }
+  commands.push_back(storeCommand("list"));
+  commands.push_back(storeCommand("verify"));
+  for (const Words &command : commands) {
+    const Ended ended = intoFull(command);
+    EXPECT_EQ(ended.status, 2) << command[1];
+    EXPECT_EQ(lastLine(ended.err), "arvl-host: cannot write to standard output") << command[1];
+  }
+}
+
+}  // namespace
+}  // namespace arvl_test

@@ -1,0 +1,262 @@
+// "arvl-host list", "verify" and "prune".
+
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <filesystem>
+#include <string>
+
+#include "host/job_support.h"
+#include "support/json.h"
+
+namespace fs = std::filesystem;
+
+namespace arvl_test {
+namespace {
+
+using Names = std::set<std::string>;
+using Words = std::vector<std::string>;
+
+class StoreCommand : public JobFolder {
+ protected:
+  StoreCommand() {
+    dir_.makeDir("local/tree/folder");
+    writeBytes(at("local/tree/folder/file"), "contents");
+    writeBytes(at("local/tree/odd\nname"), "");
+    fs::create_symlink("folder/file", at("local/tree/link"));
+    script("export", {{"upload", "dir", at("local/tree"), "/tree"}});
+  }
+
+  // What verify says of the latest backup, in lines without the backup's name.
+  std::string verify(int status) const {
+    const Ended ended = onStore("verify", {"--name", "unruly"});
+    EXPECT_EQ(ended.status, status) << ended.out;
+    EXPECT_EQ(ended.err, "");
+    std::string text = ended.out;
+    const std::string name = "unruly " + latest().filename().string() + ": ";
+    for (std::size_t at = 0; (at = text.find(name, at)) != std::string::npos;) {
+      text.erase(at, name.size());
+    }
+    return text;
+  }
+
+  // A host that was killed while its plug-in waited.
+  std::string leaveUnfinished() const {
+    const std::string fifo = makeFifo();
+    script("export", {{"wait", fifo}});
+    Command killed(job("backup"), variables());
+    EXPECT_TRUE(killed.waitFor("[stdout] waiting\n"));
+    killed.signal(SIGKILL);
+    killed.finish();
+    fs::remove(fifo);
+    for (const std::string &name : backups()) {
+      if (name.find(".partial") != std::string::npos) {
+        return name;
+      }
+    }
+    return "";
+  }
+};
+
+// ---- list
+
+TEST_F(StoreCommand, ListsTheBackupsOfEachApplication) {
+  EXPECT_EQ(onStore("list").out, "no backups\n");
+  const std::string first = mustBackUp().filename();
+  const std::string second = mustBackUp().filename();
+  ASSERT_EQ(backup({"--name", "an application"}).status, 0);
+  const std::string third = latest("an application").filename();
+  const Ended all = onStore("list");
+  EXPECT_EQ(all.status, 0);
+  EXPECT_EQ(all.out,
+            "APPLICATION     BACKUP                DATA  CONTENT\n"
+            "an application  " +
+                third +
+                "  1.0   2 files, 2 folders, 1 link, 8 B\n"
+                "unruly          " +
+                first +
+                "  1.0   2 files, 2 folders, 1 link, 8 B\n"
+                "unruly          " +
+                second + "  1.0   2 files, 2 folders, 1 link, 8 B\n");
+  EXPECT_EQ(onStore("list", {"--name", "an application"}).out,
+            "APPLICATION     BACKUP                DATA  CONTENT\n"
+            "an application  " +
+                third + "  1.0   2 files, 2 folders, 1 link, 8 B\n");
+}
+
+TEST_F(StoreCommand, RefusesAnApplicationThatTheStoreDoesNotHave) {
+  for (const char *command : {"list", "prune"}) {
+    const Ended ended = onStore(command, {"--name", "other"});
+    EXPECT_EQ(ended.status, 2);
+    EXPECT_EQ(ended.out, "");
+    EXPECT_TRUE(holds(ended.err, "the store \"" + at("store") + "\" has no backup of other\n"));
+  }
+  EXPECT_EQ(onStore("verify", {"--name", "other"}).status, 2);
+  EXPECT_EQ(onStore("verify", {"--name", "../store"}).status, 2);
+}
+
+TEST_F(StoreCommand, ListsABackupWhoseManifestCannotBeRead) {
+  const fs::path folder = mustBackUp();
+  const std::string manifest = folder / "manifest.json";
+  damage(manifest, "\"version\":1", "\"version\":2");
+  const std::string newer = "\"" + manifest +
+                            "\" is of version 2, this arvl-host reads up to version 1: use the "
+                            "newer one";
+  const Ended ended = onStore("list");
+  EXPECT_EQ(ended.status, 0);
+  EXPECT_EQ(lastLine(ended.out), "unruly       " + folder.filename().string() + "  -     " + newer);
+  EXPECT_EQ(parseJson(onStore("list", {"--json"}).out)["backups"][0]["error"], newer);
+  writeBytes(manifest, "");
+  EXPECT_TRUE(holds(onStore("list").out, "  -     \"" + manifest +
+                                             "\", line 1: this is not the manifest of a backup\n"));
+}
+
+// ---- verify
+
+TEST_F(StoreCommand, FindsASoundBackupSound) {
+  mustBackUp();
+  EXPECT_EQ(verify(0), "sound, 2 files, 2 folders, 1 link, 8 B\n");
+  EXPECT_EQ(onStore("verify", {"--quiet"}).out, "");
+}
+
+struct Damage {
+  std::string how;  // in a shell, within the backup
+  std::string lines;
+};
+
+TEST_F(StoreCommand, NamesEachDifference) {
+  const fs::path folder = mustBackUp();
+  const std::string manifest = (folder / "manifest.json").string();
+  const std::string sums = (folder / "SHA256SUMS").string();
+  const std::string sha256 = sha256Sum(folder / "data/tree/folder/file");
+  const std::string damaged = sha256Sum(dir_.makeFile("local/damaged", "Contents"));
+  const std::string mismatch = "error: manifest.json: \"" + manifest +
+                               "\" is not the file that SHA256SUMS has the checksum of: one of "
+                               "the two is damaged\n";
+  const std::string name = "data/tree/folder/file";
+  const Damage cases[] = {
+      {"time=$(stat -c %y " + name + "); printf Contents > " + name + "; touch -d \"$time\" " +
+           name,
+       "error: " + name + ": damaged: its SHA-256 is " + damaged + ", and was " + sha256 + "\n"},
+      {"touch -d @0 " + name, "error: " + name + ": has another time of modification\n"},
+      {"chmod 600 " + name, "error: " + name + ": has another mode\n"},
+      {"chmod 700 data/tree", "error: data/tree: has another mode\n"},
+      {"rm " + name, "error: " + name + ": missing\n"},
+      {"rm -r data/tree/folder",
+       "error: data/tree/folder: missing\nerror: " + name + ": missing\n"},
+      {"mv " + name + " data/tree/new",
+       "error: " + name + ": missing\nerror: data/tree/new: is not in the manifest\n"},
+      {"touch stray", "error: stray: does not belong to the backup\n"},
+      {"ln -sfn folder data/tree/link", "error: data/tree/link: leads elsewhere\n"},
+      {"rm data/tree/link; touch data/tree/link",
+       "error: data/tree/link: is no longer of type symlink\n"},
+      {"rm data/tree/odd*; mkfifo \"$(printf 'data/tree/odd\\nname')\"",
+       "error: data/tree/odd\\nname: is no longer of type file\n"},
+      {"sed -i s/" + sha256 + "/" + damaged + "/ SHA256SUMS",
+       "error: SHA256SUMS: has another checksum of " + name + " than the manifest\n"},
+      {"sed -i /folder/d SHA256SUMS", "error: SHA256SUMS: has 1 files, and the manifest 2\n"},
+      {"sed -i s/folder/folded/ SHA256SUMS",
+       "error: SHA256SUMS: names a file that the manifest does not know: "
+       "data/tree/folded/file\n"},
+      {"sed -i s/" + sha256 + "/broken/ SHA256SUMS",
+       "error: manifest.json: \"" + sums + "\", line 2: this is not a checksum and a name\n" +
+           "error: SHA256SUMS: \"" + sums + "\", line 2: this is not a checksum and a name\n"},
+      {"sed -i 's/^.\\(.*  manifest\\)/z\\1/;s/^z/0/;s/^0\\(.*  manifest\\)/f\\1/' SHA256SUMS; "
+       "sed -i 's/^f\\(.\\)\\(.*  manifest\\)/f0\\2/' SHA256SUMS",
+       mismatch},
+      {"sed -i /manifest/d SHA256SUMS",
+       "error: manifest.json: \"" + sums + "\" has no checksum of manifest.json\n"},
+      {"rm SHA256SUMS", "error: manifest.json: cannot open \"" + sums +
+                            "\": No such file or directory\nerror: SHA256SUMS: cannot open \"" +
+                            sums + "\": No such file or directory\n"},
+      {"sed -i s/a.short.text/another/ manifest.json", mismatch},
+      {"truncate -s -3 manifest.json", mismatch + "error: manifest.json: \"" + manifest +
+                                           "\", line 21: the manifest ends too early\n"},
+      {": > manifest.json", mismatch + "error: manifest.json: \"" + manifest +
+                                "\", line 1: this is not the manifest of a backup\n"},
+      {"rm manifest.json",
+       "error: manifest.json: cannot open \"" + manifest +
+           "\": No such file or directory\nerror: manifest.json: cannot open \"" + manifest +
+           "\": No such file or directory\n"},
+  };
+  fs::rename(folder, at("sound"));
+  for (const Damage &row : cases) {
+    run({"/bin/cp", "-a", at("sound"), folder.string()});
+    const Ended shell = run({"/bin/sh", "-ec", "cd \"$0\"; " + row.how, folder.string()});
+    ASSERT_EQ(shell.status, 0) << row.how << shell.err;
+    EXPECT_EQ(verify(1), row.lines) << row.how;
+    fs::remove_all(folder);
+  }
+}
+
+TEST_F(StoreCommand, ReportsTheProblemsOfEveryBackupInJson) {
+  mustBackUp();
+  fs::remove(latest() / "data/tree/link");
+  const std::string first = latest().filename();
+  const std::string second = mustBackUp().filename();
+  const Ended ended = onStore("verify", {"--json"});
+  EXPECT_EQ(ended.status, 1);
+  const Json::Value actual =
+      parseJson(R"({"file_count": 2, "dir_count": 2, "symlink_count": 1, "size": 8})");
+  Json::Value expected = parseJson(R"({
+      "command": "verify", "success": false, "exit_code": 1, "error": null, "backups": [
+          {"application": "unruly", "problem_count": 1,
+           "problems": [{"path": "data/tree/link", "problem": "missing"}]},
+          {"application": "unruly", "problem_count": 0, "problems": []}]})");
+  expected["backups"][0]["backup"] = first;
+  expected["backups"][1]["backup"] = second;
+  expected["backups"][0]["actual"] = expected["backups"][1]["actual"] = actual;
+  EXPECT_EQ(parseJson(ended.out), expected);
+  EXPECT_EQ(ended.err, "error: unruly " + first + ": data/tree/link: missing\nunruly " + second +
+                           ": sound, 2 files, 2 folders, 1 link, 8 B\n");
+
+  EXPECT_EQ(onStore("verify", {"--name", "unruly", "--backup", second}).status, 0);
+  EXPECT_EQ(onStore("verify", {"--name", "unruly", "--backup", "none"}).status, 2);
+  EXPECT_EQ(onStore("verify", {"--backup", second}).status, 2);  // of which application?
+}
+
+// ---- prune
+
+TEST_F(StoreCommand, RemovesWhatDidNotFinishAndNothingElse) {
+  const fs::path finished = mustBackUp();
+  const std::string left = leaveUnfinished();
+  ASSERT_NE(left, "");
+  const Ended listed = onStore("list");
+  EXPECT_EQ(countOf(listed.out, "\nunruly "), 1u);
+  EXPECT_EQ(lastLine(listed.out),
+            "and 1 that did not finish, or that run now; prune removes what did not finish");
+  EXPECT_EQ(countOf(onStore("verify").out, "partial"), 0u);
+  EXPECT_EQ(restore({"--backup", left}).status, 2);
+
+  const Ended pruned = onStore("prune");
+  EXPECT_EQ(pruned.status, 0);
+  EXPECT_EQ(pruned.out, "removed " + at("store/unruly/") + left + "\n");
+  EXPECT_EQ(backups(), Names{finished.filename()});
+  const Ended again = onStore("prune");
+  EXPECT_EQ(again.status, 0);
+  EXPECT_EQ(again.out, "");
+}
+
+TEST_F(StoreCommand, LeavesABackupThatRunsAlone) {
+  const std::string fifo = makeFifo();
+  script("export", {{"wait", fifo}});
+  Command running(job("backup"), variables());
+  ASSERT_TRUE(running.waitFor("[stdout] waiting\n"));
+  const Names before = backups();
+  const Ended pruned = onStore("prune");
+  EXPECT_EQ(pruned.status, 0);
+  EXPECT_EQ(pruned.out.substr(0, pruned.out.find(" on ")),
+            "warning: the backups in \"" + at("store/unruly") + "\" are in use by process " +
+                std::to_string(running.pid()));
+  EXPECT_EQ(parseJson(onStore("prune", {"--json"}).out)["busy"].size(), 1u);
+  EXPECT_EQ(backups(), before);
+  EXPECT_EQ(onStore("list").out,
+            "no backups\nand 1 that did not finish, or that run now; prune removes what did not "
+            "finish\n");
+  release(fifo);
+  EXPECT_EQ(running.finish().status, 0);
+  EXPECT_EQ(onStore("list").status, 0);
+}
+
+}  // namespace
+}  // namespace arvl_test
