@@ -272,6 +272,7 @@ void ManifestReader::readHead() {
   }
   try {
     manifest_ = manifestOf(parse(head + "\"files\":[]}"));
+    manifest_.dataVersion();  // of an export result that is not one
   } catch (const Json::Exception &error) {
     fail(error.what());
   }

@@ -111,6 +111,14 @@ TEST_F(StoreCommand, ListsABackupWhoseManifestCannotBeRead) {
                                              "\", line 1: this is not the manifest of a backup\n"));
 }
 
+TEST_F(StoreCommand, ListsAManifestWithAnExportResultOfAnotherKind) {
+  const fs::path folder = mustBackUp();
+  damage(folder / "manifest.json", "{\"app_data_version\":\"1.0\",\"success\":true}", "\"1.0\"");
+  const Ended ended = onStore("list");
+  EXPECT_EQ(ended.status, 0) << ended.err;
+  EXPECT_TRUE(holds(lastLine(ended.out), "  -     \"" + (folder / "manifest.json").string()));
+}
+
 // ---- verify
 
 TEST_F(StoreCommand, FindsASoundBackupSound) {
