@@ -137,6 +137,7 @@ class VerifyCommand {
 
  private:
   void verify(const std::string &application, const std::string &id);
+  void fail(const std::string &error);
   Json::Value examine(const std::string &application, const std::string &id);
 
   const StoreCommandOptions &options_;
@@ -145,11 +146,11 @@ class VerifyCommand {
   const Interruption interruption_;
   Json::Value report_{Json::arrayValue};
   bool hasProblems_ = false;
+  std::string error_;  // the first, of what could not be examined
 };
 
 int VerifyCommand::run() {
   int exitCode = 0;
-  std::string error;
   try {
     for (const std::string &application : applications(catalog_, options_)) {
       if (!options_.backup.empty()) {
@@ -160,26 +161,33 @@ int VerifyCommand::run() {
         verify(application, id);
       }
     }
-    exitCode = hasProblems_ ? kProblems : 0;
+    exitCode = !error_.empty() ? kHostError : hasProblems_ ? kProblems : 0;
   } catch (const Interrupted &interrupted) {
     exitCode = kInterrupted;
-    error = interrupted.what();
-  } catch (const StoreError &failure) {
+    fail(interrupted.what());
+  } catch (const StoreError &error) {
     exitCode = kHostError;
-    error = failure.what();
+    fail(error.what());
   }
-  if (!error.empty()) {
-    display_.error(error);
-  }
-  Json::Value json = errorJson("verify", exitCode, error);
+  Json::Value json = errorJson("verify", exitCode, error_);
   json["backups"] = report_;
   writeReport(options_.output, json, {});
   return exitCode;
 }
 
+void VerifyCommand::fail(const std::string &error) {
+  error_ = error_.empty() ? error : error_;
+  display_.error(error);
+}
+
+// One that cannot be examined does not keep the others from it.
 void VerifyCommand::verify(const std::string &application, const std::string &id) {
   interruption_.check();
-  report_.append(examine(application, id));
+  try {
+    report_.append(examine(application, id));
+  } catch (const StoreError &error) {
+    fail(error.what());
+  }
 }
 
 Json::Value VerifyCommand::examine(const std::string &application, const std::string &id) {

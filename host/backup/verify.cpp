@@ -161,7 +161,12 @@ void Verifier::findExtra() {
       report(name, "does not belong to the backup");
     }
   }
-  for (const fs::directory_entry &entry : fs::recursive_directory_iterator(folder_ / kDataName)) {
+  std::error_code error;
+  const fs::recursive_directory_iterator data(folder_ / kDataName, error);
+  if (error) {
+    report(kDataName, "cannot be read: " + error.message());
+  }
+  for (const fs::directory_entry &entry : data) {
     checkpoint_();
     const std::string path = entry.path().native().substr(prefix);
     if (!index_.find(path)) {

@@ -186,6 +186,11 @@ TEST_F(StoreCommand, NamesEachDifference) {
        "error: manifest.json: cannot open \"" + manifest +
            "\": No such file or directory\nerror: manifest.json: cannot open \"" + manifest +
            "\": No such file or directory\n"},
+      {"rm -r data",
+       "error: data/tree: missing\nerror: data/tree/folder: missing\n"
+       "error: data/tree/link: missing\nerror: data/tree/odd\\nname: missing\n"
+       "error: " +
+           name + ": missing\nerror: data: cannot be read: No such file or directory\n"},
   };
   fs::rename(folder, at("sound"));
   for (const Damage &row : cases) {
@@ -221,6 +226,21 @@ TEST_F(StoreCommand, ReportsTheProblemsOfEveryBackupInJson) {
   EXPECT_EQ(onStore("verify", {"--name", "unruly", "--backup", second}).status, 0);
   EXPECT_EQ(onStore("verify", {"--name", "unruly", "--backup", "none"}).status, 2);
   EXPECT_EQ(onStore("verify", {"--backup", second}).status, 2);  // of which application?
+}
+
+TEST_F(StoreCommand, DoesNotJudgeTheBackupOfANewerHostButTheOthers) {
+  const fs::path folder = mustBackUp();
+  const std::string sound = mustBackUp().filename();
+  damage(folder / "manifest.json", "\"version\":1", "\"version\":2");
+  const std::string error = "\"" + (folder / "manifest.json").string() +
+                            "\" is of version 2, this arvl-host reads up to version 1: use the "
+                            "newer one";
+  const Ended ended = onStore("verify");
+  EXPECT_EQ(ended.status, 2);
+  EXPECT_TRUE(holds(ended.out, "error: " + error + "\nunruly " + sound + ": sound, "));
+  const Json::Value report = parseJson(onStore("verify", {"--json"}).out);
+  EXPECT_EQ(report["error"], error);
+  EXPECT_EQ(report["backups"].size(), 1u);
 }
 
 // ---- prune
