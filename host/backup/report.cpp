@@ -57,6 +57,21 @@ std::string estimateText(const Manifest &manifest) {
          (manifest.isEstimateRefused ? " (refused: beyond the protocol's 32 bits)" : "");
 }
 
+constexpr int kMaxLevels = 100;  // that are left of a report which nests too deep
+
+// With null in place of each array and object that is further down.
+Json::Value cutBelow(int levels, const Json::Value &value) {
+  if (!value.isArray() && !value.isObject()) {
+    return value;
+  }
+  Json::Value copy(levels > 0 ? value.type() : Json::nullValue);
+  for (auto element = value.begin(); levels > 0 && element != value.end(); ++element) {
+    Json::Value &place = value.isArray() ? copy.append(Json::Value()) : copy[element.name()];
+    place = cutBelow(levels - 1, *element);
+  }
+  return copy;
+}
+
 std::string secondsText(double seconds) {
   return durationText(static_cast<std::int64_t>(seconds * 1e6));
 }
@@ -118,7 +133,10 @@ std::vector<std::string> reportLines(const JobReport &report) {
 
 std::string jsonText(const Json::Value &value) {
   std::string text;
-  appendJson(text, value, JsonLayout::kIndented);
+  if (!appendJson(text, value, JsonLayout::kIndented)) {
+    text.clear();
+    appendJson(text, cutBelow(kMaxLevels, value), JsonLayout::kIndented);
+  }
   return text + "\n";
 }
 

@@ -23,7 +23,8 @@ std::vector<std::string> reportLines(const JobReport &report);
 // "204 files, 3 folders, 1 link, 12.1 MiB"; what there is none of is left out, but for files.
 std::string totalsText(const Totals &totals);
 
-// Pretty, with a line feed at the end; in strict JSON, whatever bytes the strings hold.
+// Pretty, with a line feed at the end; in strict JSON, whatever bytes the strings hold. Of a value that
+// nests too deep for the usual readers, what is further down is null.
 std::string jsonText(const Json::Value &value);
 
 }  // namespace arvl_host

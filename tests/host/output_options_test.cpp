@@ -102,6 +102,16 @@ TEST_F(Output, IsOneReportOfAJobThatFails) {
             "the store \"" + at("store") + "\" has no finished backup of unruly");
 }
 
+TEST_F(Output, IsOneReportHoweverDeepACompletionNests) {
+  mustBackUp();
+  script("import", {{"be", "completes in depth"}});
+  const Ended ended = restore({"--json"});
+  EXPECT_EQ(ended.status, 0);
+  const Json::Value report = reportOf(ended);
+  EXPECT_EQ(report["steps"][1]["completion"]["success"], true);
+  EXPECT_TRUE(report["steps"][1]["completion"]["deep"].isArray());
+}
+
 TEST_F(Output, IsOneReportOfEachCommandOnTheStore) {
   mustBackUp();
   for (const std::string command : kStoreCommands) {

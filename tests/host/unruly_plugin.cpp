@@ -107,6 +107,9 @@ bool behaveRaw(const std::string &how, int fd) {
     writeAll(fd, frame(26, success));
   } else if (how == "an unknown type") {
     writeAll(fd, frame(99, success));
+  } else if (how == "completes in depth") {
+    writeAll(fd, frame(15, "{\"success\":true,\"deep\":" + std::string(500, '[') +
+                               std::string(500, ']') + "}"));
   } else if (how == "completes and exits with 3") {
     writeAll(fd, frame(15, success));
     _exit(3);
