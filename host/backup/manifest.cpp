@@ -270,6 +270,9 @@ void ManifestReader::readHead() {
   while (readLine(line) && line != kFilesBegin) {
     head += line + "\n";
   }
+  if (line != kFilesBegin) {
+    fail("the manifest ends too early");
+  }
   try {
     manifest_ = manifestOf(parse(head + "\"files\":[]}"));
     manifest_.dataVersion();  // of an export result that is not one

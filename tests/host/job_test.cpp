@@ -493,7 +493,7 @@ TEST_F(Job, IsNotRestoredByADamagedManifest) {
   EXPECT_EQ(errorWith(replaced(manifest, "\"0644\"", "\"0645\""), checksums), mismatch);
   EXPECT_EQ(errorWith(manifest.substr(0, manifest.rfind("]}")), checksums), mismatch);
   EXPECT_EQ(errorWith(manifest.substr(0, 50), checksums),
-            name + ", line 3: this is not what a manifest holds");
+            name + ", line 3: the manifest ends too early");
   EXPECT_EQ(errorWith("", checksums), name + ", line 1: this is not the manifest of a backup");
   const std::size_t own = checksums.rfind("  manifest.json") - 64;
   std::string flipped = checksums;
