@@ -80,6 +80,7 @@ FileIndex::FileIndex() {
   findChecksum_ = prepare(
       "SELECT sha256 FROM checksums "
       "WHERE inode = ? AND device = ? AND changed = ? AND changed_nsec = ?");
+  forgetChecksum_ = prepare("DELETE FROM checksums WHERE inode = ?");
   add_ = prepare("INSERT OR REPLACE INTO files VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)");
   find_ = prepare("SELECT * FROM files WHERE folder = ? AND name = ?");
   count_ = prepare("SELECT count(*) FROM files WHERE folder = ?");
@@ -143,6 +144,15 @@ std::string FileIndex::checksumOf(const struct stat &status) {
       step(findChecksum_.get()) ? bytesOf(findChecksum_.get(), 0) : std::string();
   sqlite3_reset(findChecksum_.get());
   return sha256;
+}
+
+void FileIndex::forgetChecksum(const struct stat &status) {
+  bind(forgetChecksum_.get(), 1, static_cast<std::int64_t>(status.st_ino));
+  run(forgetChecksum_.get());
+}
+
+void FileIndex::forgetChecksums() {
+  execute("DELETE FROM checksums");
 }
 
 void FileIndex::add(const FileRecord &record) {

@@ -41,6 +41,9 @@ class FileIndex {
   void addChecksum(const struct stat &status, const std::string &sha256);
   // Empty if it is not known.
   std::string checksumOf(const struct stat &status);
+  // What is known of the file, or of all.
+  void forgetChecksum(const struct stat &status);
+  void forgetChecksums();
 
   // Replaces the record of the same path.
   void add(const FileRecord &record);
@@ -64,7 +67,7 @@ class FileIndex {
   [[noreturn]] void fail();
 
   std::unique_ptr<sqlite3, Closer> database_;
-  Statement addChecksum_, findChecksum_, add_, find_, count_;
+  Statement addChecksum_, findChecksum_, forgetChecksum_, add_, find_, count_;
 };
 
 }  // namespace arvl_host

@@ -11,8 +11,13 @@ void BackupWatcher::onStored(const struct stat &status, const std::string &sha25
   index_.addChecksum(status, sha256);
 }
 
+// What was moved may have the inode of a copy that has been replaced, and the same time of change: file
+// systems count it in ticks of milliseconds.
 void BackupWatcher::onMoved(const struct stat &status) {
-  if (S_ISREG(status.st_mode)) {
+  if (S_ISDIR(status.st_mode)) {
+    index_.forgetChecksums();
+  } else if (S_ISREG(status.st_mode)) {
+    index_.forgetChecksum(status);
     ++meter_.files;
     meter_.bytes += static_cast<std::uint64_t>(status.st_size);
   }

@@ -1,0 +1,185 @@
+#include "backup/catalog.h"
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "support/temp_dir.h"
+
+namespace fs = std::filesystem;
+
+namespace arvl_host {
+namespace {
+
+using Names = std::vector<std::string>;
+
+std::string errorOf(const std::function<void()> &operation) {
+  try {
+    operation();
+  } catch (const StoreError &error) {
+    return error.what();
+  }
+  return "";
+}
+
+class CatalogOf : public testing::Test {
+ protected:
+  void make(const Names &folders) const {
+    for (const std::string &folder : folders) {
+      dir_.makeDir(folder);
+    }
+  }
+
+  std::string storeName() const { return "\"" + dir_.path().string() + "\""; }
+
+  const arvl_test::TempDir dir_;
+  const Catalog catalog_{dir_.path()};
+};
+
+TEST(BackupId, IsTheTimeToTheMillisecond) {
+  EXPECT_EQ(backupId(1795253132123999), "20261121T092532.123Z");
+  EXPECT_EQ(backupId(0), "19700101T000000.000Z");
+}
+
+TEST(ApplicationName, IsThatOfAFolder) {
+  for (const std::string name : {"notes", "an application", "a.b", "\xc3\xa4", "-x"}) {
+    EXPECT_EQ(checkApplicationName(name), "") << name;
+  }
+  EXPECT_EQ(checkApplicationName(std::string(200, 'n')), "");
+  for (const std::string name : {"", ".", "..", ".hidden", "a/b", "/", "a\nb", "\xff", "\x1b[1m"}) {
+    EXPECT_NE(checkApplicationName(name), "") << name;
+  }
+  EXPECT_NE(checkApplicationName(std::string(201, 'n')), "");
+  EXPECT_EQ(checkApplicationName(".x"),
+            "an application's name is the name of a folder, without a full stop in front, not "
+            "\".x\"");
+}
+
+TEST(CatalogOfNothing, IsAnError) {
+  EXPECT_EQ(errorOf([] { Catalog("/no/store"); }),
+            "cannot open the folder \"/no/store\": No such file or directory");
+  EXPECT_EQ(errorOf([] { Catalog("/dev/null"); }),
+            "cannot open the folder \"/dev/null\": Not a directory");
+}
+
+TEST_F(CatalogOf, TellsBackupsFromAllElse) {
+  make({"app/20261121T092532.123Z", "app/20251121T092532.123Z", "app/20261121T092532.124Z.partial",
+        "app/lost+found", "app/20261121T092532.123", "app/20261121T092532.123Z.old", "app/.partial",
+        "app/x20261121T092532.123Z.partial", "other", ".hidden"});
+  std::ofstream(dir_.at("app/20241121T092532.123Z")) << "a file";
+  fs::create_directory_symlink("20261121T092532.123Z", dir_.at("app/20231121T092532.123Z"));
+  std::ofstream(dir_.at("a file"));
+  EXPECT_EQ(catalog_.applications(), (Names{"app", "other"}));
+  EXPECT_EQ(catalog_.backups("app"), (Names{"20251121T092532.123Z", "20261121T092532.123Z"}));
+  EXPECT_EQ(catalog_.unfinished("app"), Names{"20261121T092532.124Z.partial"});
+  EXPECT_EQ(catalog_.backups("other"), Names{});
+}
+
+TEST_F(CatalogOf, FindsTheLatestOrTheOneThatIsNamed) {
+  make({"app/20261121T092532.123Z", "app/20251121T092532.123Z", "app/20271121T092532.123Z.partial",
+        "empty"});
+  EXPECT_EQ(catalog_.find("app", ""), "20261121T092532.123Z");
+  EXPECT_EQ(catalog_.find("app", "20251121T092532.123Z"), "20251121T092532.123Z");
+  EXPECT_EQ(errorOf([&] { catalog_.find("app", "20271121T092532.123Z"); }),
+            "there is no backup 20271121T092532.123Z of app; there are 20251121T092532.123Z, "
+            "20261121T092532.123Z");
+  EXPECT_EQ(errorOf([&] { catalog_.find("empty", ""); }),
+            "the store " + storeName() + " has no finished backup of empty");
+  EXPECT_EQ(errorOf([&] { catalog_.find("none", ""); }),
+            "the store " + storeName() + " has no backup of none; it has backups of app, empty");
+}
+
+TEST_F(CatalogOf, SaysThatAnEmptyStoreHasNothing) {
+  EXPECT_EQ(errorOf([&] { catalog_.find("app", ""); }),
+            "the store " + storeName() + " has no backup of app");
+}
+
+TEST_F(CatalogOf, NamesAnApplicationThatCannotBeRead) {
+  EXPECT_EQ(errorOf([&] { catalog_.backups("none"); }),
+            "cannot read the folder \"" + dir_.at("none") + "\": No such file or directory");
+}
+
+// ---- The lock.
+
+TEST_F(CatalogOf, IsLockedByOneAtATime) {
+  std::optional<ApplicationLock> lock(std::in_place, dir_.at("app"));
+  EXPECT_EQ(errorOf([&] { ApplicationLock(dir_.at("app")); })
+                .find("the backups in \"" + dir_.at("app") + "\" are in use by process " +
+                      std::to_string(getpid()) + " on "),
+            0u);
+  EXPECT_EQ(errorOf([&] { ApplicationLock(dir_.at("other")); }), "");
+  lock.reset();
+  EXPECT_EQ(errorOf([&] { ApplicationLock(dir_.at("app")); }), "");
+}
+
+TEST_F(CatalogOf, IsFreeOnceTheHolderIsGone) {
+  const pid_t child = fork();
+  if (child == 0) {
+    const ApplicationLock lock(dir_.at("app"));
+    _exit(0);  // as a process that is killed
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  ASSERT_EQ(status, 0);
+  EXPECT_EQ(errorOf([&] { ApplicationLock(dir_.at("app")); }), "");
+}
+
+TEST_F(CatalogOf, DoesNotWriteThroughALinkInPlaceOfTheLock) {
+  make({"app"});
+  std::ofstream(dir_.at("precious")) << "contents";
+  fs::create_symlink(dir_.at("precious"), dir_.at("app/.lock"));
+  EXPECT_EQ(errorOf([&] { ApplicationLock(dir_.at("app")); }),
+            "cannot open \"" + dir_.at("app/.lock") + "\": Too many levels of symbolic links");
+  EXPECT_EQ(fs::file_size(dir_.at("precious")), 8u);
+}
+
+// ---- A new backup.
+
+TEST_F(CatalogOf, GivesABackupItsNameWhenItIsFinished) {
+  NewBackup backup(catalog_, "app");
+  EXPECT_EQ(backup.partialFolder(), dir_.path() / "app" / (backup.id() + ".partial"));
+  EXPECT_TRUE(fs::is_directory(backup.partialFolder() / "data"));
+  EXPECT_EQ(catalog_.backups("app"), Names{});
+  EXPECT_EQ(catalog_.unfinished("app"), Names{backup.id() + ".partial"});
+  backup.sync();
+  backup.finish();
+  EXPECT_EQ(catalog_.backups("app"), Names{backup.id()});
+  EXPECT_EQ(catalog_.unfinished("app"), Names{});
+  EXPECT_TRUE(fs::is_directory(backup.folder() / "data"));
+}
+
+TEST_F(CatalogOf, LeavesNothingOfABackupThatIsNotFinished) {
+  {
+    const NewBackup backup(catalog_, "app");
+    std::ofstream(backup.partialFolder() / "data/file") << "contents";
+  }
+  EXPECT_EQ(catalog_.unfinished("app"), Names{});
+  EXPECT_EQ(catalog_.backups("app"), Names{});
+}
+
+TEST_F(CatalogOf, RemovesWhatDidNotFinishBeforeTheNext) {
+  make({"app/20261121T092532.123Z.partial/data/folder", "app/20261121T092532.124Z.partial"});
+  const NewBackup backup(catalog_, "app");
+  EXPECT_EQ(backup.removed(),
+            (Names{"20261121T092532.123Z.partial", "20261121T092532.124Z.partial"}));
+  EXPECT_EQ(catalog_.unfinished("app"), Names{backup.id() + ".partial"});
+}
+
+TEST_F(CatalogOf, IsClearedOfWhatDidNotFinishUnlessThatIsInUse) {
+  make({"app/20261121T092532.123Z.partial", "app/20261121T092532.123Z", "other"});
+  EXPECT_EQ(removeUnfinished(catalog_, "app"), Names{"20261121T092532.123Z.partial"});
+  EXPECT_EQ(catalog_.backups("app"), Names{"20261121T092532.123Z"});
+  EXPECT_EQ(removeUnfinished(catalog_, "other"), Names{});
+  EXPECT_TRUE(fs::is_empty(dir_.at("other")));  // where there is nothing to do, nothing is made
+  const NewBackup running(catalog_, "app");
+  EXPECT_THROW(removeUnfinished(catalog_, "app"), StoreBusy);
+  EXPECT_TRUE(fs::exists(running.partialFolder()));
+}
+
+}  // namespace
+}  // namespace arvl_host

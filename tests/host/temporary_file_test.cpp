@@ -1,0 +1,185 @@
+#include "temporary_file.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/file.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <sstream>
+#include <string>
+
+#include "store_error.h"
+#include "support/temp_dir.h"
+
+namespace fs = std::filesystem;
+
+namespace arvl_host {
+namespace {
+
+std::string errorOf(const std::function<void()> &operation) {
+  try {
+    operation();
+  } catch (const StoreError &error) {
+    return error.what();
+  }
+  return "";
+}
+
+std::string bytesOf(const std::string &file) {
+  std::ostringstream text;
+  text << std::ifstream(file, std::ios::binary).rdbuf();
+  return text.str();
+}
+
+// No file of this process grows beyond the size.
+class FileSizeLimit {
+ public:
+  explicit FileSizeLimit(rlim_t bytes) : oldHandler_(signal(SIGXFSZ, SIG_IGN)) {
+    getrlimit(RLIMIT_FSIZE, &old_);
+    const rlimit limit = {bytes, old_.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &limit);
+  }
+  ~FileSizeLimit() {
+    setrlimit(RLIMIT_FSIZE, &old_);
+    signal(SIGXFSZ, oldHandler_);
+  }
+  FileSizeLimit(const FileSizeLimit &) = delete;
+  FileSizeLimit &operator=(const FileSizeLimit &) = delete;
+
+ private:
+  rlimit old_;
+  void (*oldHandler_)(int);
+};
+
+class TemporaryFileIn : public testing::Test {
+ protected:
+  std::string temporary() const { return dir_.at(temporaryName(place_.name)); }
+  bool isEmpty() const { return fs::is_empty(dir_.path()); }
+
+  const arvl_test::TempDir dir_;
+  const UniqueFd folder_{open(dir_.path().c_str(), O_PATH | O_DIRECTORY)};
+  const Place place_{folder_.get(), "file", "/shown"};
+};
+
+TEST(TemporaryName, IsOneForEachNameAndNoLongerThanAny) {
+  EXPECT_EQ(temporaryName("f"), ".arvl-252f10c83610ebca.partial");
+  EXPECT_NE(temporaryName("f"), temporaryName("g"));
+  EXPECT_EQ(temporaryName(std::string(255, 'n')).size(), temporaryName("f").size());
+}
+
+TEST_F(TemporaryFileIn, GetsItsNameByACommit) {
+  for (const Durability durability : {Durability::kEachFile, Durability::kLeftToCaller}) {
+    TemporaryFile file(place_);
+    file.write("con\0tents", 9);
+    EXPECT_EQ(bytesOf(temporary()).size(), 9u);
+    file.commit(durability);
+    EXPECT_FALSE(fs::exists(temporary()));
+  }
+  EXPECT_EQ(bytesOf(dir_.at("file")), std::string("con\0tents", 9));
+}
+
+TEST_F(TemporaryFileIn, LeavesTheOldContentWithoutACommit) {
+  dir_.makeFile("file", "the old");
+  {
+    TemporaryFile file(place_);
+    file.write("the new", 7);
+    EXPECT_EQ(bytesOf(dir_.at("file")), "the old");
+  }
+  EXPECT_EQ(bytesOf(dir_.at("file")), "the old");
+  EXPECT_FALSE(fs::exists(temporary()));
+}
+
+TEST_F(TemporaryFileIn, IsForTheOwnerAlone) {
+  const TemporaryFile file(place_);
+  struct stat status;
+  ASSERT_EQ(fstat(file.fd(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777, 0600u);
+}
+
+TEST_F(TemporaryFileIn, BeginsAnewOnALeftover) {
+  dir_.makeFile(temporaryName("file"), "what a killed process left, longer than the next");
+  TemporaryFile file(place_);
+  file.write("short", 5);
+  file.commit(Durability::kEachFile);
+  EXPECT_EQ(bytesOf(dir_.at("file")), "short");
+}
+
+TEST_F(TemporaryFileIn, IsOneWritersAtATime) {
+  TemporaryFile first(place_);
+  first.write("the first", 9);
+  EXPECT_EQ(errorOf([&] { TemporaryFile second(place_); }),
+            "another transfer is writing \"/shown\"");
+  EXPECT_EQ(bytesOf(temporary()), "the first");  // and the loser takes nothing away
+  first.commit(Durability::kEachFile);
+  EXPECT_EQ(errorOf([&] { TemporaryFile second(place_); }), "");
+  EXPECT_EQ(bytesOf(dir_.at("file")), "the first");
+}
+
+TEST_F(TemporaryFileIn, IsNotWrittenThroughALink) {
+  const std::string precious = dir_.makeFile("precious", "contents");
+  fs::create_symlink(precious, temporary());
+  EXPECT_EQ(errorOf([&] { TemporaryFile file(place_); }),
+            "cannot write \"/shown\": Too many levels of symbolic links");
+  EXPECT_EQ(bytesOf(precious), "contents");
+}
+
+TEST_F(TemporaryFileIn, SaysThatItCannotBeWritten) {
+  {
+    const FileSizeLimit limit(4);
+    TemporaryFile file(place_);
+    file.write("four", 4);
+    EXPECT_EQ(errorOf([&] { file.write("five", 4); }), "cannot write \"/shown\": File too large");
+  }
+  EXPECT_TRUE(isEmpty());
+}
+
+TEST_F(TemporaryFileIn, SaysThatItCannotBeMade) {
+  const Place gone = {-1, "file", "/shown"};
+  EXPECT_EQ(errorOf([&] { TemporaryFile file(gone); }),
+            "cannot write \"/shown\": Bad file descriptor");
+}
+
+TEST_F(TemporaryFileIn, SaysThatItCannotHaveItsName) {
+  dir_.makeDir("file/full");
+  {
+    TemporaryFile file(place_);
+    EXPECT_EQ(errorOf([&] { file.commit(Durability::kEachFile); }),
+              "cannot write \"/shown\": Is a directory");
+  }
+  EXPECT_FALSE(fs::exists(temporary()));
+  EXPECT_TRUE(fs::exists(dir_.at("file/full")));
+}
+
+TEST_F(TemporaryFileIn, IsWrittenAsTextInOrderAndWithItsChecksum) {
+  std::string whole;
+  TemporaryFile file(place_);
+  TextWriter writer(file);
+  for (int i = 0; i < 20000; ++i) {
+    const std::string line = std::to_string(i) + "\n";
+    writer.add(line);
+    whole += line;
+  }
+  EXPECT_EQ(writer.finish(), sha256Of(whole));
+  file.commit(Durability::kLeftToCaller);
+  EXPECT_EQ(bytesOf(dir_.at("file")), whole);
+}
+
+TEST_F(TemporaryFileIn, FailsAsTextOnceItsBufferIsFull) {
+  const FileSizeLimit limit(1 << 16);
+  TemporaryFile file(place_);
+  TextWriter writer(file);
+  const std::string half(1 << 15, 'x');
+  writer.add(half);
+  writer.add(half);
+  writer.add("x");  // kept back
+  EXPECT_EQ(errorOf([&] { writer.finish(); }), "cannot write \"/shown\": File too large");
+}
+
+}  // namespace
+}  // namespace arvl_host

@@ -1,0 +1,122 @@
+#include "backup/transfer_watchers.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <functional>
+#include <string>
+
+namespace arvl_host {
+namespace {
+
+struct stat statusOf(mode_t mode, ino_t inode) {
+  struct stat status = {};
+  status.st_mode = mode | 0644;
+  status.st_ino = inode;
+  status.st_size = 10;
+  return status;
+}
+
+std::string errorOf(const std::function<void()> &operation) {
+  try {
+    operation();
+  } catch (const StoreError &error) {
+    return error.what();
+  }
+  return "";
+}
+
+TEST(BackupWatcher, CountsAndRemembersWhatIsCopied) {
+  FileIndex index;
+  TransferMeter meter;
+  BackupWatcher watcher(index, meter);
+  watcher.onBytes(7);
+  watcher.onBytes(3);
+  watcher.onStored(statusOf(S_IFREG, 1), "a checksum");
+  EXPECT_EQ(meter.files, 1u);
+  EXPECT_EQ(meter.bytes, 10u);
+  EXPECT_EQ(index.checksumOf(statusOf(S_IFREG, 1)), "a checksum");
+}
+
+TEST(BackupWatcher, CountsTheFilesThatAreMoved) {
+  FileIndex index;
+  TransferMeter meter;
+  BackupWatcher watcher(index, meter);
+  watcher.onMoved(statusOf(S_IFREG, 1));
+  watcher.onMoved(statusOf(S_IFLNK, 2));
+  watcher.onMoved(statusOf(S_IFDIR, 3));
+  EXPECT_EQ(meter.files, 1u);
+  EXPECT_EQ(meter.bytes, 10u);
+}
+
+TEST(BackupWatcher, TakesAMovedFileForNoneThatWasCopied) {
+  FileIndex index;
+  TransferMeter meter;
+  BackupWatcher watcher(index, meter);
+  for (const ino_t inode : {1, 2}) {
+    watcher.onStored(statusOf(S_IFREG, inode), "a checksum");
+  }
+  watcher.onMoved(statusOf(S_IFREG, 1));  // the number of the copy came back
+  EXPECT_EQ(index.checksumOf(statusOf(S_IFREG, 1)), "");
+  EXPECT_EQ(index.checksumOf(statusOf(S_IFREG, 2)), "a checksum");
+  watcher.onMoved(statusOf(S_IFDIR, 3));  // with whatever is in it
+  EXPECT_EQ(index.checksumOf(statusOf(S_IFREG, 2)), "");
+}
+
+// A file, a link and their folder are known.
+class RestoreWatcherOf : public testing::Test {
+ protected:
+  RestoreWatcherOf() {
+    FileRecord record;
+    record.path = "/folder";
+    record.type = FileType::kDir;
+    index_.add(record);
+    record.path = "/folder/file";
+    record.type = FileType::kFile;
+    record.size = 10;
+    record.sha256 = "known";
+    index_.add(record);
+    record.path = "/folder/link";
+    record.type = FileType::kSymlink;
+    record.target = "target";
+    index_.add(record);
+  }
+
+  FileIndex index_;
+  TransferMeter meter_;
+  RestoreWatcher watcher_{index_, meter_};
+};
+
+TEST_F(RestoreWatcherOf, LetsPassWhatIsAsItWas) {
+  watcher_.onEntry("/folder", FileType::kDir, 4096);
+  watcher_.onEntry("/folder/file", FileType::kFile, 10);
+  watcher_.onEntry("/folder/link", FileType::kSymlink, 6);
+  watcher_.onFolderEnd("/folder", 2);
+  watcher_.onFolderEnd("", 1);
+  watcher_.onBytes(10);
+  watcher_.onFile("/folder/file", "known");
+  watcher_.onLink("/folder/link", "target");
+  EXPECT_EQ(meter_.files, 1u);
+  EXPECT_EQ(meter_.bytes, 10u);
+}
+
+TEST_F(RestoreWatcherOf, NamesWhatIsNot) {
+  EXPECT_EQ(errorOf([&] { watcher_.onEntry("/new\n", FileType::kFile, 0); }),
+            "\"/new\\n\" is not what was backed up: the manifest does not know it");
+  EXPECT_EQ(errorOf([&] { watcher_.onEntry("/folder/file", FileType::kFile, 11); }),
+            "\"/folder/file\" is damaged: it has 11 bytes, and had 10");
+  EXPECT_EQ(errorOf([&] { watcher_.onEntry("/folder/file", FileType::kDir, 10); }),
+            "\"/folder/file\" is damaged: it is of type dir, and was of type file");
+  EXPECT_EQ(errorOf([&] { watcher_.onFolderEnd("", 0); }),
+            "the folder \"/\" is damaged: it has 0 entries, and had 1");
+  EXPECT_EQ(errorOf([&] { watcher_.onFile("/folder/file", "other"); }),
+            "\"/folder/file\" is damaged: its SHA-256 is other, and was known");
+  EXPECT_EQ(errorOf([&] { watcher_.onFile("/none", "known"); }),
+            "\"/none\" is not what was backed up: the manifest does not know it");
+  EXPECT_EQ(errorOf([&] { watcher_.onLink("/folder/link", "other"); }),
+            "\"/folder/link\" is damaged: the link leads elsewhere than it did");
+  EXPECT_EQ(meter_.files, 0u);
+}
+
+}  // namespace
+}  // namespace arvl_host
