@@ -322,6 +322,19 @@ TEST_F(Job, IsInterruptedAndLeavesNothing) {
   }
 }
 
+TEST_F(Job, IsInterruptedWhileItReadsWhatWasMoved) {
+  dir_.makeFile("local/endless");
+  fs::resize_file(at("local/endless"), std::uintmax_t(1) << 38);  // takes no room, and long to read
+  script("export", {{"move", "file", at("local/endless"), "/endless"}});
+  Command command(job("backup"), variables());
+  ASSERT_TRUE(command.waitFor("\nstep export: success"));
+  command.signal(SIGINT);
+  const Ended ended = command.finish();
+  EXPECT_EQ(ended.status, 130);
+  EXPECT_EQ(lastLine(ended.out), "error: interrupted");
+  expectNothingLeft();
+}
+
 // ---- Transfers.
 
 TEST_F(Job, KeepsAWholeTreeCopiedOrMoved) {

@@ -243,6 +243,17 @@ TEST_F(StoreCommand, DoesNotJudgeTheBackupOfANewerHostButTheOthers) {
   EXPECT_EQ(report["backups"].size(), 1u);
 }
 
+TEST_F(StoreCommand, EndsVerifyWhenItIsInterrupted) {
+  const fs::path folder = mustBackUp();
+  fs::resize_file(folder / "data/tree/folder/file", std::uintmax_t(1) << 38);  // long to read
+  Command verify(storeCommand("verify"));
+  ASSERT_TRUE(verify.waitFor("folder/file: has another time of modification\n"));
+  verify.signal(SIGINT);
+  const Ended ended = verify.finish();
+  EXPECT_EQ(ended.status, 130);
+  EXPECT_EQ(lastLine(ended.out), "error: interrupted");
+}
+
 // ---- prune
 
 TEST_F(StoreCommand, RemovesWhatDidNotFinishAndNothingElse) {
