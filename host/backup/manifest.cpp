@@ -105,7 +105,7 @@ FileRecord recordOf(const Json::Value &json) {
   record.path = restoreBytes(std::string_view(json["path"].asString()));
   const std::optional<FileType> type = fileTypeNamed(json["type"].asString());
   if (!type) {
-    throw Json::LogicError("there is no such type of file");
+    throw Json::LogicError("there is no type \"" + json["type"].asString() + "\"");
   }
   record.type = *type;
   record.size = json["size"].asInt64();

@@ -59,10 +59,10 @@ TEST_F(NotesJob, LeavesTheApplicationItsOldStateWhenTheBackupIsDamaged) {
     const Ended restore = runNotes("restore", live_);
     EXPECT_EQ(restore.status, 1);
     EXPECT_TRUE(
-        holds(restore.out, "warning: DOWNLOAD_REQUEST was denied: \"" +
+        holds(restore.err, "warning: DOWNLOAD_REQUEST was denied: \"" +
                                file.string().substr((latest("notes") / "data").string().size()) +
                                "\" is damaged: its SHA-256 is "));
-    EXPECT_TRUE(holds(restore.out, ", key \"download_failed\""));
+    EXPECT_TRUE(holds(restore.err, ", key \"download_failed\""));
     EXPECT_EQ(live_.dump(), before);
     EXPECT_EQ(live_.check(), "ok\n");
     flipByte(file);

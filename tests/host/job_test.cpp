@@ -116,10 +116,10 @@ TEST_F(MinimalJob, RestoresTheBackupThatIsNamed) {
 
   const Ended unknown = runMinimal("restore", {"--backup", "yesterday"});
   EXPECT_EQ(unknown.status, 2);
-  EXPECT_EQ(lastLine(unknown.out),
+  EXPECT_EQ(lastLine(unknown.err),
             "error: there is no backup yesterday of minimal; there are " + first + ", " + second);
   EXPECT_EQ(
-      lastLine(runMinimal("restore", {"--name", "other"}).out),
+      lastLine(runMinimal("restore", {"--name", "other"}).err),
       "error: the store \"" + at("store") + "\" has no backup of other; it has backups of minimal");
 }
 
@@ -207,9 +207,9 @@ TEST_F(Job, NeedsTheExecutableOfItsTransfer) {
        {std::pair("backup", "export"), std::pair("restore", "import")}) {
     const Ended ended = run(storeCommand(command, {"--plugin", plugin}), variables());
     EXPECT_EQ(ended.status, 2);
-    EXPECT_EQ(ended.out, std::string(command) + " of plugin\nerror: the plug-in in " + plugin +
-                             " has no executable \"" + step + "\": there is no " + command +
-                             " without it\n");
+    EXPECT_EQ(ended.out, std::string(command) + " of plugin\n");
+    EXPECT_EQ(ended.err, "error: the plug-in in " + plugin + " has no executable \"" + step +
+                             "\": there is no " + command + " without it\n");
   }
   EXPECT_EQ(entriesOf(at("store")), Names{});
 }
@@ -236,8 +236,8 @@ TEST_F(Job, GoesOnAfterAnEstimateThatDoesNotFit) {
   script("estimate_exportion", {{"be", "an estimate of 3 GB"}});
   const Ended ended = backup();
   EXPECT_EQ(ended.status, 0);
-  EXPECT_TRUE(holds(ended.out,
-                    "\nwarning: the estimate is refused: its size of 3000000000 does not fit the "
+  EXPECT_TRUE(holds(ended.err,
+                    "warning: the estimate is refused: its size of 3000000000 does not fit the "
                     "32 bits that the protocol has for it; the backup goes on\n"));
   EXPECT_TRUE(holds(ended.out,
                     "\n  estimate  1 file, 2.8 GiB (refused: beyond the protocol's 32 bits)\n"
@@ -285,7 +285,7 @@ TEST_F(Job, EndsWithTheStepThatFailsAndLeavesNothing) {
     script(row.step, {row.line});
     const Ended ended = backup({"--timeout", "0.5", "--grace", "0.1"});
     EXPECT_EQ(ended.status, row.status) << row.error;
-    EXPECT_EQ(lastLine(ended.out).substr(0, row.error.size() + 7), "error: " + row.error);
+    EXPECT_EQ(lastLine(ended.err).substr(0, row.error.size() + 7), "error: " + row.error);
     expectNothingLeft();
     fs::remove(at("script/" + row.step));
   }
@@ -296,7 +296,7 @@ TEST_F(Job, EndsARestoreWithTheStepThatFails) {
   script("can_import", {{"fail", "versions", "unknown"}});
   const Ended ended = restore();
   EXPECT_EQ(ended.status, 1);
-  EXPECT_EQ(lastLine(ended.out),
+  EXPECT_EQ(lastLine(ended.err),
             "error: the step can_import ended with failure, section \"versions\", key \"unknown\"");
   EXPECT_EQ(countOf(ended.out, "step import"), 0u);  // nothing is imported then
 }
@@ -305,7 +305,7 @@ TEST_F(Job, ShowsWhatTheRuleBookSays) {
   script("export", {{"be", "an unknown type"}});
   const Ended ended = backup();
   EXPECT_EQ(ended.status, 3);
-  EXPECT_TRUE(holds(ended.out, "\nwarning: rule book: invalid packet type 99\n"));
+  EXPECT_TRUE(holds(ended.err, "warning: rule book: invalid packet type 99\n"));
 }
 
 TEST_F(Job, IsInterruptedAndLeavesNothing) {
@@ -317,7 +317,7 @@ TEST_F(Job, IsInterruptedAndLeavesNothing) {
     const Ended ended = command.finish();
     EXPECT_EQ(ended.status, 130);
     EXPECT_TRUE(holds(ended.out, "\n[stdout] canceled\n"));
-    EXPECT_TRUE(holds(lastLine(ended.out), "error: the step export ended with interrupted"));
+    EXPECT_TRUE(holds(lastLine(ended.err), "error: interrupted in the step export"));
     expectNothingLeft();
   }
 }
@@ -331,7 +331,7 @@ TEST_F(Job, IsInterruptedWhileItReadsWhatWasMoved) {
   command.signal(SIGINT);
   const Ended ended = command.finish();
   EXPECT_EQ(ended.status, 130);
-  EXPECT_EQ(lastLine(ended.out), "error: interrupted");
+  EXPECT_EQ(lastLine(ended.err), "error: interrupted");
   expectNothingLeft();
 }
 
@@ -377,8 +377,8 @@ TEST_F(Job, LetsNothingOutOfTheBackup) {
          {{"upload", "file", file, "/../../../outside"}, {"upload", "file", file, "/folder/.."}});
   const Ended ended = backup();
   EXPECT_EQ(ended.status, 0);
-  EXPECT_TRUE(holds(ended.out,
-                    "\nwarning: UPLOAD_REQUEST was denied: \"/folder/..\" does not end in a "
+  EXPECT_TRUE(holds(ended.err,
+                    "warning: UPLOAD_REQUEST was denied: \"/folder/..\" does not end in a "
                     "name\n"));
   EXPECT_EQ(entriesOf(latest() / "data"), Names{"outside"});
   EXPECT_EQ(entriesOf(at("store")), Names{"unruly"});
@@ -397,7 +397,7 @@ TEST_F(Job, IsNotWrittenToWhileItIsRestored) {
   EXPECT_EQ(countOf(ended.out, "[stdout] move: refused\n"), 1u);
   EXPECT_EQ(countOf(ended.out, "[stdout] create: refused\n"), 1u);
   for (const char *request : {"UPLOAD_REQUEST", "PACKET_CREATE_DIR_REQUEST"}) {
-    EXPECT_EQ(countOf(ended.out, std::string("\nwarning: ") + request +
+    EXPECT_EQ(countOf(ended.err, std::string("warning: ") + request +
                                      " was denied: what is restored from is not written to\n"),
               1u);
   }
@@ -416,11 +416,11 @@ TEST_F(Job, DeniesAListingWithAFileBeyondTheProtocolByName) {
   const Ended ended = backup();
   EXPECT_EQ(ended.status, 1);
   EXPECT_EQ(countOf(ended.out, "[stdout] list: refused\n"), 2u);
-  EXPECT_EQ(countOf(ended.out,
-                    "\nwarning: LIST_DIR_REQUEST was denied: \"/folder/big\" has a size or time "
+  EXPECT_EQ(countOf(ended.err,
+                    "warning: LIST_DIR_REQUEST was denied: \"/folder/big\" has a size or time "
                     "beyond 32 bits (2147483648 bytes), and a listing cannot carry it\n"),
             1u)
-      << ended.out;
+      << ended.err;
 }
 
 TEST_F(Job, ListsALinkAndDeliversIt) {
@@ -445,8 +445,8 @@ TEST_F(Job, DeliversNothingOfADamagedFile) {
   script("import", {{"download", "file", "/file", at("local/back")}, {"fail", "files", "damaged"}});
   const Ended ended = restore();
   EXPECT_EQ(ended.status, 1);
-  EXPECT_TRUE(holds(ended.out,
-                    "\nwarning: DOWNLOAD_REQUEST was denied: \"/file\" is damaged: its "
+  EXPECT_TRUE(holds(ended.err,
+                    "warning: DOWNLOAD_REQUEST was denied: \"/file\" is damaged: its "
                     "SHA-256 is " +
                         sha256Sum(folder / "data/file") + ", and was " +
                         sha256Sum(at("local/file")) + "\n"));
@@ -480,8 +480,8 @@ TEST_F(Job, DeniesWhatIsNotWhatWasBackedUp) {
     run({"/bin/cp", "-a", at("sound"), data});
     run({"/bin/sh", "-c", "cd \"$0\" && " + std::string(row.how), data});
     const Ended ended = restore();
-    EXPECT_TRUE(holds(ended.out,
-                      std::string("\nwarning: DOWNLOAD_REQUEST was denied: ") + row.denial + "\n"))
+    EXPECT_TRUE(
+        holds(ended.err, std::string("warning: DOWNLOAD_REQUEST was denied: ") + row.denial + "\n"))
         << row.how;
     fs::remove_all(data);
     fs::remove_all(at("local/back"));
@@ -501,7 +501,7 @@ TEST_F(Job, IsNotRestoredByADamagedManifest) {
     const Ended ended = restore();
     EXPECT_EQ(ended.status, 2);
     EXPECT_EQ(countOf(ended.out, "step import"), 0u);
-    return replaced(lastLine(ended.out), "error: ", "");
+    return replaced(lastLine(ended.err), "error: ", "");
   };
   EXPECT_EQ(errorWith(replaced(manifest, "\"0644\"", "\"0645\""), checksums), mismatch);
   EXPECT_EQ(errorWith(manifest.substr(0, manifest.rfind("]}")), checksums), mismatch);
@@ -521,7 +521,7 @@ TEST_F(Job, OfANewerHostIsNotRestored) {
   damage(folder / "manifest.json", "\"version\":1", "\"version\":2");
   const Ended ended = restore();
   EXPECT_EQ(ended.status, 2);
-  EXPECT_EQ(lastLine(ended.out), "error: \"" + (folder / "manifest.json").string() +
+  EXPECT_EQ(lastLine(ended.err), "error: \"" + (folder / "manifest.json").string() +
                                      "\" is of version 2, this arvl-host reads up to version 1: "
                                      "use the newer one");
 }
@@ -535,7 +535,7 @@ TEST_F(Job, OfOneApplicationRunsAloneAndNamesTheHolder) {
   ASSERT_TRUE(first.waitFor("[stdout] waiting\n"));
   const Ended second = backup();
   EXPECT_EQ(second.status, 2);
-  EXPECT_TRUE(holds(second.out, "backup of unruly\nerror: the backups in \"" + at("store/unruly") +
+  EXPECT_TRUE(holds(second.err, "error: the backups in \"" + at("store/unruly") +
                                     "\" are in use by process " + std::to_string(first.pid()) +
                                     " on "));
   script("export", {});
@@ -558,7 +558,7 @@ TEST_F(Job, RemovesWhatAKilledOneLeft) {
   ASSERT_EQ(backups().size(), 1u);
   const std::string left = *backups().begin();
   EXPECT_TRUE(holds(left, ".partial"));
-  EXPECT_EQ(lastLine(restore().out),
+  EXPECT_EQ(lastLine(restore().err),
             "error: the store \"" + at("store") + "\" has no finished backup of unruly");
   script("export", {});
   const Ended next = backup();
@@ -579,8 +579,8 @@ TEST_F(Job, DeniesAFileThatDoesNotFitAndLeavesNothing) {
   script("export", {{"upload", "file", large, "/large"}, {"fail", "files", "refused"}});
   const Ended ended = backup();
   EXPECT_EQ(ended.status, 1);
-  EXPECT_TRUE(holds(ended.out,
-                    "\nwarning: UPLOAD_REQUEST was denied: cannot write \"/large\": No space left "
+  EXPECT_TRUE(holds(ended.err,
+                    "warning: UPLOAD_REQUEST was denied: cannot write \"/large\": No space left "
                     "on device\n"));
   EXPECT_EQ(backups(), Names{older.filename()});
   EXPECT_EQ(onStore("verify").status, 0);
@@ -597,7 +597,7 @@ TEST_F(Job, LeavesNothingWhenTheManifestDoesNotFit) {
   script("export", {{"upload", "file", file, "/f"}});
   const Ended ended = backup();
   EXPECT_EQ(ended.status, 2);
-  EXPECT_TRUE(holds(lastLine(ended.out), "/manifest.json\": No space left on device"));
+  EXPECT_TRUE(holds(lastLine(ended.err), "/manifest.json\": No space left on device"));
   expectNothingLeft();
 }
 
@@ -608,7 +608,7 @@ TEST_F(Job, LeavesNothingWhenItCannotBegin) {
   }
   const Ended ended = backup();  // its folder fits, and the one within does not
   EXPECT_EQ(ended.status, 2);
-  EXPECT_TRUE(holds(lastLine(ended.out), "/data\": No space left on device"));
+  EXPECT_TRUE(holds(lastLine(ended.err), "/data\": No space left on device"));
   expectNothingLeft();
 }
 

@@ -131,7 +131,7 @@ TEST_F(Output, IsNothingWhereAllIsWellAndQuiet) {
   script("export", {{"fail", "a section", "a key"}});
   const Ended failed = backup({"--quiet"});
   EXPECT_TRUE(holds(failed.out, "step export: failure ("));
-  EXPECT_TRUE(holds(failed.out, "\nerror: the step export ended with failure"));
+  EXPECT_TRUE(holds(failed.err, "error: the step export ended with failure"));
   EXPECT_EQ(countOf(failed.out, "success"), 0u) << failed.out;
 }
 
