@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <stdio.h>
 
+#include <algorithm>
 #include <cerrno>
 
 #include "folder_reader.h"
@@ -17,6 +18,8 @@ namespace {
 }
 
 constexpr std::size_t kChunk = 0x40000;  // bytes that are copied at once
+
+constexpr std::int64_t kStatBlock = 512;  // bytes of a block that stat counts
 
 bool isSame(const struct stat &a, const struct stat &b) {
   return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
@@ -151,7 +154,7 @@ void Copier::copyFile(int path, const std::string &shown, const struct stat &sta
                       const Place &to) {
   const UniqueFd file = reopen(path, 0, shown);
   TemporaryFile temporary(to);
-  const std::string sha256 = copyBytes(file.get(), shown, temporary);
+  const std::string sha256 = copyBytes(file.get(), shown, status, temporary);
   copyMetadata(status, temporary.fd(), to.shown);
   if (options_.watcher != nullptr) {
     options_.watcher->onFile(shown, sha256);
@@ -232,29 +235,63 @@ void Copier::copyEntry(const Place &source, const Place &target) {
   copy(entry.get(), source.shown, target);
 }
 
-std::string Copier::copyBytes(int from, const std::string &shown, TemporaryFile &to) {
+std::string Copier::copyBytes(int from, const std::string &shown, const struct stat &status,
+                              TemporaryFile &to) {
+  const bool hasHoles = status.st_blocks * kStatBlock < status.st_size;
   buffer_.resize(kChunk);
-  std::optional<Sha256> digest;
+  digest_.reset();
   if (options_.watcher != nullptr) {
-    digest.emplace();
+    digest_.emplace();
   }
   for (;;) {
     checkCanceled();
-    const ssize_t size = read(from, buffer_.data(), buffer_.size());
+    const std::size_t wanted =
+        hasHoles ? copyHole(from, shown, status.st_size, to) : buffer_.size();
+    const ssize_t size = read(from, buffer_.data(), wanted);
     if (size == 0) {
-      return digest ? digest->finish() : "";
+      return digest_ ? digest_->finish() : "";
     }
     if (size < 0 && errno != EINTR) {
       fail("cannot read " + quoted(shown));
     }
     if (size > 0) {
-      const auto count = static_cast<std::size_t>(size);
-      to.write(buffer_.data(), count);
-      if (digest) {
-        digest->add(buffer_.data(), count);
-        options_.watcher->onBytes(count);
-      }
+      to.write(buffer_.data(), static_cast<std::size_t>(size));
+      count(buffer_.data(), static_cast<std::size_t>(size));
     }
+  }
+}
+
+// Up to the next data, or to the end as it was when the copy began. How much is to be read there at most, not
+// to fill the next hole.
+std::size_t Copier::copyHole(int from, const std::string &shown, std::int64_t end,
+                             TemporaryFile &to) {
+  static const std::vector<char> zeros(kChunk);
+  const off_t begin = lseek(from, 0, SEEK_CUR);
+  off_t data = lseek(from, begin, SEEK_DATA);
+  if (data < 0 && errno == ENXIO) {  // none left
+    data = std::max<off_t>(begin, end);
+  }
+  if (begin < 0 || data < 0) {
+    fail("cannot read " + quoted(shown));
+  }
+  to.skip(data - begin);
+  for (off_t left = data - begin; left > 0;) {
+    checkCanceled();
+    const off_t size = std::min<off_t>(left, static_cast<off_t>(zeros.size()));
+    count(zeros.data(), static_cast<std::size_t>(size));
+    left -= size;
+  }
+  const off_t next = lseek(from, data, SEEK_HOLE);
+  if (lseek(from, data, SEEK_SET) < 0) {
+    fail("cannot read " + quoted(shown));
+  }
+  return next > data ? std::min(static_cast<std::size_t>(next - data), kChunk) : kChunk;
+}
+
+void Copier::count(const char *data, std::size_t size) {
+  if (digest_) {
+    digest_->add(data, size);
+    options_.watcher->onBytes(size);
   }
 }
 

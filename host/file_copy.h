@@ -49,7 +49,7 @@ struct CopyOptions {
   Durability durability = Durability::kEachFile;
 };
 
-// Makes one copy or one move: of a file, by way of a temporary name and with its mode and times; of a
+// Makes one copy or one move: of a file, by way of a temporary name, with its mode, times and holes; of a
 // link, as itself; of a whole tree, merged into one that is there, whose folders keep their own mode and
 // times. Anything else is refused unopened, and so is a tree that would be copied into itself. What a
 // killed host left under a temporary name is overwritten by the next copy to the same place. Throws
@@ -73,7 +73,10 @@ class Copier {
   void copyFolder(int from, const std::string &shown, int to, const std::string &shownTo);
   void copyEntry(const Place &source, const Place &target);
   // The checksum of what has been copied; empty without a watcher.
-  std::string copyBytes(int from, const std::string &shown, TemporaryFile &to);
+  std::string copyBytes(int from, const std::string &shown, const struct stat &status,
+                        TemporaryFile &to);
+  std::size_t copyHole(int from, const std::string &shown, std::int64_t end, TemporaryFile &to);
+  void count(const char *data, std::size_t size);
   void checkCanceled() const;
 
   const std::atomic<bool> &canceled_;
@@ -81,6 +84,7 @@ class Copier {
   bool isMoving_ = false;
   std::optional<struct stat> root_;  // the folder that a tree is copied to
   std::vector<char> buffer_;
+  std::optional<Sha256> digest_;  // of the file that is copied; none without a watcher
 };
 
 }  // namespace arvl_host

@@ -1,19 +1,23 @@
 #include "interruption.h"
 
+#include <atomic>
+
 namespace arvl_host {
 
 namespace {
 
-volatile sig_atomic_t cameSignal = 0;
+// Set on whichever thread the signal finds.
+std::atomic<bool> cameSignal{false};
+static_assert(std::atomic<bool>::is_always_lock_free, "to be set by a signal handler");
 
 extern "C" void noteSignal(int) {
-  cameSignal = 1;
+  cameSignal = true;
 }
 
 }  // namespace
 
 Interruption::Interruption() {
-  cameSignal = 0;
+  cameSignal = false;
   struct sigaction action = {};
   action.sa_handler = noteSignal;
   action.sa_flags = SA_RESTART;
@@ -27,14 +31,13 @@ Interruption::~Interruption() {
 }
 
 void Interruption::check() const {
-  if (cameSignal != 0) {
+  if (cameSignal) {
     throw Interrupted();
   }
 }
 
 void Interruption::forward() const {
-  if (cameSignal != 0) {
-    cameSignal = 0;
+  if (cameSignal.exchange(false)) {
     raise(SIGINT);
   }
 }

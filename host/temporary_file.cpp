@@ -82,6 +82,16 @@ void TemporaryFile::write(const char *data, std::size_t size) {
   }
 }
 
+void TemporaryFile::skip(off_t size) {
+  if (size == 0) {
+    return;
+  }
+  const off_t end = lseek(file_.get(), size, SEEK_CUR);
+  if (end < 0 || ftruncate(file_.get(), end) != 0) {
+    failWith(errno, "cannot write " + quoted(to_.shown));
+  }
+}
+
 void TemporaryFile::commit(Durability durability) {
   if ((durability == Durability::kEachFile && fsync(file_.get()) != 0) ||
       renameat(to_.folder, name_.c_str(), to_.folder, to_.name.c_str()) != 0) {

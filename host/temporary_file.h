@@ -2,6 +2,8 @@
 #ifndef ARVL_HOST_TEMPORARY_FILE_H_
 #define ARVL_HOST_TEMPORARY_FILE_H_
 
+#include <sys/types.h>
+
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -38,6 +40,8 @@ class TemporaryFile {
 
   int fd() const { return file_.get(); }
   void write(const char *data, std::size_t size);
+  // Leaves a hole of so many bytes, even at the end.
+  void skip(off_t size);
 
   // Replaces what has the name.
   void commit(Durability durability);

@@ -48,6 +48,42 @@ std::map<std::string, StoreEntry> remaining(StoreListing &listing) {
   return entries;
 }
 
+// Notes what it hears, a line each, and refuses what it is told to.
+class Witness : public TransferWatcher {
+ public:
+  void onEntry(const std::string &path, FileType type, std::int64_t size) override {
+    note(std::string("entry ") + fileTypeText(type) + " " + path +
+         (type == FileType::kFile ? " " + std::to_string(size) : ""));
+  }
+  void onFolderEnd(const std::string &path, std::uint64_t entries) override {
+    note("end " + path + " " + std::to_string(entries));
+  }
+  void onBytes(std::uint64_t count) override { note("bytes " + std::to_string(count)); }
+  void onFile(const std::string &path, const std::string &sha256) override {
+    note("file " + path + " " + sha256.substr(0, 8));
+  }
+  void onLink(const std::string &path, const std::string &target) override {
+    note("link " + path + " " + target);
+  }
+  void onStored(const struct stat &status, const std::string &sha256) override {
+    note("stored " + std::to_string(status.st_size) + " " + sha256.substr(0, 8));
+  }
+  void onMoved(const struct stat &status) override {
+    note("moved " + std::to_string(status.st_size));
+  }
+
+  std::vector<std::string> lines;
+  std::string refused;
+
+ private:
+  void note(const std::string &line) {
+    if (line == refused) {
+      throw StoreError("refused");
+    }
+    lines.push_back(line);
+  }
+};
+
 class StoreFolder : public testing::Test {
  protected:
   StoreFolder() {
@@ -111,6 +147,32 @@ TEST_F(StoreFolder, TakesAFileWithItsModeAndTime) {
   store_->upload(at("local/f"), FileType::kFile, false, "/g");
   EXPECT_EQ(read("store/g"), "other");
   EXPECT_EQ(namesIn("store"), Names{"g"});
+}
+
+TEST_F(StoreFolder, TakesAFileWithItsHoles) {
+  // Data at the begin, alone between two holes, before a last one.
+  constexpr off_t kHole = 8 << 20;
+  const UniqueFd file(open(at("local/f").c_str(), O_RDWR | O_CREAT, 0600));
+  ASSERT_EQ(pwrite(file.get(), "begin", 5, 0), 5);
+  ASSERT_EQ(pwrite(file.get(), "middle", 6, kHole), 6);
+  ASSERT_EQ(ftruncate(file.get(), 2 * kHole + 3), 0);
+  Witness witness;
+  Store watched(at("store"), {{&witness, Durability::kEachFile}, false});
+  watched.upload(at("local/f"), FileType::kFile, false, "/f");
+  EXPECT_EQ(read("store/f"), read("local/f"));
+  struct stat status;
+  ASSERT_EQ(stat(at("store/f").c_str(), &status), 0);
+  struct stat source;
+  ASSERT_EQ(fstat(file.get(), &source), 0);
+  EXPECT_LE(status.st_blocks, source.st_blocks);
+  std::string text = read("local/f");
+  EXPECT_EQ(witness.lines.back(),
+            "stored " + std::to_string(text.size()) + " " + sha256Of(text).substr(0, 8));
+
+  ASSERT_EQ(ftruncate(file.get(), 0), 0);
+  ASSERT_EQ(ftruncate(file.get(), kHole), 0);  // nothing but a hole
+  watched.upload(at("local/f"), FileType::kFile, false, "/g");
+  EXPECT_EQ(read("store/g"), std::string(kHole, '\0'));
 }
 
 TEST_F(StoreFolder, MovesATemporarySource) {
@@ -267,42 +329,6 @@ TEST_F(StoreFolder, ListsWhatAListingCanCarry) {
   listing.rewind();
   EXPECT_EQ(remaining(listing).size(), 3u);
 }
-
-// Notes what it hears, a line each, and refuses what it is told to.
-class Witness : public TransferWatcher {
- public:
-  void onEntry(const std::string &path, FileType type, std::int64_t size) override {
-    note(std::string("entry ") + fileTypeText(type) + " " + path +
-         (type == FileType::kFile ? " " + std::to_string(size) : ""));
-  }
-  void onFolderEnd(const std::string &path, std::uint64_t entries) override {
-    note("end " + path + " " + std::to_string(entries));
-  }
-  void onBytes(std::uint64_t count) override { note("bytes " + std::to_string(count)); }
-  void onFile(const std::string &path, const std::string &sha256) override {
-    note("file " + path + " " + sha256.substr(0, 8));
-  }
-  void onLink(const std::string &path, const std::string &target) override {
-    note("link " + path + " " + target);
-  }
-  void onStored(const struct stat &status, const std::string &sha256) override {
-    note("stored " + std::to_string(status.st_size) + " " + sha256.substr(0, 8));
-  }
-  void onMoved(const struct stat &status) override {
-    note("moved " + std::to_string(status.st_size));
-  }
-
-  std::vector<std::string> lines;
-  std::string refused;
-
- private:
-  void note(const std::string &line) {
-    if (line == refused) {
-      throw StoreError("refused");
-    }
-    lines.push_back(line);
-  }
-};
 
 using Lines = std::vector<std::string>;
 
