@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <stdio.h>
 #include <sys/file.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -23,10 +22,12 @@ std::string temporaryName(const std::string &name) {
 }
 
 TemporaryFile::TemporaryFile(const Place &to) : to_(to), name_(temporaryName(to.name)) {
+  struct stat status;
   do {
     open();
-  } while (!isOurs());
-  if (ftruncate(file_.get(), 0) != 0) {
+  } while (!isOurs(status));
+  // Only a leftover: what has been truncated, the file system writes out when it is closed.
+  if (status.st_size > 0 && ftruncate(file_.get(), 0) != 0) {
     giveUp();
   }
 }
@@ -61,8 +62,7 @@ void TemporaryFile::open() {
 }
 
 // Who had it before may have committed it or taken it away before the lock came to us.
-bool TemporaryFile::isOurs() const {
-  struct stat opened;
+bool TemporaryFile::isOurs(struct stat &opened) const {
   struct stat named;
   return fstat(file_.get(), &opened) == 0 &&
          fstatat(to_.folder, name_.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&

@@ -2,7 +2,7 @@
 #ifndef ARVL_HOST_TEMPORARY_FILE_H_
 #define ARVL_HOST_TEMPORARY_FILE_H_
 
-#include <sys/types.h>
+#include <sys/stat.h>
 
 #include <cstddef>
 #include <string>
@@ -49,7 +49,7 @@ class TemporaryFile {
  private:
   [[noreturn]] void giveUp();
   void open();
-  bool isOurs() const;
+  bool isOurs(struct stat &opened) const;
 
   const Place &to_;
   const std::string name_;
