@@ -15,6 +15,12 @@ namespace {
 
 constexpr std::size_t kChunk = 0x40000;  // bytes that are read at once
 
+// Looked up once: the library would do so at each beginning, which takes longer than a short text.
+const EVP_MD *algorithm() {
+  static EVP_MD *const found = EVP_MD_fetch(nullptr, "SHA256", nullptr);
+  return found;
+}
+
 }  // namespace
 
 Sha256::Sha256() : context_(EVP_MD_CTX_new()) {
@@ -22,7 +28,8 @@ Sha256::Sha256() : context_(EVP_MD_CTX_new()) {
 }
 
 void Sha256::begin() {
-  if (context_ == nullptr || EVP_DigestInit_ex(context_.get(), EVP_sha256(), nullptr) != 1) {
+  if (context_ == nullptr || algorithm() == nullptr ||
+      EVP_DigestInit_ex(context_.get(), algorithm(), nullptr) != 1) {
     throw std::runtime_error("cannot compute SHA-256 checksums");
   }
 }
