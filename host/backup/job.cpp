@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <chrono>
 #include <filesystem>
+#include <future>
 #include <stdexcept>
 
 #include "backup/catalog.h"
@@ -180,8 +181,10 @@ void BackupJob::perform() {
   manifest.started = dateNow();
   prepare(manifest);
   exportTo(backup.partialFolder() / kDataName, manifest);
+  // The disk writes what came while it is recorded.
+  std::future<void> synced = std::async(std::launch::async, [&backup] { backup.sync(); });
   recordFiles(backup.partialFolder() / kDataName, manifest);
-  backup.sync();
+  synced.get();
   manifest.finished = dateNow();
   writeManifest(backup.partialFolder(), manifest, index_);
   interruption_.check();
