@@ -55,6 +55,8 @@ class TemporaryFile {
   const std::string name_;
   UniqueFd file_;
   bool isCommitted_ = false;
+  off_t size_ = 0;
+  off_t begun_ = 0;  // what the disk has been told to write
 };
 
 // Text for such a file, gathered into larger writes.

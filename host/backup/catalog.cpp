@@ -235,6 +235,7 @@ NewBackup::NewBackup(const Catalog &catalog, const std::string &application)
     : NewBackup(Claim(), catalog, application) {
   makeFolder(partialFolder());
   makeFolder(partialFolder() / kDataName);
+  folderToSync_ = openFolder(partialFolder());
 }
 
 NewBackup::~NewBackup() {
@@ -249,7 +250,7 @@ fs::path NewBackup::partialFolder() const {
 }
 
 void NewBackup::sync() const {
-  if (syncfs(openFolder(partialFolder()).get()) != 0) {
+  if (syncfs(folderToSync_.get()) != 0) {
     failWith(errno, "cannot sync " + quoted(partialFolder()));
   }
 }

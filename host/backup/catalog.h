@@ -83,6 +83,7 @@ class NewBackup {
   const ApplicationLock lock_;
   std::vector<std::string> removed_;
   std::string id_;
+  UniqueFd folderToSync_;  // open from the beginning: it hears of errors since then
   bool isFinished_ = false;
 };
 
