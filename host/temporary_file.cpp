@@ -95,8 +95,8 @@ void TemporaryFile::skip(off_t size) {
   if (size == 0) {
     return;
   }
-  const off_t end = lseek(file_.get(), size, SEEK_CUR);
-  if (end < 0 || ftruncate(file_.get(), end) != 0) {
+  size_ += size;
+  if (lseek(file_.get(), size, SEEK_CUR) < 0 || ftruncate(file_.get(), size_) != 0) {
     failWith(errno, "cannot write " + quoted(to_.shown));
   }
 }
