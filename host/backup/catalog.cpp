@@ -100,13 +100,33 @@ std::string listOf(const std::vector<std::string> &names) {
   return text;
 }
 
+// A folder that is for reading only would not let go of what it holds.
+void makeFoldersWritable(const fs::path &folder) {
+  std::error_code error;
+  fs::permissions(folder, fs::perms::owner_all, fs::perm_options::add, error);
+  for (fs::recursive_directory_iterator entry(folder, error), end; !error && entry != end;
+       entry.increment(error)) {
+    if (fs::is_directory(entry->symlink_status(error))) {
+      fs::permissions(entry->path(), fs::perms::owner_all, fs::perm_options::add, error);
+    }
+  }
+}
+
+std::error_code removeTree(const fs::path &path) {
+  std::error_code error;
+  fs::remove_all(path, error);
+  if (error == std::errc::permission_denied) {
+    makeFoldersWritable(path);
+    fs::remove_all(path, error);
+  }
+  return error;
+}
+
 std::vector<std::string> removePartials(const Catalog &catalog, const std::string &application) {
   const std::vector<std::string> names = catalog.unfinished(application);
   for (const std::string &name : names) {
     const fs::path path = catalog.folderOf(application) / name;
-    std::error_code error;
-    fs::remove_all(path, error);
-    if (error) {
+    if (const std::error_code error = removeTree(path)) {
       failWith(error.value(), "cannot remove " + quoted(path));
     }
   }
@@ -240,8 +260,7 @@ NewBackup::NewBackup(const Catalog &catalog, const std::string &application)
 
 NewBackup::~NewBackup() {
   if (!isFinished_) {
-    std::error_code error;  // what cannot be removed now, the next backup tries to
-    fs::remove_all(partialFolder(), error);
+    removeTree(partialFolder());  // what cannot be removed now, the next backup tries to
   }
 }
 

@@ -162,6 +162,23 @@ TEST_F(CatalogOf, LeavesNothingOfABackupThatIsNotFinished) {
   EXPECT_EQ(catalog_.backups("app"), Names{});
 }
 
+// The superuser removes anything: it is laid down meanwhile.
+TEST_F(CatalogOf, RemovesFoldersThatAreForReadingOnly) {
+  fs::permissions(dir_.path(), fs::perms::all);
+  const bool isSuperuser = geteuid() == 0;
+  ASSERT_TRUE(!isSuperuser || seteuid(65534) == 0);
+  {
+    const NewBackup backup(catalog_, "notes");
+    const fs::path folder = backup.partialFolder() / "data/read-only/locked";
+    fs::create_directories(folder);
+    std::ofstream(folder / "file") << "text";
+    fs::permissions(folder, fs::perms::none);
+    fs::permissions(folder.parent_path(), fs::perms::owner_read | fs::perms::owner_exec);
+  }
+  EXPECT_EQ(catalog_.unfinished("notes"), Names{});
+  ASSERT_TRUE(!isSuperuser || seteuid(0) == 0);
+}
+
 TEST_F(CatalogOf, RemovesWhatDidNotFinishBeforeTheNext) {
   make({"app/20261121T092532.123Z.partial/data/folder", "app/20261121T092532.124Z.partial"});
   const NewBackup backup(catalog_, "app");
