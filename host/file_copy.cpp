@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <filesystem>
 
 #include "folder_reader.h"
 #include "temporary_file.h"
@@ -21,15 +22,15 @@ constexpr std::size_t kChunk = 0x40000;  // bytes that are copied at once
 
 constexpr std::int64_t kStatBlock = 512;  // bytes of a block that stat counts
 
-bool isSame(const struct stat &a, const struct stat &b) {
-  return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+// Half a tree is not left behind.
+void removeTree(const Place &place) {
+  std::error_code error;
+  std::filesystem::remove_all(
+      std::filesystem::path("/proc/self/fd") / std::to_string(place.folder) / place.name, error);
 }
 
-void copyMetadata(const struct stat &status, int to, const std::string &shown) {
-  const timespec times[2] = {status.st_atim, status.st_mtim};
-  if (fchmod(to, status.st_mode & 07777) != 0 || futimens(to, times) != 0) {
-    fail("cannot write " + quoted(shown));
-  }
+bool isSame(const struct stat &a, const struct stat &b) {
+  return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
 }
 
 struct stat examine(int fd, const std::string &shown) {
@@ -38,6 +39,24 @@ struct stat examine(int fd, const std::string &shown) {
     fail("cannot examine " + quoted(shown));
   }
   return status;
+}
+
+// Owners are not kept, and a program must not run as another one than it did.
+mode_t deliveredMode(const struct stat &status, int to, const std::string &shown) {
+  constexpr mode_t kRunAs = S_ISUID | S_ISGID;
+  const mode_t mode = status.st_mode & 07777;
+  if ((mode & kRunAs) == 0) {
+    return mode;
+  }
+  const struct stat own = examine(to, shown);
+  return own.st_uid == status.st_uid && own.st_gid == status.st_gid ? mode : mode & ~kRunAs;
+}
+
+void copyMetadata(const struct stat &status, int to, const std::string &shown) {
+  const timespec times[2] = {status.st_atim, status.st_mtim};
+  if (fchmod(to, deliveredMode(status, to, shown)) != 0 || futimens(to, times) != 0) {
+    fail("cannot write " + quoted(shown));
+  }
 }
 
 std::string readLink(int link, const std::string &shown) {
@@ -113,7 +132,10 @@ std::optional<FileType> fileTypeOf(mode_t mode) {
 
 void Copier::copy(int path, const std::string &shown, const Place &to) {
   checkCanceled();
-  const struct stat status = examine(path, shown);
+  struct stat status = examine(path, shown);
+  if (options_.watcher != nullptr && fileTypeOf(status.st_mode)) {
+    options_.watcher->onEntry(shown, status);
+  }
   switch (status.st_mode & S_IFMT) {
     case S_IFREG:
       copyFile(path, shown, status, to);
@@ -130,17 +152,30 @@ void Copier::copy(int path, const std::string &shown, const Place &to) {
   }
 }
 
+// False where that is left to a copy: for another file system, a folder to merge into, and a file that has
+// other names, by which it could still be written.
+bool Copier::moveByName(const Place &from, const Place &to) {
+  struct stat status;
+  if (fstatat(from.folder, from.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+      S_ISREG(status.st_mode) && status.st_nlink > 1) {
+    return false;
+  }
+  if (renameat(from.folder, from.name.c_str(), to.folder, to.name.c_str()) == 0) {
+    return true;
+  }
+  if (errno != EXDEV && errno != ENOTEMPTY && errno != EEXIST) {
+    fail("cannot move " + quoted(from.shown) + " to " + quoted(to.shown));
+  }
+  return false;
+}
+
 void Copier::move(const Place &from, const Place &to) {
   checkCanceled();
-  if (renameat(from.folder, from.name.c_str(), to.folder, to.name.c_str()) == 0) {
+  if (moveByName(from, to)) {
     if (options_.watcher != nullptr) {
       options_.watcher->onMoved(examine(openEntry(to).get(), to.shown));
     }
     return;
-  }
-  // Another file system, or a folder to merge into: those are left to the copy.
-  if (errno != EXDEV && errno != ENOTEMPTY && errno != EEXIST) {
-    fail("cannot move " + quoted(from.shown) + " to " + quoted(to.shown));
   }
   isMoving_ = true;
   copy(openEntry(from).get(), from.shown, to);
@@ -198,13 +233,21 @@ void Copier::copyTree(int path, const std::string &shown, const struct stat &sta
   if (!target) {
     fail("cannot write into " + quoted(to.shown));
   }
-  if (!root_) {
+  const bool isTop = !root_;
+  if (isTop) {
     root_ = examine(target.get(), to.shown);
     if (isSame(status, *root_)) {
       throw StoreError("cannot copy the folder " + quoted(shown) + " onto itself");
     }
   }
-  copyFolder(source.get(), shown, target.get(), to.shown);
+  try {
+    copyFolder(source.get(), shown, target.get(), to.shown);
+  } catch (const StoreError &) {
+    if (isTop && isMade && !isMoving_ && !canceled_) {
+      removeTree(to);
+    }
+    throw;
+  }
   if (isMade) {
     copyMetadata(status, target.get(), to.shown);
   }
@@ -214,25 +257,17 @@ void Copier::copyFolder(int from, const std::string &shown, int to, const std::s
   FolderReader reader(from, shown);
   std::uint64_t entries = 0;
   for (; const char *name = reader.next(); ++entries) {
-    copyEntry({from, name, below(shown, name)}, {to, name, below(shownTo, name)});
+    const Place source = {from, name, below(shown, name)};
+    const Place target = {to, name, below(shownTo, name)};
+    if (isMoving_) {
+      move(source, target);
+    } else {
+      copy(openEntry(source).get(), source.shown, target);
+    }
   }
   if (options_.watcher != nullptr) {
     options_.watcher->onFolderEnd(shown, entries);
   }
-}
-
-void Copier::copyEntry(const Place &source, const Place &target) {
-  if (isMoving_) {
-    move(source, target);
-    return;
-  }
-  const UniqueFd entry = openEntry(source);
-  const struct stat status = examine(entry.get(), source.shown);
-  const std::optional<FileType> type = fileTypeOf(status.st_mode);
-  if (options_.watcher != nullptr && type) {
-    options_.watcher->onEntry(source.shown, *type, status.st_size);
-  }
-  copy(entry.get(), source.shown, target);
 }
 
 std::string Copier::copyBytes(int from, const std::string &shown, const struct stat &status,

@@ -30,8 +30,9 @@ std::optional<FileType> fileTypeOf(mode_t mode);
 class TransferWatcher {
  public:
   virtual ~TransferWatcher() = default;
-  // A folder is read, for a copy or a listing: each of its entries, and then how many they were.
-  virtual void onEntry(const std::string & /*path*/, FileType, std::int64_t /*size*/) {}
+  // An entry is copied or listed. What this changes of its mode and times is what is delivered.
+  virtual void onEntry(const std::string & /*path*/, struct stat &) {}
+  // A folder has been read to its end, each entry as above: how many they were.
   virtual void onFolderEnd(const std::string & /*path*/, std::uint64_t /*entries*/) {}
   // So many more bytes have been copied.
   virtual void onBytes(std::uint64_t /*count*/) {}
@@ -67,11 +68,11 @@ class Copier {
   void move(const Place &from, const Place &to);
 
  private:
+  bool moveByName(const Place &from, const Place &to);
   void copyFile(int path, const std::string &shown, const struct stat &status, const Place &to);
   void copyLink(int link, const std::string &shown, const Place &to);
   void copyTree(int path, const std::string &shown, const struct stat &status, const Place &to);
   void copyFolder(int from, const std::string &shown, int to, const std::string &shownTo);
-  void copyEntry(const Place &source, const Place &target);
   // The checksum of what has been copied; empty without a watcher.
   std::string copyBytes(int from, const std::string &shown, const struct stat &status,
                         TemporaryFile &to);

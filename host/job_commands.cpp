@@ -42,8 +42,10 @@ std::string applicationOf(const CommandOptions &options) {
   if (!options.name.empty()) {
     return options.name;
   }
-  const std::filesystem::path folder = std::filesystem::canonical(options.plugin.pluginDir);
-  const std::string name = folder.filename();
+  // As it was given: a link may stand for the version that is in use.
+  const std::filesystem::path folder =
+      (std::filesystem::absolute(options.plugin.pluginDir) / "").lexically_normal();
+  const std::string name = folder.parent_path().filename();
   if (!checkApplicationName(name).empty()) {
     throw CLI::ValidationError("--name",
                                "the plug-in's folder does not tell the application's "
@@ -127,6 +129,7 @@ std::function<int()> addBackupCommand(CLI::App &app) {
       ->check(existingFile())
       ->type_name("FILE");
   addOutputOptions(*command, options->output);
+  addVerboseOption(*command, options->output);
   return [options] { return backup(*options); };
 }
 
@@ -139,6 +142,7 @@ std::function<int()> addRestoreCommand(CLI::App &app) {
   command->add_option("--backup", options->backup, "The backup's name (default: the latest)")
       ->type_name("ID");
   addOutputOptions(*command, options->output);
+  addVerboseOption(*command, options->output);
   return [options] { return restore(*options); };
 }
 

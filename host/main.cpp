@@ -5,14 +5,15 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
 #include <exception>
 #include <iostream>
 #include <string>
+#include <vector>
 
 #include "backup/report.h"
 #include "command_line.h"
 #include "output_options.h"
+#include "plugin_process.h"
 
 namespace {
 
@@ -21,11 +22,15 @@ constexpr int kUsageError = 2;
 // Whoever asked for a report in JSON reads of every failure there. Of wrong usage, too, before the command
 // line is understood.
 void reportFailure(int argc, char **argv, const std::string &error) {
-  const auto isJsonOption = [](const char *word) {
-    return std::string(word) == arvl_host::kJsonOption;
-  };
-  if (std::any_of(argv + 1, argv + argc, isJsonOption)) {
-    std::cout << arvl_host::jsonText(arvl_host::errorJson(argv[1], kUsageError, error))
+  const std::string option = arvl_host::kJsonOption;
+  bool isWanted = false;
+  std::string command;
+  for (const std::string &word : std::vector<std::string>(argv + 1, argv + argc)) {
+    isWanted = isWanted || word == option || word.rfind(option + "=", 0) == 0;
+    command = command.empty() && word[0] != '-' ? word : command;
+  }
+  if (isWanted) {
+    std::cout << arvl_host::jsonText(arvl_host::errorJson(command, kUsageError, error))
               << std::flush;
   }
 }
@@ -65,6 +70,7 @@ void openStandardStreams() {
 // NOLINTNEXTLINE(bugprone-exception-escape): one while the last error is shown ends the program
 int main(int argc, char **argv) {
   openStandardStreams();
+  arvl_host::raiseDescriptorLimit();
   signal(SIGPIPE, SIG_IGN);  // a plug-in that is gone shows in the write
   return run(argc, argv);
 }

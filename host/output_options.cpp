@@ -24,10 +24,12 @@ Verbosity verbosityOf(const OutputOptions &options) {
 void addOutputOptions(CLI::App &command, OutputOptions &options) {
   command.add_flag(kJsonOption, options.json,
                    "Print one report in JSON on standard output and nothing else there");
-  CLI::Option *quiet =
-      command.add_flag("--quiet,-q", options.quiet, "Show warnings and errors only");
+  command.add_flag("--quiet,-q", options.quiet, "Show warnings and errors only");
+}
+
+void addVerboseOption(CLI::App &command, OutputOptions &options) {
   command.add_flag("--verbose,-v", options.verbose, "Show the processes that are run, too")
-      ->excludes(quiet);
+      ->excludes("--quiet");
 }
 
 OutputDisplay::OutputDisplay(const OutputOptions &options)

@@ -22,6 +22,8 @@ constexpr const char *kJsonOption = "--json";
 
 // options has to outlive the app.
 void addOutputOptions(CLI::App &command, OutputOptions &options);
+// For a command that has more to say.
+void addVerboseOption(CLI::App &command, OutputOptions &options);
 
 // What a person reads: on standard output, or on standard error beside a JSON report; warnings and errors
 // always there.

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <linux/close_range.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -141,12 +142,18 @@ pid_t forkQuietly() {
   return pid;
 }
 
+// Of the host before it raised its own.
+rlimit pluginDescriptors = {};
+
 // In the child, between fork and exec: calls nothing that allocates. Returns only if it failed, with
 // the reason in errno.
 void becomePlugin(char **arguments, char **environment, int socket, int output, int error,
                   int logChannel) {
   setpgid(0, 0);
   resetSignals();
+  if (pluginDescriptors.rlim_max > 0) {
+    setrlimit(RLIMIT_NOFILE, &pluginDescriptors);
+  }
   const int null = open("/dev/null", O_RDONLY);
   if (null < 0 || dup2(null, STDIN_FILENO) < 0 || dup2(output, STDOUT_FILENO) < 0 ||
       dup2(error, STDERR_FILENO) < 0) {
@@ -160,6 +167,13 @@ void becomePlugin(char **arguments, char **environment, int socket, int output, 
 }
 
 }  // namespace
+
+void raiseDescriptorLimit() {
+  if (getrlimit(RLIMIT_NOFILE, &pluginDescriptors) == 0) {
+    const rlimit raised = {pluginDescriptors.rlim_max, pluginDescriptors.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &raised);
+  }
+}
 
 PluginProcess startPlugin(const std::string &executable, const std::string &frameworkVersion) {
   auto [socket, pluginSocket] = makeSocketPair(SOCK_STREAM);

@@ -18,6 +18,10 @@ struct PluginProcess {
   UniqueFd logLines;  // its syslog, see log_channel.h; a datagram each
 };
 
+// Lets the host open as many descriptors as the system allows it: each level of a folder that is copied takes
+// some. Plug-ins keep the limit that there was.
+void raiseDescriptorLimit();
+
 // Runs executable with "-f" and "-v", in a process group of its own, with the default signal
 // dispositions. It inherits the socket, stdin (empty), stdout, stderr and the log channel, and nothing
 // else. Throws std::runtime_error that says what failed.

@@ -92,7 +92,7 @@ std::optional<StoreEntry> StoreListing::next() {
     }
     ++entries_;
     if (watcher_ != nullptr) {
-      watcher_->onEntry(path_ + "/" + name, *type, status.st_size);
+      watcher_->onEntry(path_ + "/" + name, status);
     }
     return StoreEntry{name, *type, status.st_size, status.st_mtim.tv_sec};
   }
@@ -153,8 +153,15 @@ void Store::checkWritable() const {
 
 StoreListing Store::list(const std::string &path) const {
   const UniqueFd folder = openInside(path, O_PATH | O_DIRECTORY);
-  return StoreListing(FolderReader(folder.get(), path), realPath(folder.get(), path),
-                      options_.copies.watcher);
+  const std::string real = realPath(folder.get(), path);
+  if (options_.copies.watcher != nullptr && !real.empty()) {
+    struct stat status;
+    if (fstat(folder.get(), &status) != 0) {
+      failWith(errno, "cannot examine " + quoted(path));
+    }
+    options_.copies.watcher->onEntry(real, status);
+  }
+  return StoreListing(FolderReader(folder.get(), path), real, options_.copies.watcher);
 }
 
 void Store::createDir(const std::string &path) const {

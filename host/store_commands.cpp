@@ -42,6 +42,22 @@ std::vector<std::string> applications(const Catalog &catalog, const StoreCommand
   return {options.name};
 }
 
+// One that cannot be read does not keep the others from their turn. The first error; empty if there was none.
+template <typename Use>
+std::string forEachApplication(const Catalog &catalog, const StoreCommandOptions &options,
+                               JobDisplay &display, Use use) {
+  std::string first;
+  for (const std::string &application : applications(catalog, options)) {
+    try {
+      use(application);
+    } catch (const StoreError &error) {
+      display.error(error.what());
+      first = first.empty() ? error.what() : first;
+    }
+  }
+  return first;
+}
+
 // ---- list
 
 // Names padded to columns.
@@ -99,29 +115,32 @@ class Listed {
 
 int list(const StoreCommandOptions &options) {
   const Catalog catalog(options.store);
-  Json::Value report = errorJson("list", 0, "");
-  report["backups"] = Json::Value(Json::arrayValue);
-  report["unfinished"] = Json::Value(Json::arrayValue);
+  OutputDisplay display(options.output);
+  Json::Value backups(Json::arrayValue);
+  Json::Value unfinished(Json::arrayValue);
   std::vector<std::vector<std::string>> rows = {{"APPLICATION", "BACKUP", "DATA", "CONTENT"}};
-  for (const std::string &application : applications(catalog, options)) {
-    for (const std::string &id : catalog.backups(application)) {
-      const Listed listed(catalog, application, id);
-      report["backups"].append(listed.json());
-      rows.push_back(listed.row());
-    }
-    for (const std::string &name : catalog.unfinished(application)) {
-      report["unfinished"].append((catalog.folderOf(application) / name).string());
-    }
-  }
+  const std::string error =
+      forEachApplication(catalog, options, display, [&](const std::string &application) {
+        for (const std::string &id : catalog.backups(application)) {
+          const Listed listed(catalog, application, id);
+          backups.append(listed.json());
+          rows.push_back(listed.row());
+        }
+        for (const std::string &name : catalog.unfinished(application)) {
+          unfinished.append((catalog.folderOf(application) / name).string());
+        }
+      });
   std::vector<std::string> lines =
       rows.size() > 1 ? table(rows) : std::vector<std::string>{"no backups"};
-  const Json::ArrayIndex unfinished = report["unfinished"].size();
-  if (unfinished > 0) {
-    lines.push_back("and " + std::to_string(unfinished) +
+  if (!unfinished.empty()) {
+    lines.push_back("and " + std::to_string(unfinished.size()) +
                     " that did not finish, or that run now; prune removes what did not finish");
   }
+  Json::Value report = errorJson("list", error.empty() ? 0 : kHostError, error);
+  report["backups"] = backups;
+  report["unfinished"] = unfinished;
   writeReport(options.output, report, lines);
-  return 0;
+  return error.empty() ? 0 : kHostError;
 }
 
 // ---- verify
@@ -136,6 +155,7 @@ class VerifyCommand {
   int run();
 
  private:
+  void verifyApplication(const std::string &application);
   void verify(const std::string &application, const std::string &id);
   void fail(const std::string &error);
   Json::Value examine(const std::string &application, const std::string &id);
@@ -152,15 +172,10 @@ class VerifyCommand {
 int VerifyCommand::run() {
   int exitCode = 0;
   try {
-    for (const std::string &application : applications(catalog_, options_)) {
-      if (!options_.backup.empty()) {
-        verify(application, catalog_.find(application, options_.backup));
-        continue;
-      }
-      for (const std::string &id : catalog_.backups(application)) {
-        verify(application, id);
-      }
-    }
+    const std::string error = forEachApplication(
+        catalog_, options_, display_,
+        [this](const std::string &application) { verifyApplication(application); });
+    error_ = error_.empty() ? error : error_;
     exitCode = !error_.empty() ? kHostError : hasProblems_ ? kProblems : 0;
   } catch (const Interrupted &interrupted) {
     exitCode = kInterrupted;
@@ -173,6 +188,16 @@ int VerifyCommand::run() {
   json["backups"] = report_;
   writeReport(options_.output, json, {});
   return exitCode;
+}
+
+void VerifyCommand::verifyApplication(const std::string &application) {
+  if (!options_.backup.empty()) {
+    verify(application, catalog_.find(application, options_.backup));
+    return;
+  }
+  for (const std::string &id : catalog_.backups(application)) {
+    verify(application, id);
+  }
 }
 
 void VerifyCommand::fail(const std::string &error) {
@@ -225,23 +250,27 @@ int prune(const StoreCommandOptions &options) {
   Json::Value removed(Json::arrayValue);
   Json::Value busy(Json::arrayValue);
   std::vector<std::string> lines;
-  for (const std::string &application : applications(catalog, options)) {
-    try {
-      for (const std::string &name : removeUnfinished(catalog, application)) {
-        const std::string path = catalog.folderOf(application) / name;
-        removed.append(path);
-        lines.push_back("removed " + path);
-      }
-    } catch (const StoreBusy &error) {
-      busy.append(error.what());
-      display.warning(error.what());
+  const auto clear = [&](const std::string &application) {
+    for (const std::string &name : removeUnfinished(catalog, application)) {
+      const std::string path = catalog.folderOf(application) / name;
+      removed.append(path);
+      lines.push_back("removed " + path);
     }
-  }
-  Json::Value report = errorJson("prune", 0, "");
+  };
+  const std::string error =
+      forEachApplication(catalog, options, display, [&](const std::string &application) {
+        try {
+          clear(application);
+        } catch (const StoreBusy &holder) {
+          busy.append(holder.what());
+          display.warning(holder.what());
+        }
+      });
+  Json::Value report = errorJson("prune", error.empty() ? 0 : kHostError, error);
   report["removed"] = removed;
   report["busy"] = busy;
   writeReport(options.output, report, lines);
-  return 0;
+  return error.empty() ? 0 : kHostError;
 }
 
 std::shared_ptr<StoreCommandOptions> addStoreOptions(CLI::App &command) {

@@ -54,9 +54,9 @@ void TemporaryFile::open() {
         openat(to_.folder, name_.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
     return static_cast<bool>(file_);
   };
-  // A leftover may have the mode of a file that is for reading only.
-  if (!tryToOpen() &&
-      (errno != EACCES || unlinkat(to_.folder, name_.c_str(), 0) != 0 || !tryToOpen())) {
+  // A leftover may be a link, or have the mode of a file that is for reading only.
+  if (!tryToOpen() && ((errno != EACCES && errno != ELOOP) ||
+                       unlinkat(to_.folder, name_.c_str(), 0) != 0 || !tryToOpen())) {
     giveUp();
   }
   if (flock(file_.get(), LOCK_EX | LOCK_NB) != 0) {

@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
 #include <utility>
 
@@ -24,6 +25,8 @@ namespace {
 
 constexpr const char *kLockName = ".lock";
 constexpr const char *kPartial = ".partial";
+constexpr const char *kLostAndFound = "lost+found";  // of the file system, where a store is one
+constexpr std::int64_t kMillisecond = 1000;          // of microseconds
 
 bool isId(const std::string &name) {
   static const std::string form = "00000000T000000.000Z";
@@ -31,6 +34,13 @@ bool isId(const std::string &name) {
          std::equal(name.begin(), name.end(), form.begin(), [](char c, char expected) {
            return expected == '0' ? c >= '0' && c <= '9' : c == expected;
          });
+}
+
+// In microseconds since the epoch; of what backupId() made.
+std::int64_t timeOf(const std::string &id) {
+  std::tm date = {};
+  const char *rest = strptime(id.c_str(), "%Y%m%dT%H%M%S", &date);
+  return timegm(&date) * 1000000 + std::strtol(rest + 1, nullptr, 10) * kMillisecond;
 }
 
 bool isPartial(const std::string &name) {
@@ -68,12 +78,16 @@ bool makeFolder(const fs::path &path) {
   return false;
 }
 
-std::vector<std::string> namesIn(const fs::path &folder) {
+// A link to a folder may stand for it, where that is said.
+enum class Links { kFollowed, kLeftOut };
+
+std::vector<std::string> foldersBelow(const fs::path &folder, Links links) {
   std::vector<std::string> names;
   std::error_code error;
   for (fs::directory_iterator entry(folder, error), end; !error && entry != end;
        entry.increment(error)) {
-    if (fs::is_directory(entry->symlink_status())) {
+    std::error_code gone;
+    if (entry->is_directory(gone) && (links == Links::kFollowed || !entry->is_symlink(gone))) {
       names.push_back(entry->path().filename());
     }
   }
@@ -167,12 +181,13 @@ fs::path Catalog::folderOf(const std::string &application) const {
 }
 
 std::vector<std::string> Catalog::foldersIn(const std::string &application) const {
-  return namesIn(folderOf(application));
+  return foldersBelow(folderOf(application), Links::kLeftOut);
 }
 
 std::vector<std::string> Catalog::applications() const {
-  return only(namesIn(store_),
-              [](const std::string &name) { return checkApplicationName(name).empty(); });
+  return only(foldersBelow(store_, Links::kFollowed), [](const std::string &name) {
+    return checkApplicationName(name).empty() && name != kLostAndFound;
+  });
 }
 
 // A backup has its name only when it is whole.
@@ -229,12 +244,15 @@ ApplicationLock::ApplicationLock(const fs::path &folder) {
     failWith(errno, "cannot open " + quoted(path));
   }
   if (flock(file_.get(), LOCK_EX | LOCK_NB) != 0) {
+    if (errno != EWOULDBLOCK) {
+      failWith(errno, "cannot lock " + quoted(path));
+    }
     throw StoreBusy("the backups in " + quoted(folder) + " are in use by " + holderOf(file_.get()));
   }
+  // For messages alone: a full disk must not keep prune from its work.
   const std::string name = ownName();
-  if (ftruncate(file_.get(), 0) != 0 ||
-      pwrite(file_.get(), name.data(), name.size(), 0) != static_cast<ssize_t>(name.size())) {
-    failWith(errno, "cannot write " + quoted(path));
+  if (ftruncate(file_.get(), 0) != 0 || pwrite(file_.get(), name.data(), name.size(), 0) < 0) {
+    return;
   }
 }
 
@@ -245,9 +263,10 @@ NewBackup::NewBackup(Claim, const Catalog &catalog, const std::string &applicati
       lock_(parent_),
       removed_(removePartials(catalog, application)) {
   const std::vector<std::string> taken = catalog.backups(application);
-  do {  // one a millisecond
-    id_ = backupId(now());
-  } while (std::find(taken.begin(), taken.end(), id_) != taken.end());
+  id_ = backupId(now());
+  if (!taken.empty() && id_ <= taken.back()) {  // the clock has been set back, or stands still
+    id_ = backupId(timeOf(taken.back()) + kMillisecond);
+  }
 }
 
 // The claim is an object by now: if its folders cannot be made, the destructor removes what there is.

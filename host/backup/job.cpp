@@ -186,7 +186,8 @@ void BackupJob::perform() {
   recordFiles(backup.partialFolder() / kDataName, manifest);
   synced.get();
   manifest.finished = dateNow();
-  writeManifest(backup.partialFolder(), manifest, index_);
+  manifest.denials = steps_.denials();
+  writeManifest(backup.partialFolder(), manifest, index_, [this] { interruption_.check(); });
   interruption_.check();
   backup.finish();
   report_.folder = backup.folder();
@@ -335,6 +336,7 @@ void RestoreJob::perform() {
 
 void RestoreJob::readManifest(const fs::path &folder) {
   ManifestReader reader(folder);
+  checkPlace(reader.manifest(), folder);
   checkManifestFile(folder);
   report_.manifest = reader.manifest();
   while (const std::optional<FileRecord> record = reader.next()) {

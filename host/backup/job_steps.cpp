@@ -82,7 +82,8 @@ void JobSteps::onAnswer(PACKET_TYPE request, const Json::Value &payload,
     deny(packetName(request) + " was denied: " + answer["error"].asString());
     return;
   }
-  if (payload.isObject() && payload["data"].isArray()) {
+  if (request == ZARN::ARVLAPP::PACKET_UPLOAD_REQUEST ||
+      request == ZARN::ARVLAPP::PACKET_DOWNLOAD_REQUEST) {
     for (const Json::Value &item : payload["data"]) {
       takePercentage(item["progress_percentage"]);
     }

@@ -5,6 +5,7 @@
 
 #include <fcntl.h>
 #include <json/reader.h>
+#include <sys/stat.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -21,6 +22,9 @@ namespace {
 constexpr const char *kFormat = "arvl-backup";
 constexpr std::string_view kFilesBegin = "\"files\":[";
 constexpr std::string_view kFilesEnd = "]}";
+constexpr std::uint64_t kMaxHeadLines = 64;  // more than any version has
+
+using Checkpoint = std::function<void()>;
 
 std::string member(const char *name, const Json::Value &value) {
   std::string text;
@@ -47,6 +51,10 @@ Json::Value headJson(const Manifest &manifest) {
   head["actual"] = totalsJson(manifest.totals);
   head["export_result"] = manifest.exportResult;
   head["external_handler_result"] = manifest.externalHandlerResult;
+  head["denials"] = Json::Value(Json::arrayValue);
+  for (const std::string &denial : manifest.denials) {
+    head["denials"].append(denial);
+  }
   return head;
 }
 
@@ -73,6 +81,9 @@ Manifest manifestOf(const Json::Value &head) {
   manifest.totals = totalsOf(head["actual"]);
   manifest.exportResult = head["export_result"];
   manifest.externalHandlerResult = head["external_handler_result"];
+  for (const Json::Value &denial : head["denials"]) {
+    manifest.denials.push_back(denial.asString());
+  }
   return manifest;
 }
 
@@ -133,7 +144,8 @@ Place placeIn(const UniqueFd &folder, const std::filesystem::path &path, const c
 }
 
 // The checksum of the manifest that has been written.
-std::string writeTo(TextWriter &text, const Manifest &manifest, FileIndex &files) {
+std::string writeTo(TextWriter &text, const Manifest &manifest, FileIndex &files,
+                    const Checkpoint &checkpoint) {
   text.add("{\"format\":\"" + std::string(kFormat) +
            "\",\"version\":" + std::to_string(kManifestVersion) + ",\n");
   const Json::Value head = headJson(manifest);
@@ -143,6 +155,7 @@ std::string writeTo(TextWriter &text, const Manifest &manifest, FileIndex &files
   text.add(kFilesBegin);
   const char *separator = "\n";
   files.forEach([&](const FileRecord &record) {
+    checkpoint();
     text.add(separator + recordLine(record));
     separator = ",\n";
   });
@@ -150,8 +163,10 @@ std::string writeTo(TextWriter &text, const Manifest &manifest, FileIndex &files
   return text.finish();
 }
 
-void writeTo(TextWriter &text, FileIndex &files, const std::string &manifestSha256) {
+void writeTo(TextWriter &text, FileIndex &files, const std::string &manifestSha256,
+             const Checkpoint &checkpoint) {
   files.forEach([&](const FileRecord &record) {
+    checkpoint();
     if (record.type == FileType::kFile) {
       text.add(checksumLine(record.sha256, kDataName + record.path) + "\n");
     }
@@ -192,29 +207,58 @@ std::string Manifest::dataVersion() const {
 }
 
 // The checksums need the manifest whole, and the manifest gets its name last.
-void writeManifest(const std::filesystem::path &folder, const Manifest &manifest,
-                   FileIndex &files) {
+void writeManifest(const std::filesystem::path &folder, const Manifest &manifest, FileIndex &files,
+                   const Checkpoint &checkpoint) {
   const UniqueFd fd = openFolder(folder);
   const Place manifestPlace = placeIn(fd, folder, kManifestName);
   const Place checksumsPlace = placeIn(fd, folder, kChecksumsName);
   TemporaryFile manifestFile(manifestPlace);
   TextWriter manifestText(manifestFile);
-  const std::string sha256 = writeTo(manifestText, manifest, files);
+  const std::string sha256 = writeTo(manifestText, manifest, files, checkpoint);
 
   TemporaryFile checksumsFile(checksumsPlace);
   TextWriter checksumsText(checksumsFile);
-  writeTo(checksumsText, files, sha256);
+  writeTo(checksumsText, files, sha256, checkpoint);
   checksumsFile.commit(Durability::kEachFile);
   manifestFile.commit(Durability::kEachFile);
 }
 
+void checkPlace(const Manifest &manifest, const std::filesystem::path &folder) {
+  const std::string application = folder.parent_path().filename();
+  const std::string id = folder.filename();
+  if (manifest.application != application || manifest.id != id) {
+    throw StoreError(quoted(folder / kManifestName) + " is that of " +
+                     visibleText(manifest.application + " " + manifest.id) + ", not of " +
+                     visibleText(application + " " + id));
+  }
+}
+
 // ---- Reading a manifest.
 
-ManifestReader::ManifestReader(const std::filesystem::path &folder)
-    : path_(folder / kManifestName), stream_(path_, std::ios::binary) {
-  if (!stream_) {
-    failWith(errno, "cannot open " + quoted(path_));
+namespace {
+
+// Only a regular file: reading anything else could wait for ever.
+UniqueFd openFile(const std::filesystem::path &path) {
+  UniqueFd file(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  struct stat status;
+  if (!file || fstat(file.get(), &status) != 0) {
+    failWith(errno, "cannot open " + quoted(path));
   }
+  if (!S_ISREG(status.st_mode)) {
+    throw StoreError(quoted(path) + " is not a file");
+  }
+  return file;
+}
+
+std::ifstream openStream(const std::filesystem::path &path) {
+  const UniqueFd file = openFile(path);
+  return std::ifstream("/proc/self/fd/" + std::to_string(file.get()), std::ios::binary);
+}
+
+}  // namespace
+
+ManifestReader::ManifestReader(const std::filesystem::path &folder)
+    : path_(folder / kManifestName), stream_(openStream(path_)) {
   readHead();
 }
 
@@ -267,7 +311,7 @@ void ManifestReader::readHead() {
                         ": use the newer one");
   }
   std::string head = "{";
-  while (readLine(line) && line != kFilesBegin) {
+  while (line_ <= kMaxHeadLines && readLine(line) && line != kFilesBegin) {
     head += line + "\n";
   }
   if (line != kFilesBegin) {
@@ -356,11 +400,7 @@ std::string checksumLine(const std::string &sha256, const std::string &name) {
 }
 
 ChecksumsReader::ChecksumsReader(const std::filesystem::path &folder)
-    : path_(folder / kChecksumsName), stream_(path_, std::ios::binary) {
-  if (!stream_) {
-    failWith(errno, "cannot open " + quoted(path_));
-  }
-}
+    : path_(folder / kChecksumsName), stream_(openStream(path_)) {}
 
 std::optional<ChecksumsReader::Line> ChecksumsReader::next() {
   ++line_;
@@ -384,10 +424,7 @@ std::optional<ChecksumsReader::Line> ChecksumsReader::next() {
 
 void checkManifestFile(const std::filesystem::path &folder) {
   const std::filesystem::path path = folder / kManifestName;
-  const UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-  if (!file) {
-    failWith(errno, "cannot open " + quoted(path));
-  }
+  const UniqueFd file = openFile(path);
   const std::string sha256 = sha256OfFile(file.get(), path);
   ChecksumsReader checksums(folder);
   while (const std::optional<ChecksumsReader::Line> line = checksums.next()) {

@@ -7,8 +7,10 @@
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "backup/file_index.h"
 
@@ -43,6 +45,7 @@ struct Manifest {
   Json::Value exportResult;        // the plug-in's completion of the export
   Json::Value externalHandlerResult;  // an array; null: there is none
   Totals totals;                      // what really came
+  std::vector<std::string> denials;   // what the plug-in was denied meanwhile
 
   std::string dataVersion() const;
 };
@@ -57,7 +60,13 @@ class NewerManifest : public StoreError {
 
 // Both files, into the folder of the backup, the manifest last. SHA256SUMS has the manifest's checksum
 // too. Throws StoreError.
-void writeManifest(const std::filesystem::path &folder, const Manifest &manifest, FileIndex &files);
+// What checkpoint, which is called for each file, throws ends it.
+void writeManifest(
+    const std::filesystem::path &folder, const Manifest &manifest, FileIndex &files,
+    const std::function<void()> &checkpoint = [] {});
+
+// Throws StoreError if the manifest is not that of the backup in this folder.
+void checkPlace(const Manifest &manifest, const std::filesystem::path &folder);
 
 // Reads a manifest record by record. Throws StoreError that names the file and the line.
 class ManifestReader {

@@ -72,6 +72,14 @@ Json::Value cutBelow(int levels, const Json::Value &value) {
   return copy;
 }
 
+// The plug-in's word decides, but a person should know.
+void addDenials(std::vector<std::string> &lines, const JobReport &report) {
+  if (!report.denials.empty()) {
+    lines.push_back("  denied    " + countText(report.denials.size(), "request") +
+                    " of the plug-in, as the warnings say");
+  }
+}
+
 std::string secondsText(double seconds) {
   return durationText(static_cast<std::int64_t>(seconds * 1e6));
 }
@@ -119,16 +127,21 @@ std::vector<std::string> reportLines(const JobReport &report) {
   }
   const Manifest &manifest = *report.manifest;
   if (report.command == "restore") {
-    return {"restored " + manifest.application + " from " + manifest.id,
-            "  served    " + countText(report.files, "file") + ", " + sizeText(report.bytes),
-            "  time      " + secondsText(report.seconds)};
+    std::vector<std::string> lines = {
+        "restored " + manifest.application + " from " + manifest.id,
+        "  served    " + countText(report.files, "file") + ", " + sizeText(report.bytes),
+        "  time      " + secondsText(report.seconds)};
+    addDenials(lines, report);
+    return lines;
   }
-  return {"backed up " + manifest.application + " as " + manifest.id,
-          "  path      " + report.folder,
-          "  data      version " + manifest.dataVersion(),
-          "  estimate  " + estimateText(manifest),
-          "  came      " + totalsText(manifest.totals),
-          "  time      " + secondsText(report.seconds)};
+  std::vector<std::string> lines = {"backed up " + manifest.application + " as " + manifest.id,
+                                    "  path      " + report.folder,
+                                    "  data      version " + manifest.dataVersion(),
+                                    "  estimate  " + estimateText(manifest),
+                                    "  came      " + totalsText(manifest.totals),
+                                    "  time      " + secondsText(report.seconds)};
+  addDenials(lines, report);
+  return lines;
 }
 
 std::string jsonText(const Json::Value &value) {

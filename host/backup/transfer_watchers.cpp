@@ -33,16 +33,21 @@ FileRecord RestoreWatcher::recordOf(const std::string &path) {
   return *record;
 }
 
-void RestoreWatcher::onEntry(const std::string &path, FileType type, std::int64_t size) {
+void RestoreWatcher::onEntry(const std::string &path, struct stat &status) {
   const FileRecord record = recordOf(path);
-  if (record.type != type) {
-    throw StoreError(quoted(path) + " is damaged: it is of type " + fileTypeText(type) +
-                     ", and was of type " + fileTypeText(record.type));
+  const std::optional<FileType> type = fileTypeOf(status.st_mode);
+  if (type != record.type) {
+    throw StoreError(quoted(path) + " is damaged: it is of type " +
+                     (type ? fileTypeText(*type) : "none") + ", and was of type " +
+                     fileTypeText(record.type));
   }
-  if (type == FileType::kFile && record.size != size) {
-    throw StoreError(quoted(path) + " is damaged: it has " + std::to_string(size) +
+  if (type == FileType::kFile && record.size != status.st_size) {
+    throw StoreError(quoted(path) + " is damaged: it has " + std::to_string(status.st_size) +
                      " bytes, and had " + std::to_string(record.size));
   }
+  status.st_mode = (status.st_mode & S_IFMT) | record.mode;
+  status.st_mtim.tv_sec = record.mtime;
+  status.st_mtim.tv_nsec = record.mtimeNsec;
 }
 
 // Each entry that is there is known: fewer than are known means that one is missing.

@@ -37,7 +37,8 @@ class RestoreWatcher : public TransferWatcher {
  public:
   RestoreWatcher(FileIndex &index, TransferMeter &meter) : index_(index), meter_(meter) {}
 
-  void onEntry(const std::string &path, FileType type, std::int64_t size) override;
+  // Modes and times are those that were backed up: a store may have been copied without them.
+  void onEntry(const std::string &path, struct stat &status) override;
   void onFolderEnd(const std::string &path, std::uint64_t entries) override;
   void onBytes(std::uint64_t count) override { meter_.bytes += count; }
   void onFile(const std::string &path, const std::string &sha256) override;

@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include "backup/file_index.h"
 
@@ -13,6 +14,12 @@ namespace fs = std::filesystem;
 namespace arvl_host {
 
 namespace {
+
+// By which the lines are sorted.
+std::pair<std::string, std::string> splitPath(const std::string &path) {
+  const std::size_t slash = path.rfind('/');
+  return {path.substr(0, slash), path.substr(slash + 1)};
+}
 
 class Verifier {
  public:
@@ -26,6 +33,7 @@ class Verifier {
   void checkRecord(const FileRecord &record);
   void checkContent(const FileRecord &record, const fs::path &path);
   void checkChecksums();
+  void checkLine(const ChecksumsReader::Line &line);
   void findExtra();
   void report(const std::string &path, const std::string &problem);
 
@@ -62,6 +70,7 @@ void Verifier::report(const std::string &path, const std::string &problem) {
 
 void Verifier::readManifest() {
   ManifestReader reader(folder_);
+  checkPlace(reader.manifest(), folder_);
   while (const std::optional<FileRecord> record = reader.next()) {
     checkpoint_();
     addTo(result_.totals, *record);
@@ -124,6 +133,7 @@ void Verifier::checkContent(const FileRecord &record, const fs::path &path) {
 // The lines of SHA256SUMS say what the manifest says. The one of the manifest has been checked.
 void Verifier::checkChecksums() {
   std::uint64_t files = 0;
+  std::pair<std::string, std::string> last;
   try {
     ChecksumsReader reader(folder_);
     while (const std::optional<ChecksumsReader::Line> line = reader.next()) {
@@ -132,16 +142,13 @@ void Verifier::checkChecksums() {
         continue;
       }
       ++files;
-      const std::string prefix = kDataName + std::string("/");
-      const std::optional<FileRecord> record =
-          line->name.compare(0, prefix.size(), prefix) == 0
-              ? index_.find(line->name.substr(prefix.size() - 1))
-              : std::nullopt;
-      if (!record) {
-        report(kChecksumsName, "names a file that the manifest does not know: " + line->name);
-      } else if (record->sha256 != line->sha256) {
-        report(kChecksumsName, "has another checksum of " + line->name + " than the manifest");
+      checkLine(*line);
+      // Each once: as many lines as files could leave one out otherwise.
+      const auto place = splitPath(line->name);
+      if (place <= last) {
+        report(kChecksumsName, "names this file again, or out of its order: " + line->name);
       }
+      last = place;
     }
   } catch (const StoreError &error) {
     report(kChecksumsName, error.what());
@@ -150,6 +157,18 @@ void Verifier::checkChecksums() {
   if (files != result_.totals.files) {
     report(kChecksumsName, "has " + std::to_string(files) + " files, and the manifest " +
                                std::to_string(result_.totals.files));
+  }
+}
+
+void Verifier::checkLine(const ChecksumsReader::Line &line) {
+  const std::string prefix = kDataName + std::string("/");
+  const std::optional<FileRecord> record = line.name.compare(0, prefix.size(), prefix) == 0
+                                               ? index_.find(line.name.substr(prefix.size() - 1))
+                                               : std::nullopt;
+  if (!record) {
+    report(kChecksumsName, "names a file that the manifest does not know: " + line.name);
+  } else if (record->sha256 != line.sha256) {
+    report(kChecksumsName, "has another checksum of " + line.name + " than the manifest");
   }
 }
 
@@ -162,6 +181,9 @@ void Verifier::findExtra() {
     }
   }
   std::error_code error;
+  if (fs::is_symlink(folder_ / kDataName)) {
+    report(kDataName, "is no longer of type dir");
+  }
   const fs::recursive_directory_iterator data(folder_ / kDataName, error);
   if (error) {
     report(kDataName, "cannot be read: " + error.message());

@@ -80,6 +80,23 @@ TEST_F(CatalogOf, TellsBackupsFromAllElse) {
   EXPECT_EQ(catalog_.backups("other"), Names{});
 }
 
+TEST_F(CatalogOf, FollowsALinkToAnApplication) {
+  make({"elsewhere/20261121T092532.123Z"});
+  fs::create_directory_symlink("elsewhere", dir_.at("app"));
+  fs::create_symlink("nothing", dir_.at("broken"));
+  make({"lost+found"});
+  EXPECT_EQ(catalog_.applications(), (Names{"app", "elsewhere"}));
+  EXPECT_EQ(catalog_.backups("app"), Names{"20261121T092532.123Z"});
+}
+
+TEST_F(CatalogOf, NamesABackupAfterTheLastWhateverTheClockSays) {
+  make({"app/29991231T235959.999Z"});
+  NewBackup backup(catalog_, "app");
+  EXPECT_EQ(backup.id(), "30000101T000000.000Z");
+  backup.finish();
+  EXPECT_EQ(catalog_.find("app", ""), "30000101T000000.000Z");
+}
+
 TEST_F(CatalogOf, FindsTheLatestOrTheOneThatIsNamed) {
   make({"app/20261121T092532.123Z", "app/20251121T092532.123Z", "app/20271121T092532.123Z.partial",
         "empty"});

@@ -161,6 +161,7 @@ TEST_F(Job, KeepsAllThatIsKnownInTheManifest) {
       "export_result": {"success": true, "app_data_version": "1.0"}})");
   expected["backup"] = folder.filename().string();
   expected["external_handler_result"] = parseJson(results);
+  expected["denials"] = Json::Value(Json::arrayValue);
   expected["tool"] = replaced(run({ARVL_HOST, "--version"}).out, "\n", "");
   expected["started"] = manifest["started"];
   expected["finished"] = manifest["finished"];
@@ -383,6 +384,76 @@ TEST_F(Job, LetsNothingOutOfTheBackup) {
   EXPECT_EQ(entriesOf(latest() / "data"), Names{"outside"});
   EXPECT_EQ(entriesOf(at("store")), Names{"unruly"});
   EXPECT_EQ(backups().size(), 1u);
+}
+
+TEST_F(Job, TellsOfWhatWasDeniedAfterASuccess) {
+  const std::string file = dir_.makeFile("local/file", "contents");
+  script("export", {{"upload", "file", file, "/a"}, {"upload", "file", at("local/none"), "/b"}});
+  const Ended ended = backup();
+  EXPECT_EQ(ended.status, 0);
+  EXPECT_TRUE(holds(ended.out, "\n  denied    1 request of the plug-in, as the warnings say\n"));
+  const std::string denial = "UPLOAD_REQUEST was denied: cannot find \"" + at("local/none") +
+                             "\": No such file or directory";
+  EXPECT_EQ(ended.err, "warning: " + denial + "\n");
+  const Json::Value manifest = parseJson(bytesOf(latest() / "manifest.json"));
+  ASSERT_EQ(manifest["denials"].size(), 1u);
+  EXPECT_EQ(manifest["denials"][0], denial);
+}
+
+TEST_F(Job, TakesWhatARequestHasBesideItsRule) {
+  backUpFile("contents");
+  script("import", {{"be", "asks with more than is read"}});
+  const Ended ended = restore();
+  EXPECT_TRUE(holds(ended.out, "\nstep import: ")) << ended.err;
+  EXPECT_EQ(countOf(ended.err, "error: in Json"), 0u) << ended.err;
+}
+
+TEST_F(Job, KeepsAndGivesBackATreeDeeperThanTheUsualDescriptors) {
+  const fs::path top = at("local/tree");
+  fs::path folder = top;
+  for (int level = 0; level < 400; ++level) {
+    folder /= "d";
+  }
+  fs::create_directories(folder);
+  writeBytes(folder / "file", "contents");
+  script("export", {{"upload", "dir", top.string(), "/tree"}});
+  script("import", {{"download", "dir", "/tree", at("back")}});
+  Words words = {"/bin/sh", "-c", "ulimit -Sn 256; exec \"$0\" \"$@\""};
+  const Words command = job("backup");
+  words.insert(words.end(), command.begin(), command.end());
+  const Ended ended = run(words, variables());
+  EXPECT_EQ(ended.status, 0) << ended.err;
+  EXPECT_EQ(ended.err, "");
+  EXPECT_EQ(restore().status, 0);
+  EXPECT_EQ(treeOf(at("back")), treeOf(top));
+}
+
+TEST_F(Job, GivesBackTheModesAndTimesOfAStoreThatWasCopiedWithoutThem) {
+  const fs::path folder = backUpFile("contents");
+  const auto before = treeOf(folder / "data");
+  fs::permissions(folder / "data/file", fs::perms::all);
+  fs::last_write_time(folder / "data/file", fs::file_time_type::clock::now());
+  ASSERT_NE(treeOf(folder / "data"), before);
+  script("import", {{"download", "file", "/file", at("back")}});
+  fs::create_directory(at("back"));
+  EXPECT_EQ(restore().status, 0);
+  EXPECT_EQ(treeOf(at("back")), before);
+}
+
+TEST_F(Job, IsNotRestoredFromTheFolderOfAnother) {
+  const fs::path folder = backUpFile("contents");
+  fs::create_directories(at("store/other"));
+  run({"/bin/cp", "-a", folder.string(), at("store/other")});
+  const std::string id = folder.filename();
+  const std::string other = at("store/other/") + id;
+  const std::string error =
+      "\"" + other + "/manifest.json\" is that of unruly " + id + ", not of other " + id;
+  const Ended restored = restore({"--name", "other"});
+  EXPECT_EQ(restored.status, 2);
+  EXPECT_EQ(restored.err, "error: " + error + "\n");
+  const Ended verified = onStore("verify", {"--name", "other"});
+  EXPECT_EQ(verified.status, 1);
+  EXPECT_EQ(verified.err, "error: other " + id + ": manifest.json: " + error + "\n");
 }
 
 TEST_F(Job, IsNotWrittenToWhileItIsRestored) {

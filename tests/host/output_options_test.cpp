@@ -121,6 +121,47 @@ TEST_F(Output, IsOneReportOfEachCommandOnTheStore) {
   }
 }
 
+TEST_F(Output, IsAReportOfWrongUsageToo) {
+  const auto reportOfWords = [this](const Words &more) {
+    Words words = {job("list")[0]};
+    words.insert(words.end(), more.begin(), more.end());
+    const Ended ended = run(words);
+    EXPECT_EQ(ended.status, 2);
+    return parseJson(ended.out);
+  };
+  EXPECT_EQ(reportOfWords({"list", "--json"}),
+            parseJson(R"({"command": "list", "success": false, "exit_code": 2,
+                          "error": "--store is required"})"));
+  EXPECT_EQ(reportOfWords({"backup", "--json=true"})["command"], "backup");
+  EXPECT_EQ(reportOfWords({"--json"})["command"], "");
+}
+
+// As another user, to whom a folder may be closed.
+TEST_F(Output, OfAStoreOfOthersIsShownAsFarAsItCanBeRead) {
+  if (geteuid() != 0) {
+    GTEST_SKIP() << "only the superuser can be another user";
+  }
+  mustBackUp();
+  fs::create_directory(at("store/closed"));
+  fs::permissions(at("store/closed"), fs::perms::none);
+  fs::permissions(dir_.path(), fs::perms::all);
+  for (const std::string command : kStoreCommands) {
+    Words words = {"/usr/bin/setpriv", "--reuid=65534", "--clear-groups"};
+    for (const std::string &word : storeCommand(command, {"--json"})) {
+      words.push_back(word);
+    }
+    const Ended ended = run(words);
+    EXPECT_EQ(ended.status, 2) << command << ended.err;
+    const Json::Value report = reportOf(ended);
+    EXPECT_EQ(report["error"],
+              "cannot read the folder \"" + at("store/closed") + "\": Permission denied");
+    if (command != "prune") {
+      EXPECT_EQ(report["backups"].size(), 1u) << command;
+    }
+  }
+  fs::permissions(at("store/closed"), fs::perms::all);
+}
+
 TEST_F(Output, IsNothingWhereAllIsWellAndQuiet) {
   for (const Ended &ended : {backup({"--quiet"}), restore({"--quiet"}), onStore("verify", {"-q"}),
                              onStore("prune", {"-q"})}) {

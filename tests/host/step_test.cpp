@@ -1,5 +1,6 @@
 // "arvl-host step" against plug-ins that behave and plug-ins that do not.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <json/value.h>
 #include <json/writer.h>
@@ -269,8 +270,9 @@ TEST(Step, BreaksOffACopyOnCtrlC) {
   const TempDir dir;
   const std::string source = dir.path().string() + "/large";
   const std::string store = dir.path().string() + "/store";
-  std::ofstream(source) << "";
-  ASSERT_EQ(truncate(source.c_str(), off_t(4) << 30), 0);  // takes no room, but its copy would
+  const int large = open(source.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+  ASSERT_EQ(posix_fallocate(large, 0, off_t(1) << 30), 0);  // made at once, and long to copy
+  close(large);
   std::filesystem::create_directory(store);
 
   Command command(stepCommand("export", UNRULY_PLUGIN, {"--store", store, "--grace", "0.1"}),

@@ -161,6 +161,14 @@ TEST_F(StoreCommand, NamesEachDifference) {
        "error: data/tree/odd\\nname: is no longer of type file\n"},
       {"sed -i s/" + sha256 + "/" + damaged + "/ SHA256SUMS",
        "error: SHA256SUMS: has another checksum of " + name + " than the manifest\n"},
+      {"line=$(grep folder/file SHA256SUMS); last=$(tail -n 1 SHA256SUMS); "
+       "printf '%s\\n' \"$line\" \"$line\" \"$last\" > SHA256SUMS",
+       "error: SHA256SUMS: names this file again, or out of its order: " + name + "\n"},
+      {"rm manifest.json; mkfifo manifest.json", "error: manifest.json: \"" + manifest +
+                                                     "\" is not a file\nerror: manifest.json: \"" +
+                                                     manifest + "\" is not a file\n"},
+      {"mv data ../../../moved; ln -s ../../../moved data",
+       "error: data: is no longer of type dir\n"},
       {"sed -i /folder/d SHA256SUMS", "error: SHA256SUMS: has 1 files, and the manifest 2\n"},
       {"sed -i s/folder/folded/ SHA256SUMS",
        "error: SHA256SUMS: names a file that the manifest does not know: "
@@ -178,7 +186,7 @@ TEST_F(StoreCommand, NamesEachDifference) {
                             sums + "\": No such file or directory\n"},
       {"sed -i s/a.short.text/another/ manifest.json", mismatch},
       {"truncate -s -3 manifest.json", mismatch + "error: manifest.json: \"" + manifest +
-                                           "\", line 21: the manifest ends too early\n"},
+                                           "\", line 22: the manifest ends too early\n"},
       {": > manifest.json", mismatch + "error: manifest.json: \"" + manifest +
                                 "\", line 1: this is not the manifest of a backup\n"},
       {"rm manifest.json",

@@ -51,9 +51,13 @@ std::map<std::string, StoreEntry> remaining(StoreListing &listing) {
 // Notes what it hears, a line each, and refuses what it is told to.
 class Witness : public TransferWatcher {
  public:
-  void onEntry(const std::string &path, FileType type, std::int64_t size) override {
-    note(std::string("entry ") + fileTypeText(type) + " " + path +
-         (type == FileType::kFile ? " " + std::to_string(size) : ""));
+  void onEntry(const std::string &path, struct stat &status) override {
+    note(std::string("entry ") + fileTypeText(*fileTypeOf(status.st_mode)) + " " + path +
+         (S_ISREG(status.st_mode) ? " " + std::to_string(status.st_size) : ""));
+    if (mode) {
+      status.st_mode = (status.st_mode & S_IFMT) | *mode;
+      status.st_mtim = {100, 7};
+    }
   }
   void onFolderEnd(const std::string &path, std::uint64_t entries) override {
     note("end " + path + " " + std::to_string(entries));
@@ -74,6 +78,7 @@ class Witness : public TransferWatcher {
 
   std::vector<std::string> lines;
   std::string refused;
+  std::optional<unsigned> mode;  // that every entry is to have
 
  private:
   void note(const std::string &line) {
@@ -337,8 +342,8 @@ TEST_F(StoreFolder, TellsItsWatcherWhatIsCopiedAndItsChecksum) {
   Store watched(at("store"), {{&witness, Durability::kLeftToCaller}, false});
   write("local/f", "abc");
   watched.upload(at("local/f"), FileType::kFile, false, "/f");
-  EXPECT_EQ(witness.lines,
-            (Lines{"bytes 3", "file " + at("local/f") + " ba7816bf", "stored 3 ba7816bf"}));
+  EXPECT_EQ(witness.lines, (Lines{"entry file " + at("local/f") + " 3", "bytes 3",
+                                  "file " + at("local/f") + " ba7816bf", "stored 3 ba7816bf"}));
   witness.lines.clear();
   watched.upload(at("local/f"), FileType::kFile, true, "/g");
   EXPECT_EQ(witness.lines, Lines{"moved 3"});
@@ -354,14 +359,78 @@ TEST_F(StoreFolder, TellsItsWatcherOfATreeByItsRealPath) {
   watched.download("/way//t", FileType::kDir, at("local"));
   std::sort(witness.lines.begin(), witness.lines.end());
   EXPECT_EQ(witness.lines,
-            (Lines{"bytes 3", "end /real/t 2", "entry file /real/t/f 3", "entry symlink /real/t/l",
-                   "file /real/t/f ba7816bf", "link /real/t/l f", "stored 3 ba7816bf"}));
+            (Lines{"bytes 3", "end /real/t 2", "entry dir /real/t", "entry file /real/t/f 3",
+                   "entry symlink /real/t/l", "file /real/t/f ba7816bf", "link /real/t/l f",
+                   "stored 3 ba7816bf"}));
   witness.lines.clear();
   StoreListing listing = watched.list("/way/t/");
   remaining(listing);
   std::sort(witness.lines.begin(), witness.lines.end());
-  EXPECT_EQ(witness.lines,
-            (Lines{"end /real/t 2", "entry file /real/t/f 3", "entry symlink /real/t/l"}));
+  EXPECT_EQ(witness.lines, (Lines{"end /real/t 2", "entry dir /real/t", "entry file /real/t/f 3",
+                                  "entry symlink /real/t/l"}));
+}
+
+TEST_F(StoreFolder, DeliversTheModesAndTimesOfItsWatcher) {
+  fs::create_directories(at("store/t"));
+  write("store/t/f", "abc");
+  Witness witness;
+  witness.mode = 0750;
+  Store watched(at("store"), {{&witness, Durability::kEachFile}, true});
+  watched.download("/t", FileType::kDir, at("local"));
+  for (const char *name : {"local/t", "local/t/f"}) {
+    struct stat status;
+    ASSERT_EQ(stat(at(name).c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0750u) << name;
+    EXPECT_EQ(status.st_mtim.tv_sec, 100) << name;
+    EXPECT_EQ(status.st_mtim.tv_nsec, 7) << name;
+  }
+  StoreListing listing = watched.list("/t");
+  EXPECT_EQ(remaining(listing)["f"].mtime, 100);
+}
+
+// Only the superuser may give a file away.
+TEST_F(StoreFolder, LetsNoFileRunAsAnotherUserThanItDid) {
+  write("local/f", "text");
+  fs::create_directory(at("local/d"));
+  for (const char *name : {"local/f", "local/d"}) {
+    if (geteuid() != 0 || chown(at(name).c_str(), 65534, 65534) != 0) {
+      GTEST_SKIP() << "cannot give a file away";
+    }
+    ASSERT_EQ(chmod(at(name).c_str(), 06755), 0);
+  }
+  store_->upload(at("local/f"), FileType::kFile, false, "/f");
+  store_->upload(at("local/d"), FileType::kDir, false, "/d");
+  write("local/own", "text");
+  ASSERT_EQ(chmod(at("local/own").c_str(), 04755), 0);
+  store_->upload(at("local/own"), FileType::kFile, false, "/own");
+  const auto modeOf = [this](const char *name) {
+    struct stat status;
+    return stat(at(name).c_str(), &status) == 0 ? status.st_mode & 07777 : 0U;
+  };
+  EXPECT_EQ(modeOf("store/f"), 0755u);
+  EXPECT_EQ(modeOf("store/d"), 0755u);
+  EXPECT_EQ(modeOf("store/own"), 04755u);
+}
+
+TEST_F(StoreFolder, CopiesATemporarySourceThatHasOtherNames) {
+  write("local/f", "text");
+  fs::create_hard_link(at("local/f"), at("local/other"));
+  store_->upload(at("local/f"), FileType::kFile, true, "/f");
+  std::ofstream(at("local/other"), std::ios::app) << " and more";
+  EXPECT_EQ(read("store/f"), "text");
+  EXPECT_EQ(namesIn("local"), Names{"other"});
+}
+
+TEST_F(StoreFolder, LeavesNoHalfATree) {
+  fs::create_directories(at("local/t/deep"));
+  write("local/t/deep/f", "x");
+  mkfifo(at("local/t/deep/pipe").c_str(), 0600);
+  EXPECT_NE(errorOf([&] { store_->upload(at("local/t"), FileType::kDir, false, "/t"); }), "");
+  EXPECT_EQ(namesIn("store"), Names{});
+  fs::create_directory(at("store/t"));
+  write("store/t/own", "x");  // a tree that is there is merged into, and stays
+  EXPECT_NE(errorOf([&] { store_->upload(at("local/t"), FileType::kDir, false, "/t"); }), "");
+  EXPECT_TRUE(fs::exists(at("store/t/own")));
 }
 
 TEST_F(StoreFolder, DeliversNothingThatItsWatcherRefuses) {
@@ -402,6 +471,10 @@ TEST_F(StoreFolder, OverwritesWhatAKilledHostLeft) {
   store_->upload(at("local/l"), FileType::kSymlink, false, "/f");
   EXPECT_EQ(namesIn("store"), Names{"f"});
   EXPECT_EQ(fs::read_symlink(at("store/f")), "target");
+  fs::create_symlink("leftover", at(std::string("store/") + kTemporaryOfF));
+  store_->upload(at("local/f"), FileType::kFile, false, "/f");
+  EXPECT_EQ(namesIn("store"), Names{"f"});
+  EXPECT_EQ(read("store/f"), "text");
 }
 
 TEST_F(StoreFolder, DoesNotWriteWhatAnotherHostIsWriting) {

@@ -82,15 +82,37 @@ class RestoreWatcherOf : public testing::Test {
     index_.add(record);
   }
 
+  // Its status as it is to be delivered.
+  struct stat enter(const std::string &path, mode_t mode, off_t size) {
+    struct stat status = {};
+    status.st_mode = mode;
+    status.st_size = size;
+    watcher_.onEntry(path, status);
+    return status;
+  }
+
   FileIndex index_;
   TransferMeter meter_;
   RestoreWatcher watcher_{index_, meter_};
 };
 
+TEST_F(RestoreWatcherOf, GivesBackTheModeAndTimeThatWereBackedUp) {
+  FileRecord record;
+  record.path = "/script";
+  record.mode = 0750;
+  record.mtime = 100;
+  record.mtimeNsec = 7;
+  index_.add(record);
+  const struct stat delivered = enter("/script", S_IFREG | 0777, 0);
+  EXPECT_EQ(delivered.st_mode, S_IFREG | 0750U);
+  EXPECT_EQ(delivered.st_mtim.tv_sec, 100);
+  EXPECT_EQ(delivered.st_mtim.tv_nsec, 7);
+}
+
 TEST_F(RestoreWatcherOf, LetsPassWhatIsAsItWas) {
-  watcher_.onEntry("/folder", FileType::kDir, 4096);
-  watcher_.onEntry("/folder/file", FileType::kFile, 10);
-  watcher_.onEntry("/folder/link", FileType::kSymlink, 6);
+  enter("/folder", S_IFDIR, 4096);
+  enter("/folder/file", S_IFREG, 10);
+  enter("/folder/link", S_IFLNK, 6);
   watcher_.onFolderEnd("/folder", 2);
   watcher_.onFolderEnd("", 1);
   watcher_.onBytes(10);
@@ -101,11 +123,11 @@ TEST_F(RestoreWatcherOf, LetsPassWhatIsAsItWas) {
 }
 
 TEST_F(RestoreWatcherOf, NamesWhatIsNot) {
-  EXPECT_EQ(errorOf([&] { watcher_.onEntry("/new\n", FileType::kFile, 0); }),
+  EXPECT_EQ(errorOf([&] { enter("/new\n", S_IFREG, 0); }),
             "\"/new\\n\" is not what was backed up: the manifest does not know it");
-  EXPECT_EQ(errorOf([&] { watcher_.onEntry("/folder/file", FileType::kFile, 11); }),
+  EXPECT_EQ(errorOf([&] { enter("/folder/file", S_IFREG, 11); }),
             "\"/folder/file\" is damaged: it has 11 bytes, and had 10");
-  EXPECT_EQ(errorOf([&] { watcher_.onEntry("/folder/file", FileType::kDir, 10); }),
+  EXPECT_EQ(errorOf([&] { enter("/folder/file", S_IFDIR, 10); }),
             "\"/folder/file\" is damaged: it is of type dir, and was of type file");
   EXPECT_EQ(errorOf([&] { watcher_.onFolderEnd("", 0); }),
             "the folder \"/\" is damaged: it has 0 entries, and had 1");

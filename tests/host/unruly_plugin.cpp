@@ -107,6 +107,8 @@ bool behaveRaw(const std::string &how, int fd) {
     writeAll(fd, frame(26, success));
   } else if (how == "an unknown type") {
     writeAll(fd, frame(99, success));
+  } else if (how == "asks with more than is read") {
+    writeAll(fd, frame(22, R"({"data":[1]})") + frame(23, R"({"data":[1]})") + frame(15, success));
   } else if (how == "completes in depth") {
     writeAll(fd, frame(15, "{\"success\":true,\"deep\":" + std::string(500, '[') +
                                std::string(500, ']') + "}"));
