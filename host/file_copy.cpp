@@ -29,6 +29,11 @@ void removeTree(const Place &place) {
       std::filesystem::path("/proc/self/fd") / std::to_string(place.folder) / place.name, error);
 }
 
+bool hasChanged(const struct stat &before, const struct stat &after) {
+  return before.st_size != after.st_size || before.st_mtim.tv_sec != after.st_mtim.tv_sec ||
+         before.st_mtim.tv_nsec != after.st_mtim.tv_nsec;
+}
+
 bool isSame(const struct stat &a, const struct stat &b) {
   return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
 }
@@ -188,10 +193,14 @@ void Copier::move(const Place &from, const Place &to) {
 void Copier::copyFile(int path, const std::string &shown, const struct stat &status,
                       const Place &to) {
   const UniqueFd file = reopen(path, 0, shown);
+  const struct stat before = examine(file.get(), shown);
   TemporaryFile temporary(to);
   const std::string sha256 = copyBytes(file.get(), shown, status, temporary);
   copyMetadata(status, temporary.fd(), to.shown);
   if (options_.watcher != nullptr) {
+    if (hasChanged(before, examine(file.get(), shown))) {
+      options_.watcher->onChanged(shown);
+    }
     options_.watcher->onFile(shown, sha256);
   }
   temporary.commit(options_.durability);

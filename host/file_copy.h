@@ -36,6 +36,8 @@ class TransferWatcher {
   virtual void onFolderEnd(const std::string & /*path*/, std::uint64_t /*entries*/) {}
   // So many more bytes have been copied.
   virtual void onBytes(std::uint64_t /*count*/) {}
+  // A file was written while it was copied: the copy may hold parts of both.
+  virtual void onChanged(const std::string & /*path*/) {}
   // A copy is complete, and gets its name next.
   virtual void onFile(const std::string & /*path*/, const std::string & /*sha256*/) {}
   virtual void onLink(const std::string & /*path*/, const std::string & /*target*/) {}

@@ -16,18 +16,26 @@ extern "C" void noteSignal(int) {
 
 }  // namespace
 
+bool isTaken(int signal) {
+  struct sigaction now = {};
+  sigaction(signal, nullptr, &now);
+  return signal != SIGHUP || now.sa_handler != SIG_IGN;
+}
+
 Interruption::Interruption() {
   cameSignal = false;
   struct sigaction action = {};
   action.sa_handler = noteSignal;
   action.sa_flags = SA_RESTART;
-  sigaction(SIGINT, &action, &oldInterrupt_);
-  sigaction(SIGTERM, &action, &oldTerminate_);
+  for (std::size_t i = 0; i < old_.size(); ++i) {
+    sigaction(kCancelSignals[i], isTaken(kCancelSignals[i]) ? &action : nullptr, &old_[i]);
+  }
 }
 
 Interruption::~Interruption() {
-  sigaction(SIGINT, &oldInterrupt_, nullptr);
-  sigaction(SIGTERM, &oldTerminate_, nullptr);
+  for (std::size_t i = 0; i < old_.size(); ++i) {
+    sigaction(kCancelSignals[i], &old_[i], nullptr);
+  }
 }
 
 void Interruption::check() const {

@@ -4,15 +4,22 @@
 
 #include <signal.h>
 
+#include <array>
 #include <exception>
 
 namespace arvl_host {
+
+// What cancels a job. The last is the terminal's end; who ignores it, as nohup does, goes on.
+constexpr std::array<int, 3> kCancelSignals = {SIGINT, SIGTERM, SIGHUP};
+
+// Whether the signal is to be taken.
+bool isTaken(int signal);
 
 struct Interrupted : std::exception {
   const char *what() const noexcept override { return "interrupted"; }
 };
 
-// While it lives, SIGINT and SIGTERM are noted instead of ending the program. A step that runs meanwhile
+// While it lives, these signals are noted instead of ending the program. A step that runs meanwhile
 // takes them itself. One at a time in a process.
 class Interruption {
  public:
@@ -27,8 +34,7 @@ class Interruption {
   void forward() const;
 
  private:
-  struct sigaction oldInterrupt_;
-  struct sigaction oldTerminate_;
+  std::array<struct sigaction, kCancelSignals.size()> old_;
 };
 
 }  // namespace arvl_host

@@ -101,7 +101,10 @@ int restore(const CommandOptions &options) {
 
 void addJobOptions(CLI::App &command, CommandOptions &options, const char *storeText) {
   options.plugin.timeout = kStepTimeout;
-  command.add_option("--store", options.store, storeText)->required()->type_name("DIR");
+  command.add_option("--store", options.store, storeText)
+      ->required()
+      ->check(notEmpty())
+      ->type_name("DIR");
   command
       .add_option("--name", options.name,
                   "The application's name in the store (default: that of the plug-in's folder)")
@@ -140,6 +143,7 @@ std::function<int()> addRestoreCommand(CLI::App &app) {
   addJobOptions(*command, *options, "The folder that keeps the backups");
   command->get_option("--store")->check(existingDirectory());
   command->add_option("--backup", options->backup, "The backup's name (default: the latest)")
+      ->check(notEmpty())
       ->type_name("ID");
   addOutputOptions(*command, options->output);
   addVerboseOption(*command, options->output);

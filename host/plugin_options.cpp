@@ -48,6 +48,12 @@ CLI::Validator existingDirectory() {
   return CLI::Validator(CLI::ExistingDirectory).description("");
 }
 
+CLI::Validator notEmpty() {
+  return CLI::Validator(
+      [](const std::string &text) { return std::string(text.empty() ? "the value is empty" : ""); },
+      "");
+}
+
 std::chrono::milliseconds toMilliseconds(double seconds) {
   return std::chrono::milliseconds(static_cast<long long>(seconds * 1000));
 }
@@ -83,8 +89,10 @@ void addPluginOptions(CLI::App &command, PluginOptions &options) {
       ->type_name("N")
       ->capture_default_str();
   command.add_option("--trace", options.traceFile, "Write every packet and log line to this file")
+      ->check(notEmpty())
       ->type_name("FILE");
-  command.add_flag("--trace-full", options.traceFull, "Abbreviate no payload in the trace");
+  command.add_flag("--trace-full", options.traceFull, "Abbreviate no payload in the trace")
+      ->needs("--trace");
 }
 
 void addSelectionOptions(CLI::App &command, PluginOptions &options) {

@@ -26,6 +26,8 @@ struct PluginOptions {
 // Checks that say nothing of themselves in the help: the option's type does.
 CLI::Validator existingFile();
 CLI::Validator existingDirectory();
+// An empty value is a variable that is not set.
+CLI::Validator notEmpty();
 
 // options has to outlive the app.
 void addPluginOptions(CLI::App &command, PluginOptions &options);

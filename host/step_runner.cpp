@@ -25,7 +25,9 @@
 #include <exception>
 #include <memory>
 #include <stdexcept>
+#include <vector>
 
+#include "interruption.h"
 #include "line_splitter.h"
 #include "log_channel.h"
 #include "plugin_process.h"
@@ -162,7 +164,7 @@ std::string signalText(int number) {
   return name != nullptr ? std::string("SIG") + name : "signal " + std::to_string(number);
 }
 
-// Keeps SIGINT and SIGTERM waiting, from begin() on, for whoever handles them when it is gone.
+// Keeps the signals that cancel waiting, from begin() on, for whoever handles them when it is gone.
 class SignalHold {
  public:
   SignalHold() { pthread_sigmask(SIG_SETMASK, nullptr, &mask_); }
@@ -173,8 +175,9 @@ class SignalHold {
   void begin() {
     sigset_t held;
     sigemptyset(&held);
-    sigaddset(&held, SIGINT);
-    sigaddset(&held, SIGTERM);
+    for (const int number : kCancelSignals) {
+      sigaddset(&held, number);
+    }
     pthread_sigmask(SIG_BLOCK, &held, nullptr);
   }
 
@@ -267,7 +270,8 @@ class StepRunner {
   PluginProcess plugin_;
   Owned<bufferevent> connection_;
   Owned<event> outputWatcher_, errorWatcher_, logWatcher_;
-  Owned<event> interruptWatcher_, terminateWatcher_, childWatcher_;
+  std::vector<Owned<event>> signalWatchers_;
+  Owned<event> childWatcher_;
   Owned<event> timeoutTimer_, graceTimer_, tickTimer_, answerWatcher_;
   LineSplitter outputLines_{[this](std::string_view line) {
     listener_.onLine({LogSource::kStdout, LOG_INFO, line});
@@ -304,11 +308,13 @@ StepResult StepRunner::run() {
     throw std::runtime_error("cannot make an event loop");
   }
   // Before the plug-in starts, so that no signal is missed.
-  interruptWatcher_ = watch<&StepRunner::onSignal>(SIGINT, EV_SIGNAL | EV_PERSIST);
-  terminateWatcher_ = watch<&StepRunner::onSignal>(SIGTERM, EV_SIGNAL | EV_PERSIST);
+  for (const int number : kCancelSignals) {
+    if (isTaken(number)) {
+      signalWatchers_.push_back(watch<&StepRunner::onSignal>(number, EV_SIGNAL | EV_PERSIST));
+      event_add(signalWatchers_.back().get(), nullptr);
+    }
+  }
   childWatcher_ = watch<&StepRunner::onChild>(SIGCHLD, EV_SIGNAL | EV_PERSIST);
-  event_add(interruptWatcher_.get(), nullptr);
-  event_add(terminateWatcher_.get(), nullptr);
   event_add(childWatcher_.get(), nullptr);
 
   prctl(PR_SET_CHILD_SUBREAPER, 1);  // orphans of the plug-in come to the host, which reaps them
@@ -624,6 +630,7 @@ void StepRunner::cancel(Outcome outcome, const std::string &reason) {
   isDecided_ = true;
   result_.outcome = outcome;
   result_.reason = reason;
+  listener_.onCancel(outcome);
   server_.cancel();
   event_del(timeoutTimer_.get());
   signalToSend_ = SIGTERM;

@@ -31,7 +31,7 @@ enum class Outcome {
   kProtocolViolation,
   kTimeout,
   kDied,         // crashed, or ended without a completion
-  kInterrupted,  // SIGINT or SIGTERM to the host
+  kInterrupted,  // SIGINT, SIGTERM or SIGHUP to the host
 };
 
 // An answer as it goes into a packet, and whether one takes it.
@@ -86,11 +86,13 @@ class StepListener {
   // A request that the rule book found valid, and what it is answered.
   virtual void onAnswer(ZARN::ARVLAPP::PACKET_TYPE /*request*/, const Json::Value & /*payload*/,
                         const Json::Value & /*answer*/) {}
+  // The step ends early: the plug-in is being canceled.
+  virtual void onCancel(Outcome /*why*/) {}
   // Ten times a second.
   virtual void onTick() {}
 };
 
-// Blocks until the plug-in and its process group are gone. SIGINT and SIGTERM cancel the plug-in by
+// Blocks until the plug-in and its process group are gone. SIGINT, SIGTERM and SIGHUP cancel the plug-in by
 // closing its socket; a second one kills it. Throws std::runtime_error if it could not be started.
 StepResult runStep(const StepRequest &request, RequestServer &server, StepListener &listener);
 

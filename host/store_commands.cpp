@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -15,6 +16,7 @@
 #include "job_commands.h"
 #include "output_options.h"
 #include "plugin_options.h"
+#include "trace/trace_text.h"
 
 namespace arvl_host {
 
@@ -165,7 +167,7 @@ class VerifyCommand {
   OutputDisplay display_;
   const Interruption interruption_;
   Json::Value report_{Json::arrayValue};
-  bool hasProblems_ = false;
+  std::uint64_t problems_ = 0;
   std::string error_;  // the first, of what could not be examined
 };
 
@@ -176,7 +178,12 @@ int VerifyCommand::run() {
         catalog_, options_, display_,
         [this](const std::string &application) { verifyApplication(application); });
     error_ = error_.empty() ? error : error_;
-    exitCode = !error_.empty() ? kHostError : hasProblems_ ? kProblems : 0;
+    exitCode = !error_.empty() ? kHostError : problems_ > 0 ? kProblems : 0;
+    if (exitCode == kProblems) {
+      error_ = "found " + countText(problems_, "problem");
+    } else if (exitCode == 0 && report_.empty()) {
+      display_.note("no backups");
+    }
   } catch (const Interrupted &interrupted) {
     exitCode = kInterrupted;
     fail(interrupted.what());
@@ -232,7 +239,7 @@ Json::Value VerifyCommand::examine(const std::string &application, const std::st
   if (result.problems == 0) {
     display_.note(name + ": sound, " + totalsText(result.totals));
   }
-  hasProblems_ = hasProblems_ || result.problems > 0;
+  problems_ += result.problems;
   Json::Value json(Json::objectValue);
   json["application"] = application;
   json["backup"] = id;
@@ -306,6 +313,7 @@ std::function<int()> addVerifyCommand(CLI::App &app) {
       "  130  interrupted\n");
   const auto options = addStoreOptions(*command);
   command->add_option("--backup", options->backup, "Only this backup")
+      ->check(notEmpty())
       ->type_name("ID")
       ->needs("--name");
   return [options] { return VerifyCommand(*options).run(); };

@@ -1,11 +1,13 @@
 #include "trace_command.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <memory>
@@ -27,22 +29,31 @@ struct TraceOptions {
 
 // A trace that cannot be read to its end is shown as far as it goes.
 int print(const TraceOptions &options) {
-  const bool colour = isatty(STDOUT_FILENO) != 0 && std::getenv("NO_COLOR") == nullptr;
+  const char *noColour = std::getenv("NO_COLOR");
+  const bool colour = isatty(STDOUT_FILENO) != 0 && (noColour == nullptr || *noColour == '\0');
   TraceReader reader;
-  if (reader.open(options.file) && printTrace(reader, std::cout, colour)) {
+  const bool isWhole = reader.open(options.file) && printTrace(reader, std::cout, colour);
+  if (!std::cout.flush()) {
+    throw std::runtime_error("cannot write to standard output");
+  }
+  if (isWhole) {
     return 0;
   }
-  std::cout << std::flush;
   throw std::runtime_error(reader.error());
 }
 
 int writePage(const TraceOptions &options) {
+  std::error_code none;
+  if (std::filesystem::equivalent(options.file, options.page, none)) {
+    throw std::runtime_error("the page would replace the trace " + options.file);
+  }
   Trace trace;
   std::string error;
   const bool isWhole = readTrace(options.file, trace, error);
   if (!isWhole && trace.records.empty()) {
     throw std::runtime_error(error);
   }
+  umask(S_IRWXG | S_IRWXO);  // for its owner alone, as the trace is
   std::ofstream page(options.page);
   writeTracePage(trace, page);
   page.close();

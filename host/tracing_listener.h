@@ -34,6 +34,7 @@ class TracingListener : public StepListener {
                 const Json::Value &answer) override {
     listener_.onAnswer(request, payload, answer);
   }
+  void onCancel(Outcome why) override { listener_.onCancel(why); }
   void onTick() override { listener_.onTick(); }
 
  private:

@@ -67,15 +67,10 @@ void syncFolder(const fs::path &path) {
   }
 }
 
-// True if it was not there.
-bool makeFolder(const fs::path &path) {
-  if (mkdir(path.c_str(), 0777) == 0) {
-    return true;
-  }
-  if (errno != EEXIST) {
+void makeFolder(const fs::path &path, mode_t mode) {
+  if (mkdir(path.c_str(), mode) != 0 && errno != EEXIST) {
     failWith(errno, "cannot make the folder " + quoted(path));
   }
-  return false;
 }
 
 // A link to a folder may stand for it, where that is said.
@@ -172,6 +167,10 @@ std::string checkApplicationName(const std::string &name) {
 
 // ---- Catalog.
 
+void makeStore(const fs::path &store) {
+  makeFolder(store, 0777);
+}
+
 Catalog::Catalog(fs::path store) : store_(std::move(store)) {
   openFolder(store_);
 }
@@ -200,8 +199,10 @@ std::vector<std::string> Catalog::unfinished(const std::string &application) con
 }
 
 std::string Catalog::find(const std::string &application, const std::string &id) const {
-  const std::vector<std::string> known = applications();
-  if (std::find(known.begin(), known.end(), application) == known.end()) {
+  const std::vector<std::string> known =
+      only(applications(), [this](const std::string &name) { return !backups(name).empty(); });
+  const std::vector<std::string> all = applications();
+  if (std::find(all.begin(), all.end(), application) == all.end()) {
     throw StoreError("the store " + quoted(store_) + " has no backup of " +
                      visibleText(application) +
                      (known.empty() ? "" : "; it has backups of " + listOf(known)));
@@ -237,7 +238,7 @@ std::string ownName() {
 }  // namespace
 
 ApplicationLock::ApplicationLock(const fs::path &folder) {
-  makeFolder(folder);
+  makeFolder(folder, 0777);
   const fs::path path = folder / kLockName;
   file_.reset(open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0666));
   if (!file_) {
@@ -272,8 +273,9 @@ NewBackup::NewBackup(Claim, const Catalog &catalog, const std::string &applicati
 // The claim is an object by now: if its folders cannot be made, the destructor removes what there is.
 NewBackup::NewBackup(const Catalog &catalog, const std::string &application)
     : NewBackup(Claim(), catalog, application) {
-  makeFolder(partialFolder());
-  makeFolder(partialFolder() / kDataName);
+  makeFolder(partialFolder(),
+             0700);  // what it holds may have been closed to others by its own folder
+  makeFolder(partialFolder() / kDataName, 0777);
   folderToSync_ = openFolder(partialFolder());
 }
 

@@ -18,6 +18,9 @@ class StoreBusy : public StoreError {
   using StoreError::StoreError;
 };
 
+// If it is not there. Throws StoreError.
+void makeStore(const std::filesystem::path &store);
+
 // Throws StoreError.
 class Catalog {
  public:

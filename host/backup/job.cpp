@@ -164,8 +164,7 @@ class BackupJob : public Job {
 void BackupJob::perform() {
   display_.heading("backup of " + options_.application);
   require(Agent::PLUGIN_NAME_EXPORT);
-  std::error_code error;
-  fs::create_directory(options_.store, error);
+  makeStore(options_.store);
   const Catalog catalog(options_.store);
   NewBackup backup(catalog, options_.application);
   for (const std::string &name : backup.removed()) {
@@ -217,17 +216,23 @@ void BackupJob::takeEstimate(Manifest &manifest, RequestServer &server) {
   if (manifest.isEstimateRefused) {
     display_.warning(result->reason + "; the backup goes on");
   }
-  const Json::Value &size = manifest.estimate["size"];
-  if (size.isUInt64()) {
-    steps_.expectBytes(size.asUInt64());
-  }
 }
 
 void BackupJob::exportTo(const fs::path &data, Manifest &manifest) {
   BackupWatcher watcher(index_, meter_);
   Store store(data, {{&watcher, Durability::kLeftToCaller}, false});
   Framework framework(options_.values, &store, steps_.progress());
+  const Json::Value &estimate = manifest.estimate;
+  const Json::Value &size = estimate["size"];
+  if (size.isUInt64()) {
+    steps_.expectBytes(size.asUInt64());
+  }
   manifest.exportResult = run(Agent::PLUGIN_NAME_EXPORT, framework).completion;
+  manifest.changed = watcher.changed();
+  for (const std::string &path : manifest.changed) {
+    display_.warning(quoted(path) +
+                     " was written while it was copied: the copy may hold parts of both");
+  }
 }
 
 void BackupJob::recordFiles(const fs::path &data, Manifest &manifest) {
@@ -329,8 +334,8 @@ void RestoreJob::perform() {
   RestoreWatcher watcher(index_, meter_);
   Store store(folder / kDataName, {{&watcher, Durability::kEachFile}, true});
   Framework framework(this->framework(*report_.manifest), &store, steps_.progress());
-  steps_.expectBytes(report_.manifest->totals.bytes);
   runOptional(Agent::PLUGIN_NAME_CAN_IMPORT, framework);
+  steps_.expectBytes(report_.manifest->totals.bytes);
   run(Agent::PLUGIN_NAME_IMPORT, framework);
 }
 

@@ -52,7 +52,6 @@ const StepResult &JobSteps::run(const std::string &step, RequestServer &server) 
 
   progress_ = StepProgress();
   progress_.step = step;
-  progress_.expectedBytes = expectedBytes_;
   begin_ = std::chrono::steady_clock::now();
   filesBefore_ = meter_.files;
   bytesBefore_ = meter_.bytes;
@@ -97,6 +96,12 @@ void JobSteps::takePercentage(const Json::Value &percentage) {
   }
 }
 
+void JobSteps::onCancel(Outcome why) {
+  if (why == Outcome::kInterrupted) {
+    display_.note("canceling the plug-in; another Ctrl-C kills it");
+  }
+}
+
 void JobSteps::onTick() {
   interruption_.forward();
   showProgress();
@@ -114,6 +119,9 @@ void JobSteps::showProgress() {
   progress_.files = meter_.files - filesBefore_;
   progress_.bytes = meter_.bytes - bytesBefore_;
   progress_.seconds = duration.count();
+  if (progress_.bytes > 0) {  // before, they tell nothing
+    progress_.expectedBytes = expectedBytes_;
+  }
   display_.progress(progress_);
 }
 

@@ -60,6 +60,7 @@ class JobSteps : private StepListener {
   void onGarbage(Side from, std::string_view bytes, const std::string &reason) override;
   void onAnswer(ZARN::ARVLAPP::PACKET_TYPE request, const Json::Value &payload,
                 const Json::Value &answer) override;
+  void onCancel(Outcome why) override;
   void onTick() override;
 
   std::string executable(const std::string &step) const;

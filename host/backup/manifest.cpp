@@ -51,11 +51,17 @@ Json::Value headJson(const Manifest &manifest) {
   head["actual"] = totalsJson(manifest.totals);
   head["export_result"] = manifest.exportResult;
   head["external_handler_result"] = manifest.externalHandlerResult;
-  head["denials"] = Json::Value(Json::arrayValue);
-  for (const std::string &denial : manifest.denials) {
-    head["denials"].append(denial);
-  }
+  head["changed"] = arrayOf(manifest.changed);
+  head["denials"] = arrayOf(manifest.denials);
   return head;
+}
+
+std::vector<std::string> textsOf(const Json::Value &array) {
+  std::vector<std::string> texts;
+  for (const Json::Value &text : array) {
+    texts.push_back(restoreBytes(std::string_view(text.asString())));
+  }
+  return texts;
 }
 
 Totals totalsOf(const Json::Value &json) {
@@ -81,9 +87,8 @@ Manifest manifestOf(const Json::Value &head) {
   manifest.totals = totalsOf(head["actual"]);
   manifest.exportResult = head["export_result"];
   manifest.externalHandlerResult = head["external_handler_result"];
-  for (const Json::Value &denial : head["denials"]) {
-    manifest.denials.push_back(denial.asString());
-  }
+  manifest.changed = textsOf(head["changed"]);
+  manifest.denials = textsOf(head["denials"]);
   return manifest;
 }
 
@@ -190,6 +195,14 @@ void addTo(Totals &totals, const FileRecord &record) {
       ++totals.links;
       break;
   }
+}
+
+Json::Value arrayOf(const std::vector<std::string> &texts) {
+  Json::Value array(Json::arrayValue);
+  for (const std::string &text : texts) {
+    array.append(text);
+  }
+  return array;
 }
 
 // By the names that the protocol has for an estimate.

@@ -45,12 +45,14 @@ struct Manifest {
   Json::Value exportResult;        // the plug-in's completion of the export
   Json::Value externalHandlerResult;  // an array; null: there is none
   Totals totals;                      // what really came
+  std::vector<std::string> changed;   // local files that were written while they were copied
   std::vector<std::string> denials;   // what the plug-in was denied meanwhile
 
   std::string dataVersion() const;
 };
 
 Json::Value totalsJson(const Totals &totals);
+Json::Value arrayOf(const std::vector<std::string> &texts);
 
 // The manifest was written by a later version of the host.
 class NewerManifest : public StoreError {

@@ -7,14 +7,6 @@ namespace arvl_host {
 
 namespace {
 
-Json::Value arrayOf(const std::vector<std::string> &texts) {
-  Json::Value array(Json::arrayValue);
-  for (const std::string &text : texts) {
-    array.append(text);
-  }
-  return array;
-}
-
 Json::Value stepJson(const StepReport &report) {
   const StepResult &result = report.result;
   Json::Value json(Json::objectValue);
@@ -45,6 +37,7 @@ void addManifest(Json::Value &json, const Manifest &manifest) {
   json["estimate"] = manifest.estimate;
   json["estimate_refused"] = manifest.isEstimateRefused;
   json["actual"] = totalsJson(manifest.totals);
+  json["changed"] = arrayOf(manifest.changed);
 }
 
 std::string estimateText(const Manifest &manifest) {

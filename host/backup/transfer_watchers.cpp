@@ -4,7 +4,19 @@
 
 namespace arvl_host {
 
+namespace {
+
+constexpr std::size_t kMaxChanged = 100;
+
+}  // namespace
+
 // ---- BackupWatcher.
+
+void BackupWatcher::onChanged(const std::string &path) {
+  if (changed_.size() < kMaxChanged) {
+    changed_.push_back(path);
+  }
+}
 
 void BackupWatcher::onStored(const struct stat &status, const std::string &sha256) {
   ++meter_.files;

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "backup/file_index.h"
 #include "file_copy.h"
@@ -23,10 +24,15 @@ class BackupWatcher : public TransferWatcher {
   BackupWatcher(FileIndex &index, TransferMeter &meter) : index_(index), meter_(meter) {}
 
   void onBytes(std::uint64_t count) override { meter_.bytes += count; }
+  void onChanged(const std::string &path) override;
   void onStored(const struct stat &status, const std::string &sha256) override;
   void onMoved(const struct stat &status) override;
 
+  // Files that were written while they were copied, at most 100. To be read once nothing is transferred.
+  const std::vector<std::string> &changed() const { return changed_; }
+
  private:
+  std::vector<std::string> changed_;
   FileIndex &index_;
   TransferMeter &meter_;
 };

@@ -45,17 +45,21 @@ class Verifier {
 };
 
 Verification Verifier::verify() {
+  std::string problem;
   try {
     checkManifestFile(folder_);
   } catch (const StoreError &error) {
-    report(kManifestName, error.what());
+    problem = error.what();
+    report(kManifestName, problem);
   }
   try {
     readManifest();
   } catch (const NewerManifest &) {
     throw;
   } catch (const StoreError &error) {
-    report(kManifestName, error.what());
+    if (error.what() != problem) {
+      report(kManifestName, error.what());
+    }
     return result_;
   }
   checkChecksums();

@@ -127,11 +127,12 @@ void *operator new(std::size_t size) {
   return memory;
 }
 
-void operator delete(void *memory) noexcept {
+// Inlined, it would look to the compiler as if what new gave were freed by another way.
+[[gnu::noinline]] void operator delete(void *memory) noexcept {
   std::free(memory);
 }
 
-void operator delete(void *memory, std::size_t) noexcept {
+[[gnu::noinline]] void operator delete(void *memory, std::size_t) noexcept {
   std::free(memory);
 }
 

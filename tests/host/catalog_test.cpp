@@ -108,7 +108,7 @@ TEST_F(CatalogOf, FindsTheLatestOrTheOneThatIsNamed) {
   EXPECT_EQ(errorOf([&] { catalog_.find("empty", ""); }),
             "the store " + storeName() + " has no finished backup of empty");
   EXPECT_EQ(errorOf([&] { catalog_.find("none", ""); }),
-            "the store " + storeName() + " has no backup of none; it has backups of app, empty");
+            "the store " + storeName() + " has no backup of none; it has backups of app");
 }
 
 TEST_F(CatalogOf, SaysThatAnEmptyStoreHasNothing) {

@@ -162,6 +162,7 @@ TEST_F(Job, KeepsAllThatIsKnownInTheManifest) {
   expected["backup"] = folder.filename().string();
   expected["external_handler_result"] = parseJson(results);
   expected["denials"] = Json::Value(Json::arrayValue);
+  expected["changed"] = Json::Value(Json::arrayValue);
   expected["tool"] = replaced(run({ARVL_HOST, "--version"}).out, "\n", "");
   expected["started"] = manifest["started"];
   expected["finished"] = manifest["finished"];
@@ -310,13 +311,14 @@ TEST_F(Job, ShowsWhatTheRuleBookSays) {
 }
 
 TEST_F(Job, IsInterruptedAndLeavesNothing) {
-  for (const int number : {SIGINT, SIGTERM}) {
+  for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
     script("export", {{"be", "waits for a cancel"}});
     Command command(job("backup"), variables());
     ASSERT_TRUE(command.waitFor("[stdout] waiting\n"));
     command.signal(number);
     const Ended ended = command.finish();
     EXPECT_EQ(ended.status, 130);
+    EXPECT_TRUE(holds(ended.out, "\ncanceling the plug-in; another Ctrl-C kills it\n"));
     EXPECT_TRUE(holds(ended.out, "\n[stdout] canceled\n"));
     EXPECT_TRUE(holds(lastLine(ended.err), "error: interrupted in the step export"));
     expectNothingLeft();
@@ -384,6 +386,28 @@ TEST_F(Job, LetsNothingOutOfTheBackup) {
   EXPECT_EQ(entriesOf(latest() / "data"), Names{"outside"});
   EXPECT_EQ(entriesOf(at("store")), Names{"unruly"});
   EXPECT_EQ(backups().size(), 1u);
+}
+
+TEST_F(Job, GoesOnWithoutATerminalWhereTheUserSaysSo) {
+  const std::string fifo = makeFifo();
+  script("export", {{"wait", fifo}});
+  Words words = {"/usr/bin/nohup"};
+  const Words command = job("backup");
+  words.insert(words.end(), command.begin(), command.end());
+  Command running(words, variables());
+  ASSERT_TRUE(running.waitFor("[stdout] waiting\n"));
+  running.signal(SIGHUP);
+  release(fifo);
+  EXPECT_EQ(running.finish().status, 0);
+}
+
+TEST_F(Job, IsForTheOwnerAlone) {
+  const fs::path folder = backUpFile("contents");
+  for (const fs::path &path : {folder, folder / "manifest.json", folder / "SHA256SUMS"}) {
+    EXPECT_EQ(fs::status(path).permissions() & (fs::perms::group_all | fs::perms::others_all),
+              fs::perms::none)
+        << path;
+  }
 }
 
 TEST_F(Job, TellsOfWhatWasDeniedAfterASuccess) {

@@ -61,7 +61,7 @@ TEST_F(Output, IsOneReportOfAJobThatSucceeds) {
   Json::Value expected = parseJson(R"({
       "command": "backup", "success": true, "exit_code": 0, "error": null, "application": "unruly",
       "framework_version": "2.3", "app_data_version": "1.0", "estimate_refused": false,
-      "missing_steps": [], "denials": [], "files": 1, "bytes": 8,
+      "missing_steps": [], "denials": [], "changed": [], "files": 1, "bytes": 8,
       "summary": {"success": true, "backup_short": "a short text", "backup_long": "a long text",
                   "restore_short": "a short return", "restore_long": "a long return"},
       "estimate": {"success": true, "file_count": 0, "dir_count": 0, "size": 0, "block_size": 0},
@@ -119,6 +119,23 @@ TEST_F(Output, IsOneReportOfEachCommandOnTheStore) {
     EXPECT_EQ(ended.status, 0);
     EXPECT_EQ(reportOf(ended)["command"], command);
   }
+}
+
+TEST_F(Output, RefusesValuesThatAreEmpty) {
+  mustBackUp();
+  for (const Words &more : {Words{"--backup", ""}, Words{"--trace", ""}, Words{"--trace-full"}}) {
+    const Ended ended = restore(more);
+    EXPECT_EQ(ended.status, 2) << more[0];
+    EXPECT_TRUE(holds(ended.err, more[0]));
+  }
+  EXPECT_EQ(onStore("verify", {"--name", "unruly", "--backup", ""}).status, 2);
+}
+
+TEST_F(Output, SaysThatThereIsNothingToVerify) {
+  fs::create_directories(at("store/empty"));
+  const Ended ended = onStore("verify");
+  EXPECT_EQ(ended.status, 0);
+  EXPECT_EQ(ended.out, "no backups\n");
 }
 
 TEST_F(Output, IsAReportOfWrongUsageToo) {

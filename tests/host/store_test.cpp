@@ -62,7 +62,14 @@ class Witness : public TransferWatcher {
   void onFolderEnd(const std::string &path, std::uint64_t entries) override {
     note("end " + path + " " + std::to_string(entries));
   }
-  void onBytes(std::uint64_t count) override { note("bytes " + std::to_string(count)); }
+  void onBytes(std::uint64_t count) override {
+    note("bytes " + std::to_string(count));
+    if (!written.empty()) {
+      std::ofstream(written, std::ios::app) << "more";
+      written.clear();
+    }
+  }
+  void onChanged(const std::string &path) override { note("changed " + path); }
   void onFile(const std::string &path, const std::string &sha256) override {
     note("file " + path + " " + sha256.substr(0, 8));
   }
@@ -79,6 +86,7 @@ class Witness : public TransferWatcher {
   std::vector<std::string> lines;
   std::string refused;
   std::optional<unsigned> mode;  // that every entry is to have
+  std::string written;           // a file that is written to, once, when something has been copied
 
  private:
   void note(const std::string &line) {
@@ -368,6 +376,18 @@ TEST_F(StoreFolder, TellsItsWatcherOfATreeByItsRealPath) {
   std::sort(witness.lines.begin(), witness.lines.end());
   EXPECT_EQ(witness.lines, (Lines{"end /real/t 2", "entry dir /real/t", "entry file /real/t/f 3",
                                   "entry symlink /real/t/l"}));
+}
+
+TEST_F(StoreFolder, TellsItsWatcherOfAFileThatIsWrittenMeanwhile) {
+  write("local/f", std::string(1 << 20, 'x'));
+  Witness witness;
+  Store watched(at("store"), {{&witness, Durability::kLeftToCaller}, false});
+  const std::string changed = "changed " + at("local/f");
+  watched.upload(at("local/f"), FileType::kFile, false, "/f");
+  EXPECT_EQ(std::count(witness.lines.begin(), witness.lines.end(), changed), 0);
+  witness.written = at("local/f");
+  watched.upload(at("local/f"), FileType::kFile, false, "/g");
+  EXPECT_EQ(std::count(witness.lines.begin(), witness.lines.end(), changed), 1);
 }
 
 TEST_F(StoreFolder, DeliversTheModesAndTimesOfItsWatcher) {
