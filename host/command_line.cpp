@@ -1,11 +1,16 @@
 #include "command_line.h"
 
 #include <CLI/CLI.hpp>
+#include <memory>
+#include <string>
 #include <utility>
+#include <vector>
 
 #include "job_commands.h"
+#include "manual/help_formatter.h"
 #include "step_command.h"
 #include "store_commands.h"
+#include "trace/trace_text.h"
 #include "trace_command.h"
 
 namespace arvl_host {
@@ -19,10 +24,20 @@ constexpr const char *kFooter =
     "  TERM      \"dumb\": no colour, and no line that is drawn again\n"
     "  TMPDIR    where the list of a job's files goes that does not fit the memory\n";
 
+// What is wrong with a command line of which these words are left.
+std::string withoutCommand(const std::vector<std::string> &words) {
+  if (words.empty()) {
+    return "a command is required";
+  }
+  const char *kind = words.front()[0] == '-' ? "option" : "command";
+  return std::string("there is no ") + kind + " \"" + visibleText(words.front()) + "\"";
+}
+
 }  // namespace
 
 CommandLine::CommandLine()
     : app_("Runs application back-up plug-ins as the framework would.", "arvl-host") {
+  app_.formatter(std::make_shared<HelpFormatter>());  // of what is added from now on, too
   app_.set_version_flag("--version", "arvl-host " ARVL_VERSION);
   app_.require_subcommand(1);
   app_.footer(kFooter);
@@ -37,7 +52,20 @@ CommandLine::CommandLine()
 
 void CommandLine::add(std::function<int()> (*addCommand)(CLI::App &)) {
   std::function<int()> command = addCommand(app_);
-  commands_[app_.get_subcommands({}).back()] = std::move(command);
+  CLI::App *added = app_.get_subcommands({}).back();
+  added->group("Commands");
+  commands_[added] = std::move(command);
+}
+
+void CommandLine::parse(int argc, const char *const *argv) {
+  try {
+    app_.parse(argc, argv);
+  } catch (const CLI::RequiredError &) {
+    if (!app_.get_subcommands().empty()) {
+      throw;
+    }
+    throw CLI::ParseError(withoutCommand(app_.remaining()), CLI::ExitCodes::RequiredError);
+  }
 }
 
 int CommandLine::run() const {

@@ -15,7 +15,11 @@ class CommandLine {
 
   CLI::App &app() { return app_; }
 
-  // Once app() has parsed: runs the subcommand and returns its exit code. Throws CLI::ParseError for
+  // Throws CLI::ParseError for wrong usage, and where help or the version is asked for: app().exit()
+  // shows either.
+  void parse(int argc, const char *const *argv);
+
+  // Once it is parsed: runs the subcommand and returns its exit code. Throws CLI::ParseError for
   // wrong usage that only shows now, and other exceptions for what else it could not do.
   int run() const;
 

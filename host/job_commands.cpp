@@ -21,12 +21,14 @@ constexpr const char *kExitCodes =
     "Exit codes:\n"
     "  0    the job succeeded\n"
     "  1    the plug-in reported failure\n"
-    "  2    wrong usage, or the store could not be used, or a step could not be started\n"
+    "  2    wrong usage, or the store could not be used, or a step could not be\n"
+    "       started\n"
     "  3    the plug-in broke the protocol; the rule-book lines are shown\n"
     "  4    time-out of a step\n"
     "  5    the plug-in crashed, or sent no completion\n"
     "  130  interrupted\n"
-    "Ctrl-C cancels the job by closing the plug-in's socket; a second one kills the plug-in.\n";
+    "Ctrl-C cancels the job by closing the plug-in's socket; a second one kills the\n"
+    "plug-in.\n";
 
 struct CommandOptions {
   PluginOptions plugin;

@@ -37,12 +37,11 @@ void reportFailure(int argc, char **argv, const std::string &error) {
 
 int run(int argc, char **argv) {
   arvl_host::CommandLine commandLine;
-  CLI::App &app = commandLine.app();
   try {
-    app.parse(argc, argv);
+    commandLine.parse(argc, argv);
     return commandLine.run();
   } catch (const CLI::ParseError &error) {
-    if (app.exit(error) == 0) {
+    if (commandLine.app().exit(error) == 0) {
       return 0;  // help or version was asked for
     }
     reportFailure(argc, argv, error.what());

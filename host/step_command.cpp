@@ -157,8 +157,9 @@ constexpr const char *kExitCodes =
     "  4    time-out; also when the plug-in completes and does not end\n"
     "  5    the plug-in crashed, even after its completion, or sent no completion\n"
     "  130  interrupted\n"
-    "A completion decides even if the plug-in then exits with another status than 0.\n"
-    "Ctrl-C closes the socket, which is how a plug-in is canceled; a second one kills it.\n";
+    "A completion decides even if the plug-in then exits with another status than\n"
+    "0. Ctrl-C closes the socket, which is how a plug-in is canceled; a second one\n"
+    "kills it.\n";
 
 }  // namespace
 

@@ -322,9 +322,8 @@ std::function<int()> addVerifyCommand(CLI::App &app) {
 std::function<int()> addPruneCommand(CLI::App &app) {
   CLI::App *command = app.add_subcommand("prune", "Remove what backups left that did not finish");
   command->footer(
-      "Exit codes: 0, or 2 for wrong usage and for what cannot be removed. Backups that run now "
-      "are "
-      "left alone.\n");
+      "Exit codes: 0, or 2 for wrong usage and for what cannot be removed. Backups\n"
+      "that run now are left alone.\n");
   const auto options = addStoreOptions(*command);
   return [options] { return prune(*options); };
 }

@@ -1,6 +1,7 @@
 #include "definitions.h"
 
 #include <CLI/CLI.hpp>
+#include <set>
 
 namespace arvl_host {
 
@@ -10,6 +11,42 @@ constexpr const char *kUnnamedType = "TEXT";  // as CLI11 calls a string
 
 bool isShown(const CLI::Option &option) {
   return !option.get_group().empty();
+}
+
+std::string nameOf(const CLI::Option &option) {
+  return option.get_positional() ? option.get_name(true) : namesOf(option).back();
+}
+
+// "needs --trace". By name, since the set's own order is another one at every run.
+void addRelations(const char *relation, const std::set<CLI::Option *> &others,
+                  std::vector<std::string> &remarks) {
+  std::set<std::string> names;
+  for (const CLI::Option *other : others) {
+    names.insert(nameOf(*other));
+  }
+  for (const std::string &name : names) {
+    remarks.push_back(relation + (" " + name));
+  }
+}
+
+std::vector<std::string> remarksOf(const CLI::Option &option) {
+  std::vector<std::string> remarks;
+  const ValueType type = valueTypeOf(option);
+  if (!type.choices.empty()) {
+    remarks.push_back("one of " + CLI::detail::join(type.choices, ", "));
+  }
+  if (!type.range.empty()) {
+    remarks.push_back(type.range);
+  }
+  if (option.get_required()) {
+    remarks.emplace_back("required");
+  }
+  addRelations("needs", option.get_needs(), remarks);
+  addRelations("not with", option.get_excludes(), remarks);
+  if (takesValue(option) && !option.get_default_str().empty()) {
+    remarks.push_back("default: " + option.get_default_str());
+  }
+  return remarks;
 }
 
 }  // namespace
@@ -64,6 +101,12 @@ ValueType valueTypeOf(const CLI::Option &option) {
     }
   }
   return type;
+}
+
+std::string descriptionOf(const CLI::Option &option) {
+  const std::vector<std::string> remarks = remarksOf(option);
+  return option.get_description() +
+         (remarks.empty() ? "" : " (" + CLI::detail::join(remarks, "; ") + ")");
 }
 
 }  // namespace arvl_host

@@ -1,5 +1,5 @@
-// What the definitions of a command line hold for the man page and the completion. Hidden options are
-// left out.
+// What the definitions of a command line hold for the help, the man page and the completion. Hidden
+// options are left out.
 #ifndef ARVL_HOST_MANUAL_DEFINITIONS_H_
 #define ARVL_HOST_MANUAL_DEFINITIONS_H_
 
@@ -28,6 +28,9 @@ struct ValueType {
 
 // Taken from CLI::Option::get_type_name(), which is all that tells what a value is checked for.
 ValueType valueTypeOf(const CLI::Option &option);
+
+// "The step (one of import, export; required)"
+std::string descriptionOf(const CLI::Option &option);
 
 }  // namespace arvl_host
 

@@ -71,27 +71,8 @@ std::string optionNames(const CLI::Option &option) {
   return CLI::detail::join(names, ", ") + (isRepeatable(option) ? " ..." : "");
 }
 
-// "(one of a, b; required)", after a space; nothing if there is nothing to say.
-std::string remarks(const CLI::Option &option) {
-  std::vector<std::string> parts;
-  const ValueType type = valueTypeOf(option);
-  if (!type.choices.empty()) {
-    parts.push_back("one of " + CLI::detail::join(type.choices, ", "));
-  }
-  if (!type.range.empty()) {
-    parts.push_back(type.range);
-  }
-  if (option.get_required()) {
-    parts.push_back("required");
-  }
-  if (takesValue(option) && !option.get_default_str().empty()) {
-    parts.push_back("default: " + option.get_default_str());
-  }
-  return parts.empty() ? "" : " (" + CLI::detail::join(parts, "; ") + ")";
-}
-
 void writeEntry(const std::string &tag, const CLI::Option &option, std::ostream &out) {
-  out << ".TP\n" << tag << '\n' << escaped(option.get_description() + remarks(option)) << '\n';
+  out << ".TP\n" << tag << '\n' << escaped(descriptionOf(option)) << '\n';
 }
 
 void writeEntries(const CLI::App &app, std::ostream &out) {

@@ -292,13 +292,13 @@ struct Usage {
 TEST(Step, RefusesWrongUsageAndNamesIt) {
   const std::string plugin = UNRULY_PLUGIN;
   const std::vector<Usage> cases = {
-      {{}, "A subcommand is required"},
+      {{}, "a command is required"},
       {{"step"}, "name is required"},
       {{"step", "export"}, "--plugin is required"},
       {{"step", "exporter", "--plugin", plugin}, "exporter not in"},
       {{"step", "export", "--plugin", "/no such folder"},
        "Directory does not exist: /no such folder"},
-      {{"step", "export", "--plugin", "/usr"}, "/usr/export does not exist"},
+      {{"step", "export", "--plugin", "/usr"}, "there is no \"export\" in /usr: the plug-in has no executable for this step"},
       {{"step", "export", "--plugin", plugin, "--framework-version", "2"},
        "two numbers joined by a full stop, such as 2.3, not \"2\""},
       {{"step", "export", "--plugin", plugin, "--framework-version", "2.x"}, "not \"2.x\""},
