@@ -2,13 +2,11 @@
 
 #include <json/reader.h>
 #include <json/value.h>
-#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <iomanip>
 #include <iostream>
@@ -18,6 +16,7 @@
 
 #include "display/plugin_line.h"
 #include "framework.h"
+#include "plugin_folder.h"
 #include "plugin_options.h"
 #include "step_runner.h"
 #include "store.h"
@@ -92,17 +91,12 @@ void printResult(const std::string &step, const StepResult &result) {
             << std::flush;
 }
 
-// The path of the step's executable, or an error that names it.
 std::string findExecutable(const StepOptions &options) {
-  const std::filesystem::path path =
-      std::filesystem::absolute(options.plugin.pluginDir) / options.step;
-  std::error_code error;
-  if (!std::filesystem::exists(path, error)) {
-    throw CLI::ValidationError(
-        "--plugin", path.string() + " does not exist: the plug-in has no executable for this step");
-  }
-  if (!std::filesystem::is_regular_file(path, error) || access(path.c_str(), X_OK) != 0) {
-    throw CLI::ValidationError("--plugin", path.string() + " is not an executable file");
+  const std::string path = findStep(options.plugin.pluginDir, options.step);
+  if (path.empty()) {
+    throw CLI::ValidationError("--plugin", "there is no \"" + options.step + "\" in " +
+                                               visibleText(options.plugin.pluginDir) +
+                                               ": the plug-in has no executable for this step");
   }
   return path;
 }

@@ -1,14 +1,10 @@
 #include "backup/job_steps.h"
 
-#include <unistd.h>
-
 #include <algorithm>
-#include <filesystem>
 
+#include "plugin_folder.h"
 #include "trace/trace_text.h"
 #include "tracing_listener.h"
-
-namespace fs = std::filesystem;
 
 namespace arvl_host {
 
@@ -24,14 +20,8 @@ JobSteps::JobSteps(const PluginRun &run, JobDisplay &display, TraceWriter &trace
                    const TransferMeter &meter, const Interruption &interruption)
     : run_(run), display_(display), trace_(trace), meter_(meter), interruption_(interruption) {}
 
-std::string JobSteps::executable(const std::string &step) const {
-  return fs::absolute(run_.folder) / step;
-}
-
 bool JobSteps::has(const std::string &step) const {
-  std::error_code error;
-  return fs::is_regular_file(executable(step), error) &&
-         access(executable(step).c_str(), X_OK) == 0;
+  return !findStep(run_.folder, step).empty();
 }
 
 Framework::Progress JobSteps::progress() {
@@ -45,7 +35,7 @@ Framework::Progress JobSteps::progress() {
 const StepResult &JobSteps::run(const std::string &step, RequestServer &server) {
   StepRequest request;
   request.step = step;
-  request.executable = executable(step);
+  request.executable = findStep(run_.folder, step);
   request.frameworkVersion = run_.frameworkVersion;
   request.timeout = run_.timeout;
   request.grace = run_.grace;

@@ -37,7 +37,7 @@ class JobSteps : private StepListener {
   JobSteps(const PluginRun &run, JobDisplay &display, TraceWriter &trace,
            const TransferMeter &meter, const Interruption &interruption);
 
-  // Whether the plug-in has the step's executable.
+  // Whether the plug-in has the step's executable. Throws std::runtime_error for one that cannot be run.
   bool has(const std::string &step) const;
 
   // What the progress that the plug-in reports is to be handed to.
@@ -63,7 +63,6 @@ class JobSteps : private StepListener {
   void onCancel(Outcome why) override;
   void onTick() override;
 
-  std::string executable(const std::string &step) const;
   void takePercentage(const Json::Value &percentage);
   void showProgress();
   void deny(const std::string &denial);

@@ -216,6 +216,31 @@ TEST_F(Job, NeedsTheExecutableOfItsTransfer) {
   EXPECT_EQ(entriesOf(at("store")), Names{});
 }
 
+// One that was copied without its mode has lost nothing of what its author wants of it.
+TEST_F(Job, DoesNotLeaveOutAStepThatIsThereAndCannotBeRun) {
+  const std::string plugin = pluginOf({"export", "import"});
+  for (const auto &[command, step] :
+       {std::pair("backup", "can_export"), std::pair("restore", "can_import")}) {
+    ASSERT_EQ(backup().status, 0);
+    const std::string path = plugin + "/" + step;
+    const auto expectRefusal = [&, command = command](const std::string &name) {
+      const Ended ended =
+          run(storeCommand(command, {"--plugin", plugin, "--name", "unruly"}), variables());
+      EXPECT_EQ(ended.status, 2);
+      EXPECT_EQ(ended.err, "error: " + path + " is not an executable file\n") << name;
+    };
+    std::ofstream(path) << "#!/bin/sh\n";
+    expectRefusal("a file without its mode");
+    fs::remove(path);
+    fs::create_directory(path);
+    expectRefusal("a folder");
+    fs::remove(path);
+    fs::create_symlink("nowhere", path);
+    expectRefusal("a link to nothing");
+    fs::remove(path);
+  }
+}
+
 TEST_F(Job, LeavesOutTheStepsThatThePluginDoesNotHave) {
   const std::string plugin = pluginOf({"export", "import"});
   const Ended backup = run(storeCommand("backup", {"--plugin", plugin}), variables());
