@@ -12,6 +12,7 @@
 #include "backup/manifest.h"
 #include "backup/report.h"
 #include "backup/verify.h"
+#include "display/cells.h"
 #include "interruption.h"
 #include "job_commands.h"
 #include "output_options.h"
@@ -62,12 +63,13 @@ std::string forEachApplication(const Catalog &catalog, const StoreCommandOptions
 
 // ---- list
 
-// Names padded to columns.
-std::vector<std::string> table(const std::vector<std::vector<std::string>> &rows) {
-  std::vector<std::size_t> widths(rows.empty() ? 0 : rows[0].size());
-  for (const std::vector<std::string> &row : rows) {
+// Made visible, and padded to columns.
+std::vector<std::string> table(std::vector<std::vector<std::string>> rows) {
+  std::vector<unsigned> widths(rows[0].size());
+  for (std::vector<std::string> &row : rows) {
     for (std::size_t i = 0; i < row.size(); ++i) {
-      widths[i] = std::max(widths[i], row[i].size());
+      row[i] = visibleText(row[i]);
+      widths[i] = std::max(widths[i], cellsOf(row[i]));
     }
   }
   std::vector<std::string> lines;
@@ -75,7 +77,7 @@ std::vector<std::string> table(const std::vector<std::vector<std::string>> &rows
     std::string line;
     for (std::size_t i = 0; i < row.size(); ++i) {
       const bool isLast = i + 1 == row.size();
-      line += row[i] + (isLast ? "" : std::string(widths[i] - row[i].size() + 2, ' '));
+      line += row[i] + (isLast ? "" : std::string(widths[i] - cellsOf(row[i]) + 2, ' '));
     }
     lines.push_back(line);
   }

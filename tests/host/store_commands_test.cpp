@@ -83,6 +83,22 @@ TEST_F(StoreCommand, ListsTheBackupsOfEachApplication) {
                 third + "  1.0   2 files, 2 folders, 1 link, 8 B\n");
 }
 
+TEST_F(StoreCommand, ListsInColumnsOfATerminalsCells) {
+  for (const char *name : {"\u65e5\u672c", "caf\u00e9"}) {
+    ASSERT_EQ(backup({"--name", name}).status, 0);
+  }
+  damage(latest("caf\u00e9") / "manifest.json", "\"1.0\",\"success\"",
+         "\"1\\u001b.0\",\"success\"");
+  EXPECT_EQ(onStore("list").out,
+            "APPLICATION  BACKUP                DATA     CONTENT\n"
+            "caf\u00e9         " +
+                latest("caf\u00e9").filename().string() +
+                "  1\\x1b.0  2 files, 2 folders, 1 link, 8 B\n"
+                "\u65e5\u672c         " +
+                latest("\u65e5\u672c").filename().string() +
+                "  1.0      2 files, 2 folders, 1 link, 8 B\n");
+}
+
 TEST_F(StoreCommand, RefusesAnApplicationThatTheStoreDoesNotHave) {
   for (const char *command : {"list", "prune"}) {
     const Ended ended = onStore(command, {"--name", "other"});
