@@ -27,6 +27,7 @@
 #include <stdexcept>
 #include <vector>
 
+#include "elapsed.h"
 #include "interruption.h"
 #include "line_splitter.h"
 #include "log_channel.h"
@@ -697,8 +698,7 @@ StepResult StepRunner::conclude() {
   readLogLines(kLogQueue);
   outputLines_.finish();
   errorLines_.finish();
-  const std::chrono::duration<double> duration = steady_clock::now() - begin_;
-  result_.seconds = duration.count();
+  result_.seconds = secondsSince(begin_);
   if (isDecided_) {
     return result_;
   }

@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -13,6 +14,7 @@
 #include "backup/report.h"
 #include "backup/verify.h"
 #include "display/cells.h"
+#include "elapsed.h"
 #include "interruption.h"
 #include "job_commands.h"
 #include "output_options.h"
@@ -22,6 +24,8 @@
 namespace arvl_host {
 
 namespace {
+
+using std::chrono::steady_clock;
 
 constexpr int kProblems = 1;
 constexpr int kHostError = 2;
@@ -163,6 +167,7 @@ class VerifyCommand {
   void verify(const std::string &application, const std::string &id);
   void fail(const std::string &error);
   Json::Value examine(const std::string &application, const std::string &id);
+  OnVerifyProgress showing(const std::string &name);
 
   const StoreCommandOptions &options_;
   const Catalog catalog_;
@@ -193,6 +198,7 @@ int VerifyCommand::run() {
     exitCode = kHostError;
     fail(error.what());
   }
+  display_.workEnds();
   Json::Value json = errorJson("verify", exitCode, error_);
   json["backups"] = report_;
   writeReport(options_.output, json, {});
@@ -224,6 +230,20 @@ void VerifyCommand::verify(const std::string &application, const std::string &id
   }
 }
 
+OnVerifyProgress VerifyCommand::showing(const std::string &name) {
+  StepProgress work;
+  work.step = "verify";
+  work.stage = name;
+  return [this, work, begin = steady_clock::now()](const VerifyProgress &progress) mutable {
+    interruption_.check();
+    work.files = progress.files;
+    work.bytes = progress.bytes;
+    work.expectedBytes = progress.expectedBytes;
+    work.seconds = secondsSince(begin);
+    display_.working(work);
+  };
+}
+
 Json::Value VerifyCommand::examine(const std::string &application, const std::string &id) {
   const std::string name = application + " " + id;
   Json::Value problems(Json::arrayValue);
@@ -236,8 +256,8 @@ Json::Value VerifyCommand::examine(const std::string &application, const std::st
       problems.append(entry);
     }
   };
-  const Verification result = verifyBackup(catalog_.folderOf(application) / id, onProblem,
-                                           [this] { interruption_.check(); });
+  const Verification result =
+      verifyBackup(catalog_.folderOf(application) / id, onProblem, showing(name));
   if (result.problems == 0) {
     display_.note(name + ": sound, " + totalsText(result.totals));
   }

@@ -11,6 +11,7 @@
 #include <stdexcept>
 
 #include "backup/catalog.h"
+#include "elapsed.h"
 #include "interruption.h"
 #include "trace/trace_text.h"
 #include "zarn/arvlapp/agent.h"
@@ -25,7 +26,6 @@ using std::chrono::steady_clock;
 using ZARN::ARVLAPP::Agent;
 
 constexpr int kHostError = 2;
-constexpr std::chrono::milliseconds kShowEvery{200};
 
 // Why a job ends without success, with what the program then exits with.
 struct JobFailure : std::runtime_error {
@@ -79,8 +79,7 @@ class Job {
     } catch (const std::exception &error) {
       fail(kHostError, error.what());
     }
-    const std::chrono::duration<double> duration = steady_clock::now() - begin_;
-    report_.seconds = duration.count();
+    report_.seconds = secondsSince(begin_);
     report_.steps = steps_.reports();
     report_.denials = steps_.denials();
     report_.files = meter_.files;
@@ -158,7 +157,7 @@ class BackupJob : public Job {
 
   FileIndex index_;
   std::uint64_t bytesRead_ = 0;  // again, for their checksums
-  steady_clock::time_point shown_;
+  steady_clock::time_point recordingBegin_;
 };
 
 void BackupJob::perform() {
@@ -237,7 +236,7 @@ void BackupJob::exportTo(const fs::path &data, Manifest &manifest) {
 
 void BackupJob::recordFiles(const fs::path &data, Manifest &manifest) {
   const std::size_t prefix = data.native().size();
-  shown_ = steady_clock::now();
+  recordingBegin_ = steady_clock::now();
   for (const fs::directory_entry &entry : fs::recursive_directory_iterator(data)) {
     keepUp();
     const FileRecord record = examine(entry, entry.path().native().substr(prefix));
@@ -249,14 +248,11 @@ void BackupJob::recordFiles(const fs::path &data, Manifest &manifest) {
 // What the user wants and sees while files are recorded. Moved ones have to be read, which takes time.
 void BackupJob::keepUp() {
   interruption_.check();
-  if (steady_clock::now() - shown_ < kShowEvery) {
-    return;
-  }
-  shown_ = steady_clock::now();
   StepProgress progress;
   progress.step = "recording";
   progress.bytes = bytesRead_;
-  display_.progress(progress);
+  progress.seconds = secondsSince(recordingBegin_);
+  display_.working(progress);
 }
 
 FileRecord BackupJob::examine(const fs::directory_entry &entry, const std::string &path) {

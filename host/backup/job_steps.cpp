@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "elapsed.h"
 #include "plugin_folder.h"
 #include "trace/trace_text.h"
 #include "tracing_listener.h"
@@ -105,10 +106,9 @@ void JobSteps::deny(const std::string &denial) {
 }
 
 void JobSteps::showProgress() {
-  const std::chrono::duration<double> duration = std::chrono::steady_clock::now() - begin_;
   progress_.files = meter_.files - filesBefore_;
   progress_.bytes = meter_.bytes - bytesBefore_;
-  progress_.seconds = duration.count();
+  progress_.seconds = secondsSince(begin_);
   if (progress_.bytes > 0) {  // before, they tell nothing
     progress_.expectedBytes = expectedBytes_;
   }

@@ -23,8 +23,8 @@ std::pair<std::string, std::string> splitPath(const std::string &path) {
 
 class Verifier {
  public:
-  Verifier(fs::path folder, const OnProblem &onProblem, const std::function<void()> &checkpoint)
-      : folder_(std::move(folder)), onProblem_(onProblem), checkpoint_(checkpoint) {}
+  Verifier(fs::path folder, const OnProblem &onProblem, const OnVerifyProgress &onProgress)
+      : folder_(std::move(folder)), onProblem_(onProblem), onProgress_(onProgress) {}
 
   Verification verify();
 
@@ -39,9 +39,10 @@ class Verifier {
 
   const fs::path folder_;
   const OnProblem &onProblem_;
-  const std::function<void()> &checkpoint_;
+  const OnVerifyProgress &onProgress_;
   FileIndex index_;
   Verification result_;
+  VerifyProgress progress_;
 };
 
 Verification Verifier::verify() {
@@ -75,8 +76,9 @@ void Verifier::report(const std::string &path, const std::string &problem) {
 void Verifier::readManifest() {
   ManifestReader reader(folder_);
   checkPlace(reader.manifest(), folder_);
+  progress_.expectedBytes = reader.manifest().totals.bytes;
   while (const std::optional<FileRecord> record = reader.next()) {
-    checkpoint_();
+    onProgress_(progress_);
     addTo(result_.totals, *record);
     index_.add(*record);
     checkRecord(*record);
@@ -124,11 +126,15 @@ void Verifier::checkContent(const FileRecord &record, const fs::path &path) {
   }
   std::string sha256;
   try {
-    sha256 = sha256OfFile(file.get(), name, [this](std::size_t) { checkpoint_(); });
+    sha256 = sha256OfFile(file.get(), name, [this](std::size_t count) {
+      progress_.bytes += count;
+      onProgress_(progress_);
+    });
   } catch (const StoreError &failure) {
     report(name, failure.what());
     return;
   }
+  ++progress_.files;
   if (sha256 != record.sha256) {
     report(name, "damaged: its SHA-256 is " + sha256 + ", and was " + record.sha256);
   }
@@ -141,7 +147,7 @@ void Verifier::checkChecksums() {
   try {
     ChecksumsReader reader(folder_);
     while (const std::optional<ChecksumsReader::Line> line = reader.next()) {
-      checkpoint_();
+      onProgress_(progress_);
       if (line->name == kManifestName) {
         continue;
       }
@@ -193,7 +199,7 @@ void Verifier::findExtra() {
     report(kDataName, "cannot be read: " + error.message());
   }
   for (const fs::directory_entry &entry : data) {
-    checkpoint_();
+    onProgress_(progress_);
     const std::string path = entry.path().native().substr(prefix);
     if (!index_.find(path)) {
       report(kDataName + path, "is not in the manifest");
@@ -204,9 +210,9 @@ void Verifier::findExtra() {
 }  // namespace
 
 Verification verifyBackup(const fs::path &folder, const OnProblem &onProblem,
-                          const std::function<void()> &checkpoint) {
+                          const OnVerifyProgress &onProgress) {
   try {
-    return Verifier(folder, onProblem, checkpoint).verify();
+    return Verifier(folder, onProblem, onProgress).verify();
   } catch (const fs::filesystem_error &error) {
     throw StoreError(error.what());
   }

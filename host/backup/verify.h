@@ -16,14 +16,22 @@ struct Verification {
   std::uint64_t problems = 0;
 };
 
+struct VerifyProgress {
+  std::uint64_t files = 0;  // that have been read
+  std::uint64_t bytes = 0;
+  std::uint64_t expectedBytes = 0;  // as the manifest says
+};
+
+using OnVerifyProgress = std::function<void(const VerifyProgress &progress)>;
+
 // Each difference, by the path below the backup's folder, and what it is.
 using OnProblem = std::function<void(const std::string &path, const std::string &problem)>;
 
 // Reads every file of the backup. A manifest that cannot be read is one problem, and the last. What
-// checkpoint, which is called often, throws ends it. Throws StoreError for a backup that cannot be
+// onProgress, which is called often, throws ends it. Throws StoreError for a backup that cannot be
 // examined, and NewerManifest.
 Verification verifyBackup(const std::filesystem::path &folder, const OnProblem &onProblem,
-                          const std::function<void()> &checkpoint);
+                          const OnVerifyProgress &onProgress);
 
 }  // namespace arvl_host
 

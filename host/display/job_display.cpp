@@ -4,6 +4,7 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <cmath>
 #include <cstdlib>
 #include <string_view>
 #include <utility>
@@ -16,6 +17,8 @@ namespace arvl_host {
 namespace {
 
 constexpr unsigned kUsualColumns = 80;
+
+constexpr double kShowEvery = 0.2;  // seconds
 
 constexpr std::size_t kMaxShown = 1000;  // stages and tenths that are remembered
 
@@ -119,6 +122,14 @@ void JobDisplay::progress(const StepProgress &progress) {
     drawLive(progressLine(progress, columns > 0 ? columns - 1 : 0));
   } else {
     writeProgress(progress);
+  }
+}
+
+void JobDisplay::working(const StepProgress &work) {
+  const bool isSoon = std::abs(work.seconds - workingShown_) < kShowEvery;
+  if (options_.isTerminal && !isSoon) {
+    workingShown_ = work.seconds;
+    progress(work);
   }
 }
 

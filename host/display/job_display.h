@@ -53,6 +53,10 @@ class JobDisplay {
   // Cheap enough for every packet. Off a terminal, one line at most for each stage and tenth.
   void progress(const StepProgress &progress);
 
+  // What the host itself is at: on a terminal only, and not before it has taken a while.
+  void working(const StepProgress &work);
+  void workEnds() { drawLive(""); }
+
   // "step export: success (4.20 s)"; ends the live line.
   void stepEnds(const std::string &outcomeText, bool isSuccess, double seconds);
 
@@ -68,7 +72,8 @@ class JobDisplay {
   std::ostream &errors_;
   const DisplayOptions options_;
   std::string step_;
-  std::string live_;  // as it stands on the terminal; empty: there is none
+  std::string live_;         // as it stands on the terminal; empty: there is none
+  double workingShown_ = 0;  // the seconds of the work that was drawn last
   std::set<std::pair<std::string, int>> shown_;  // of this step, off a terminal: stage and tenth
 };
 

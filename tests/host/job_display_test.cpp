@@ -192,6 +192,45 @@ TEST(JobDisplay, DrawsTheLiveLineAgainOnlyWhenItChanged) {
   EXPECT_EQ(screen.news(), "\rexport: Copying  43 %\x1b[K");
 }
 
+// The host's own work.
+StepProgress workAt(double seconds) {
+  StepProgress work;
+  work.step = "verify";
+  work.files = 2;
+  work.seconds = seconds;
+  return work;
+}
+
+TEST(JobDisplay, ShowsTheWorkOfTheHostOnlyWhenItTakesAWhile) {
+  Screen screen(terminal());
+  screen.display->working(workAt(0));
+  screen.display->working(workAt(0.19));
+  EXPECT_EQ(screen.news(), "");
+  screen.display->working(workAt(0.2));
+  EXPECT_EQ(screen.news(), "\rverify  2 files\x1b[K");
+  StepProgress later = workAt(0.3);
+  later.files = 3;
+  screen.display->working(later);
+  EXPECT_EQ(screen.news(), "");
+  later.seconds = 0.5;
+  screen.display->working(later);
+  EXPECT_EQ(screen.news(), "\rverify  3 files\x1b[K");
+  screen.display->workEnds();
+  EXPECT_EQ(screen.news(), "\r\x1b[K");
+}
+
+TEST(JobDisplay, ShowsTheWorkOfTheHostOnATerminalOnly) {
+  for (const DisplayOptions &options : {plain(), terminal(Verbosity::kQuiet)}) {
+    Screen screen(options);
+    StepProgress work = workAt(10);
+    work.bytes = 1;
+    work.expectedBytes = 2;
+    screen.display->working(work);
+    screen.display->workEnds();
+    EXPECT_EQ(screen.news(), "");
+  }
+}
+
 TEST(JobDisplay, LeavesNoLiveLineBehind) {
   Screen screen(terminal());
   screen.display->progress(at("Copying"));

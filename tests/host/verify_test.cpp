@@ -1,0 +1,82 @@
+// How far the examination of a backup is, and how it is ended. What it finds is tested by the command.
+
+#include "backup/verify.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "host/job_support.h"
+
+namespace fs = std::filesystem;
+
+namespace arvl_test {
+namespace {
+
+using arvl_host::VerifyProgress;
+
+class Verify : public JobFolder {
+ protected:
+  Verify() {
+    makeOddTree(at("local/tree"));
+    script("export", {{"upload", "dir", at("local/tree"), "/tree"}});
+  }
+
+  std::vector<VerifyProgress> progressOf(const fs::path &folder) {
+    std::vector<VerifyProgress> all;
+    const arvl_host::Verification result = arvl_host::verifyBackup(
+        folder, [this](const std::string &, const std::string &) { ++problems_; },
+        [&](const VerifyProgress &progress) { all.push_back(progress); });
+    EXPECT_EQ(result.problems, problems_);
+    totals_ = result.totals;
+    return all;
+  }
+
+  arvl_host::Totals totals_;
+  std::uint64_t problems_ = 0;
+};
+
+TEST_F(Verify, TellsWhatIsReadOfWhatTheManifestExpects) {
+  const std::vector<VerifyProgress> all = progressOf(mustBackUp());
+  ASSERT_FALSE(all.empty());
+  EXPECT_EQ(problems_, 0u);
+  EXPECT_EQ(all.front().files, 0u);
+  EXPECT_EQ(all.front().bytes, 0u);
+  EXPECT_EQ(all.back().files, totals_.files);
+  EXPECT_EQ(all.back().bytes, totals_.bytes);
+  EXPECT_GT(totals_.bytes, 0u);
+  for (std::size_t i = 0; i < all.size(); ++i) {
+    EXPECT_EQ(all[i].expectedBytes, totals_.bytes);
+    EXPECT_GE(all[i].bytes, i == 0 ? 0 : all[i - 1].bytes);
+    EXPECT_LE(all[i].files, totals_.files);
+  }
+}
+
+TEST_F(Verify, CountsNoFileThatIsMissing) {
+  const fs::path folder = mustBackUp();
+  fs::remove_all(folder / "data");
+  const VerifyProgress last = progressOf(folder).back();
+  EXPECT_GT(problems_, 0u);
+  EXPECT_EQ(last.files, 0u);
+  EXPECT_EQ(last.bytes, 0u);
+  EXPECT_EQ(last.expectedBytes, totals_.bytes);
+}
+
+TEST_F(Verify, IsEndedByWhateverItsListenerThrows) {
+  const fs::path folder = mustBackUp();
+  int calls = 0;
+  const auto stop = [&](const VerifyProgress &) {
+    ++calls;
+    throw std::logic_error("stop");
+  };
+  EXPECT_THROW(arvl_host::verifyBackup(
+                   folder, [](const std::string &, const std::string &) {}, stop),
+               std::logic_error);
+  EXPECT_EQ(calls, 1);
+}
+
+}  // namespace
+}  // namespace arvl_test
