@@ -34,7 +34,7 @@ TEST_F(NotesApp, InitMakesAnEmptyPrivateDirectoryAndMayBeRepeated) {
 
 TEST_F(NotesApp, InitRefusesADirectoryThatHoldsOtherFiles) {
   fs::create_directory(notes_.dir());
-  writeFile(notes_.dir() / "thesis.tex", "years of work");
+  writeBytes(notes_.dir() / "thesis.tex", "years of work");
   const ProgramOutcome outcome = notes_.run({"init"});
   EXPECT_EQ(outcome.exitCode, 1);
   EXPECT_EQ(outcome.errors,
@@ -61,8 +61,8 @@ TEST_F(NotesApp, AddedNotesAreListedByNotebook) {
 
 TEST_F(NotesApp, ShowGivesTheBodyAndTheAttachmentsWithTheirChecksums) {
   notes_.output({"init"});
-  writeFile(temp_.path() / "letters.txt", "abc");
-  writeFile(temp_.path() / "copy.txt", "abc");
+  writeBytes(temp_.path() / "letters.txt", "abc");
+  writeBytes(temp_.path() / "copy.txt", "abc");
   notes_.output({"add", "Letters", "three", "--attach", temp_.path() / "letters.txt", "--attach",
                  temp_.path() / "copy.txt"});
   const std::string shown = notes_.output({"show", "1"});
@@ -72,13 +72,13 @@ TEST_F(NotesApp, ShowGivesTheBodyAndTheAttachmentsWithTheirChecksums) {
   EXPECT_NE(shown.find("attachment: copy.txt, 3 bytes"), std::string::npos) << shown;
   EXPECT_NE(shown.find("\n\nthree\n"), std::string::npos) << shown;
   EXPECT_EQ(namesIn(notes_.attachments()), Names{kAbcSha256});
-  EXPECT_EQ(contentOf(notes_.attachments() / kAbcSha256), "abc");
+  EXPECT_EQ(bytesOf(notes_.attachments() / kAbcSha256), "abc");
 }
 
 TEST_F(NotesApp, ChecksumsHoldForEveryLengthAroundABlock) {
   notes_.output({"init"});
   const auto checksumOf = [&](const std::string &content) {
-    writeFile(temp_.path() / "content", content);
+    writeBytes(temp_.path() / "content", content);
     notes_.output({"add", "x", "x", "--attach", temp_.path() / "content"});
     const std::string dump = notes_.dump();
     const std::size_t at = dump.rfind("\"sha256\":\"");
@@ -142,7 +142,7 @@ TEST_F(NotesApp, TwoWritersAtOnceLoseNothing) {
 
 TEST_F(NotesApp, AWriterKilledBeforeTheFileHasItsNameLeavesNoBrokenReference) {
   notes_.output({"init"});
-  writeFile(temp_.path() / "letters.txt", "abc");
+  writeBytes(temp_.path() / "letters.txt", "abc");
   const ProgramOutcome outcome =
       notes_.run({"add", "x", "x", "--attach", temp_.path() / "letters.txt"}, "",
                  SystemCallFault::killAt(SYS_rename));
@@ -157,20 +157,20 @@ TEST_F(NotesApp, CleanKeepsWhatNotesReferTo) {
   notes_.output({"init"});
   notes_.output({"fill", "--notes", "2", "--attachments", "2"});
   const Names kept = namesIn(notes_.attachments());
-  writeFile(notes_.attachments() / kAbcSha256, "abc");
+  writeBytes(notes_.attachments() / kAbcSha256, "abc");
   EXPECT_EQ(notes_.output({"clean"}), "removed 1\n");
   EXPECT_EQ(namesIn(notes_.attachments()), kept);
 }
 
 TEST_F(NotesApp, CheckNamesWhatIsDamaged) {
   notes_.output({"init"});
-  writeFile(temp_.path() / "letters.txt", "abc");
+  writeBytes(temp_.path() / "letters.txt", "abc");
   notes_.output({"add", "x", "x", "--attach", temp_.path() / "letters.txt"});
 
-  writeFile(notes_.attachments() / kAbcSha256, "abd");
+  writeBytes(notes_.attachments() / kAbcSha256, "abd");
   EXPECT_EQ(notes_.check(), std::string("attachment ") + kAbcSha256 + " has another content\n");
   EXPECT_EQ(notes_.run({"check"}).exitCode, 1);
-  writeFile(notes_.attachments() / kAbcSha256, "ab");
+  writeBytes(notes_.attachments() / kAbcSha256, "ab");
   EXPECT_EQ(notes_.check(),
             std::string("attachment ") + kAbcSha256 + " has 2 bytes instead of 3\n");
   fs::remove(notes_.attachments() / kAbcSha256);

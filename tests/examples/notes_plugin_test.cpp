@@ -71,7 +71,7 @@ class NotesPlugin : public testing::Test {
 
   // How the file's header says that the database is written: with a log beside it, or in itself.
   static std::string journalOf(const fs::path &database) {
-    const std::string versions = contentOf(database).substr(18, 2);
+    const std::string versions = bytesOf(database).substr(18, 2);
     return versions == "\2\2" ? "wal" : versions == "\1\1" ? "delete" : versions;
   }
 
@@ -182,9 +182,9 @@ TEST_F(NotesCanExport, RefusesAMissingDatabase) {
 
 TEST_F(NotesCanExport, RefusesADatabaseThatFailsTheIntegrityCheck) {
   fill("2000", "0");
-  std::string content = contentOf(notes_.database());
+  std::string content = bytesOf(notes_.database());
   content.replace(content.size() / 2, 4096, 4096, '\xff');  // a page in the middle
-  writeFile(notes_.database(), content);
+  writeBytes(notes_.database(), content);
   const StepOutcome outcome = run("can_export");
   EXPECT_EQ(outcome.errorKey(), "notes.database_damaged");
   EXPECT_EQ(outcome.errors.rfind("notes: the database is damaged: ", 0), 0U) << outcome.errors;
@@ -192,7 +192,7 @@ TEST_F(NotesCanExport, RefusesADatabaseThatFailsTheIntegrityCheck) {
 
 TEST_F(NotesCanExport, RefusesWhatIsNoDatabase) {
   fill("1", "0");
-  writeFile(notes_.database(), std::string(8192, 'x'));
+  writeBytes(notes_.database(), std::string(8192, 'x'));
   EXPECT_EQ(run("can_export").errorKey(), "notes.database_damaged");
 }
 
@@ -343,7 +343,7 @@ TEST_F(NotesExport, LeavesOutTheAttachmentsWhenSoConfigured) {
 
 TEST_F(NotesExport, TakesTheSelectedNotebooksAloneAndNoTraceOfOthers) {
   notes_.output({"init"});
-  writeFile(temp_.path() / "letters.txt", "abc");
+  writeBytes(temp_.path() / "letters.txt", "abc");
   notes_.output({"add", "--notebook", "work", "Plan", "harmless"});
   constexpr std::size_t kDiarySize = 1000000;
   notes_.output(
@@ -353,7 +353,7 @@ TEST_F(NotesExport, TakesTheSelectedNotebooksAloneAndNoTraceOfOthers) {
   script_.folders = {"/work"};
   mustExport();
   EXPECT_EQ(namesIn(script_.data / "notes"), Names{"notes.db"});
-  EXPECT_EQ(contentOf(stored("notes.db")).find("unspeakable"), std::string::npos);
+  EXPECT_EQ(bytesOf(stored("notes.db")).find("unspeakable"), std::string::npos);
   EXPECT_LT(fs::file_size(stored("notes.db")), kDiarySize);
 
   fs::remove_all(notes_.dir());
@@ -456,7 +456,7 @@ TEST_F(NotesCanImport, RefusesOtherVersions) {
 
 TEST_F(NotesCanImport, RefusesToReplaceADirectoryThatHoldsOtherFiles) {
   fs::create_directory(notes_.dir());
-  writeFile(notes_.dir() / "thesis.tex", "years of work");
+  writeBytes(notes_.dir() / "thesis.tex", "years of work");
   expectFailure("can_import", "directory_foreign",
                 (notes_.dir() / "thesis.tex").string() + " does not belong to notes");
 }
@@ -528,7 +528,7 @@ TEST_F(NotesImport, PutsTheBackupInThePlaceOfTheLiveData) {
                    PACKET_SET_PROGRESS_REQUEST, PACKET_EXPORT_RESULT_REQUEST}));
   expectRestored();
   for (const std::string &name : namesIn(notes_.attachments())) {
-    EXPECT_EQ(contentOf(notes_.attachments() / name), contentOf(stored("attachments") / name));
+    EXPECT_EQ(bytesOf(notes_.attachments() / name), bytesOf(stored("attachments") / name));
   }
 }
 
@@ -588,13 +588,13 @@ TEST_F(NotesImport, RefusesADamagedAttachment) {
 }
 
 TEST_F(NotesImport, RefusesADamagedDatabase) {
-  std::string content = contentOf(stored("notes.db"));
+  std::string content = bytesOf(stored("notes.db"));
   content.replace(content.size() / 2, 4096, 4096, '\xff');
-  writeFile(stored("notes.db"), content);
+  writeBytes(stored("notes.db"), content);
   const StepOutcome outcome = run("import");
   EXPECT_EQ(outcome.errorKey(), "notes.data_damaged");
   expectUntouched();
-  writeFile(stored("notes.db"), "no database at all");
+  writeBytes(stored("notes.db"), "no database at all");
   EXPECT_EQ(run("import").errorKey(), "notes.data_damaged");
   expectUntouched();
 }
@@ -619,10 +619,10 @@ TEST_F(NotesImport, KeepsTheOldStateWhenAListingIsRefused) {
 }
 
 TEST_F(NotesImport, RefusesToReplaceADirectoryThatHoldsOtherFiles) {
-  writeFile(notes_.dir() / "thesis.tex", "years of work");
+  writeBytes(notes_.dir() / "thesis.tex", "years of work");
   expectFailure("import", "directory_foreign",
                 (notes_.dir() / "thesis.tex").string() + " does not belong to notes");
-  EXPECT_EQ(contentOf(notes_.dir() / "thesis.tex"), "years of work");
+  EXPECT_EQ(bytesOf(notes_.dir() / "thesis.tex"), "years of work");
   EXPECT_EQ(notes_.dump(), live_);
 }
 

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
-#include <fstream>
 #include <iterator>
 
 namespace fs = std::filesystem;
@@ -44,21 +43,11 @@ void Notes::tamper(const std::string &sql) const {
   sqlite3_close(handle);
 }
 
-void writeFile(const fs::path &file, const std::string &content) {
-  std::ofstream(file, std::ios::binary) << content;
-}
-
-std::string contentOf(const fs::path &file) {
-  std::ifstream in(file, std::ios::binary);
-  EXPECT_TRUE(in) << file;
-  return {std::istreambuf_iterator<char>(in), {}};
-}
-
 void flipByte(const fs::path &file) {
-  std::string content = contentOf(file);
+  std::string content = bytesOf(file);
   char &byte = content.at(content.size() / 2);
   byte = static_cast<char>(byte ^ 0x20);
-  writeFile(file, content);
+  writeBytes(file, content);
 }
 
 std::set<std::string> namesIn(const fs::path &directory) {

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "examples/program_run.h"
+#include "support/files.h"
 
 namespace arvl_test {
 
@@ -44,8 +45,6 @@ class Notes {
   std::filesystem::path dir_;
 };
 
-void writeFile(const std::filesystem::path &file, const std::string &content);
-std::string contentOf(const std::filesystem::path &file);
 // Changes one byte in the middle.
 void flipByte(const std::filesystem::path &file);
 std::set<std::string> namesIn(const std::filesystem::path &directory);

@@ -28,6 +28,8 @@
 
 #include <endian.h>
 
+#include "support/files.h"
+
 namespace fs = std::filesystem;
 using namespace ZARN::ARVLAPP;
 
@@ -39,11 +41,6 @@ namespace {
 }
 
 // ---- Processes
-
-std::string readFile(const fs::path &file) {
-  std::ifstream in(file, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), {}};
-}
 
 // Runs in the child, between fork and exec.
 void install(SystemCallFault fault) {
@@ -341,8 +338,8 @@ ProgramOutcome runProgram(const std::vector<std::string> &command, const std::st
   for (const int fd : streams) {
     close(fd);
   }
-  outcome.output = readFile(files.path() / "out");
-  outcome.errors = readFile(files.path() / "err");
+  outcome.output = bytesOf(files.path() / "out");
+  outcome.errors = bytesOf(files.path() / "err");
   return outcome;
 }
 
@@ -420,7 +417,7 @@ StepOutcome runStep(const fs::path &executable, const FrameworkScript &script) {
   serve(ends[0], pid, script, outcome);
   close(ends[0]);
   waitFor(pid, outcome);
-  outcome.errors = readFile(files.path() / "err");
+  outcome.errors = bytesOf(files.path() / "err");
   return outcome;
 }
 

@@ -5,10 +5,10 @@
 #include <unistd.h>
 
 #include <fstream>
-#include <functional>
 #include <optional>
 #include <string>
 
+#include "host/store_error_of.h"
 #include "support/temp_dir.h"
 
 namespace fs = std::filesystem;
@@ -16,16 +16,8 @@ namespace fs = std::filesystem;
 namespace arvl_host {
 namespace {
 
+using arvl_test::storeErrorOf;
 using Names = std::vector<std::string>;
-
-std::string errorOf(const std::function<void()> &operation) {
-  try {
-    operation();
-  } catch (const StoreError &error) {
-    return error.what();
-  }
-  return "";
-}
 
 class CatalogOf : public testing::Test {
  protected:
@@ -61,9 +53,9 @@ TEST(ApplicationName, IsThatOfAFolder) {
 }
 
 TEST(CatalogOfNothing, IsAnError) {
-  EXPECT_EQ(errorOf([] { Catalog("/no/store"); }),
+  EXPECT_EQ(storeErrorOf([] { Catalog("/no/store"); }),
             "cannot open the folder \"/no/store\": No such file or directory");
-  EXPECT_EQ(errorOf([] { Catalog("/dev/null"); }),
+  EXPECT_EQ(storeErrorOf([] { Catalog("/dev/null"); }),
             "cannot open the folder \"/dev/null\": Not a directory");
 }
 
@@ -102,22 +94,22 @@ TEST_F(CatalogOf, FindsTheLatestOrTheOneThatIsNamed) {
         "empty"});
   EXPECT_EQ(catalog_.find("app", ""), "20261121T092532.123Z");
   EXPECT_EQ(catalog_.find("app", "20251121T092532.123Z"), "20251121T092532.123Z");
-  EXPECT_EQ(errorOf([&] { catalog_.find("app", "20271121T092532.123Z"); }),
+  EXPECT_EQ(storeErrorOf([&] { catalog_.find("app", "20271121T092532.123Z"); }),
             "there is no backup 20271121T092532.123Z of app; there are 20251121T092532.123Z, "
             "20261121T092532.123Z");
-  EXPECT_EQ(errorOf([&] { catalog_.find("empty", ""); }),
+  EXPECT_EQ(storeErrorOf([&] { catalog_.find("empty", ""); }),
             "the store " + storeName() + " has no finished backup of empty");
-  EXPECT_EQ(errorOf([&] { catalog_.find("none", ""); }),
+  EXPECT_EQ(storeErrorOf([&] { catalog_.find("none", ""); }),
             "the store " + storeName() + " has no backup of none; it has backups of app");
 }
 
 TEST_F(CatalogOf, SaysThatAnEmptyStoreHasNothing) {
-  EXPECT_EQ(errorOf([&] { catalog_.find("app", ""); }),
+  EXPECT_EQ(storeErrorOf([&] { catalog_.find("app", ""); }),
             "the store " + storeName() + " has no backup of app");
 }
 
 TEST_F(CatalogOf, NamesAnApplicationThatCannotBeRead) {
-  EXPECT_EQ(errorOf([&] { catalog_.backups("none"); }),
+  EXPECT_EQ(storeErrorOf([&] { catalog_.backups("none"); }),
             "cannot read the folder \"" + dir_.at("none") + "\": No such file or directory");
 }
 
@@ -125,13 +117,13 @@ TEST_F(CatalogOf, NamesAnApplicationThatCannotBeRead) {
 
 TEST_F(CatalogOf, IsLockedByOneAtATime) {
   std::optional<ApplicationLock> lock(std::in_place, dir_.at("app"));
-  EXPECT_EQ(errorOf([&] { ApplicationLock(dir_.at("app")); })
+  EXPECT_EQ(storeErrorOf([&] { ApplicationLock(dir_.at("app")); })
                 .find("the backups in \"" + dir_.at("app") + "\" are in use by process " +
                       std::to_string(getpid()) + " on "),
             0u);
-  EXPECT_EQ(errorOf([&] { ApplicationLock(dir_.at("other")); }), "");
+  EXPECT_EQ(storeErrorOf([&] { ApplicationLock(dir_.at("other")); }), "");
   lock.reset();
-  EXPECT_EQ(errorOf([&] { ApplicationLock(dir_.at("app")); }), "");
+  EXPECT_EQ(storeErrorOf([&] { ApplicationLock(dir_.at("app")); }), "");
 }
 
 TEST_F(CatalogOf, IsFreeOnceTheHolderIsGone) {
@@ -143,14 +135,14 @@ TEST_F(CatalogOf, IsFreeOnceTheHolderIsGone) {
   int status = 0;
   waitpid(child, &status, 0);
   ASSERT_EQ(status, 0);
-  EXPECT_EQ(errorOf([&] { ApplicationLock(dir_.at("app")); }), "");
+  EXPECT_EQ(storeErrorOf([&] { ApplicationLock(dir_.at("app")); }), "");
 }
 
 TEST_F(CatalogOf, DoesNotWriteThroughALinkInPlaceOfTheLock) {
   make({"app"});
   std::ofstream(dir_.at("precious")) << "contents";
   fs::create_symlink(dir_.at("precious"), dir_.at("app/.lock"));
-  EXPECT_EQ(errorOf([&] { ApplicationLock(dir_.at("app")); }),
+  EXPECT_EQ(storeErrorOf([&] { ApplicationLock(dir_.at("app")); }),
             "cannot open \"" + dir_.at("app/.lock") + "\": Too many levels of symbolic links");
   EXPECT_EQ(fs::file_size(dir_.at("precious")), 8u);
 }

@@ -383,7 +383,7 @@ class LargeFile : public Jobs {
     plugin_ = MINIMAL_PLUGIN;
     fs::create_directory(target_);
     fs::create_directory(documents_);
-    writeFile(documents_ / "large", content_);
+    writeBytes(documents_ / "large", content_);
     variables_ = {"MINIMAL_DIRS=" + documents_.string(), "MINIMAL_TARGET=" + target_.string()};
     mustRun("backup");
   }
@@ -405,7 +405,7 @@ TEST_F(LargeFile, ThatAKilledHostWasRestoringIsNamedByTheNextRestoreAlone) {
 
   mustRun("restore");
   EXPECT_EQ(targetNames(), std::set<std::string>{"large"});
-  EXPECT_EQ(contentOf(target_ / "documents" / "large"), content_);
+  EXPECT_EQ(bytesOf(target_ / "documents" / "large"), content_);
 }
 
 TEST_F(LargeFile, ThatIsBeingRestoredIsTakenAwayByAnInterruptedHost) {
@@ -417,7 +417,7 @@ TEST_F(LargeFile, OfAPluginThatIsKilledMeanwhileIsTakenAwayOrWhole) {
   strike("restore", Blow::kKillPlugin, whileCopying());
   EXPECT_EQ(filesBelow(target_, isTemporary), std::vector<std::string>());
   if (!targetNames().empty()) {
-    EXPECT_EQ(contentOf(target_ / "documents" / "large"), content_);
+    EXPECT_EQ(bytesOf(target_ / "documents" / "large"), content_);
   }
 }
 
@@ -438,7 +438,7 @@ class ForkingPlugin : public Jobs {
  protected:
   ForkingPlugin() {
     plugin_ = temp_.makeDir("forking");
-    writeFile(plugin_ + "/export", "#!/bin/sh\nsleep 1000 &\nkill -KILL $$\n");
+    writeBytes(plugin_ + "/export", "#!/bin/sh\nsleep 1000 &\nkill -KILL $$\n");
     chmod((plugin_ + "/export").c_str(), 0755);
   }
 };

@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <fstream>
 #include <sstream>
 
 namespace fs = std::filesystem;
@@ -33,18 +32,6 @@ std::string replaced(std::string text, const std::string &part, const std::strin
   const std::size_t at = text.find(part);
   EXPECT_NE(at, std::string::npos) << part << " is not in:\n" << text;
   return at == std::string::npos ? text : text.replace(at, part.size(), by);
-}
-
-std::string bytesOf(const fs::path &file) {
-  std::ostringstream content;
-  content << std::ifstream(file, std::ios::binary).rdbuf();
-  return content.str();
-}
-
-void writeBytes(const fs::path &file, const std::string &content) {
-  std::ofstream stream(file, std::ios::binary);
-  stream << content;
-  EXPECT_TRUE(stream.flush()) << file;
 }
 
 void damage(const fs::path &file, const std::string &part, const std::string &by) {

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "host/command.h"
+#include "support/files.h"
 #include "support/temp_dir.h"
 
 namespace arvl_test {
@@ -21,8 +22,6 @@ testing::AssertionResult holds(const std::string &text, const std::string &part)
 std::size_t countOf(const std::string &text, const std::string &part);
 std::string replaced(std::string text, const std::string &part, const std::string &by);
 
-std::string bytesOf(const std::filesystem::path &file);
-void writeBytes(const std::filesystem::path &file, const std::string &content);
 // Replaces the first occurrence, which has to be there. The file's mode and times stay.
 void damage(const std::filesystem::path &file, const std::string &part, const std::string &by);
 std::string sha256Sum(const std::filesystem::path &file);

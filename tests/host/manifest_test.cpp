@@ -4,13 +4,13 @@
 #include <json/reader.h>
 
 #include <fstream>
-#include <functional>
 #include <memory>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "host/command.h"
+#include "host/store_error_of.h"
+#include "support/files.h"
 #include "support/json.h"
 #include "support/temp_dir.h"
 
@@ -19,23 +19,10 @@ namespace fs = std::filesystem;
 namespace arvl_host {
 namespace {
 
+using arvl_test::bytesOf;
 using arvl_test::parseJson;
+using arvl_test::storeErrorOf;
 using arvl_test::TempDir;
-
-std::string errorOf(const std::function<void()> &operation) {
-  try {
-    operation();
-  } catch (const StoreError &error) {
-    return error.what();
-  }
-  return "";
-}
-
-std::string bytesOf(const fs::path &file) {
-  std::ostringstream text;
-  text << std::ifstream(file, std::ios::binary).rdbuf();
-  return text.str();
-}
 
 FileRecord recordOf(const std::string &path, FileType type) {
   FileRecord record;
@@ -86,7 +73,7 @@ class ManifestIn : public testing::Test {
   // Of a manifest of that text, without its path.
   std::string errorWith(const std::string &text) const {
     dir_.makeFile("manifest.json", text);
-    const std::string error = errorOf([this] { records(); });
+    const std::string error = storeErrorOf([this] { records(); });
     const std::string begin = "\"" + path() + "\", ";
     return error.compare(0, begin.size(), begin) == 0 ? error.substr(begin.size()) : error;
   }
@@ -178,7 +165,7 @@ TEST_F(ManifestIn, IsWrittenOnlyIfItCanBeReadAgain) {
   bool isRefused = false;
   for (int levels = 190; levels <= 210; ++levels) {
     manifest.externalHandlerResult = nested(levels);
-    const std::string error = errorOf([&] { write(manifest); });
+    const std::string error = storeErrorOf([&] { write(manifest); });
     if (error.empty()) {
       EXPECT_EQ(ManifestReader(dir_.path()).manifest().externalHandlerResult, nested(levels));
     } else {
@@ -192,7 +179,7 @@ TEST_F(ManifestIn, IsWrittenOnlyIfItCanBeReadAgain) {
 TEST_F(ManifestIn, IsNotHalfWritten) {
   Manifest manifest;
   manifest.summary = nested(2000);
-  EXPECT_EQ(errorOf([&] { write(manifest); }),
+  EXPECT_EQ(storeErrorOf([&] { write(manifest); }),
             "the manifest cannot hold summary: it nests too deep");
   EXPECT_TRUE(fs::is_empty(dir_.path()));
 }
@@ -239,21 +226,21 @@ TEST_F(ManifestIn, ThatIsNoneIsRefusedWithTheLine) {
 TEST_F(ManifestIn, OfALaterVersionIsRefusedByItsVersionAlone) {
   dir_.makeFile("manifest.json", "{\"format\":\"arvl-backup\",\"version\":2,\nanything\n");
   EXPECT_THROW(ManifestReader reader(dir_.path()), NewerManifest);
-  EXPECT_EQ(errorOf([&] { ManifestReader reader(dir_.path()); }),
+  EXPECT_EQ(storeErrorOf([&] { ManifestReader reader(dir_.path()); }),
             "\"" + path() +
                 "\" is of version 2, this arvl-host reads up to version 1: use the newer one");
 }
 
 TEST_F(ManifestIn, ThatIsMissingIsNamed) {
-  EXPECT_EQ(errorOf([&] { ManifestReader reader(dir_.path()); }),
+  EXPECT_EQ(storeErrorOf([&] { ManifestReader reader(dir_.path()); }),
             "cannot open \"" + path() + "\": No such file or directory");
 }
 
 TEST_F(ManifestIn, IsComparedWithItsChecksum) {
   write(someManifest());
-  EXPECT_EQ(errorOf([&] { checkManifestFile(dir_.path()); }), "");
+  EXPECT_EQ(storeErrorOf([&] { checkManifestFile(dir_.path()); }), "");
   std::ofstream(path(), std::ios::app) << "\n";
-  EXPECT_EQ(errorOf([&] { checkManifestFile(dir_.path()); }),
+  EXPECT_EQ(storeErrorOf([&] { checkManifestFile(dir_.path()); }),
             "\"" + path() +
                 "\" is not the file that SHA256SUMS has the checksum of: one of the two is "
                 "damaged");
@@ -323,7 +310,7 @@ TEST(Checksums, ThatAreNoneAreRefusedWithTheLine) {
     dir.makeFile("SHA256SUMS", sum + "  name\n" + line + "\n");
     ChecksumsReader reader(dir.path());
     EXPECT_TRUE(reader.next());
-    EXPECT_EQ(errorOf([&] { reader.next(); }),
+    EXPECT_EQ(storeErrorOf([&] { reader.next(); }),
               "\"" + dir.at("SHA256SUMS") + "\", line 2: this is not a checksum and a name")
         << line;
   }

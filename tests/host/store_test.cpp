@@ -22,22 +22,15 @@
 #include <string>
 #include <thread>
 
+#include "host/store_error_of.h"
 #include "support/temp_dir.h"
 
 namespace {
 
 using namespace arvl_host;
+using arvl_test::storeErrorOf;
 using arvl_test::TempDir;
 namespace fs = std::filesystem;
-
-std::string errorOf(const std::function<void()> &operation) {
-  try {
-    operation();
-  } catch (const StoreError &error) {
-    return error.what();
-  }
-  return "";
-}
 
 // By their names.
 std::map<std::string, StoreEntry> remaining(StoreListing &listing) {
@@ -133,7 +126,7 @@ class StoreFolder : public testing::Test {
     fs::permissions(at("store"), fs::perms(0777));
     const bool isSuperuser = geteuid() == 0;
     EXPECT_TRUE(!isSuperuser || seteuid(65534) == 0);
-    std::string error = errorOf(operation);
+    std::string error = storeErrorOf(operation);
     EXPECT_TRUE(!isSuperuser || seteuid(0) == 0);
     return error;
   }
@@ -279,16 +272,16 @@ TEST_F(StoreFolder, LeavesTheModeOfAFolderThatIsThere) {
 
 TEST_F(StoreFolder, GivesAFileOnlyToAFolderWhereOneIsMeant) {
   write("store/f", "text");
-  EXPECT_EQ(errorOf([&] { store_->download("/f", FileType::kFile, at("local/no/")); }),
+  EXPECT_EQ(storeErrorOf([&] { store_->download("/f", FileType::kFile, at("local/no/")); }),
             "\"" + at("local/no/") + "\" is not a folder");
   EXPECT_EQ(namesIn("local"), Names{});
 }
 
 TEST_F(StoreFolder, RefusesToCopyATreeIntoItself) {
   fs::create_directories(at("store/t/sub"));
-  EXPECT_EQ(errorOf([&] { store_->upload(at("store/t"), FileType::kDir, false, "/t/sub/t"); }),
+  EXPECT_EQ(storeErrorOf([&] { store_->upload(at("store/t"), FileType::kDir, false, "/t/sub/t"); }),
             "cannot copy the folder \"" + at("store/t/sub/t") + "\" into itself");
-  EXPECT_EQ(errorOf([&] { store_->upload(at("store/t"), FileType::kDir, false, "/t"); }),
+  EXPECT_EQ(storeErrorOf([&] { store_->upload(at("store/t"), FileType::kDir, false, "/t"); }),
             "cannot copy the folder \"" + at("store/t") + "\" onto itself");
 }
 
@@ -297,12 +290,13 @@ TEST_F(StoreFolder, RefusesAPathThatHoldsANul) {
   const std::string error = "\"/a\\x00b\" is no path: it holds a NUL";
   write("local/f", "x");
   write("store/f", "x");
-  EXPECT_EQ(errorOf([&] { store_->createDir(path); }), error);
-  EXPECT_EQ(errorOf([&] { store_->list(path); }), error);
-  EXPECT_EQ(errorOf([&] { store_->upload(at("local/f"), FileType::kFile, false, path); }), error);
-  EXPECT_EQ(errorOf([&] { store_->upload(path, FileType::kFile, false, "/g"); }), error);
-  EXPECT_EQ(errorOf([&] { store_->download(path, FileType::kFile, at("local")); }), error);
-  EXPECT_EQ(errorOf([&] { store_->download("/f", FileType::kFile, path); }), error);
+  EXPECT_EQ(storeErrorOf([&] { store_->createDir(path); }), error);
+  EXPECT_EQ(storeErrorOf([&] { store_->list(path); }), error);
+  EXPECT_EQ(storeErrorOf([&] { store_->upload(at("local/f"), FileType::kFile, false, path); }),
+            error);
+  EXPECT_EQ(storeErrorOf([&] { store_->upload(path, FileType::kFile, false, "/g"); }), error);
+  EXPECT_EQ(storeErrorOf([&] { store_->download(path, FileType::kFile, at("local")); }), error);
+  EXPECT_EQ(storeErrorOf([&] { store_->download("/f", FileType::kFile, path); }), error);
   EXPECT_EQ(namesIn("store"), Names{"f"});
 }
 
@@ -311,8 +305,9 @@ TEST_F(StoreFolder, TransfersNothingOnceCanceled) {
   write("store/g", "x");
   store_->cancel();
   const std::string error = "the transfer has been canceled";
-  EXPECT_EQ(errorOf([&] { store_->upload(at("local/f"), FileType::kFile, false, "/f"); }), error);
-  EXPECT_EQ(errorOf([&] { store_->download("/g", FileType::kFile, at("local")); }), error);
+  EXPECT_EQ(storeErrorOf([&] { store_->upload(at("local/f"), FileType::kFile, false, "/f"); }),
+            error);
+  EXPECT_EQ(storeErrorOf([&] { store_->download("/g", FileType::kFile, at("local")); }), error);
   EXPECT_EQ(namesIn("store"), Names{"g"});
   EXPECT_EQ(namesIn("local"), Names{"f"});
 }
@@ -323,8 +318,8 @@ TEST_F(StoreFolder, MakesFoldersWithTheirParents) {
   store_->createDir("/");
   EXPECT_EQ(namesIn("store"), (Names{"a", "a/b", "a/b/c"}));
   write("store/f", "");
-  EXPECT_NE(errorOf([&] { store_->createDir("/f/x"); }), "");
-  EXPECT_NE(errorOf([&] { store_->createDir("/f"); }), "");
+  EXPECT_NE(storeErrorOf([&] { store_->createDir("/f/x"); }), "");
+  EXPECT_NE(storeErrorOf([&] { store_->createDir("/f"); }), "");
 }
 
 TEST_F(StoreFolder, ListsWhatAListingCanCarry) {
@@ -445,11 +440,11 @@ TEST_F(StoreFolder, LeavesNoHalfATree) {
   fs::create_directories(at("local/t/deep"));
   write("local/t/deep/f", "x");
   mkfifo(at("local/t/deep/pipe").c_str(), 0600);
-  EXPECT_NE(errorOf([&] { store_->upload(at("local/t"), FileType::kDir, false, "/t"); }), "");
+  EXPECT_NE(storeErrorOf([&] { store_->upload(at("local/t"), FileType::kDir, false, "/t"); }), "");
   EXPECT_EQ(namesIn("store"), Names{});
   fs::create_directory(at("store/t"));
   write("store/t/own", "x");  // a tree that is there is merged into, and stays
-  EXPECT_NE(errorOf([&] { store_->upload(at("local/t"), FileType::kDir, false, "/t"); }), "");
+  EXPECT_NE(storeErrorOf([&] { store_->upload(at("local/t"), FileType::kDir, false, "/t"); }), "");
   EXPECT_TRUE(fs::exists(at("store/t/own")));
 }
 
@@ -459,9 +454,10 @@ TEST_F(StoreFolder, DeliversNothingThatItsWatcherRefuses) {
   Witness witness;
   Store watched(at("store"), {{&witness, Durability::kEachFile}, true});
   witness.refused = "file /f ba7816bf";
-  EXPECT_EQ(errorOf([&] { watched.download("/f", FileType::kFile, at("local")); }), "refused");
+  EXPECT_EQ(storeErrorOf([&] { watched.download("/f", FileType::kFile, at("local")); }), "refused");
   witness.refused = "link /l f";
-  EXPECT_EQ(errorOf([&] { watched.download("/l", FileType::kSymlink, at("local")); }), "refused");
+  EXPECT_EQ(storeErrorOf([&] { watched.download("/l", FileType::kSymlink, at("local")); }),
+            "refused");
   EXPECT_EQ(namesIn("local"), Names{});
 }
 
@@ -469,8 +465,9 @@ TEST_F(StoreFolder, ThatIsForReadingTakesNothing) {
   write("local/f", "x");
   const Store reading(at("store"), {{}, true});
   const std::string error = "what is restored from is not written to";
-  EXPECT_EQ(errorOf([&] { reading.createDir("/d"); }), error);
-  EXPECT_EQ(errorOf([&] { reading.upload(at("local/f"), FileType::kFile, true, "/f"); }), error);
+  EXPECT_EQ(storeErrorOf([&] { reading.createDir("/d"); }), error);
+  EXPECT_EQ(storeErrorOf([&] { reading.upload(at("local/f"), FileType::kFile, true, "/f"); }),
+            error);
   EXPECT_EQ(namesIn("store"), Names{});
 }
 
@@ -502,7 +499,7 @@ TEST_F(StoreFolder, DoesNotWriteWhatAnotherHostIsWriting) {
   write(std::string("store/") + kTemporaryOfF, "half");
   const UniqueFd other(open(at(std::string("store/") + kTemporaryOfF).c_str(), O_RDONLY));
   ASSERT_EQ(flock(other.get(), LOCK_EX), 0);
-  EXPECT_EQ(errorOf([&] { store_->upload(at("local/f"), FileType::kFile, false, "/f"); }),
+  EXPECT_EQ(storeErrorOf([&] { store_->upload(at("local/f"), FileType::kFile, false, "/f"); }),
             "another transfer is writing \"/f\"");
   EXPECT_EQ(read(std::string("store/") + kTemporaryOfF), "half");
 }
@@ -516,15 +513,16 @@ TEST_F(StoreFolder, IsNeverLeftByDotsOrLinks) {
   fs::create_symlink("a", at("store/b"));
   for (const char *path :
        {"/../local/secret", "/up", "/out/secret", "/passwd", "/a", "/x/../../y"}) {
-    EXPECT_NE(errorOf([&] { store_->download(path, FileType::kFile, at("local/got")); }), "")
+    EXPECT_NE(storeErrorOf([&] { store_->download(path, FileType::kFile, at("local/got")); }), "")
         << path;
   }
-  EXPECT_NE(errorOf([&] { store_->list("/out"); }), "");
+  EXPECT_NE(storeErrorOf([&] { store_->list("/out"); }), "");
   EXPECT_FALSE(fs::exists(at("local/got")));
 
   write("local/f", "text");
-  EXPECT_NE(errorOf([&] { store_->upload(at("local/f"), FileType::kFile, false, "/out/f2"); }), "");
-  EXPECT_NE(errorOf([&] { store_->createDir("/out/made"); }), "");
+  EXPECT_NE(storeErrorOf([&] { store_->upload(at("local/f"), FileType::kFile, false, "/out/f2"); }),
+            "");
+  EXPECT_NE(storeErrorOf([&] { store_->createDir("/out/made"); }), "");
   store_->upload(at("local/f"), FileType::kFile, false,
                  "/../../f3");  // ".." of the root is the root
   EXPECT_EQ(read("store/f3"), "text");
@@ -557,12 +555,12 @@ TEST_F(StoreFolder, IsNotLeftByALinkThatIsSwappedInMeanwhile) {
   int taken = 0;
   for (int i = 0; i < 500; ++i) {
     const std::string error =
-        errorOf([&] { store_->upload(at("local/f"), FileType::kFile, false, "/d/f"); });
+        storeErrorOf([&] { store_->upload(at("local/f"), FileType::kFile, false, "/d/f"); });
     taken += error.empty() ? 1 : 0;
-    errorOf([&] { store_->upload(at("local/t"), FileType::kDir, false, "/d/t"); });
-    errorOf([&] { store_->upload(at("local/t"), FileType::kDir, false, "/d"); });
-    errorOf([&] { store_->createDir("/d/sub/made"); });
-    errorOf([&] { store_->download("/d/secret", FileType::kFile, at("local/got")); });
+    storeErrorOf([&] { store_->upload(at("local/t"), FileType::kDir, false, "/d/t"); });
+    storeErrorOf([&] { store_->upload(at("local/t"), FileType::kDir, false, "/d"); });
+    storeErrorOf([&] { store_->createDir("/d/sub/made"); });
+    storeErrorOf([&] { store_->download("/d/secret", FileType::kFile, at("local/got")); });
   }
   isOver = true;
   swapper.join();
@@ -586,51 +584,51 @@ TEST_F(StoreFolder, RefusesAFolderThatIsALinkInAMergedTree) {
   fs::create_directories(at("store/t"));
   fs::create_directory(at("local/elsewhere"));
   fs::create_symlink(at("local/elsewhere"), at("store/t/sub"));
-  EXPECT_NE(errorOf([&] { store_->upload(at("local/t"), FileType::kDir, false, "/t"); }), "");
+  EXPECT_NE(storeErrorOf([&] { store_->upload(at("local/t"), FileType::kDir, false, "/t"); }), "");
   EXPECT_TRUE(fs::is_empty(at("local/elsewhere")));
 }
 
 TEST_F(StoreFolder, RefusesAFifoWithoutOpeningIt) {
   mkfifo(at("local/fifo").c_str(), 0600);  // opening it would block for good
   mkfifo(at("store/fifo").c_str(), 0600);
-  EXPECT_EQ(errorOf([&] { store_->upload(at("local/fifo"), FileType::kFile, false, "/f"); }),
+  EXPECT_EQ(storeErrorOf([&] { store_->upload(at("local/fifo"), FileType::kFile, false, "/f"); }),
             "\"" + at("local/fifo") + "\" is neither a file, a folder nor a link");
-  EXPECT_EQ(errorOf([&] { store_->download("/fifo", FileType::kFile, at("local/f")); }),
+  EXPECT_EQ(storeErrorOf([&] { store_->download("/fifo", FileType::kFile, at("local/f")); }),
             "\"/fifo\" is neither a file, a folder nor a link");
   fs::create_directory(at("local/t"));
   mkfifo(at("local/t/fifo").c_str(), 0600);
   EXPECT_EQ(
-      errorOf([&] { store_->upload(at("local/t"), FileType::kDir, false, "/t"); }),
+      storeErrorOf([&] { store_->upload(at("local/t"), FileType::kDir, false, "/t"); }),
       "\"" + at("local/t/fifo") + "\" is neither a file, a folder nor a link, and is not copied");
 }
 
 TEST_F(StoreFolder, RefusesASourceOfAnotherTypeThanItIsSaidToBe) {
   write("local/f", "x");
   fs::create_symlink("f", at("local/l"));
-  EXPECT_EQ(errorOf([&] { store_->upload(at("local/f"), FileType::kDir, false, "/f"); }),
+  EXPECT_EQ(storeErrorOf([&] { store_->upload(at("local/f"), FileType::kDir, false, "/f"); }),
             "\"" + at("local/f") + "\" is of type file, not dir");
-  EXPECT_EQ(errorOf([&] { store_->upload(at("local/l"), FileType::kFile, false, "/f"); }),
+  EXPECT_EQ(storeErrorOf([&] { store_->upload(at("local/l"), FileType::kFile, false, "/f"); }),
             "\"" + at("local/l") + "\" is of type symlink, not file");
   EXPECT_EQ(namesIn("store"), Names{});
 }
 
 TEST_F(StoreFolder, NamesWhatIsMissing) {
   write("local/f", "x");
-  EXPECT_EQ(errorOf([&] { store_->upload(at("local/g"), FileType::kFile, false, "/g"); }),
+  EXPECT_EQ(storeErrorOf([&] { store_->upload(at("local/g"), FileType::kFile, false, "/g"); }),
             "cannot find \"" + at("local/g") + "\": No such file or directory");
-  EXPECT_EQ(errorOf([&] { store_->upload(at("local/f"), FileType::kFile, false, "/no/f"); }),
+  EXPECT_EQ(storeErrorOf([&] { store_->upload(at("local/f"), FileType::kFile, false, "/no/f"); }),
             "\"/no/\" is not in the store: No such file or directory");
-  EXPECT_EQ(errorOf([&] { store_->download("/g", FileType::kFile, at("local/x")); }),
+  EXPECT_EQ(storeErrorOf([&] { store_->download("/g", FileType::kFile, at("local/x")); }),
             "\"/g\" is not in the store: No such file or directory");
-  EXPECT_EQ(errorOf([&] { store_->upload(at("local/f"), FileType::kFile, false, "/"); }),
+  EXPECT_EQ(storeErrorOf([&] { store_->upload(at("local/f"), FileType::kFile, false, "/"); }),
             "\"/\" does not end in a name");
-  EXPECT_EQ(errorOf([&] { store_->upload(at("local/f"), FileType::kFile, false, "/.."); }),
+  EXPECT_EQ(storeErrorOf([&] { store_->upload(at("local/f"), FileType::kFile, false, "/.."); }),
             "\"/..\" does not end in a name");
 }
 
 TEST_F(StoreFolder, SaysThatAPathIsNoFolder) {
   write("store/f", "");
-  EXPECT_EQ(errorOf([&] { store_->list("/f"); }),
+  EXPECT_EQ(storeErrorOf([&] { store_->list("/f"); }),
             "cannot open \"/f\" in the store: Not a directory");
 }
 
@@ -660,7 +658,7 @@ int fillSmallStore(const std::string &store, const std::string &source) {
     return 77;
   }
   const std::string error =
-      errorOf([&] { Store(store).upload(source, FileType::kFile, false, "/f"); });
+      storeErrorOf([&] { Store(store).upload(source, FileType::kFile, false, "/f"); });
   const bool full = error.find("No space left on device") != std::string::npos;
   return full && fs::is_empty(store) ? 0 : 1;
 }

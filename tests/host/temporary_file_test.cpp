@@ -10,11 +10,11 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
-#include <functional>
-#include <sstream>
 #include <string>
 
+#include "host/store_error_of.h"
 #include "store_error.h"
+#include "support/files.h"
 #include "support/temp_dir.h"
 
 namespace fs = std::filesystem;
@@ -22,20 +22,8 @@ namespace fs = std::filesystem;
 namespace arvl_host {
 namespace {
 
-std::string errorOf(const std::function<void()> &operation) {
-  try {
-    operation();
-  } catch (const StoreError &error) {
-    return error.what();
-  }
-  return "";
-}
-
-std::string bytesOf(const std::string &file) {
-  std::ostringstream text;
-  text << std::ifstream(file, std::ios::binary).rdbuf();
-  return text.str();
-}
+using arvl_test::bytesOf;
+using arvl_test::storeErrorOf;
 
 // No file of this process grows beyond the size.
 class FileSizeLimit {
@@ -113,11 +101,11 @@ TEST_F(TemporaryFileIn, BeginsAnewOnALeftover) {
 TEST_F(TemporaryFileIn, IsOneWritersAtATime) {
   TemporaryFile first(place_);
   first.write("the first", 9);
-  EXPECT_EQ(errorOf([&] { TemporaryFile second(place_); }),
+  EXPECT_EQ(storeErrorOf([&] { TemporaryFile second(place_); }),
             "another transfer is writing \"/shown\"");
   EXPECT_EQ(bytesOf(temporary()), "the first");  // and the loser takes nothing away
   first.commit(Durability::kEachFile);
-  EXPECT_EQ(errorOf([&] { TemporaryFile second(place_); }), "");
+  EXPECT_EQ(storeErrorOf([&] { TemporaryFile second(place_); }), "");
   EXPECT_EQ(bytesOf(dir_.at("file")), "the first");
 }
 
@@ -137,14 +125,15 @@ TEST_F(TemporaryFileIn, SaysThatItCannotBeWritten) {
     const FileSizeLimit limit(4);
     TemporaryFile file(place_);
     file.write("four", 4);
-    EXPECT_EQ(errorOf([&] { file.write("five", 4); }), "cannot write \"/shown\": File too large");
+    EXPECT_EQ(storeErrorOf([&] { file.write("five", 4); }),
+              "cannot write \"/shown\": File too large");
   }
   EXPECT_TRUE(isEmpty());
 }
 
 TEST_F(TemporaryFileIn, SaysThatItCannotBeMade) {
   const Place gone = {-1, "file", "/shown"};
-  EXPECT_EQ(errorOf([&] { TemporaryFile file(gone); }),
+  EXPECT_EQ(storeErrorOf([&] { TemporaryFile file(gone); }),
             "cannot write \"/shown\": Bad file descriptor");
 }
 
@@ -152,7 +141,7 @@ TEST_F(TemporaryFileIn, SaysThatItCannotHaveItsName) {
   dir_.makeDir("file/full");
   {
     TemporaryFile file(place_);
-    EXPECT_EQ(errorOf([&] { file.commit(Durability::kEachFile); }),
+    EXPECT_EQ(storeErrorOf([&] { file.commit(Durability::kEachFile); }),
               "cannot write \"/shown\": Is a directory");
   }
   EXPECT_FALSE(fs::exists(temporary()));
@@ -181,7 +170,7 @@ TEST_F(TemporaryFileIn, FailsAsTextOnceItsBufferIsFull) {
   writer.add(half);
   writer.add(half);
   writer.add("x");  // kept back
-  EXPECT_EQ(errorOf([&] { writer.finish(); }), "cannot write \"/shown\": File too large");
+  EXPECT_EQ(storeErrorOf([&] { writer.finish(); }), "cannot write \"/shown\": File too large");
 }
 
 }  // namespace

@@ -3,11 +3,14 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <functional>
 #include <string>
+
+#include "host/store_error_of.h"
 
 namespace arvl_host {
 namespace {
+
+using arvl_test::storeErrorOf;
 
 struct stat statusOf(mode_t mode, ino_t inode) {
   struct stat status = {};
@@ -15,15 +18,6 @@ struct stat statusOf(mode_t mode, ino_t inode) {
   status.st_ino = inode;
   status.st_size = 10;
   return status;
-}
-
-std::string errorOf(const std::function<void()> &operation) {
-  try {
-    operation();
-  } catch (const StoreError &error) {
-    return error.what();
-  }
-  return "";
 }
 
 TEST(BackupWatcher, CountsAndRemembersWhatIsCopied) {
@@ -123,19 +117,19 @@ TEST_F(RestoreWatcherOf, LetsPassWhatIsAsItWas) {
 }
 
 TEST_F(RestoreWatcherOf, NamesWhatIsNot) {
-  EXPECT_EQ(errorOf([&] { enter("/new\n", S_IFREG, 0); }),
+  EXPECT_EQ(storeErrorOf([&] { enter("/new\n", S_IFREG, 0); }),
             "\"/new\\n\" is not what was backed up: the manifest does not know it");
-  EXPECT_EQ(errorOf([&] { enter("/folder/file", S_IFREG, 11); }),
+  EXPECT_EQ(storeErrorOf([&] { enter("/folder/file", S_IFREG, 11); }),
             "\"/folder/file\" is damaged: it has 11 bytes, and had 10");
-  EXPECT_EQ(errorOf([&] { enter("/folder/file", S_IFDIR, 10); }),
+  EXPECT_EQ(storeErrorOf([&] { enter("/folder/file", S_IFDIR, 10); }),
             "\"/folder/file\" is damaged: it is of type dir, and was of type file");
-  EXPECT_EQ(errorOf([&] { watcher_.onFolderEnd("", 0); }),
+  EXPECT_EQ(storeErrorOf([&] { watcher_.onFolderEnd("", 0); }),
             "the folder \"/\" is damaged: it has 0 entries, and had 1");
-  EXPECT_EQ(errorOf([&] { watcher_.onFile("/folder/file", "other"); }),
+  EXPECT_EQ(storeErrorOf([&] { watcher_.onFile("/folder/file", "other"); }),
             "\"/folder/file\" is damaged: its SHA-256 is other, and was known");
-  EXPECT_EQ(errorOf([&] { watcher_.onFile("/none", "known"); }),
+  EXPECT_EQ(storeErrorOf([&] { watcher_.onFile("/none", "known"); }),
             "\"/none\" is not what was backed up: the manifest does not know it");
-  EXPECT_EQ(errorOf([&] { watcher_.onLink("/folder/link", "other"); }),
+  EXPECT_EQ(storeErrorOf([&] { watcher_.onLink("/folder/link", "other"); }),
             "\"/folder/link\" is damaged: the link leads elsewhere than it did");
   EXPECT_EQ(meter_.files, 0u);
 }

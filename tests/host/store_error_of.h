@@ -1,0 +1,23 @@
+#ifndef ARVL_TESTS_HOST_STORE_ERROR_OF_H_
+#define ARVL_TESTS_HOST_STORE_ERROR_OF_H_
+
+#include <string>
+
+#include "store_error.h"
+
+namespace arvl_test {
+
+// What the operation throws as a StoreError; empty if nothing.
+template <typename Operation>
+std::string storeErrorOf(Operation operation) {
+  try {
+    operation();
+  } catch (const arvl_host::StoreError &error) {
+    return error.what();
+  }
+  return "";
+}
+
+}  // namespace arvl_test
+
+#endif  // ARVL_TESTS_HOST_STORE_ERROR_OF_H_

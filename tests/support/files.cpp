@@ -1,0 +1,22 @@
+#include "support/files.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <iterator>
+
+namespace arvl_test {
+
+std::string bytesOf(const std::filesystem::path &file) {
+  std::ifstream stream(file, std::ios::binary);
+  EXPECT_TRUE(stream) << file;
+  return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+void writeBytes(const std::filesystem::path &file, const std::string &content) {
+  std::ofstream stream(file, std::ios::binary);
+  stream << content;
+  EXPECT_TRUE(stream.flush()) << file;
+}
+
+}  // namespace arvl_test

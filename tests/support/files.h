@@ -1,0 +1,18 @@
+// Whole files read and written.
+#ifndef ARVL_TESTS_SUPPORT_FILES_H_
+#define ARVL_TESTS_SUPPORT_FILES_H_
+
+#include <filesystem>
+#include <string>
+
+namespace arvl_test {
+
+// A file that cannot be read fails the test.
+std::string bytesOf(const std::filesystem::path &file);
+
+// Likewise one that cannot be written. What was in it is gone.
+void writeBytes(const std::filesystem::path &file, const std::string &content);
+
+}  // namespace arvl_test
+
+#endif  // ARVL_TESTS_SUPPORT_FILES_H_
