@@ -199,10 +199,10 @@ std::vector<std::string> Catalog::unfinished(const std::string &application) con
 }
 
 std::string Catalog::find(const std::string &application, const std::string &id) const {
-  const std::vector<std::string> known =
-      only(applications(), [this](const std::string &name) { return !backups(name).empty(); });
   const std::vector<std::string> all = applications();
   if (std::find(all.begin(), all.end(), application) == all.end()) {
+    const std::vector<std::string> known =
+        only(all, [this](const std::string &name) { return !backups(name).empty(); });
     throw StoreError("the store " + quoted(store_) + " has no backup of " +
                      visibleText(application) +
                      (known.empty() ? "" : "; it has backups of " + listOf(known)));
@@ -273,8 +273,8 @@ NewBackup::NewBackup(Claim, const Catalog &catalog, const std::string &applicati
 // The claim is an object by now: if its folders cannot be made, the destructor removes what there is.
 NewBackup::NewBackup(const Catalog &catalog, const std::string &application)
     : NewBackup(Claim(), catalog, application) {
-  makeFolder(partialFolder(),
-             0700);  // what it holds may have been closed to others by its own folder
+  constexpr mode_t kOwnerAlone = 0700;  // as the folders that it is copied from may have been
+  makeFolder(partialFolder(), kOwnerAlone);
   makeFolder(partialFolder() / kDataName, 0777);
   folderToSync_ = openFolder(partialFolder());
 }

@@ -179,6 +179,27 @@ TEST_F(Output, OfAStoreOfOthersIsShownAsFarAsItCanBeRead) {
   fs::permissions(at("store/closed"), fs::perms::all);
 }
 
+TEST_F(Output, OfABackupDoesNotDependOnWhatElseCannotBeRead) {
+  if (geteuid() != 0) {
+    GTEST_SKIP() << "only the superuser can be another user";
+  }
+  const fs::path folder = mustBackUp();
+  fs::create_directory(at("store/closed"));
+  fs::permissions(at("store/closed"), fs::perms::none);
+  fs::permissions(dir_.path(), fs::perms::all);
+  ASSERT_EQ(run({"/bin/chown", "-R", "65534", folder}).status, 0);
+  Words words = {"/usr/bin/setpriv", "--reuid=65534", "--clear-groups"};
+  for (const std::string &word :
+       storeCommand("verify", {"--name", "unruly", "--backup", folder.filename()})) {
+    words.push_back(word);
+  }
+  const Ended ended = run(words);
+  EXPECT_EQ(ended.status, 0);
+  EXPECT_EQ(ended.err, "");
+  EXPECT_TRUE(holds(ended.out, "unruly " + folder.filename().string() + ": sound, "));
+  fs::permissions(at("store/closed"), fs::perms::all);
+}
+
 TEST_F(Output, IsNothingWhereAllIsWellAndQuiet) {
   for (const Ended &ended : {backup({"--quiet"}), restore({"--quiet"}), onStore("verify", {"-q"}),
                              onStore("prune", {"-q"})}) {
