@@ -36,26 +36,6 @@ std::string member(const char *name, const Json::Value &value) {
   return text;
 }
 
-Json::Value headJson(const Manifest &manifest) {
-  Json::Value head(Json::objectValue);
-  head["application"] = manifest.application;
-  head["backup"] = manifest.id;
-  head["tool"] = manifest.tool;
-  head["framework_version"] = manifest.frameworkVersion;
-  head["app_data_version"] = manifest.dataVersion();
-  head["started"] = manifest.started;
-  head["finished"] = manifest.finished;
-  head["summary"] = manifest.summary;
-  head["estimate"] = manifest.estimate;
-  head["estimate_refused"] = manifest.isEstimateRefused;
-  head["actual"] = totalsJson(manifest.totals);
-  head["export_result"] = manifest.exportResult;
-  head["external_handler_result"] = manifest.externalHandlerResult;
-  head["changed"] = arrayOf(manifest.changed);
-  head["denials"] = arrayOf(manifest.denials);
-  return head;
-}
-
 std::vector<std::string> textsOf(const Json::Value &array) {
   std::vector<std::string> texts;
   for (const Json::Value &text : array) {
@@ -213,6 +193,26 @@ Json::Value totalsJson(const Totals &totals) {
   json["symlink_count"] = Json::UInt64(totals.links);
   json["size"] = Json::UInt64(totals.bytes);
   return json;
+}
+
+Json::Value headJson(const Manifest &manifest) {
+  Json::Value head(Json::objectValue);
+  head["application"] = manifest.application;
+  head["backup"] = manifest.id;
+  head["tool"] = manifest.tool;
+  head["framework_version"] = manifest.frameworkVersion;
+  head["app_data_version"] = manifest.dataVersion();
+  head["started"] = manifest.started;
+  head["finished"] = manifest.finished;
+  head["summary"] = manifest.summary;
+  head["estimate"] = manifest.estimate;
+  head["estimate_refused"] = manifest.isEstimateRefused;
+  head["actual"] = totalsJson(manifest.totals);
+  head["export_result"] = manifest.exportResult;
+  head["external_handler_result"] = manifest.externalHandlerResult;
+  head["changed"] = arrayOf(manifest.changed);
+  head["denials"] = arrayOf(manifest.denials);
+  return head;
 }
 
 std::string Manifest::dataVersion() const {

@@ -51,6 +51,8 @@ struct Manifest {
   std::string dataVersion() const;
 };
 
+// Its members but the files.
+Json::Value headJson(const Manifest &manifest);
 Json::Value totalsJson(const Totals &totals);
 Json::Value arrayOf(const std::vector<std::string> &texts);
 
@@ -61,8 +63,7 @@ class NewerManifest : public StoreError {
 };
 
 // Both files, into the folder of the backup, the manifest last. SHA256SUMS has the manifest's checksum
-// too. Throws StoreError.
-// What checkpoint, which is called for each file, throws ends it.
+// too. What checkpoint, which is called for each file, throws ends it. Throws StoreError.
 void writeManifest(
     const std::filesystem::path &folder, const Manifest &manifest, FileIndex &files,
     const std::function<void()> &checkpoint = [] {});

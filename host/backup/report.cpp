@@ -29,15 +29,11 @@ Json::Value stepsJson(const std::vector<StepReport> &reports) {
 }
 
 void addManifest(Json::Value &json, const Manifest &manifest) {
-  json["application"] = manifest.application;
-  json["backup"] = manifest.id;
-  json["framework_version"] = manifest.frameworkVersion;
-  json["app_data_version"] = manifest.dataVersion();
-  json["summary"] = manifest.summary;
-  json["estimate"] = manifest.estimate;
-  json["estimate_refused"] = manifest.isEstimateRefused;
-  json["actual"] = totalsJson(manifest.totals);
-  json["changed"] = arrayOf(manifest.changed);
+  const Json::Value head = headJson(manifest);
+  for (const char *name : {"application", "backup", "framework_version", "app_data_version",
+                           "summary", "estimate", "estimate_refused", "actual", "changed"}) {
+    json[name] = head[name];
+  }
 }
 
 std::string estimateText(const Manifest &manifest) {
