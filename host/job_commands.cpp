@@ -110,16 +110,12 @@ void addJobOptions(CLI::App &command, CommandOptions &options, const char *store
   command
       .add_option("--name", options.name,
                   "The application's name in the store (default: that of the plug-in's folder)")
-      ->check(CLI::Validator(checkApplication, ""))
+      ->check(CLI::Validator(checkApplicationName, ""))
       ->type_name("NAME");
   addPluginOptions(command, options.plugin);
 }
 
 }  // namespace
-
-std::string checkApplication(const std::string &name) {
-  return checkApplicationName(name);
-}
 
 std::function<int()> addBackupCommand(CLI::App &app) {
   auto options = std::make_shared<CommandOptions>();

@@ -12,12 +12,11 @@
 
 #include "backup/report.h"
 #include "command_line.h"
+#include "exit_code.h"
 #include "output_options.h"
 #include "plugin_process.h"
 
 namespace {
-
-constexpr int kUsageError = 2;
 
 // Whoever asked for a report in JSON reads of every failure there. Of wrong usage, too, before the command
 // line is understood.
@@ -30,7 +29,8 @@ void reportFailure(int argc, char **argv, const std::string &error) {
     command = command.empty() && word[0] != '-' ? word : command;
   }
   if (isWanted) {
-    std::cout << arvl_host::jsonText(arvl_host::errorJson(command, kUsageError, error))
+    std::cout << arvl_host::jsonText(
+                     arvl_host::errorJson(command, arvl_host::kExitHostError, error))
               << std::flush;
   }
 }
@@ -49,7 +49,7 @@ int run(int argc, char **argv) {
     std::cerr << "arvl-host: " << error.what() << '\n';
     reportFailure(argc, argv, error.what());
   }
-  return kUsageError;
+  return arvl_host::kExitHostError;
 }
 
 // Where a standard stream is closed, the next descriptor would take its number, and its place in the

@@ -28,6 +28,7 @@
 #include <vector>
 
 #include "elapsed.h"
+#include "exit_code.h"
 #include "interruption.h"
 #include "line_splitter.h"
 #include "log_channel.h"
@@ -765,19 +766,19 @@ const char *outcomeText(Outcome outcome) {
 int exitCodeOf(Outcome outcome) {
   switch (outcome) {
     case Outcome::kSuccess:
-      return 0;
+      return kExitSuccess;
     case Outcome::kFailure:
-      return 1;
+      return kExitFailure;
     case Outcome::kProtocolViolation:
-      return 3;
+      return kExitProtocolViolation;
     case Outcome::kTimeout:
-      return 4;
+      return kExitTimeout;
     case Outcome::kDied:
-      return 5;
+      return kExitDied;
     case Outcome::kInterrupted:
-      return 130;
+      return kExitInterrupted;
   }
-  return 2;
+  return kExitHostError;
 }
 
 StepResult runStep(const StepRequest &request, RequestServer &server, StepListener &listener) {

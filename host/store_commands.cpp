@@ -15,8 +15,8 @@
 #include "backup/verify.h"
 #include "display/cells.h"
 #include "elapsed.h"
+#include "exit_code.h"
 #include "interruption.h"
-#include "job_commands.h"
 #include "output_options.h"
 #include "plugin_options.h"
 #include "trace/trace_text.h"
@@ -26,10 +26,6 @@ namespace arvl_host {
 namespace {
 
 using std::chrono::steady_clock;
-
-constexpr int kProblems = 1;
-constexpr int kHostError = 2;
-constexpr int kInterrupted = 130;
 
 struct StoreCommandOptions {
   std::string store;
@@ -144,11 +140,11 @@ int list(const StoreCommandOptions &options) {
     lines.push_back("and " + std::to_string(unfinished.size()) +
                     " that did not finish, or that run now; prune removes what did not finish");
   }
-  Json::Value report = errorJson("list", error.empty() ? 0 : kHostError, error);
+  Json::Value report = errorJson("list", error.empty() ? kExitSuccess : kExitHostError, error);
   report["backups"] = backups;
   report["unfinished"] = unfinished;
   writeReport(options.output, report, lines);
-  return error.empty() ? 0 : kHostError;
+  return error.empty() ? kExitSuccess : kExitHostError;
 }
 
 // ---- verify
@@ -179,23 +175,23 @@ class VerifyCommand {
 };
 
 int VerifyCommand::run() {
-  int exitCode = 0;
+  int exitCode = kExitSuccess;
   try {
     const std::string error = forEachApplication(
         catalog_, options_, display_,
         [this](const std::string &application) { verifyApplication(application); });
     error_ = error_.empty() ? error : error_;
-    exitCode = !error_.empty() ? kHostError : problems_ > 0 ? kProblems : 0;
-    if (exitCode == kProblems) {
+    exitCode = !error_.empty() ? kExitHostError : problems_ > 0 ? kExitFailure : kExitSuccess;
+    if (exitCode == kExitFailure) {
       error_ = "found " + countText(problems_, "problem");
-    } else if (exitCode == 0 && report_.empty()) {
+    } else if (exitCode == kExitSuccess && report_.empty()) {
       display_.note("no backups");
     }
   } catch (const Interrupted &interrupted) {
-    exitCode = kInterrupted;
+    exitCode = kExitInterrupted;
     fail(interrupted.what());
   } catch (const StoreError &error) {
-    exitCode = kHostError;
+    exitCode = kExitHostError;
     fail(error.what());
   }
   display_.workEnds();
@@ -295,11 +291,11 @@ int prune(const StoreCommandOptions &options) {
           display.warning(holder.what());
         }
       });
-  Json::Value report = errorJson("prune", error.empty() ? 0 : kHostError, error);
+  Json::Value report = errorJson("prune", error.empty() ? kExitSuccess : kExitHostError, error);
   report["removed"] = removed;
   report["busy"] = busy;
   writeReport(options.output, report, lines);
-  return error.empty() ? 0 : kHostError;
+  return error.empty() ? kExitSuccess : kExitHostError;
 }
 
 std::shared_ptr<StoreCommandOptions> addStoreOptions(CLI::App &command) {
@@ -309,7 +305,7 @@ std::shared_ptr<StoreCommandOptions> addStoreOptions(CLI::App &command) {
       ->check(existingDirectory())
       ->type_name("DIR");
   command.add_option("--name", options->name, "Only the backups of this application")
-      ->check(CLI::Validator(checkApplication, ""))
+      ->check(CLI::Validator(checkApplicationName, ""))
       ->type_name("NAME");
   addOutputOptions(command, options->output);
   return options;

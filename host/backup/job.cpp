@@ -12,6 +12,7 @@
 
 #include "backup/catalog.h"
 #include "elapsed.h"
+#include "exit_code.h"
 #include "interruption.h"
 #include "trace/trace_text.h"
 #include "zarn/arvlapp/agent.h"
@@ -24,8 +25,6 @@ namespace {
 
 using std::chrono::steady_clock;
 using ZARN::ARVLAPP::Agent;
-
-constexpr int kHostError = 2;
 
 // Why a job ends without success, with what the program then exits with.
 struct JobFailure : std::runtime_error {
@@ -75,9 +74,9 @@ class Job {
     } catch (const JobFailure &failure) {
       fail(failure.exitCode, failure.what());
     } catch (const Interrupted &) {
-      fail(exitCodeOf(Outcome::kInterrupted), "interrupted");
+      fail(kExitInterrupted, "interrupted");
     } catch (const std::exception &error) {
-      fail(kHostError, error.what());
+      fail(kExitHostError, error.what());
     }
     report_.seconds = secondsSince(begin_);
     report_.steps = steps_.reports();
@@ -92,9 +91,9 @@ class Job {
 
   void require(const char *step) {
     if (!steps_.has(step)) {
-      throw JobFailure(kHostError, "the plug-in in " + visibleText(options_.run.folder) +
-                                       " has no executable \"" + step + "\": there is no " +
-                                       report_.command + " without it");
+      throw JobFailure(kExitHostError, "the plug-in in " + visibleText(options_.run.folder) +
+                                           " has no executable \"" + step + "\": there is no " +
+                                           report_.command + " without it");
     }
   }
 

@@ -38,7 +38,7 @@ struct JobReport {
 };
 
 // Both block until the job is over, show it on the display, and throw nothing: what goes wrong is in the
-// report. SIGINT and SIGTERM cancel the job.
+// report. SIGINT, SIGTERM and SIGHUP cancel the job.
 
 // Runs summary, estimate_exportion, can_export and export, and keeps what came. A backup that does not
 // succeed leaves nothing behind.

@@ -31,9 +31,10 @@ struct DisplayOptions {
 // asked for. Heeds NO_COLOR and TERM.
 DisplayOptions terminalOptions(int out, int errors, Verbosity verbosity);
 
-// Writes lines about a job, each at once: warnings and errors to a stream of their own. On a terminal the last line is live: it is
-// taken away before any other line is written, and drawn again after it. Texts are made visible, each
-// is one line. Not for several threads at a time. Errors of a stream are left to its owner.
+// Writes lines about a job, each at once: warnings and errors to a stream of their own. On a terminal the
+// last line is live: it is taken away before any other line is written, and drawn again after it. Texts are
+// made visible, each is one line. Not for several threads at a time. Errors of a stream are left to its
+// owner.
 class JobDisplay {
  public:
   // The streams, which may be one, have to outlive it.
