@@ -103,6 +103,13 @@ Ended run(const std::vector<std::string> &words, const std::vector<std::string> 
   return Command(words, variables).finish();
 }
 
+testing::AssertionResult holds(const std::string &text, const std::string &part) {
+  if (text.find(part) != std::string::npos) {
+    return testing::AssertionSuccess();
+  }
+  return testing::AssertionFailure() << "no \"" << part << "\" in:\n" << text;
+}
+
 std::string lastLine(const std::string &text) {
   const std::size_t end = text.find_last_not_of('\n');
   const std::size_t begin = text.rfind('\n', end);

@@ -2,6 +2,7 @@
 #ifndef ARVL_TESTS_HOST_COMMAND_H_
 #define ARVL_TESTS_HOST_COMMAND_H_
 
+#include <gtest/gtest.h>
 #include <sys/types.h>
 
 #include <string>
@@ -41,6 +42,9 @@ class Command {
 };
 
 Ended run(const std::vector<std::string> &words, const std::vector<std::string> &variables = {});
+
+// Says what was there in its place.
+testing::AssertionResult holds(const std::string &text, const std::string &part);
 
 // The last line of a text.
 std::string lastLine(const std::string &text);

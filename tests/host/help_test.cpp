@@ -54,7 +54,7 @@ TEST(Help, OfTheCommandAndEverySubcommandFitsATerminal) {
     EXPECT_EQ(ended.status, 0);
     EXPECT_EQ(ended.err, "");
     EXPECT_LT(longestLine(ended.out), kTerminalColumns) << ended.out;
-    EXPECT_NE(help.out.find("\n  " + command->get_name() + " "), std::string::npos);
+    EXPECT_TRUE(holds(help.out, "\n  " + command->get_name() + " "));
   }
 }
 

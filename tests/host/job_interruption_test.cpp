@@ -2,7 +2,6 @@
 // Whatever happens, the store holds whole backups only, and the application one whole state.
 
 #include <gtest/gtest.h>
-#include <json/reader.h>
 #include <json/value.h>
 #include <signal.h>
 #include <sys/stat.h>
@@ -10,7 +9,6 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <memory>
 #include <set>
 #include <string>
 #include <utility>
@@ -19,22 +17,12 @@
 #include "examples/notes_support.h"
 #include "host/command.h"
 #include "host/supervised_run.h"
+#include "support/json.h"
 
 namespace fs = std::filesystem;
 
 namespace arvl_test {
 namespace {
-
-Json::Value parse(const std::string &text) {
-  Json::Value value;
-  const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
-  EXPECT_TRUE(reader->parse(text.data(), text.data() + text.size(), &value, nullptr)) << text;
-  return value;
-}
-
-bool holds(const std::string &text, const std::string &part) {
-  return text.find(part) != std::string::npos;
-}
 
 bool isTemporary(const fs::path &file) {
   return file.extension() == ".partial" || file.filename().string().rfind(".arvl-", 0) == 0;
@@ -79,7 +67,7 @@ class Striker : public Supervisor {
  private:
   void onWrite(const PendingWrite &write) override {
     if (write.file == trace_) {
-      follow(parse(write.text));
+      follow(parseJson(write.text));
     }
     if (!hasStruck_ && isMoment_(write, packets_)) {
       hasStruck_ = true;
@@ -177,7 +165,7 @@ class Jobs : public testing::Test {
     std::ifstream file(trace_);
     int packets = 0;
     for (std::string line; std::getline(file, line);) {
-      packets += parse(line)["kind"] == "packet" ? 1 : 0;
+      packets += parseJson(line)["kind"] == "packet" ? 1 : 0;
     }
     return packets;
   }
@@ -185,7 +173,7 @@ class Jobs : public testing::Test {
   Json::Value listed() const {
     const Ended ended = run({ARVL_HOST, "list", "--json", "--store", store_});
     EXPECT_EQ(ended.status, 0) << ended.err;
-    return parse(ended.out);
+    return parseJson(ended.out);
   }
 
   std::vector<std::string> listedBackups() const {

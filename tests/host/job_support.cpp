@@ -13,13 +13,6 @@ namespace fs = std::filesystem;
 
 namespace arvl_test {
 
-testing::AssertionResult holds(const std::string &text, const std::string &part) {
-  if (text.find(part) != std::string::npos) {
-    return testing::AssertionSuccess();
-  }
-  return testing::AssertionFailure() << "no \"" << part << "\" in:\n" << text;
-}
-
 std::size_t countOf(const std::string &text, const std::string &part) {
   std::size_t count = 0;
   for (std::size_t at = 0; (at = text.find(part, at)) != std::string::npos; at += part.size()) {

@@ -18,7 +18,6 @@
 
 namespace arvl_test {
 
-testing::AssertionResult holds(const std::string &text, const std::string &part);
 std::size_t countOf(const std::string &text, const std::string &part);
 std::string replaced(std::string text, const std::string &part, const std::string &by);
 

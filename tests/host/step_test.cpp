@@ -22,9 +22,6 @@
 namespace {
 
 using namespace arvl_test;
-using testing::AssertionFailure;
-using testing::AssertionResult;
-using testing::AssertionSuccess;
 
 std::vector<std::string> stepCommand(const std::string &step, const std::string &plugin,
                                      const std::vector<std::string> &more = {}) {
@@ -36,13 +33,6 @@ std::vector<std::string> stepCommand(const std::string &step, const std::string 
 Ended runUnruly(const std::string &how, const std::string &step = "import",
                 const std::vector<std::string> &more = {}) {
   return run(stepCommand(step, UNRULY_PLUGIN, more), {"UNRULY=" + how});
-}
-
-AssertionResult holds(const std::string &text, const std::string &part) {
-  if (text.find(part) != std::string::npos) {
-    return AssertionSuccess();
-  }
-  return AssertionFailure() << "no \"" << part << "\" in:\n" << text;
 }
 
 std::string without(std::string line, const std::string &part) {
