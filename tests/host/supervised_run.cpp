@@ -59,41 +59,39 @@ int installFilter() {
               SECCOMP_FILTER_FLAG_NEW_LISTENER | SECCOMP_FILTER_FLAG_WAIT_KILLABLE_RECV, &program));
 }
 
-union Control {
-  cmsghdr header;
-  char bytes[CMSG_SPACE(sizeof(int))];
+// One byte, for there has to be some, and room for a descriptor beside it.
+struct DescriptorMessage {
+  DescriptorMessage() {
+    head.msg_iov = &data;
+    head.msg_iovlen = 1;
+    head.msg_control = control;
+    head.msg_controllen = sizeof control;
+  }
+  DescriptorMessage(const DescriptorMessage &) = delete;
+  DescriptorMessage &operator=(const DescriptorMessage &) = delete;
+
+  char byte = 0;
+  iovec data = {&byte, 1};
+  alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int))] = {};
+  msghdr head = {};
 };
 
 bool sendDescriptor(int socket, int fd) {
-  char byte = 0;
-  iovec data = {&byte, 1};
-  Control control = {};
-  msghdr message = {};
-  message.msg_iov = &data;
-  message.msg_iovlen = 1;
-  message.msg_control = &control;
-  message.msg_controllen = sizeof control;
-  cmsghdr *header = CMSG_FIRSTHDR(&message);
+  DescriptorMessage message;
+  cmsghdr *header = CMSG_FIRSTHDR(&message.head);
   header->cmsg_level = SOL_SOCKET;
   header->cmsg_type = SCM_RIGHTS;
   header->cmsg_len = CMSG_LEN(sizeof fd);
   std::memcpy(CMSG_DATA(header), &fd, sizeof fd);
-  return sendmsg(socket, &message, 0) == 1;
+  return sendmsg(socket, &message.head, 0) == 1;
 }
 
 // -1 if the other end is closed instead.
 int receiveDescriptor(int socket) {
-  char byte = 0;
-  iovec data = {&byte, 1};
-  Control control = {};
-  msghdr message = {};
-  message.msg_iov = &data;
-  message.msg_iovlen = 1;
-  message.msg_control = &control;
-  message.msg_controllen = sizeof control;
+  DescriptorMessage message;
   const cmsghdr *header = nullptr;
-  if (recvmsg(socket, &message, MSG_CMSG_CLOEXEC) == 1) {
-    header = CMSG_FIRSTHDR(&message);
+  if (recvmsg(socket, &message.head, MSG_CMSG_CLOEXEC) == 1) {
+    header = CMSG_FIRSTHDR(&message.head);
   }
   int fd = -1;
   if (header != nullptr) {
