@@ -185,7 +185,7 @@ TEST(AgentInit, KeepsTheSocketFromProgramsThatThePluginStarts) {
   ASSERT_EQ(fcntl(framework.pluginFd(), F_SETFD, 0), 0);  // as a plug-in gets it, to survive exec
   Agent agent;
   ASSERT_TRUE(openSession(agent, "export", framework));
-  EXPECT_EQ(fcntl(framework.pluginFd(), F_GETFD), FD_CLOEXEC);
+  EXPECT_EQ(fcntl(framework.pluginFd(), F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
 }
 
 TEST(AgentInit, RefusesADescriptorThatIsNotOpen) {

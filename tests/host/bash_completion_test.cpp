@@ -91,8 +91,9 @@ TEST_F(BashCompletion, IsInstalledAsTheDefinitionsAreNow) {
 
 TEST_F(BashCompletion, OffersEverySubcommandAndOption) {
   arvl_host::CommandLine commandLine;
-  for (const CLI::App *command :
-       commandLine.app().get_subcommands([](const CLI::App *) { return true; })) {
+  const auto commands = commandLine.app().get_subcommands([](const CLI::App *) { return true; });
+  EXPECT_GE(commands.size(), 7u);
+  for (const CLI::App *command : commands) {
     EXPECT_TRUE(has(offered({""}), command->get_name()));
     const Words options = offered({command->get_name(), "-"});
     for (const CLI::Option *option : command->get_options()) {

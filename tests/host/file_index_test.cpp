@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "host/same_record.h"
+
 namespace arvl_host {
 namespace {
 
@@ -35,14 +37,7 @@ TEST(FileIndex, KeepsEveryMember) {
   index.add(record);
   const std::optional<FileRecord> found = index.find(record.path);
   ASSERT_TRUE(found);
-  EXPECT_EQ(found->path, record.path);
-  EXPECT_EQ(found->type, record.type);
-  EXPECT_EQ(found->size, record.size);
-  EXPECT_EQ(found->mode, record.mode);
-  EXPECT_EQ(found->mtime, record.mtime);
-  EXPECT_EQ(found->mtimeNsec, record.mtimeNsec);
-  EXPECT_EQ(found->sha256, record.sha256);
-  EXPECT_EQ(found->target, record.target);
+  arvl_test::expectSame(*found, record);
 }
 
 TEST(FileIndex, FindsAPathByItsBytesAlone) {

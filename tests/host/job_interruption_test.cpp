@@ -117,6 +117,13 @@ class Striker : public Supervisor {
   int packets_ = 0;
 };
 
+// The host begins to show a line.
+Striker::IsMoment atLine(const std::string &begin) {
+  return [begin](const PendingWrite &write, int) {
+    return write.text.compare(0, begin.size(), begin) == 0;
+  };
+}
+
 Striker::IsMoment atPacket(int number) {
   return [number](const PendingWrite &, int packets) { return packets == number; };
 }
@@ -141,7 +148,8 @@ Striker::IsMoment atManifestWrite(int number) {
 class Jobs : public testing::Test {
  protected:
   std::vector<std::string> command(const std::string &job) const {
-    return {ARVL_HOST, job, "--store", store_, "--plugin", plugin_, "--trace", trace_};
+    return {ARVL_HOST, job,       "--store", store_,    "--plugin",
+            plugin_,   "--trace", trace_,    "--grace", grace_};
   }
 
   void mustRun(const std::string &job) const {
@@ -150,7 +158,7 @@ class Jobs : public testing::Test {
   }
 
   // Returns when no process is left.
-  void strike(const std::string &job, Blow blow, const Striker::IsMoment &isMoment) const {
+  Ended strike(const std::string &job, Blow blow, const Striker::IsMoment &isMoment) const {
     Striker striker(blow, trace_, isMoment);
     const Ended ended = runSupervised(command(job), variables_, striker);
     EXPECT_TRUE(striker.hasStruck());
@@ -158,6 +166,7 @@ class Jobs : public testing::Test {
     if (blow == Blow::kInterrupt) {
       EXPECT_TRUE(holds(ended.out + ended.err, "interrupted")) << ended.out << ended.err;
     }
+    return ended;
   }
 
   // Of the job that ran last.
@@ -196,6 +205,7 @@ class Jobs : public testing::Test {
   const std::string trace_ = temp_.at("trace");
   std::string plugin_;
   std::vector<std::string> variables_;
+  std::string grace_ = "5";
 };
 
 // ---- A backup and a restore of notes, struck at each packet.
@@ -326,6 +336,12 @@ TEST_F(NotesJobs, BackupsLeaveTheStoreWholeWhenTheyEndEarlyAfterTheLastPacket) {
   }
 }
 
+TEST_F(NotesJobs, RunNoFurtherStepWhenTheyAreInterruptedBetweenTwo) {
+  const Ended ended = strike("backup", Blow::kInterrupt, atLine("step can_export: success"));
+  EXPECT_EQ(ended.out.find("\nstep export"), std::string::npos) << ended.out;
+  EXPECT_EQ(listedBackups(), backups_);
+}
+
 TEST_F(NotesJobs, RestoresLeaveOneWholeStateWhereverTheyAreInterrupted) {
   strikeRestores(Blow::kInterrupt);
 }
@@ -418,6 +434,54 @@ TEST_F(LargeFile, ThatAKilledHostWasBackingUpIsRemovedByTheNextBackup) {
   mustRun("backup");
   EXPECT_EQ(filesBelow(store_, isTemporary), std::vector<std::string>());
   EXPECT_EQ(listedBackups().size(), 2U);
+}
+
+// Writes on at the end of a file once something of it has been copied.
+class Appender : public Supervisor {
+ public:
+  explicit Appender(fs::path file) : file_(std::move(file)) {}
+
+ private:
+  void onWrite(const PendingWrite &write) override {
+    if (isCopying_(write, 0)) {
+      std::ofstream(file_, std::ios::app) << "more";
+    }
+  }
+  bool mayExit(pid_t) override { return true; }
+
+  const fs::path file_;
+  const Striker::IsMoment isCopying_ = whileCopying();
+};
+
+TEST_F(LargeFile, ThatIsWrittenWhileItIsBackedUpIsNamed) {
+  const std::string file = documents_ / "large";
+  Appender appender(file);
+  const Ended ended = runSupervised(command("backup"), variables_, appender);
+  EXPECT_EQ(ended.status, 0) << ended.err;
+  EXPECT_TRUE(holds(ended.err, "warning: \"" + file +
+                                   "\" was written while it was copied: the copy may hold parts of "
+                                   "both\n"));
+  const Json::Value changed =
+      parseJson(bytesOf(listedBackups().back() + "/manifest.json"))["changed"];
+  ASSERT_EQ(changed.size(), 1U);
+  EXPECT_EQ(changed[0], file);
+  expectSoundStore();
+}
+
+// ---- A plug-in that does not look at its socket.
+
+class HangingPlugin : public Jobs {
+ protected:
+  HangingPlugin() {
+    plugin_ = UNRULY_PLUGIN;
+    variables_ = {"UNRULY=hangs"};
+    grace_ = "0.1";
+  }
+};
+
+TEST_F(HangingPlugin, IsCanceledByASignalThatCameJustBeforeItsStep) {
+  const Ended ended = strike("backup", Blow::kInterrupt, atLine("step summary\n"));
+  EXPECT_TRUE(holds(ended.err, "error: interrupted in the step summary\n"));
 }
 
 // ---- What a plug-in starts.

@@ -279,6 +279,7 @@ struct Failure {
   Words line;
   int status;
   std::string error;
+  Words more = {};
 };
 
 TEST_F(Job, EndsWithTheStepThatFailsAndLeavesNothing) {
@@ -302,7 +303,11 @@ TEST_F(Job, EndsWithTheStepThatFailsAndLeavesNothing) {
        3,
        "the step export ended with protocol violation: the plug-in sent bytes that are no packet: "
        "the check code is wrong"},
-      {"export", {"be", "hangs"}, 4, "the step export ended with time-out"},
+      {"export",
+       {"be", "hangs"},
+       4,
+       "the step export ended with time-out",
+       {"--timeout", "2", "--grace", "0.1"}},
       {"export",
        {"be", "crashes"},
        5,
@@ -310,7 +315,7 @@ TEST_F(Job, EndsWithTheStepThatFailsAndLeavesNothing) {
   };
   for (const Failure &row : cases) {
     script(row.step, {row.line});
-    const Ended ended = backup({"--timeout", "0.5", "--grace", "0.1"});
+    const Ended ended = backup(row.more);
     EXPECT_EQ(ended.status, row.status) << row.error;
     EXPECT_EQ(lastLine(ended.err).substr(0, row.error.size() + 7), "error: " + row.error);
     expectNothingLeft();
@@ -348,6 +353,17 @@ TEST_F(Job, IsInterruptedAndLeavesNothing) {
     EXPECT_TRUE(holds(lastLine(ended.err), "error: interrupted in the step export"));
     expectNothingLeft();
   }
+}
+
+TEST_F(Job, KillsThePluginOnTheSecondCtrlC) {
+  script("export", {{"be", "hangs and ignores TERM"}});
+  Command command(job("backup", {"--grace", "1000"}), variables());
+  ASSERT_TRUE(command.waitFor("[stdout] hanging\n"));
+  command.signal(SIGINT);
+  ASSERT_TRUE(command.waitFor("canceling the plug-in; another Ctrl-C kills it\n"));
+  command.signal(SIGINT);
+  EXPECT_EQ(command.finish().status, 130);
+  expectNothingLeft();
 }
 
 TEST_F(Job, IsInterruptedWhileItReadsWhatWasMoved) {
@@ -653,12 +669,12 @@ TEST_F(Job, OfOneApplicationRunsAloneAndNamesTheHolder) {
   script("export", {{"wait", fifo}});
   Command first(job("backup"), variables());
   ASSERT_TRUE(first.waitFor("[stdout] waiting\n"));
+  script("export", {});  // whoever gets in does not wait
   const Ended second = backup();
   EXPECT_EQ(second.status, 2);
   EXPECT_TRUE(holds(second.err, "error: the backups in \"" + at("store/unruly") +
                                     "\" are in use by process " + std::to_string(first.pid()) +
                                     " on "));
-  script("export", {});
   EXPECT_EQ(backup({"--name", "another"}).status, 0);
   release(fifo);
   EXPECT_EQ(first.finish().status, 0);
@@ -674,6 +690,7 @@ TEST_F(Job, RemovesWhatAKilledOneLeft) {
     ASSERT_TRUE(killed.waitFor("[stdout] waiting\n"));
     killed.signal(SIGKILL);
     killed.finish();
+    release(fifo);  // the plug-in, to see that its host is gone
   }
   ASSERT_EQ(backups().size(), 1u);
   const std::string left = *backups().begin();

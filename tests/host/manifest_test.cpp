@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "host/command.h"
+#include "host/same_record.h"
 #include "host/store_error_of.h"
 #include "support/files.h"
 #include "support/json.h"
@@ -20,6 +21,7 @@ namespace arvl_host {
 namespace {
 
 using arvl_test::bytesOf;
+using arvl_test::expectSame;
 using arvl_test::parseJson;
 using arvl_test::storeErrorOf;
 using arvl_test::TempDir;
@@ -51,6 +53,8 @@ Manifest someManifest() {
   manifest.exportResult = parseJson(R"({"success": true, "app_data_version": "1.10"})");
   manifest.externalHandlerResult = parseJson(R"([{"handler": "h", "result": null}])");
   manifest.totals = {1, 2, 3, std::uint64_t(1) << 63};
+  manifest.changed = {"/a\xff", "/b"};
+  manifest.denials = {"one", "two\n"};
   return manifest;
 }
 
@@ -110,19 +114,14 @@ TEST_F(ManifestIn, IsReadAsItWasWritten) {
   EXPECT_EQ(read.externalHandlerResult, written.externalHandlerResult);
   EXPECT_EQ(read.dataVersion(), "1.10");
   EXPECT_EQ(totalsJson(read.totals), totalsJson(written.totals));
+  EXPECT_EQ(read.changed, written.changed);
+  EXPECT_EQ(read.denials, written.denials);
 
   const std::vector<FileRecord> records = this->records();
   ASSERT_EQ(records.size(), 3u);
-  EXPECT_EQ(records[0].path, folder.path);
-  EXPECT_EQ(records[0].type, FileType::kDir);
-  EXPECT_EQ(records[1].path, file.path);
-  EXPECT_EQ(records[1].size, file.size);
-  EXPECT_EQ(records[1].mode, 07777u);
-  EXPECT_EQ(records[1].mtime, -1);
-  EXPECT_EQ(records[1].mtimeNsec, 5);
-  EXPECT_EQ(records[1].sha256, file.sha256);
-  EXPECT_EQ(records[2].path, link.path);
-  EXPECT_EQ(records[2].target, "\xfe\n");
+  expectSame(records[0], folder);
+  expectSame(records[1], file);
+  expectSame(records[2], link);
 }
 
 TEST_F(ManifestIn, IsStrictJsonWhateverItHolds) {

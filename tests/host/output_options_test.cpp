@@ -102,6 +102,17 @@ TEST_F(Output, IsOneReportOfAJobThatFails) {
             "the store \"" + at("store") + "\" has no finished backup of unruly");
 }
 
+TEST_F(Output, IsOneReportWhateverThePluginWrites) {
+  for (const char *how : {"floods", "a line of a megabyte", "closes its output"}) {
+    script("summary", {{"be", how}});
+    const Ended ended = backup({"--json"});
+    const Json::Value report = reportOf(ended);
+    EXPECT_EQ(report["command"], "backup") << how;
+    EXPECT_EQ(report["steps"][0]["step"], "summary") << how;
+    EXPECT_EQ(ended.status, 0) << how << ended.err;
+  }
+}
+
 TEST_F(Output, IsOneReportHoweverDeepACompletionNests) {
   mustBackUp();
   script("import", {{"be", "completes in depth"}});

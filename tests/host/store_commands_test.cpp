@@ -47,6 +47,7 @@ class StoreCommand : public JobFolder {
     EXPECT_TRUE(killed.waitFor("[stdout] waiting\n"));
     killed.signal(SIGKILL);
     killed.finish();
+    release(fifo);  // the plug-in, to see that its host is gone
     fs::remove(fifo);
     for (const std::string &name : backups()) {
       if (name.find(".partial") != std::string::npos) {

@@ -204,6 +204,7 @@ void Run::becomeProgram(int socket, int out, int err) {
   sigprocmask(SIG_SETMASK, &oldMask_, nullptr);
   dup2(out, STDOUT_FILENO);
   dup2(err, STDERR_FILENO);
+  prctl(PR_SET_PDEATHSIG, SIGKILL);  // nobody would let go of what is held
   const int calls = installFilter();
   if (calls >= 0 && sendDescriptor(socket, calls)) {
     execv(argv[0], argv.data());
