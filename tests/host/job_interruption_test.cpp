@@ -18,11 +18,14 @@
 #include "host/command.h"
 #include "host/supervised_run.h"
 #include "support/json.h"
+#include "temporary_file.h"
 
 namespace fs = std::filesystem;
 
 namespace arvl_test {
 namespace {
+
+using arvl_host::temporaryName;
 
 bool isTemporary(const fs::path &file) {
   return file.extension() == ".partial" || file.filename().string().rfind(".arvl-", 0) == 0;
@@ -466,6 +469,62 @@ TEST_F(LargeFile, ThatIsWrittenWhileItIsBackedUpIsNamed) {
   ASSERT_EQ(changed.size(), 1U);
   EXPECT_EQ(changed[0], file);
   expectSoundStore();
+}
+
+// ---- What a loss of power may find.
+
+class StorageRecorder : public Supervisor {
+ public:
+  // A line each, without the folder that all of them are below.
+  std::string callsBelow(const std::string &folder) const {
+    std::string text;
+    for (const StorageCall &call : calls_) {
+      text += call.name + " " + replacedAll(call.file, folder + "/", "") + "\n";
+    }
+    return text;
+  }
+
+  static std::string replacedAll(std::string text, const std::string &part, const std::string &by) {
+    for (std::size_t at = 0; (at = text.find(part, at)) != std::string::npos; at += by.size()) {
+      text.replace(at, part.size(), by);
+    }
+    return text;
+  }
+
+ private:
+  void onWrite(const PendingWrite &) override {}
+  void onStorage(const StorageCall &call) override { calls_.push_back(call); }
+  bool mayExit(pid_t) override { return true; }
+
+  std::vector<StorageCall> calls_;
+};
+
+TEST_F(LargeFile, IsSafeBeforeTheManifestAndTheManifestBeforeTheBackup) {
+  StorageRecorder recorder;
+  ASSERT_EQ(runSupervised(command("backup"), variables_, recorder).status, 0);
+  const std::string id = fs::path(listedBackups().back()).filename();
+  EXPECT_EQ(StorageRecorder::replacedAll(recorder.callsBelow(store_ + "/minimal"), id, "ID"),
+            "rename ID.partial/data/documents/documents/large\n"
+            "syncfs ID.partial\n"
+            "fsync ID.partial/" +
+                temporaryName("SHA256SUMS") +
+                "\n"
+                "rename ID.partial/SHA256SUMS\n"
+                "fsync ID.partial/" +
+                temporaryName("manifest.json") +
+                "\n"
+                "rename ID.partial/manifest.json\n"
+                "fsync ID.partial\n"
+                "rename ID\n"
+                "fsync " +
+                store_ + "/minimal\n");
+}
+
+TEST_F(LargeFile, IsSafeBeforeItHasItsNameWhereItIsRestored) {
+  StorageRecorder recorder;
+  ASSERT_EQ(runSupervised(command("restore"), variables_, recorder).status, 0);
+  EXPECT_EQ(recorder.callsBelow(target_),
+            "fsync documents/" + temporaryName("large") + "\nrename documents/large\n");
 }
 
 // ---- A plug-in that does not look at its socket.

@@ -20,6 +20,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <climits>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
@@ -43,15 +45,25 @@ constexpr std::size_t kShownText = 0x10000;
 
 // ---- In the child, between fork and exec.
 
+constexpr unsigned kHeldCalls[] = {
+    SYS_write,      SYS_fsync, SYS_syncfs, SYS_renameat2,
+#ifdef SYS_rename
+    SYS_rename,
+#endif
+#ifdef SYS_renameat
+    SYS_renameat,
+#endif
+    SYS_exit_group,
+};
+
 int installFilter() {
-  sock_filter filter[] = {
-      {BPF_LD | BPF_W | BPF_ABS, 0, 0, offsetof(seccomp_data, nr)},
-      {BPF_JMP | BPF_JEQ | BPF_K, 1, 0, SYS_write},
-      {BPF_JMP | BPF_JEQ | BPF_K, 0, 1, SYS_exit_group},
-      {BPF_RET | BPF_K, 0, 0, SECCOMP_RET_USER_NOTIF},
-      {BPF_RET | BPF_K, 0, 0, SECCOMP_RET_ALLOW},
-  };
-  sock_fprog program = {static_cast<unsigned short>(std::size(filter)), filter};
+  std::vector<sock_filter> filter = {{BPF_LD | BPF_W | BPF_ABS, 0, 0, offsetof(seccomp_data, nr)}};
+  for (const unsigned call : kHeldCalls) {
+    filter.push_back({BPF_JMP | BPF_JEQ | BPF_K, 0, 1, call});  // any other skips the next
+    filter.push_back({BPF_RET | BPF_K, 0, 0, SECCOMP_RET_USER_NOTIF});
+  }
+  filter.push_back({BPF_RET | BPF_K, 0, 0, SECCOMP_RET_ALLOW});
+  sock_fprog program = {static_cast<unsigned short>(filter.size()), filter.data()};
   prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
   // Held calls are not restarted by a signal, which would show them twice.
   return static_cast<int>(
@@ -115,6 +127,29 @@ std::string textOf(pid_t thread, std::uint64_t address, std::uint64_t size) {
   const ssize_t got = process_vm_readv(thread, &here, 1, &there, 1, 0);
   text.resize(got > 0 ? static_cast<std::size_t>(got) : 0);
   return text;
+}
+
+// By its folder's descriptor, unless it is absolute.
+std::string pathOf(pid_t thread, std::uint64_t folder, std::uint64_t address) {
+  const std::string name = textOf(thread, address, PATH_MAX).c_str();
+  return name[0] == '/' ? name : fileOf(thread, folder) + "/" + name;
+}
+
+StorageCall storageCallOf(const seccomp_notif &call) {
+  const auto thread = static_cast<pid_t>(call.pid);
+  const auto *arguments = call.data.args;
+  switch (call.data.nr) {
+    case SYS_fsync:
+      return {"fsync", fileOf(thread, arguments[0])};
+    case SYS_syncfs:
+      return {"syncfs", fileOf(thread, arguments[0])};
+#ifdef SYS_rename
+    case SYS_rename:
+      return {"rename", textOf(thread, arguments[1], PATH_MAX).c_str()};
+#endif
+    default:
+      return {"rename", pathOf(thread, arguments[2], arguments[3])};
+  }
 }
 
 std::vector<pid_t> ownChildren() {
@@ -258,12 +293,17 @@ void Run::handleCall() {
   if (ioctl(channels_[kCalls].fd, SECCOMP_IOCTL_NOTIF_RECV, &call) != 0) {
     return;  // its thread has been killed
   }
-  if (call.data.nr == SYS_exit_group) {
-    heldExits_.emplace_back(call.id, static_cast<pid_t>(call.pid));
-  } else {
-    handleWrite(call);
-    goOn(call.id);
+  switch (call.data.nr) {
+    case SYS_exit_group:
+      heldExits_.emplace_back(call.id, static_cast<pid_t>(call.pid));
+      return;
+    case SYS_write:
+      handleWrite(call);
+      break;
+    default:
+      supervisor_.onStorage(storageCallOf(call));
   }
+  goOn(call.id);
 }
 
 void Run::handleWrite(const seccomp_notif &call) {

@@ -19,11 +19,19 @@ struct PendingWrite {
   std::string text;    // the beginning, if it is long
 };
 
+// A call on which it depends what a loss of power leaves.
+struct StorageCall {
+  std::string name;  // "fsync", "syncfs", "rename"
+  std::string file;  // that is synced, or the new name
+};
+
 class Supervisor {
  public:
   virtual ~Supervisor() = default;
   // The write is made afterwards, unless its process has been killed.
   virtual void onWrite(const PendingWrite &write) = 0;
+  // Likewise of the call.
+  virtual void onStorage(const StorageCall &) {}
   // False: the process is held until a later call returns true. Asked again after whatever happens.
   virtual bool mayExit(pid_t process) = 0;
 };
