@@ -67,21 +67,6 @@ class JobFolder : public testing::Test {
   const TempDir dir_;
 };
 
-// A small file system in place of the folder, for this process and its children alone.
-class SmallFileSystem {
- public:
-  SmallFileSystem(std::string folder, const std::string &options);
-  ~SmallFileSystem();
-  SmallFileSystem(const SmallFileSystem &) = delete;
-  SmallFileSystem &operator=(const SmallFileSystem &) = delete;
-
-  bool isMounted() const { return isMounted_; }
-
- private:
-  const std::string folder_;
-  bool isMounted_ = false;
-};
-
 }  // namespace arvl_test
 
 #endif  // ARVL_TESTS_HOST_JOB_SUPPORT_H_

@@ -12,6 +12,7 @@
 
 #include "host/job_support.h"
 #include "support/json.h"
+#include "support/small_file_system.h"
 
 namespace fs = std::filesystem;
 
@@ -736,6 +737,23 @@ TEST_F(Job, LeavesNothingWhenTheManifestDoesNotFit) {
   EXPECT_EQ(ended.status, 2);
   EXPECT_TRUE(holds(lastLine(ended.err), "/manifest.json\": No space left on device"));
   expectNothingLeft();
+}
+
+TEST_F(Job, DeniesAFileThatDoesNotFitWhereItIsRestored) {
+  const std::string large = dir_.makeFile("local/large", std::string(1 << 20, 'x'));
+  script("export", {{"upload", "file", large, "/large"}});
+  mustBackUp();
+  dir_.makeDir("target");
+  const SmallFileSystem disk(at("target"), "size=64k");
+  if (!disk.isMounted()) {
+    GTEST_SKIP() << "mounting is not permitted here";
+  }
+  script("import", {{"download", "file", "/large", at("target/large")}, {"fail", "files", "full"}});
+  const Ended ended = restore();
+  EXPECT_EQ(ended.status, 1);
+  EXPECT_TRUE(holds(ended.err, "warning: DOWNLOAD_REQUEST was denied: cannot write \"" +
+                                   at("target/large") + "\": No space left on device\n"));
+  EXPECT_EQ(entriesOf(at("target")), Names{});
 }
 
 TEST_F(Job, LeavesNothingWhenItCannotBegin) {

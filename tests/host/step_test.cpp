@@ -128,6 +128,17 @@ TEST(Step, GivesThePluginFiveDescriptorsAndNoMore) {
                     "[stdout] descriptor socket\n"));
 }
 
+// The host raises its own.
+TEST(Step, GivesThePluginTheLimitOfDescriptorsThatItHadItself) {
+  std::vector<std::string> words = {"/bin/sh", "-c", "ulimit -Sn 256 && exec \"$0\" \"$@\""};
+  for (const std::string &word : stepCommand("import", UNRULY_PLUGIN)) {
+    words.push_back(word);
+  }
+  const Ended ended = run(words, {"UNRULY=shows its limit of descriptors"});
+  EXPECT_EQ(ended.status, 0);
+  EXPECT_TRUE(holds(ended.out, "\n[stdout] at most 256\n"));
+}
+
 TEST(Step, SurvivesAFloodAndALineOfAMegabyte) {
   const Ended flood = runUnruly("floods");
   EXPECT_EQ(flood.status, 0);

@@ -9,6 +9,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <syslog.h>
@@ -378,6 +379,11 @@ int main(int argc, char **argv) {
   }
   if (how == "lists its descriptors") {
     listDescriptors();
+  }
+  if (how == "shows its limit of descriptors") {
+    rlimit limit = {};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    say(("at most " + std::to_string(limit.rlim_cur)).c_str());
   }
   if (how == "shows what is preloaded") {
     say(getenv("LD_PRELOAD"));
