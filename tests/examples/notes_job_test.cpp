@@ -53,7 +53,7 @@ TEST_F(NotesJob, LeavesTheApplicationItsOldStateWhenTheBackupIsDamaged) {
   for (const char *path : {"data/notes/notes.db", "data/notes/attachments"}) {
     std::filesystem::path file = latest("notes") / path;
     if (std::filesystem::is_directory(file)) {
-      const std::set<std::string> attachments = entriesOf(file);
+      const std::set<std::string> attachments = namesIn(file);
       ASSERT_FALSE(attachments.empty());
       file /= *attachments.begin();
     }

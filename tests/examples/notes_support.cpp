@@ -50,12 +50,4 @@ void flipByte(const fs::path &file) {
   writeBytes(file, content);
 }
 
-std::set<std::string> namesIn(const fs::path &directory) {
-  std::set<std::string> names;
-  for (const fs::directory_entry &entry : fs::directory_iterator(directory)) {
-    names.insert(entry.path().filename());
-  }
-  return names;
-}
-
 }  // namespace arvl_test

@@ -3,7 +3,6 @@
 #define ARVL_TESTS_EXAMPLES_NOTES_SUPPORT_H_
 
 #include <filesystem>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -47,7 +46,6 @@ class Notes {
 
 // Changes one byte in the middle.
 void flipByte(const std::filesystem::path &file);
-std::set<std::string> namesIn(const std::filesystem::path &directory);
 
 }  // namespace arvl_test
 

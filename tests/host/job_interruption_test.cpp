@@ -415,6 +415,14 @@ TEST_F(LargeFile, ThatAKilledHostWasRestoringIsNamedByTheNextRestoreAlone) {
   EXPECT_EQ(bytesOf(target_ / "documents" / "large"), content_);
 }
 
+TEST_F(LargeFile, ThatIsBeingBackedUpIsTakenAwayByAnInterruptedHost) {
+  const std::vector<std::string> backups = listedBackups();
+  strike("backup", Blow::kInterrupt, whileCopying());
+  EXPECT_EQ(filesBelow(store_, isTemporary), std::vector<std::string>());
+  EXPECT_EQ(listedBackups(), backups);
+  expectSoundStore();
+}
+
 TEST_F(LargeFile, ThatIsBeingRestoredIsTakenAwayByAnInterruptedHost) {
   strike("restore", Blow::kInterrupt, whileCopying());
   EXPECT_EQ(targetNames(), std::set<std::string>());

@@ -56,14 +56,6 @@ std::map<std::string, std::string> treeOf(const fs::path &folder) {
   return tree;
 }
 
-std::set<std::string> entriesOf(const fs::path &folder) {
-  std::set<std::string> names;
-  for (const fs::directory_entry &entry : fs::directory_iterator(folder)) {
-    names.insert(entry.path().filename());
-  }
-  return names;
-}
-
 namespace {
 
 void setTime(const fs::path &path, time_t seconds, long nanoseconds) {
@@ -144,7 +136,7 @@ fs::path JobFolder::latest(const std::string &application) const {
 }
 
 std::set<std::string> JobFolder::backups(const std::string &application) const {
-  std::set<std::string> names = entriesOf(fs::path(at("store")) / application);
+  std::set<std::string> names = namesIn(fs::path(at("store")) / application);
   names.erase(".lock");
   return names;
 }

@@ -28,7 +28,6 @@ std::string sha256Sum(const std::filesystem::path &file);
 // What is below a folder, by the path from there: type, mode, time of modification (but that of a link,
 // which no copy keeps), and size with checksum, or target.
 std::map<std::string, std::string> treeOf(const std::filesystem::path &folder);
-std::set<std::string> entriesOf(const std::filesystem::path &folder);
 
 // Files of every kind that a backup has to keep: odd names, modes and times, links, empty and sparse ones.
 void makeOddTree(const std::filesystem::path &folder);

@@ -199,7 +199,7 @@ TEST_F(Job, RefusesAnExternalResultThatBreaksTheRules) {
   const Ended ended = backup({"--external-handler-result", file});
   EXPECT_EQ(ended.status, 2);
   EXPECT_TRUE(holds(ended.err, file + ": the rule book refuses the export result:\n"));
-  EXPECT_EQ(entriesOf(at("store")), Names{});
+  EXPECT_EQ(namesIn(at("store")), Names{});
 }
 
 // ---- Steps that are missing or fail.
@@ -214,7 +214,7 @@ TEST_F(Job, NeedsTheExecutableOfItsTransfer) {
     EXPECT_EQ(ended.err, "error: the plug-in in " + plugin + " has no executable \"" + step +
                              "\": there is no " + command + " without it\n");
   }
-  EXPECT_EQ(entriesOf(at("store")), Names{});
+  EXPECT_EQ(namesIn(at("store")), Names{});
 }
 
 // One that was copied without its mode has lost nothing of what its author wants of it.
@@ -392,7 +392,7 @@ TEST_F(Job, KeepsAWholeTreeCopiedOrMoved) {
   const fs::path folder = mustBackUp();
   EXPECT_EQ(treeOf(folder / "data/copied"), copied);
   EXPECT_EQ(treeOf(folder / "data/moved"), moved);
-  EXPECT_EQ(entriesOf(at("local")), Names{"copied"});
+  EXPECT_EQ(namesIn(at("local")), Names{"copied"});
   EXPECT_EQ(onStore("verify").status, 0);
 
   script("import", {{"download", "dir", "/moved", at("local/back")}});
@@ -425,8 +425,8 @@ TEST_F(Job, LetsNothingOutOfTheBackup) {
   EXPECT_TRUE(holds(ended.err,
                     "warning: UPLOAD_REQUEST was denied: \"/folder/..\" does not end in a "
                     "name\n"));
-  EXPECT_EQ(entriesOf(latest() / "data"), Names{"outside"});
-  EXPECT_EQ(entriesOf(at("store")), Names{"unruly"});
+  EXPECT_EQ(namesIn(latest() / "data"), Names{"outside"});
+  EXPECT_EQ(namesIn(at("store")), Names{"unruly"});
   EXPECT_EQ(backups().size(), 1u);
 }
 
@@ -588,7 +588,7 @@ TEST_F(Job, DeliversNothingOfADamagedFile) {
                         sha256Sum(folder / "data/file") + ", and was " +
                         sha256Sum(at("local/file")) + "\n"));
   EXPECT_EQ(bytesOf(at("local/back")), "the old state");
-  EXPECT_EQ(entriesOf(at("local")), (Names{"back", "file"}));
+  EXPECT_EQ(namesIn(at("local")), (Names{"back", "file"}));
 }
 
 struct Damaged {
@@ -753,7 +753,7 @@ TEST_F(Job, DeniesAFileThatDoesNotFitWhereItIsRestored) {
   EXPECT_EQ(ended.status, 1);
   EXPECT_TRUE(holds(ended.err, "warning: DOWNLOAD_REQUEST was denied: cannot write \"" +
                                    at("target/large") + "\": No space left on device\n"));
-  EXPECT_EQ(entriesOf(at("target")), Names{});
+  EXPECT_EQ(namesIn(at("target")), Names{});
 }
 
 TEST_F(Job, LeavesNothingWhenItCannotBegin) {

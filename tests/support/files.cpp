@@ -19,4 +19,13 @@ void writeBytes(const std::filesystem::path &file, const std::string &content) {
   EXPECT_TRUE(stream.flush()) << file;
 }
 
+std::set<std::string> namesIn(const std::filesystem::path &folder) {
+  std::set<std::string> names;
+  for (const std::filesystem::directory_entry &entry :
+       std::filesystem::directory_iterator(folder)) {
+    names.insert(entry.path().filename());
+  }
+  return names;
+}
+
 }  // namespace arvl_test
