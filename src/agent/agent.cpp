@@ -26,6 +26,7 @@
 #include <string>
 #include <utility>
 
+#include "agent/close_watch.h"
 #include "agent/sigpipe_guard.h"
 #include "protocol/json_members.h"
 #include "protocol/json_text.h"
@@ -153,6 +154,9 @@ class Agent::AgentImpl {
   SummaryInfo summaryInfo;
 
  private:
+  CloseWatch closeWatch;           // once reading has paused
+  bool isInputUnreadable = false;  // the input buffer is full, and its first frame has been refused
+
   bool checkSupported(Version since);
   bool parseSocketFd(const char *text);
   bool parseFrameworkVersion(const char *text);
@@ -162,16 +166,19 @@ class Agent::AgentImpl {
   bool queueFrame(PACKET_TYPE type, std::string &&text);
   void offerOutput();
   bool writeInLoop();
+  int runLoop();
   bool isCompletionUnwritten() const;
-  void readFrames(evbuffer *input);
+  FrameStep readFrames(evbuffer *input);
   FrameStep readFrame(evbuffer *input);
   void limitReading(evbuffer *input);
+  void pauseReading();
   bool appendPacket(const void *frame);
   bool storePacket(const void *frame);
 
   static void onReadable(bufferevent *connection, void *self);
   static void onWritten(bufferevent *connection, void *self);
   static void onEvent(bufferevent *connection, short what, void *self);
+  static void onClosedUnread(evutil_socket_t descriptor, short what, void *self);
 
   Json::Value makeResult() const;
   void sendSummaryComplete();
@@ -183,6 +190,7 @@ class Agent::AgentImpl {
 };
 
 Agent::AgentImpl::~AgentImpl() {
+  closeWatch.stop();
   if (connection != nullptr) {
     bufferevent_free(connection);
   }
@@ -345,7 +353,7 @@ bool Agent::AgentImpl::sendPacket(PACKET_TYPE type, const Json::Value &payload, 
     return writeInLoop();
   }
   if (!exitOnDrain) {
-    event_base_dispatch(base);  // nothing is left to write: it only reads
+    runLoop();  // nothing is left to write: it only reads
   }
   return true;
 }
@@ -399,12 +407,21 @@ bool Agent::AgentImpl::writeInLoop() {
     return ARVL_LOG_FALSE("bufferEvent enable failed");
   }
   const SigpipeGuard guard;
-  while (event_base_dispatch(base) == 0 && isCompletionUnwritten()) {
+  while (runLoop() == 0 && isCompletionUnwritten()) {
   }
   if (isCompletionUnwritten()) {
     return ARVL_LOG_FALSE("event loop failed, packet is not written");
   }
   return true;
+}
+
+// Runs the loop until a callback leaves it. When the buffer is full and its first frame has been
+// refused, no answer can be read: a request then only checks for a close.
+int Agent::AgentImpl::runLoop() {
+  if (isInputUnreadable && !exitOnDrain) {
+    return event_base_loop(base, EVLOOP_NONBLOCK);
+  }
+  return event_base_dispatch(base);
 }
 
 bool Agent::AgentImpl::isCompletionUnwritten() const {
@@ -470,33 +487,43 @@ bool Agent::AgentImpl::storePacket(const void *frame) {
 }
 
 // Consumes every whole frame and ends the loop once nothing but a part of a header is left; a frame
-// that is not whole yet keeps the loop waiting.
-void Agent::AgentImpl::readFrames(evbuffer *input) {
+// that is not whole yet keeps the loop waiting. Returns what became of the last frame.
+Agent::AgentImpl::FrameStep Agent::AgentImpl::readFrames(evbuffer *input) {
   while (evbuffer_get_length(input) >= kPacketHeaderSize) {
     const FrameStep step = readFrame(input);
     if (step == FrameStep::kIncomplete) {
-      return;
+      return step;
     }
     if (step == FrameStep::kRefused) {
       if (event_base_loopbreak(base) != 0) {
         ARVL_LOG_ERROR("loop break failed");
       }
-      return;
+      return step;
     }
   }
   if (event_base_loopexit(base, nullptr) != 0) {
     ARVL_LOG_ERROR("loop exit failed");
     event_base_loopbreak(base);  // needs no memory: without it the call would hang, answer in hand
   }
+  return FrameStep::kConsumed;
 }
 
 // Keeps the input buffer at or below the largest payload: reading pauses when it is full.
 void Agent::AgentImpl::limitReading(evbuffer *input) {
   const std::size_t room = kMaxPayloadLength - evbuffer_get_length(input);
   if (room == 0) {
-    bufferevent_disable(connection, EV_READ);
+    pauseReading();
   } else {
     bufferevent_set_max_single_read(connection, std::min(room, kReadChunk));
+  }
+}
+
+// Nothing resumes reading: the frame that fills the buffer never leaves it. While reading is paused,
+// libevent does not notice that the framework closes the connection.
+void Agent::AgentImpl::pauseReading() {
+  bufferevent_disable(connection, EV_READ);
+  if (!closeWatch.start(base, socketFd, onClosedUnread, this)) {
+    onEvent(connection, BEV_EVENT_READING | BEV_EVENT_ERROR, this);
   }
 }
 
@@ -540,8 +567,10 @@ Agent::AgentImpl::FrameStep Agent::AgentImpl::readFrame(evbuffer *input) {
 void Agent::AgentImpl::onReadable(bufferevent *connection, void *self) {
   auto *session = static_cast<AgentImpl *>(self);
   evbuffer *input = bufferevent_get_input(connection);
-  session->readFrames(input);
+  const FrameStep last = session->readFrames(input);
   session->limitReading(input);
+  session->isInputUnreadable =
+      last == FrameStep::kRefused && evbuffer_get_length(input) == kMaxPayloadLength;
 }
 
 void Agent::AgentImpl::onWritten(bufferevent *connection, void *self) {
@@ -569,6 +598,13 @@ void Agent::AgentImpl::onEvent(bufferevent * /*connection*/, short what, void *s
       ARVL_LOG_ERROR("loop exit failed");
     }
   }
+}
+
+// The connection ended while its last data remained unread: reported as reading would report it.
+void Agent::AgentImpl::onClosedUnread(evutil_socket_t /*descriptor*/, short /*what*/, void *self) {
+  auto *session = static_cast<AgentImpl *>(self);
+  const short end = session->closeWatch.isError() ? BEV_EVENT_ERROR : BEV_EVENT_EOF;
+  onEvent(session->connection, static_cast<short>(BEV_EVENT_READING | end), session);
 }
 
 // ---- The exchange of a request.

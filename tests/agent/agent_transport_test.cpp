@@ -276,18 +276,6 @@ TEST_F(Transport, DeliversTheLargestFrameThatTheBufferHolds) {
   EXPECT_EQ(log_.take(), LogLines{});
 }
 
-TEST_F(Transport, NeverCompletesAFrameBeyondTheBuffer) {
-  open();
-  framework_.play([this] {
-    framework_.readFrame();
-    framework_.write(frame(23, languageOfSize(kHighWater - 7)));
-  });
-  std::string language = "before";
-  EXPECT_FALSE(agent_.getLanguage(language));
-  EXPECT_EQ(language, "before");
-  EXPECT_EQ(log_.take(), (LogLines{kNothing, "agent.cpp: failed to parse getLanguage output"}));
-}
-
 TEST_F(Transport, SendsTheLargestRequestAndRefusesOneByteMore) {
   open();
   const std::size_t around =

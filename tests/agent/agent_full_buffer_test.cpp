@@ -1,0 +1,242 @@
+// A frame of more bytes than the input buffer holds never becomes complete. The call that waits for it
+// sleeps until the framework closes the connection, wholly or its sending side only.
+
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/epoll.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "support/framework_end.h"
+#include "support/log_capture.h"
+#include "zarn/arvlapp/agent.h"
+#include "zarn/visibility.h"
+
+namespace {
+
+// The plug-in's descriptor while its waits are looked at.
+std::atomic<int> watchedFd{-1};
+// Waits of the plug-in with unread data in the socket: none of its events is due, so that it sleeps;
+// or one is.
+std::atomic<bool> sleeps{false};
+std::atomic<long> wakeups{0};
+// More than reading a full buffer takes.
+constexpr long kSpins = 200000;
+
+std::atomic<bool> isEpollExhausted{false};
+
+bool hasUnreadData() {
+  int unread = 0;
+  return watchedFd >= 0 && ioctl(watchedFd, FIONREAD, &unread) == 0 && unread > 0;
+}
+
+template <typename Function>
+Function next(const char *name) {
+  return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
+}
+
+}  // namespace
+
+extern "C" ZARN_EXPORT int epoll_wait(int fd, epoll_event *events, int size, int timeout) {
+  static const auto real = next<int (*)(int, epoll_event *, int, int)>("epoll_wait");
+  if (hasUnreadData()) {
+    if (real(fd, events, size, 0) == 0) {
+      sleeps = true;
+    } else if (++wakeups == kSpins) {
+      std::fputs("the session spins\n", stderr);
+      std::abort();
+    }
+  }
+  return real(fd, events, size, timeout);
+}
+
+extern "C" ZARN_EXPORT int epoll_create1(int flags) noexcept {
+  static const auto real = next<int (*)(int)>("epoll_create1");
+  if (isEpollExhausted) {
+    errno = EMFILE;
+    return -1;
+  }
+  return real(flags);
+}
+
+namespace {
+
+using namespace arvl_test;
+using ZARN::ARVLAPP::Agent;
+
+// The frame is of 0x2000001 bytes, one more than the buffer holds.
+const std::string kBeyondTheBuffer = frame(26, std::string(0x1FFFFF9, ' '));
+const std::string kCanceled = "agent.cpp: User canceled, skip recvPacket";
+const std::string kReceiveFailed = "agent.cpp: failed to parse setProgress output";
+const std::string kReadingFailed = "agent.cpp: Error: get bufferev error 33";
+const std::string kWritingFailed = "agent.cpp: Error: get bufferev error 34";
+
+class FullBuffer : public testing::Test {
+ protected:
+  FullBuffer() {
+    sleeps = false;
+    wakeups = 0;
+    returned_ = false;
+  }
+  ~FullBuffer() override {
+    watchedFd = -1;
+    isEpollExhausted = false;
+  }
+
+  void open(Agent &agent) { ASSERT_TRUE(openSession(agent, "import", framework_)); }
+
+  // The framework's side: fills the buffer, and returns once the plug-in sleeps with a byte unread.
+  void fillAndWaitUntilItSleeps() {
+    watchedFd = framework_.pluginFd();
+    framework_.write(kBeyondTheBuffer);
+    while (!sleeps && !returned_) {
+      sched_yield();
+    }
+    EXPECT_FALSE(returned_) << "the call did not wait";
+  }
+
+  bool ask(Agent &agent) {
+    const bool granted = agent.setProgress("s", 1);
+    returned_ = true;
+    framework_.finish();
+    return granted;
+  }
+
+  // A session whose completion cannot be written at once.
+  LogLines completeLargely() {
+    const int narrow = 4096;
+    setsockopt(framework_.pluginFd(), SOL_SOCKET, SO_SNDBUF, &narrow, sizeof narrow);
+    LogCapture log;
+    {
+      Agent agent;
+      open(agent);
+      agent.setErrorMsg("s", std::string(1000000, 'k'));
+    }
+    returned_ = true;
+    framework_.finish();
+    return log.take();
+  }
+
+  FrameworkEnd framework_;
+  std::atomic<bool> returned_{false};
+};
+
+TEST_F(FullBuffer, InARequestWaitsUntilTheFrameworkClosesItsSendingSide) {
+  framework_.play([this] {
+    framework_.readFrame();
+    fillAndWaitUntilItSleeps();
+    shutdown(framework_.fd(), SHUT_WR);
+  });
+  LogCapture log;
+  {
+    Agent agent;
+    open(agent);
+    agent.setSuccess();
+    EXPECT_FALSE(ask(agent));
+    EXPECT_EQ(log.take(), (LogLines{kCanceled, kReceiveFailed}));
+    EXPECT_EQ(agent.getErrno(), 1);
+    EXPECT_EQ(agent.getFrameworkMajorVersion(), -1);
+    EXPECT_FALSE(ask(agent));
+    EXPECT_EQ(log.take(), (LogLines{"agent.cpp: User canceled, skip sendPacket",
+                                    "agent.cpp: send PACKET_SET_PROGRESS_REQUEST packet failed"}));
+  }
+  EXPECT_EQ(framework_.readAll(), "") << "a completion was sent";
+}
+
+TEST_F(FullBuffer, InARequestWaitsUntilTheFrameworkCloses) {
+  framework_.play([this] {
+    framework_.readFrame();
+    fillAndWaitUntilItSleeps();
+    framework_.close();
+  });
+  LogCapture log;
+  Agent agent;
+  open(agent);
+  EXPECT_FALSE(ask(agent));
+  EXPECT_EQ(log.take(), (LogLines{kCanceled, kReceiveFailed}));
+  EXPECT_EQ(agent.getErrno(), 1);
+}
+
+// The framework has not read the request: its close is an error on the plug-in's side.
+TEST_F(FullBuffer, InARequestWaitsUntilTheConnectionIsReset) {
+  framework_.play([this] {
+    fillAndWaitUntilItSleeps();
+    framework_.close();
+  });
+  LogCapture log;
+  Agent agent;
+  open(agent);
+  EXPECT_FALSE(ask(agent));
+  EXPECT_EQ(log.take(), (LogLines{kReadingFailed, kCanceled, kReceiveFailed}));
+  EXPECT_EQ(agent.getErrno(), 1);
+}
+
+TEST_F(FullBuffer, InACompletionLetsAHalfCloseCancelIt) {
+  std::string received;
+  framework_.play([&] {
+    received = framework_.readBytes(1);  // the completion is on its way
+    fillAndWaitUntilItSleeps();
+    shutdown(framework_.fd(), SHUT_WR);
+    received += framework_.readBytes(2000000);
+  });
+  EXPECT_EQ(completeLargely(), LogLines{});
+  EXPECT_LT(received.size(), 1000000u) << "the completion was written out";
+}
+
+TEST_F(FullBuffer, InACompletionLetsACloseCancelIt) {
+  framework_.play([&] {
+    framework_.readBytes(1);
+    fillAndWaitUntilItSleeps();
+    framework_.close();
+  });
+  const LogLines lines = completeLargely();
+  EXPECT_TRUE(lines == LogLines{kReadingFailed} || lines == LogLines{kWritingFailed})
+      << testing::PrintToString(lines);
+}
+
+TEST_F(FullBuffer, ThatCannotBeWatchedForACloseEndsTheSession) {
+  framework_.play([this] {
+    framework_.readFrame();
+    framework_.write(kBeyondTheBuffer);
+  });
+  LogCapture log;
+  Agent agent;
+  open(agent);
+  isEpollExhausted = true;
+  EXPECT_FALSE(ask(agent));
+  EXPECT_EQ(log.take(), (LogLines{kReadingFailed, kCanceled, kReceiveFailed}));
+  EXPECT_EQ(agent.getErrno(), 1);
+}
+
+// A frame that fills the buffer and is refused stays in it: later requests fail at once, since no
+// answer can be read, and the close is noticed all the same.
+TEST_F(FullBuffer, OfARefusedFrameFailsLaterRequestsAtOnceAndNoticesTheClose) {
+  framework_.play([this] {
+    framework_.readFrame();
+    framework_.write(frame(26, std::string(0x1FFFFF8, ' ')));
+  });
+  LogCapture log;
+  Agent agent;
+  open(agent);
+  EXPECT_FALSE(ask(agent));
+  const std::string nothing = "agent.cpp: Error: receive nothing";
+  EXPECT_EQ(log.take(),
+            (LogLines{"agent.cpp: Failed to parse upload request payload",
+                      "agent.cpp: append packet failed, skip it", nothing, kReceiveFailed}));
+  EXPECT_FALSE(ask(agent));
+  EXPECT_EQ(log.take(), (LogLines{nothing, kReceiveFailed}));
+  EXPECT_EQ(agent.getErrno(), 0);
+  shutdown(framework_.fd(), SHUT_WR);
+  EXPECT_FALSE(ask(agent));
+  EXPECT_EQ(log.take(), (LogLines{kCanceled, kReceiveFailed}));
+  EXPECT_EQ(agent.getErrno(), 1);
+}
+
+}  // namespace
