@@ -165,7 +165,7 @@ class Agent::AgentImpl {
 
   bool queueFrame(PACKET_TYPE type, std::string &&text);
   void offerOutput();
-  bool writeInLoop();
+  void writeInLoop();
   int runLoop();
   bool isCompletionUnwritten() const;
   FrameStep readFrames(evbuffer *input);
@@ -327,9 +327,8 @@ bool Agent::AgentImpl::connectionInit() {
 // ---- Transport.
 
 // Sends one packet and runs the loop: for a request until a packet has been received, for a
-// completion until it has been written out. Logs. True once the packet is under way, whatever came of
-// it; a lost connection shows in recvPacket. False as well for a packet whose writing could not be
-// waited for, and for a completion that a failing loop left unwritten.
+// completion until it has been written out. Returns true once the packet is queued, whatever comes of
+// it: recvPacket tells what a lost connection or a failed loop left without an answer. Logs.
 bool Agent::AgentImpl::sendPacket(PACKET_TYPE type, const Json::Value &payload, bool exitWhenSent) {
   if (canceled) {
     return ARVL_LOG_FALSE("User canceled, skip sendPacket");
@@ -350,9 +349,8 @@ bool Agent::AgentImpl::sendPacket(PACKET_TYPE type, const Json::Value &payload, 
     return true;
   }
   if (evbuffer_get_length(bufferevent_get_output(connection)) > 0) {
-    return writeInLoop();
-  }
-  if (!exitOnDrain) {
+    writeInLoop();
+  } else if (!exitOnDrain) {
     runLoop();  // nothing is left to write: it only reads
   }
   return true;
@@ -402,17 +400,17 @@ void Agent::AgentImpl::offerOutput() {
 // Has the loop write the rest. A packet of the framework's that arrives while a completion is being
 // written stops the loop, so the loop is entered again until the completion is out or the connection
 // is lost. Logs.
-bool Agent::AgentImpl::writeInLoop() {
+void Agent::AgentImpl::writeInLoop() {
   if (bufferevent_enable(connection, EV_WRITE) != 0) {
-    return ARVL_LOG_FALSE("bufferEvent enable failed");
+    ARVL_LOG_ERROR("bufferEvent enable failed");
+    return;
   }
   const SigpipeGuard guard;
   while (runLoop() == 0 && isCompletionUnwritten()) {
   }
   if (isCompletionUnwritten()) {
-    return ARVL_LOG_FALSE("event loop failed, packet is not written");
+    ARVL_LOG_ERROR("event loop failed, packet is not written");
   }
-  return true;
 }
 
 // Runs the loop until a callback leaves it. When the buffer is full and its first frame has been
