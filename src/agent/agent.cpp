@@ -299,20 +299,20 @@ bool Agent::AgentImpl::connectionInit() {
   }
   // GCOVR_EXCL_STOP
   // Before the base opens descriptors of its own: the number of a closed one could name one of them.
-  const bool isNonblocking = evutil_make_socket_nonblocking(socketFd) == 0;
-  // A program that the plug-in starts would hold the connection open beyond the plug-in's end.
-  fcntl(socketFd, F_SETFD, FD_CLOEXEC);
+  const bool isOpen = fcntl(socketFd, F_GETFD) != -1;
   base = event_base_new();
   if (base == nullptr) {
     return ARVL_LOG_FALSE("Can't get an event_base");
   }
-  if (!isNonblocking) {
+  if (!isOpen || evutil_make_socket_nonblocking(socketFd) != 0) {
     return ARVL_LOG_FALSE("make socket nonblocking failed");
   }
   connection = bufferevent_socket_new(base, socketFd, BEV_OPT_CLOSE_ON_FREE);
   if (connection == nullptr) {
     return ARVL_LOG_FALSE("bufferEvent new failed");
   }
+  // A program that the plug-in starts would hold the connection open beyond the plug-in's end.
+  fcntl(socketFd, F_SETFD, FD_CLOEXEC);
   // The read callback runs once a whole header is there. The high-water mark is limitReading's:
   // libevent's own dereferences null when memory runs out here.
   bufferevent_setwatermark(connection, EV_READ, kPacketHeaderSize, 0);

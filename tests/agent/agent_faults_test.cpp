@@ -5,6 +5,7 @@
 #include <event2/buffer.h>
 #include <event2/bufferevent.h>
 #include <event2/event.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/socket.h>
@@ -163,6 +164,30 @@ TEST(Init, NamesTheStepThatFailed) {
             (LogLines{"agent.cpp: bufferEvent new failed", "agent.cpp: connection init failed"}));
   EXPECT_EQ(linesOfInit("bufferevent_enable"), (LogLines{"agent.cpp: bufferEvent enable failed",
                                                          "agent.cpp: connection init failed"}));
+}
+
+struct DescriptorFlags {
+  bool isNonblocking;
+  bool isCloseOnExec;
+};
+
+// Of the caller's descriptor, after an init during which the function fails.
+DescriptorFlags flagsAfterInitWhile(const std::string &function) {
+  FrameworkEnd framework;
+  const int fd = framework.pluginFd();
+  fcntl(fd, F_SETFD, 0);  // as a plug-in gets it, to survive exec
+  Agent agent;
+  const Failing failure({{function, true}});
+  EXPECT_FALSE(openSession(agent, "import", framework));
+  return {(fcntl(fd, F_GETFL) & O_NONBLOCK) != 0, (fcntl(fd, F_GETFD) & FD_CLOEXEC) != 0};
+}
+
+TEST(Init, LeavesTheDescriptorAloneUntilItOwnsIt) {
+  const DescriptorFlags withoutBase = flagsAfterInitWhile("event_base_new");
+  EXPECT_FALSE(withoutBase.isNonblocking);
+  EXPECT_FALSE(withoutBase.isCloseOnExec);
+  EXPECT_FALSE(flagsAfterInitWhile("bufferevent_socket_new").isCloseOnExec);
+  EXPECT_TRUE(flagsAfterInitWhile("bufferevent_enable").isCloseOnExec) << "the session owns it";
 }
 
 class Faults : public testing::Test {

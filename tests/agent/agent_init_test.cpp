@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -188,17 +189,51 @@ TEST(AgentInit, KeepsTheSocketFromProgramsThatThePluginStarts) {
   EXPECT_EQ(fcntl(framework.pluginFd(), F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
 }
 
-TEST(AgentInit, RefusesADescriptorThatIsNotOpen) {
+void expectRefusalAsNotOpen(int fd) {
+  const int before = countOpenDescriptors();
   LogCapture log;
-  testing::internal::CaptureStderr();  // libevent has a word to say too
   {
     Agent agent;
-    CommandLine line = {"export", "-f", "900", "-v", "2.3"};
-    EXPECT_FALSE(agent.init(line.argc(), line.argv()));
+    CommandLine line = {"export", "-f", std::to_string(fd), "-v", "2.3"};
+    EXPECT_FALSE(agent.init(line.argc(), line.argv())) << fd;
   }
-  testing::internal::GetCapturedStderr();
   EXPECT_EQ(log.take(), (LogLines{"agent.cpp: make socket nonblocking failed",
                                   "agent.cpp: connection init failed"}));
+  EXPECT_EQ(countOpenDescriptors(), before);
+}
+
+TEST(AgentInit, RefusesADescriptorThatIsNotOpen) {
+  expectRefusalAsNotOpen(900);
+}
+
+// The next numbers that are free are those that the event base gets for its own descriptors.
+TEST(AgentInit, NeverTakesADescriptorOfItsOwnForTheSocket) {
+  const int next = dup(STDERR_FILENO);
+  close(next);
+  for (int fd = next; fd < next + 8; ++fd) {
+    if (!isOpen(fd)) {
+      expectRefusalAsNotOpen(fd);
+    }
+  }
+}
+
+// Descriptor 1 is the least that is accepted: a plug-in may have the socket for its stdout.
+TEST(AgentInit, AcceptsDescriptor1) {
+  FrameworkEnd framework;
+  const int output = dup(STDOUT_FILENO);
+  std::fflush(stdout);
+  dup2(framework.pluginFd(), STDOUT_FILENO);
+  close(framework.pluginFd());
+  bool isInitialized = false;
+  {
+    Agent agent;
+    CommandLine line = {"import", "-f", "1", "-v", "2.3"};
+    isInitialized = agent.init(line.argc(), line.argv());
+  }
+  dup2(output, STDOUT_FILENO);
+  close(output);
+  EXPECT_TRUE(isInitialized);
+  EXPECT_EQ(framework.readAll(), frame(15, "{\"success\":false}\n"));
 }
 
 TEST(AgentInit, RefusesADescriptorThatCannotBeWaitedFor) {
