@@ -9,8 +9,10 @@ namespace {
 
 using Names = std::list<std::string>;
 
-void readNames(const Json::Value &sources, Names &names) {
+// The list is emptied before the payload is looked at: it may be no object, which JsonCpp refuses.
+void readNames(const Json::Value &payload, const char *key, Names &names) {
   names.clear();
+  const Json::Value &sources = payload[key];
   for (Json::ArrayIndex i = 0; i < sources.size(); ++i) {
     names.push_back(sources[i]["object"].asString());
   }
@@ -51,8 +53,8 @@ SelectedSourceInfo &SelectedSourceInfo::operator=(const SelectedSourceInfo &othe
 SelectedSourceInfo::~SelectedSourceInfo() = default;
 
 void SelectedSourceInfo::setSelectedSourceJson(const Json::Value &payload) {
-  readNames(payload["backup_folders"], impl_->folders);
-  readNames(payload["backup_apps"], impl_->apps);
+  readNames(payload, "backup_folders", impl_->folders);
+  readNames(payload, "backup_apps", impl_->apps);
 }
 
 const std::list<std::string> &SelectedSourceInfo::getSelectedFolders() const {

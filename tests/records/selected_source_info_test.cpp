@@ -67,4 +67,21 @@ TEST(SelectedSourceInfo, TakesWhatIsMissingForEmpty) {
   EXPECT_TRUE(source.getSelectedFolders().empty());
 }
 
+// Fills a record with a folder and an application; then with the payload, which JsonCpp refuses.
+std::string displayAfterRefused(const std::string &payload) {
+  SelectedSourceInfo source;
+  source.setSelectedSourceJson(
+      parseJson(R"({"backup_folders":[{"object":"a"}],"backup_apps":[{"object":"b"}]})"));
+  EXPECT_THROW(source.setSelectedSourceJson(parseJson(payload)), Json::LogicError) << payload;
+  return source.getDisplayString();
+}
+
+TEST(SelectedSourceInfo, EmptiesAndReadsTheFoldersBeforeTheApps) {
+  EXPECT_EQ(displayAfterRefused("[1]"), "Folders: [], Apps: [b]");
+  EXPECT_EQ(displayAfterRefused(R"({"backup_folders":[{"object":"c"},3]})"),
+            "Folders: [c], Apps: [b]");
+  EXPECT_EQ(displayAfterRefused(R"({"backup_folders":[],"backup_apps":[{"object":"d"},3]})"),
+            "Folders: [], Apps: [d]");
+}
+
 }  // namespace

@@ -32,11 +32,13 @@ class ZARN_EXPORT SelectedSourceInfo {
   /// Replaces both lists by the names in a selected-source response, as Agent::getSelectedSource
   /// does.
   ///
-  /// @param payload  an object; of "backup_folders" and "backup_apps", arrays of objects, each
+  /// Empties the folders and reads them, then empties the applications and reads them.
+  ///
+  /// @param payload  an object or null; of "backup_folders" and "backup_apps", arrays of objects, each
   ///                 element's "object" is taken. A missing array counts as an empty one, a missing
   ///                 "object" as an empty name. A payload that Util::isValidPacket accepted is safe.
-  /// @throws Json::LogicError from JsonCpp for a payload of another shape; the lists then hold what
-  ///         had been read
+  /// @throws Json::LogicError from JsonCpp for a payload of another shape. The list that was being
+  ///         read then holds what had been read; applications that were not reached stay as they were.
   void setSelectedSourceJson(const Json::Value &payload);
 
   /// The references stay valid until the record is assigned to, filled again or destroyed.
