@@ -28,7 +28,7 @@ endmacro()
 
 # PkgConfig::LIBEVENT_CORE
 macro(arvl_require_libevent)
-  arvl_require_module(LIBEVENT_CORE libevent_core>=2.0 "libevent (core)" libevent-dev)
+  arvl_require_module(LIBEVENT_CORE libevent_core>=2.1 "libevent 2.1 (core)" libevent-dev)
 endmacro()
 
 # PkgConfig::LIBCRYPTO
