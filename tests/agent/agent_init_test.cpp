@@ -67,6 +67,8 @@ TEST(AgentInit, RefusesACommandLineThatIsNone) {
   EXPECT_EQ(log.take(), (LogLines{"agent.cpp: bad param 1", "agent.cpp: invalid arg"}));
   EXPECT_FALSE(agent.init(1, nullptr));
   EXPECT_EQ(log.take(), (LogLines{"agent.cpp: bad param 1", "agent.cpp: invalid arg"}));
+  FrameworkEnd framework;
+  EXPECT_TRUE(openSession(agent, "export", framework)) << "nothing has been read before";
 }
 
 struct BadOptions {

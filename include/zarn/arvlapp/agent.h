@@ -45,18 +45,26 @@ namespace ARVLAPP {
 /// Failure is reported by return values: false, or -1 for a number that is not available. Each
 /// failure leaves its reason in syslog, at LOG_ERR; only a refusal by the framework (see
 /// getErrorString) and, after cancellation, getAppDataVersion and the version getters are silent.
-/// Nothing here throws, but for want of memory (std::bad_alloc) and, in listDir alone, for an odd
-/// answer of a foreign type.
+/// Nothing here throws but std::bad_alloc, when memory runs out, and JsonCpp's Json::LogicError: for a
+/// text of 2 GiB, which JsonCpp cannot hold, and in listDir for an odd answer of a foreign type. The
+/// destructor throws nothing.
+///
+/// JSON: this header only declares Json::Value. Include <json/value.h> to use it.
+///
+/// Sizes: a packet's payload, as JSON text, is at most 32 MiB (0x2000000 bytes). A request beyond it is
+/// not sent and fails, with the error state as it was; a completion beyond it is not sent. Either
+/// leaves its reason in syslog. An answer that announces more fails its call, and every later one.
+/// An answer whose payload is within 7 bytes of the limit (0x1FFFFF9 to 0x2000000) never becomes
+/// complete, because its frame exceeds 32 MiB: the call waits until the framework closes the connection.
 ///
 /// Cancellation: the framework cancels a plug-in by closing the socket. The exchange that meets the
 /// close fails, and from then on every exchange fails at once, the version getters return -1,
 /// setSuccess and setErrorMsg are ignored, and no completion is sent. A framework that is gone never
 /// kills the plug-in by SIGPIPE, and the signal dispositions and mask of the process stay its own.
 ///
-/// Processes: the framework hands a plug-in the socket, stdin, stdout, stderr and perhaps a channel for
-/// its log lines, and no other descriptor. Programs that the plug-in starts inherit all of them but the
-/// socket. A process that is forked without exec has the socket too and must not use the Agent, nor
-/// leave by a way that destroys it: leave with _exit.
+/// Processes: a program that the plug-in starts does not inherit the socket. A process that is forked
+/// without exec has the socket too and must not use the Agent, nor leave by a way that destroys it:
+/// leave with _exit.
 ///
 /// Threads: one Agent per process, used from one thread. Time: there are no time-outs; a framework
 /// that neither answers nor closes the socket blocks the plug-in for good.
@@ -94,7 +102,8 @@ class ZARN_EXPORT Agent {
   ///
   /// @param argc, argv  as main received them; argv[0] is a path whose base name is a step's name
   /// @return false, with the reason in syslog, if an argument is missing or malformed, the socket
-  ///         cannot be used, or init has been called on this Agent before (even in vain)
+  ///         cannot be used, or an earlier call on this Agent, even one that failed, has read a name
+  ///         from argv[0]. A call that was refused for argc or for a missing argv may be repeated.
   bool init(int argc, char **argv);
 
   /// The framework's version from -v; -1 before init has succeeded (with a line in syslog) and after
@@ -103,8 +112,9 @@ class ZARN_EXPORT Agent {
   int getFrameworkMinorVersion();
 
   /// Tells whether the framework's version is at least major.minor. Requests use it to refuse what
-  /// an older framework does not know. Before init every non-negative version gives false. The
-  /// spelling of the name is part of the exported interface.
+  /// an older framework does not know. Before init every non-negative version gives false. After
+  /// cancellation it still compares the version that -v gave. The spelling of the name is part of the
+  /// exported interface.
   bool isVerionNotLessThan(int major, int minor);
 
   /// The error state: what went wrong last, for the plug-in's own decisions. Nothing resets it.
@@ -127,9 +137,9 @@ class ZARN_EXPORT Agent {
   /// Ignored before init and after cancellation.
   void setSuccess();
 
-  /// Records what the step produced; the last call counts, at whatever time before destruction. A
-  /// successful completion of the step named needs it, and is turned into a failure (with a line in
-  /// syslog) when the check does not hold:
+  /// Records what the step produced; the last call counts, at whatever time before destruction. The
+  /// completion of the step named checks it, even if the step has failed anyway. When the check does
+  /// not hold, the completion reports failure and a line goes to syslog:
   ///
   /// | call              | step               | check                          |
   /// |-------------------|--------------------|--------------------------------|
@@ -137,8 +147,9 @@ class ZARN_EXPORT Agent {
   /// | setStorageUsage   | estimate_exportion | no counter below 0             |
   /// | setSummaryInfo    | summary            | no text empty                  |
   ///
-  /// A record is copied. An estimate is sent in 64 bits, but the protocol admits only counters that
-  /// fit a signed 32-bit number: a framework refuses a larger one.
+  /// Without a call the version and the texts fail their checks; the storage usage passes, and a
+  /// success reports four zeros. A record is copied. An estimate is sent in 64 bits, but the protocol
+  /// admits only counters that fit a signed 32-bit number: a framework refuses a larger one.
   void setAppDataVersion(int major, int minor);
   void setStorageUsage(const StorageUsage &usage);
   void setSummaryInfo(const SummaryInfo &info);
@@ -208,7 +219,8 @@ class ZARN_EXPORT Agent {
   /// size, fails the call. So does a page with an entry whose size or time exceeds a signed 32-bit
   /// number, by the rule of its packet.
   ///
-  /// @param path     as the framework names it
+  /// @param path     as the framework names it; a relative path is sent as given, and refused by the
+  ///                 framework
   /// @param entries  emptied first, unless init has not succeeded; on failure it holds what had been
   ///                 read before
   /// @throws Json::LogicError from JsonCpp, when a packet of another type comes in place of a page and

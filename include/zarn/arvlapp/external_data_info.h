@@ -1,4 +1,5 @@
-/// What an external handler reported for an export.
+/// What an external handler reported for an export. This header only declares Json::Value: include
+/// <json/value.h> to use it.
 #ifndef ZARN_ARVLAPP_EXTERNAL_DATA_INFO_H_
 #define ZARN_ARVLAPP_EXTERNAL_DATA_INFO_H_
 

@@ -53,7 +53,8 @@ class ZARN_EXPORT FileInfo {
   void setTemp(bool temp);
   bool isTemp() const;
 
-  /// The type as the protocol spells it: "none", "file", "dir" or "symlink".
+  /// The type as the protocol spells it: "none", "file", "dir" or "symlink"; "err" for any other code,
+  /// which no setter stores.
   std::string getTypeStr() const;
 
  private:

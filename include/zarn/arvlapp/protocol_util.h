@@ -1,7 +1,8 @@
 /// Packet types of the framework protocol, their names, and the rule book of their payloads.
 ///
 /// Both ends of the connection use this header: a plug-in through Agent, which checks every answer
-/// before it hands it over, and whoever plays the framework, for the packets of the plug-in.
+/// before it hands it over, and whoever plays the framework, for the packets of the plug-in. It only
+/// declares Json::Value: include <json/value.h> to make a payload.
 #ifndef ZARN_ARVLAPP_PROTOCOL_UTIL_H_
 #define ZARN_ARVLAPP_PROTOCOL_UTIL_H_
 
@@ -68,8 +69,10 @@ class ZARN_EXPORT Util {
   /// @param payload  the whole payload; only read, never changed. Members that no rule names are
   ///                 free, and integers are the protocol's: they must fit a signed 32-bit number.
   /// @return true when the payload satisfies the rule of its type. Otherwise false, after one line
-  ///         in syslog for the check that failed and one for each enclosing check, innermost first
-  ///         (the stat types alone are refused silently).
+  ///         in syslog for the check that failed and one for each enclosing check that has a message
+  ///         of its own, innermost first (the stat types alone are refused silently). A valid payload
+  ///         leaves a line in one case: "no member [path]" for a listing request with a token, also
+  ///         where a listing response echoes it.
   /// @throws Json::LogicError from JsonCpp in one case: in an export-result response with "success"
   ///         true, "export_result"."success" is converted to a boolean before its type is known.
   static bool isValidPacket(PACKET_TYPE type, const Json::Value &payload);

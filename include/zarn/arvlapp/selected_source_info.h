@@ -1,4 +1,5 @@
-/// What the user selected for a backup.
+/// What the user selected for a backup. This header only declares Json::Value: include <json/value.h>
+/// to use it.
 #ifndef ZARN_ARVLAPP_SELECTED_SOURCE_INFO_H_
 #define ZARN_ARVLAPP_SELECTED_SOURCE_INFO_H_
 

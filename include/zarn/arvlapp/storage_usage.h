@@ -49,13 +49,17 @@ class ZARN_EXPORT StorageUsage {
   ///
   /// @param path  absolute; a start that is not a directory is counted as one entry
   /// @return false, with the reason in syslog, if the path is not absolute or does not exist, or if
-  ///         any directory below it cannot be read: the walk ends there
+  ///         a directory below it cannot be read or an entry cannot be examined: the walk ends there
   bool addDirRecursive(const std::string &path);
 
-  // Not const, for the sake of the exported names.
+  /// Returns the number of regular files and symbolic links. The getters are not const, because their
+  /// exported names are fixed.
   int64_t getFileCount();
+  /// Returns the number of directories.
   int64_t getDirCount();
+  /// Returns the size in bytes.
   int64_t getSizeByte();
+  /// Returns the number of 512-byte blocks.
   int64_t getBlockCount();
 
  private:
