@@ -383,18 +383,49 @@ TEST(GetSelectedSource, DoesNotLookAtSuccess) {
   EXPECT_EQ(exchange.agent.getErrno(), 0);
 }
 
-TEST(GetSelectedSource, FailsLikeTheOthersOtherwise) {
+TEST(GetSelectedSource, AsksEveryFrameworkSince23) {
+  for (const char *version : {"2.3", "2.10", "3.0"}) {
+    Exchange exchange(version);
+    exchange.answer(19, kSelection);
+    SelectedSourceInfo source;
+    ASSERT_TRUE(exchange.agent.getSelectedSource(source)) << version;
+    exchange.framework.finish();
+    EXPECT_EQ(exchange.request, frame(18, "")) << version;
+    EXPECT_EQ(exchange.log.take(), LogLines{}) << version;
+    EXPECT_EQ(exchange.agent.getErrno(), 0) << version;
+  }
+}
+
+TEST(GetSelectedSource, SendsNothingToAFrameworkThatIsTooOld) {
+  FrameworkEnd framework;
+  std::string wire;
+  framework.play([&] { wire = framework.readAll(); });
+  {
+    LogCapture log;
+    Agent agent;
+    ASSERT_TRUE(openSession(agent, "import", framework, "2.2"));
+    SelectedSourceInfo source;
+    EXPECT_FALSE(agent.getSelectedSource(source));
+    EXPECT_EQ(log.take(), lines({"Error: Arvelo framework ver [2.2] not support"}));
+    EXPECT_EQ(agent.getErrno(), 3);
+    EXPECT_EQ(agent.getErrorString(), "Arvelo not support");
+  }
+  framework.finish();
+  EXPECT_EQ(wire, frame(15, "{\"success\":false}\n")) << "the completion alone";
+}
+
+TEST(GetSelectedSource, FailsBeforeInit) {
   SelectedSourceInfo source;
   LogCapture log;
   Agent agent;
   EXPECT_FALSE(agent.getSelectedSource(source));
   EXPECT_EQ(log.take(), lines({"Error: not initialized"}));
+  EXPECT_EQ(agent.getErrno(), 0);
+  EXPECT_EQ(agent.getErrorString(), "");
+}
 
-  Exchange old("2.2");
-  EXPECT_FALSE(old.agent.getSelectedSource(source));
-  EXPECT_EQ(old.log.take(), lines({"Error: Arvelo framework ver [2.2] not support"}));
-  EXPECT_EQ(old.agent.getErrno(), 3);
-
+TEST(GetSelectedSource, FailsLikeTheOthersOtherwise) {
+  SelectedSourceInfo source;
   Exchange exchange;
   exchange.answer(19, R"({"success":false,"error":"x"})");
   EXPECT_FALSE(exchange.agent.getSelectedSource(source));
@@ -573,6 +604,19 @@ TEST(GetExternalHandleResult, AppendsTheRecordsInOrder) {
 
 // ---- Listings.
 
+TEST(CreateDir, TakesARefusalWithoutAnEchoForAnInvalidPacket) {
+  Exchange exchange;
+  exchange.answer(17, refusalWith(""));
+  EXPECT_FALSE(exchange.agent.createDir("/x"));
+  EXPECT_EQ(exchange.log.take(),
+            (LogLines{"protocol_util.cpp: no member [request]",
+                      "protocol_util.cpp: invalid create dir response: no [request]",
+                      "agent.cpp: invalid packet [17]",
+                      "agent.cpp: failed to parse create dir response"}));
+  EXPECT_EQ(exchange.agent.getErrno(), 0);
+  EXPECT_EQ(exchange.agent.getErrorString(), "");
+}
+
 std::string page(const std::string &entries, const std::string &end) {
   return R"({"success":true,"request":{"path":"/"},"entry_list":[)" + entries + "]," + end + "}";
 }
@@ -736,6 +780,34 @@ TEST(ListDir, TakesAnyPacketForAPage) {
   EXPECT_FALSE(exchange.agent.listDir("/d", entries));
   EXPECT_EQ(exchange.agent.getErrno(), 2);
   EXPECT_EQ(exchange.agent.getErrorString(), "");
+}
+
+// A listing response must have a text for its token; a packet of another type may have anything.
+TEST(ListDir, CarriesATokenOfAnyJsonTypeAsItCame) {
+  for (const std::string token : {"null", "true", "false", "5", "-9223372036854775808", "1.5",
+                                  "\"t\"", "[1,\"x\",null]", "{\"a\":[{}]}"}) {
+    Exchange exchange;
+    exchange.framework.play([&] {
+      exchange.framework.readFrame();
+      exchange.framework.write(frame(26, R"({"success":true,"request_id":)" + token + "}"));
+      exchange.request = exchange.framework.readFrame();
+      exchange.framework.write(frame(8, page("", kLast)));
+    });
+    std::list<FileInfo> entries;
+    ASSERT_TRUE(exchange.agent.listDir("/d", entries)) << token;
+    exchange.framework.finish();
+    EXPECT_EQ(exchange.request, frame(7, "{\"request_id\":" + token + "}\n"));
+  }
+}
+
+TEST(ListDir, SendsARelativePathAsGiven) {
+  Exchange exchange;
+  std::list<FileInfo> entries;
+  exchange.answer(8, page("", kLast));
+  EXPECT_TRUE(exchange.agent.listDir("a/../b", entries));
+  exchange.framework.finish();
+  EXPECT_EQ(exchange.request, frame(7, "{\"path\":\"a/../b\"}\n"));
+  EXPECT_EQ(exchange.log.take(), LogLines{});
 }
 
 TEST(ListDir, LetsOutTheConversionErrorOfAForeignPacket) {

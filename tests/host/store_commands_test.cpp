@@ -4,6 +4,7 @@
 #include <signal.h>
 
 #include <filesystem>
+#include <regex>
 #include <string>
 
 #include "host/job_support.h"
@@ -98,6 +99,21 @@ TEST_F(StoreCommand, ListsInColumnsOfATerminalsCells) {
                 "\u65e5\u672c         " +
                 latest("\u65e5\u672c").filename().string() +
                 "  1.0      2 files, 2 folders, 1 link, 8 B\n");
+}
+
+TEST_F(StoreCommand, ListsInJsonWhenEachBackupStarted) {
+  const fs::path folder = mustBackUp();
+  const Json::Value report = parseJson(onStore("list", {"--json"}).out);
+  ASSERT_EQ(report["backups"].size(), 1u);
+  const Json::Value &listed = report["backups"][0];
+  EXPECT_EQ(listed.getMemberNames(), (Words{"actual", "app_data_version", "application", "backup",
+                                            "error", "finished", "path", "started"}));
+  const std::string started = listed["started"].asString();
+  EXPECT_TRUE(std::regex_match(
+      started, std::regex("[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}Z")))
+      << started;
+  EXPECT_LE(started, listed["finished"].asString());
+  EXPECT_TRUE(holds(bytesOf(folder / "manifest.json"), "\"started\":\"" + started + "\""));
 }
 
 TEST_F(StoreCommand, RefusesAnApplicationThatTheStoreDoesNotHave) {
