@@ -96,6 +96,23 @@ std::string recordLine(const FileRecord &record) {
   return line + "}";
 }
 
+// Returns why a path, from `begin` on, is not that of an entry below the backup, or an empty string. Such a
+// path could lead out of the backup, and no backup is written with one.
+std::string checkPath(const std::string &path, std::size_t begin) {
+  std::string problem;
+  if (path.find('\0') != std::string::npos) {
+    problem = "it holds a NUL";
+  }
+  for (std::size_t end = 0; end != std::string::npos; begin = end + 1) {
+    end = path.find('/', begin);
+    const std::string component = path.substr(begin, end - begin);
+    if (component.empty() || component == "." || component == "..") {
+      problem = "it has a component \"" + component + "\"";
+    }
+  }
+  return problem.empty() ? "" : "invalid path " + quoted(path) + ": " + problem;
+}
+
 FileRecord recordOf(const Json::Value &json) {
   FileRecord record;
   record.path = restoreBytes(std::string_view(json["path"].asString()));
@@ -112,6 +129,9 @@ FileRecord recordOf(const Json::Value &json) {
   record.target = restoreBytes(std::string_view(json["target"].asString()));
   if (record.path.empty() || record.path[0] != '/') {
     throw Json::LogicError("a path does not begin with a slash");
+  }
+  if (const std::string problem = checkPath(record.path, 1); !problem.empty()) {
+    throw Json::LogicError(problem);
   }
   return record;
 }
@@ -415,6 +435,10 @@ std::string checksumLine(const std::string &sha256, const std::string &name) {
 ChecksumsReader::ChecksumsReader(const std::filesystem::path &folder)
     : path_(folder / kChecksumsName), stream_(openStream(path_)) {}
 
+void ChecksumsReader::fail(const std::string &what) const {
+  throw StoreError(quoted(path_) + ", line " + std::to_string(line_) + ": " + what);
+}
+
 std::optional<ChecksumsReader::Line> ChecksumsReader::next() {
   ++line_;
   std::string text;
@@ -428,11 +452,14 @@ std::optional<ChecksumsReader::Line> ChecksumsReader::next() {
   const std::size_t begin = escaped ? 1 : 0;
   if (text.find_first_not_of("0123456789abcdef", begin) != begin + kDigits ||
       text.compare(begin + kDigits, 2, "  ") != 0) {
-    throw StoreError(quoted(path_) + ", line " + std::to_string(line_) +
-                     ": this is not a checksum and a name");
+    fail("this is not a checksum and a name");
   }
-  const std::string name = text.substr(begin + kDigits + 2);
-  return Line{text.substr(begin, kDigits), escaped ? unescape(name) : name};
+  const std::string written = text.substr(begin + kDigits + 2);
+  const std::string name = escaped ? unescape(written) : written;
+  if (const std::string problem = checkPath(name, 0); !problem.empty()) {
+    fail(problem);
+  }
+  return Line{text.substr(begin, kDigits), name};
 }
 
 void checkManifestFile(const std::filesystem::path &folder) {

@@ -111,6 +111,8 @@ class ChecksumsReader {
   std::optional<Line> next();
 
  private:
+  [[noreturn]] void fail(const std::string &what) const;
+
   std::filesystem::path path_;
   std::ifstream stream_;
   std::uint64_t line_ = 0;

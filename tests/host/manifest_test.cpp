@@ -222,6 +222,30 @@ TEST_F(ManifestIn, ThatIsNoneIsRefusedWithTheLine) {
   EXPECT_EQ(errorWith(head + relative + "\n]}\n"), "line 4: a path does not begin with a slash");
 }
 
+// Below a backup, and nowhere else.
+TEST_F(ManifestIn, WithAPathThatCouldLeadElsewhereIsRefusedWithTheLine) {
+  const std::string head = "{\"format\":\"arvl-backup\",\"version\":1,\n\"files\":[\n";
+  const auto errorOfPath = [&](const std::string &path) {
+    return errorWith(head + "{\"path\":\"" + path +
+                     "\",\"type\":\"file\",\"size\":0,\"mode\":\"0644\",\"mtime\":0,"
+                     "\"mtime_nsec\":0,\"sha256\":\"\"}\n]}\n");
+  };
+  for (const std::string path : {"/..", "/../a", "/a/..", "/a/../../b"}) {
+    EXPECT_EQ(errorOfPath(path),
+              "line 3: invalid path \"" + path + "\": it has a component \"..\"");
+  }
+  for (const std::string path : {"/.", "/./a", "/a/.", "/a/./b"}) {
+    EXPECT_EQ(errorOfPath(path), "line 3: invalid path \"" + path + "\": it has a component \".\"");
+  }
+  for (const std::string path : {"/", "//", "//a", "/a/", "/a//b"}) {
+    EXPECT_EQ(errorOfPath(path), "line 3: invalid path \"" + path + "\": it has a component \"\"");
+  }
+  EXPECT_EQ(errorOfPath("/a\\u0000b"), "line 3: invalid path \"/a\\x00b\": it holds a NUL");
+  for (const std::string path : {"/...", "/..a/.b", "/a../b."}) {
+    EXPECT_EQ(errorOfPath(path), "") << path;
+  }
+}
+
 TEST_F(ManifestIn, OfALaterVersionIsRefusedByItsVersionAlone) {
   dir_.makeFile("manifest.json", "{\"format\":\"arvl-backup\",\"version\":2,\nanything\n");
   EXPECT_THROW(ManifestReader reader(dir_.path()), NewerManifest);
@@ -297,6 +321,23 @@ TEST(Checksums, AreReadAsTheyWereWritten) {
     EXPECT_EQ(line->sha256, sha256Of(name));
   }
   EXPECT_FALSE(reader.next());
+}
+
+TEST(Checksums, OfAPathThatCouldLeadElsewhereAreRefusedWithTheLine) {
+  const TempDir dir;
+  const std::string sum(64, 'a');
+  const std::pair<const char *, const char *> cases[] = {
+      {"data/../../b", ".."}, {"..", ".."}, {"data/./b", "."}, {"data//b", ""},
+      {"/data/b", ""},        {"", ""},     {"data/", ""},
+  };
+  for (const auto &[name, component] : cases) {
+    dir.makeFile("SHA256SUMS", sum + "  data/..a/b..\n" + sum + "  " + name + "\n");
+    ChecksumsReader reader(dir.path());
+    EXPECT_TRUE(reader.next());
+    EXPECT_EQ(storeErrorOf([&] { reader.next(); }),
+              "\"" + dir.at("SHA256SUMS") + "\", line 2: invalid path \"" + name +
+                  "\": it has a component \"" + component + "\"");
+  }
 }
 
 TEST(Checksums, ThatAreNoneAreRefusedWithTheLine) {

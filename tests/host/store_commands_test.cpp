@@ -40,6 +40,13 @@ class StoreCommand : public JobFolder {
     return text;
   }
 
+  // Changes the manifest of a backup together with its checksum, as only its author could.
+  static void forge(const fs::path &folder, const std::string &part, const std::string &by) {
+    const std::string before = sha256Sum(folder / "manifest.json");
+    damage(folder / "manifest.json", part, by);
+    damage(folder / "SHA256SUMS", before, sha256Sum(folder / "manifest.json"));
+  }
+
   // A host that was killed while its plug-in waited.
   std::string leaveUnfinished() const {
     const std::string fifo = makeFifo();
@@ -237,6 +244,21 @@ TEST_F(StoreCommand, NamesEachDifference) {
     EXPECT_EQ(verify(1), row.lines) << row.how;
     fs::remove_all(folder);
   }
+}
+
+TEST_F(StoreCommand, FollowsNoPathOutOfTheBackup) {
+  const fs::path folder = mustBackUp();
+  const std::string outside = "/../../../../local/tree/folder/file";
+  ASSERT_TRUE(fs::exists(folder.string() + "/data" + outside));
+  const std::string problem = ": invalid path \"" + outside + "\": it has a component \"..\"\n";
+  forge(folder, "/tree/folder/file", outside);
+  EXPECT_TRUE(holds(verify(1), problem));
+  const Ended restored = restore();
+  EXPECT_EQ(restored.status, 2);
+  EXPECT_TRUE(holds(restored.err, problem));
+
+  damage(folder / "SHA256SUMS", "data/tree/folder/file", "data" + outside);
+  EXPECT_TRUE(holds(verify(1), "SHA256SUMS\", line 2: invalid path \"data" + outside + "\""));
 }
 
 TEST_F(StoreCommand, ReportsTheProblemsOfEveryBackupInJson) {
