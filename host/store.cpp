@@ -108,21 +108,37 @@ void StoreListing::rewind() {
 }
 
 Store::Store(const std::string &folder, const StoreOptions &options)
-    : root_(open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)), options_(options) {
+    : root_(open(folder.c_str(),
+                 O_PATH | O_DIRECTORY | O_CLOEXEC | (options.isReadOnly ? O_NOFOLLOW : 0))),
+      options_(options) {
   if (!root_) {
     failWith(errno, "cannot open the store " + quoted(folder));
   }
 }
 
-UniqueFd Store::openInside(const std::string &path, int flags) const {
+// Returns an empty descriptor on failure, with errno set.
+UniqueFd Store::tryOpen(const std::string &path, int flags, std::uint64_t resolve) const {
   checkText(path);
   open_how how = {};
   how.flags = static_cast<std::uint64_t>(flags | O_CLOEXEC);
-  how.resolve = RESOLVE_IN_ROOT | RESOLVE_NO_MAGICLINKS;
+  how.resolve = RESOLVE_IN_ROOT | resolve;
   UniqueFd fd;
   do {  // EAGAIN: a rename went on beside, and the kernel could not tell that the path stays inside
     fd.reset(static_cast<int>(syscall(SYS_openat2, root_.get(), path.c_str(), &how, sizeof how)));
   } while (!fd && errno == EAGAIN);
+  return fd;
+}
+
+UniqueFd Store::openEntry(const std::string &path, int flags) const {
+  UniqueFd fd = tryOpen(path, flags | O_NOFOLLOW, RESOLVE_NO_SYMLINKS);
+  if (!fd && errno != ENOENT && errno != ENOTDIR && errno != ELOOP) {
+    failWith(errno, "cannot open " + quoted(path) + " in the store");
+  }
+  return fd;
+}
+
+UniqueFd Store::openInside(const std::string &path, int flags) const {
+  UniqueFd fd = tryOpen(path, flags, RESOLVE_NO_MAGICLINKS);
   if (!fd) {
     failWith(errno, errno == ENOENT ? quoted(path) + " is not in the store"
                                     : "cannot open " + quoted(path) + " in the store");

@@ -44,7 +44,7 @@ class StoreListing {
 
 struct StoreOptions {
   CopyOptions copies;
-  bool isReadOnly = false;
+  bool isReadOnly = false;  // the data of a backup, which is no link
 };
 
 // Store paths are absolute and resolved inside the folder by the kernel: "..", absolute links and links
@@ -58,6 +58,10 @@ class Store {
   explicit Store(const std::string &folder, const StoreOptions &options = {});
 
   StoreListing list(const std::string &path) const;
+
+  // Opens an entry with the flags of open(2) and follows no link, not even on the way to it. Returns an
+  // empty descriptor if there is no such entry.
+  UniqueFd openEntry(const std::string &path, int flags) const;
 
   // With its parents; a folder that exists is fine.
   void createDir(const std::string &path) const;
@@ -74,6 +78,7 @@ class Store {
   void cancel() { canceled_ = true; }
 
  private:
+  UniqueFd tryOpen(const std::string &path, int flags, std::uint64_t resolve) const;
   UniqueFd openInside(const std::string &path, int flags) const;
   std::string realPath(int fd, const std::string &path) const;
   void checkWritable() const;

@@ -1,13 +1,17 @@
 #include "backup/verify.h"
 
 #include <fcntl.h>
+#include <limits.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
-#include <cstring>
+#include <optional>
 #include <utility>
 
 #include "backup/file_index.h"
+#include "folder_reader.h"
+#include "store.h"
 
 namespace fs = std::filesystem;
 
@@ -21,6 +25,12 @@ std::pair<std::string, std::string> splitPath(const std::string &path) {
   return {path.substr(0, slash), path.substr(slash + 1)};
 }
 
+std::string targetOf(const UniqueFd &link) {
+  char target[PATH_MAX];
+  const ssize_t size = readlinkat(link.get(), "", target, sizeof target);
+  return size < 0 ? "" : std::string(target, static_cast<std::size_t>(size));
+}
+
 class Verifier {
  public:
   Verifier(fs::path folder, const OnProblem &onProblem, const OnVerifyProgress &onProgress)
@@ -30,16 +40,20 @@ class Verifier {
 
  private:
   void readManifest();
+  void openData();
   void checkRecord(const FileRecord &record);
-  void checkContent(const FileRecord &record, const fs::path &path);
+  void checkEntry(const FileRecord &record, const std::string &name);
+  void checkContent(const FileRecord &record, const std::string &name);
   void checkChecksums();
   void checkLine(const ChecksumsReader::Line &line);
   void findExtra();
+  void findExtraIn(const std::string &path);
   void report(const std::string &path, const std::string &problem);
 
   const fs::path folder_;
   const OnProblem &onProblem_;
   const OnVerifyProgress &onProgress_;
+  std::optional<Store> data_;  // empty if the backup has no such folder
   FileIndex index_;
   Verification result_;
   VerifyProgress progress_;
@@ -76,6 +90,7 @@ void Verifier::report(const std::string &path, const std::string &problem) {
 void Verifier::readManifest() {
   ManifestReader reader(folder_);
   checkPlace(reader.manifest(), folder_);
+  openData();
   progress_.expectedBytes = reader.manifest().totals.bytes;
   while (const std::optional<FileRecord> record = reader.next()) {
     onProgress_(progress_);
@@ -85,18 +100,41 @@ void Verifier::readManifest() {
   }
 }
 
+void Verifier::openData() {
+  const fs::path path = folder_ / kDataName;
+  const fs::file_status status = fs::symlink_status(path);
+  if (!fs::exists(status)) {
+    report(kDataName, "missing");
+  } else if (!fs::is_directory(status)) {
+    report(kDataName, "is no longer of type dir");
+  } else {
+    data_.emplace(path, StoreOptions{{}, true});
+  }
+}
+
 void Verifier::checkRecord(const FileRecord &record) {
-  const std::string name = kDataName + record.path;
-  const fs::path path = folder_ / name;
-  struct stat status;
-  if (lstat(path.c_str(), &status) != 0) {
-    report(name, errno == ENOENT || errno == ENOTDIR
-                     ? "missing"
-                     : std::string("cannot be examined: ") + std::strerror(errno));
+  if (!data_) {
     return;
   }
-  const std::optional<FileType> type = fileTypeOf(status.st_mode);
-  if (type != record.type) {
+  const std::string name = kDataName + record.path;
+  try {
+    checkEntry(record, name);
+  } catch (const StoreError &error) {
+    report(name, error.what());
+  }
+}
+
+void Verifier::checkEntry(const FileRecord &record, const std::string &name) {
+  const UniqueFd entry = data_->openEntry(record.path, O_PATH);
+  if (!entry) {
+    report(name, "missing");
+    return;
+  }
+  struct stat status;
+  if (fstat(entry.get(), &status) != 0) {
+    failWith(errno, "cannot be examined");
+  }
+  if (fileTypeOf(status.st_mode) != record.type) {
     report(name, std::string("is no longer of type ") + fileTypeText(record.type));
     return;
   }
@@ -107,33 +145,24 @@ void Verifier::checkRecord(const FileRecord &record) {
       (status.st_mtim.tv_sec != record.mtime || status.st_mtim.tv_nsec != record.mtimeNsec)) {
     report(name, "has another time of modification");
   }
-  checkContent(record, path);
-}
-
-void Verifier::checkContent(const FileRecord &record, const fs::path &path) {
-  const std::string name = kDataName + record.path;
-  std::error_code error;
-  if (record.type == FileType::kSymlink && fs::read_symlink(path, error) != record.target) {
+  if (record.type == FileType::kSymlink && targetOf(entry) != record.target) {
     report(name, "leads elsewhere");
   }
-  if (record.type != FileType::kFile) {
-    return;
+  if (record.type == FileType::kFile) {
+    checkContent(record, name);
   }
-  const UniqueFd file(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+}
+
+void Verifier::checkContent(const FileRecord &record, const std::string &name) {
+  const UniqueFd file = data_->openEntry(record.path, O_RDONLY | O_NONBLOCK);
   if (!file) {
-    report(name, std::string("cannot be opened: ") + std::strerror(errno));
+    report(name, "missing");
     return;
   }
-  std::string sha256;
-  try {
-    sha256 = sha256OfFile(file.get(), name, [this](std::size_t count) {
-      progress_.bytes += count;
-      onProgress_(progress_);
-    });
-  } catch (const StoreError &failure) {
-    report(name, failure.what());
-    return;
-  }
+  const std::string sha256 = sha256OfFile(file.get(), name, [this](std::size_t count) {
+    progress_.bytes += count;
+    onProgress_(progress_);
+  });
   ++progress_.files;
   if (sha256 != record.sha256) {
     report(name, "damaged: its SHA-256 is " + sha256 + ", and was " + record.sha256);
@@ -183,26 +212,34 @@ void Verifier::checkLine(const ChecksumsReader::Line &line) {
 }
 
 void Verifier::findExtra() {
-  const std::size_t prefix = (folder_ / kDataName).native().size();
   for (const fs::directory_entry &entry : fs::directory_iterator(folder_)) {
     const std::string name = entry.path().filename();
     if (name != kDataName && name != kManifestName && name != kChecksumsName) {
       report(name, "does not belong to the backup");
     }
   }
-  std::error_code error;
-  if (fs::is_symlink(folder_ / kDataName)) {
-    report(kDataName, "is no longer of type dir");
+  if (data_) {
+    findExtraIn("");
   }
-  const fs::recursive_directory_iterator data(folder_ / kDataName, error);
-  if (error) {
-    report(kDataName, "cannot be read: " + error.message());
+}
+
+void Verifier::findExtraIn(const std::string &path) {
+  const UniqueFd folder = data_->openEntry(path + "/", O_PATH | O_DIRECTORY);
+  if (!folder) {
+    return;  // gone meanwhile
   }
-  for (const fs::directory_entry &entry : data) {
+  FolderReader reader(folder.get(), (folder_ / kDataName).string() + path);
+  while (const char *name = reader.next()) {
     onProgress_(progress_);
-    const std::string path = entry.path().native().substr(prefix);
-    if (!index_.find(path)) {
-      report(kDataName + path, "is not in the manifest");
+    std::string entry = path;
+    entry += '/';
+    entry += name;
+    if (!index_.find(entry)) {
+      report(kDataName + entry, "is not in the manifest");
+    }
+    struct stat status;
+    if (fstatat(reader.fd(), name, &status, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(status.st_mode)) {
+      findExtraIn(entry);
     }
   }
 }

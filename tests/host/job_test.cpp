@@ -653,6 +653,16 @@ TEST_F(Job, IsNotRestoredByADamagedManifest) {
             "\"" + (folder / "SHA256SUMS").string() + "\" has no checksum of manifest.json");
 }
 
+TEST_F(Job, IsNotRestoredThroughALinkInPlaceOfItsData) {
+  const fs::path folder = backUpFile("contents");
+  fs::rename(folder / "data", at("outside"));
+  fs::create_symlink(at("outside"), folder / "data");
+  const Ended ended = restore();
+  EXPECT_EQ(ended.status, 2);
+  EXPECT_EQ(ended.err, "error: cannot open the store \"" + (folder / "data").string() +
+                           "\": Not a directory\n");
+}
+
 TEST_F(Job, OfANewerHostIsNotRestored) {
   const fs::path folder = mustBackUp();
   damage(folder / "manifest.json", "\"version\":1", "\"version\":2");

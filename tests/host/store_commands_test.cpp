@@ -230,11 +230,15 @@ TEST_F(StoreCommand, NamesEachDifference) {
                                 "\", line 1: this is not the manifest of a backup\n"},
       {"rm manifest.json",
        "error: manifest.json: cannot open \"" + manifest + "\": No such file or directory\n"},
-      {"rm -r data",
-       "error: data/tree: missing\nerror: data/tree/folder: missing\n"
-       "error: data/tree/link: missing\nerror: data/tree/odd\\nname: missing\n"
-       "error: " +
-           name + ": missing\nerror: data: cannot be read: No such file or directory\n"},
+      {"mv data ../../../damaged; ln -s ../../../damaged data; rm -r data/tree",
+       "error: data: is no longer of type dir\n"},
+      {"mv data/tree/folder ../../../outside; ln -s ../../../../../outside data/tree/folder",
+       "error: data/tree/folder: is no longer of type dir\nerror: " + name + ": missing\n"},
+      {"mv data/tree/folder data/tree/other; ln -s other data/tree/folder",
+       "error: data/tree/folder: is no longer of type dir\nerror: " + name +
+           ": missing\nerror: data/tree/other: is not in the manifest\n"
+           "error: data/tree/other/file: is not in the manifest\n"},
+      {"rm -r data", "error: data: missing\n"},
   };
   fs::rename(folder, at("sound"));
   for (const Damage &row : cases) {

@@ -535,6 +535,24 @@ TEST_F(StoreFolder, IsNeverLeftByDotsOrLinks) {
   EXPECT_EQ(read("local/got"), "the store's own");
 }
 
+TEST_F(StoreFolder, OpensAnEntryItselfAndFollowsNoLink) {
+  fs::create_directories(at("store/folder"));
+  std::ofstream(at("store/folder/file")) << "contents";
+  std::ofstream(at("outside")) << "outside";
+  fs::create_symlink("folder", at("store/inner"));
+  fs::create_symlink(dir_.path(), at("store/outer"));
+  const Store store(at("store"));
+  EXPECT_TRUE(store.openEntry("/", O_PATH));
+  EXPECT_TRUE(store.openEntry("/folder/file", O_RDONLY));
+  EXPECT_TRUE(store.openEntry("/inner", O_PATH));  // the link
+  for (const char *path :
+       {"/inner", "/inner/file", "/outer/outside", "/../outside", "/none", "/folder/file/below"}) {
+    EXPECT_FALSE(store.openEntry(path, O_RDONLY)) << path;
+  }
+  EXPECT_EQ(storeErrorOf([&] { store.openEntry(std::string(5000, 'n'), O_PATH); }),
+            "cannot open \"" + std::string(5000, 'n') + "\" in the store: File name too long");
+}
+
 TEST_F(StoreFolder, IsNotLeftByALinkThatIsSwappedInMeanwhile) {
   write("local/f", "text");
   fs::create_directories(at("local/t/sub"));
