@@ -9,6 +9,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <memory>
 #include <string_view>
 
@@ -273,6 +274,9 @@ namespace {
 // Only a regular file: reading anything else could wait for ever.
 UniqueFd openFile(const std::filesystem::path &path) {
   UniqueFd file(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  if (!file && (errno == EACCES || errno == EPERM)) {
+    throw CannotExamine("cannot open " + quoted(path) + ": " + std::strerror(errno));
+  }
   struct stat status;
   if (!file || fstat(file.get(), &status) != 0) {
     failWith(errno, "cannot open " + quoted(path));
@@ -339,7 +343,7 @@ void ManifestReader::readHead() {
     fail("this is not the manifest of a backup");
   }
   if (first["version"].asInt() > kManifestVersion) {
-    throw NewerManifest(quoted(path_) + " is of version " + first["version"].asString() +
+    throw CannotExamine(quoted(path_) + " is of version " + first["version"].asString() +
                         ", this arvl-host reads up to version " + std::to_string(kManifestVersion) +
                         ": use the newer one");
   }

@@ -56,8 +56,9 @@ Json::Value headJson(const Manifest &manifest);
 Json::Value totalsJson(const Totals &totals);
 Json::Value arrayOf(const std::vector<std::string> &texts);
 
-// The manifest was written by a later version of the host.
-class NewerManifest : public StoreError {
+// The backup cannot be examined, which says nothing of whether it is sound: a later version of the host wrote
+// its manifest, or this user may not read it.
+class CannotExamine : public StoreError {
  public:
   using StoreError::StoreError;
 };
@@ -74,7 +75,7 @@ void checkPlace(const Manifest &manifest, const std::filesystem::path &folder);
 // Reads a manifest record by record. Throws StoreError that names the file and the line.
 class ManifestReader {
  public:
-  // Throws NewerManifest, too.
+  // Throws CannotExamine, too.
   explicit ManifestReader(const std::filesystem::path &folder);
 
   const Manifest &manifest() const { return manifest_; }
@@ -118,7 +119,7 @@ class ChecksumsReader {
   std::uint64_t line_ = 0;
 };
 
-// Throws StoreError if manifest.json is not the file that SHA256SUMS has the checksum of.
+// Throws CannotExamine, and StoreError if manifest.json is not the file that SHA256SUMS has the checksum of.
 void checkManifestFile(const std::filesystem::path &folder);
 
 }  // namespace arvl_host

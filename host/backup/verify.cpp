@@ -63,13 +63,15 @@ Verification Verifier::verify() {
   std::string problem;
   try {
     checkManifestFile(folder_);
+  } catch (const CannotExamine &) {
+    throw;
   } catch (const StoreError &error) {
     problem = error.what();
     report(kManifestName, problem);
   }
   try {
     readManifest();
-  } catch (const NewerManifest &) {
+  } catch (const CannotExamine &) {
     throw;
   } catch (const StoreError &error) {
     if (error.what() != problem) {

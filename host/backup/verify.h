@@ -29,7 +29,7 @@ using OnProblem = std::function<void(const std::string &path, const std::string 
 
 // Reads every file of the backup. A manifest that cannot be read is one problem, and the last. What
 // onProgress, which is called often, throws ends it. Throws StoreError for a backup that cannot be
-// examined, and NewerManifest.
+// examined.
 Verification verifyBackup(const std::filesystem::path &folder, const OnProblem &onProblem,
                           const OnVerifyProgress &onProgress);
 

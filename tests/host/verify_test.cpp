@@ -3,6 +3,7 @@
 #include "backup/verify.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <stdexcept>
@@ -10,6 +11,7 @@
 #include <vector>
 
 #include "host/job_support.h"
+#include "host/store_error_of.h"
 
 namespace fs = std::filesystem;
 
@@ -63,6 +65,37 @@ TEST_F(Verify, CountsNoFileThatIsMissing) {
   EXPECT_EQ(last.files, 0u);
   EXPECT_EQ(last.bytes, 0u);
   EXPECT_EQ(last.expectedBytes, totals_.bytes);
+}
+
+// The superuser may read everything, so it gives that up for the time of the examination.
+std::string errorAsOtherUser(const fs::path &folder) {
+  const bool isSuperuser = geteuid() == 0;
+  EXPECT_TRUE(!isSuperuser || seteuid(65534) == 0);
+  std::string error = storeErrorOf([&] {
+    arvl_host::verifyBackup(
+        folder,
+        [](const std::string &path, const std::string &problem) {
+          ADD_FAILURE() << path << ": " << problem;
+        },
+        [](const VerifyProgress &) {});
+  });
+  EXPECT_TRUE(!isSuperuser || seteuid(0) == 0);
+  return error;
+}
+
+TEST_F(Verify, DoesNotJudgeABackupWithoutPermissionToReadIt) {
+  const fs::path folder = mustBackUp();
+  fs::permissions(folder, fs::perms::all);
+  for (const char *name : {"manifest.json", "SHA256SUMS"}) {
+    fs::permissions(folder / name, fs::perms::none);
+    EXPECT_EQ(errorAsOtherUser(folder),
+              "cannot open \"" + (folder / name).string() + "\": Permission denied");
+    fs::permissions(folder / name, fs::perms::all);
+  }
+  fs::permissions(folder, fs::perms::none);
+  EXPECT_EQ(errorAsOtherUser(folder),
+            "cannot open \"" + (folder / "manifest.json").string() + "\": Permission denied");
+  fs::permissions(folder, fs::perms::all);
 }
 
 TEST_F(Verify, IsEndedByWhateverItsListenerThrows) {
