@@ -6,7 +6,7 @@ namespace arvl_host {
 
 enum ExitCode : int {
   kExitSuccess = 0,
-  kExitFailure = 1,    // the plug-in's word, or a backup that is not sound
+  kExitFailure = 1,    // the plug-in's word, or no sound backup
   kExitHostError = 2,  // wrong usage, or what the host could not do
   kExitProtocolViolation = 3,
   kExitTimeout = 4,

@@ -53,6 +53,8 @@ std::string forEachApplication(const Catalog &catalog, const StoreCommandOptions
   for (const std::string &application : applications(catalog, options)) {
     try {
       use(application);
+    } catch (const NoSuchBackup &) {
+      throw;  // the one that was asked for
     } catch (const StoreError &error) {
       display.error(error.what());
       first = first.empty() ? error.what() : first;
@@ -185,8 +187,12 @@ int VerifyCommand::run() {
     if (exitCode == kExitFailure) {
       error_ = "found " + countText(problems_, "problem");
     } else if (exitCode == kExitSuccess && report_.empty()) {
-      display_.note("no backups");
+      throw NoSuchBackup("the store " + quoted(options_.store) + " has no finished backup" +
+                         (options_.name.empty() ? "" : " of " + visibleText(options_.name)));
     }
+  } catch (const NoSuchBackup &none) {
+    exitCode = kExitFailure;
+    fail(std::string(none.what()) + ": nothing was verified");
   } catch (const Interrupted &interrupted) {
     exitCode = kExitInterrupted;
     fail(interrupted.what());
@@ -326,7 +332,7 @@ std::function<int()> addVerifyCommand(CLI::App &app) {
   command->footer(
       "Exit codes:\n"
       "  0    every backup is sound\n"
-      "  1    one is not; each problem is named\n"
+      "  1    one is not, and each problem is named; or there is none to verify\n"
       "  2    wrong usage, or a backup that could not be examined\n"
       "  130  interrupted\n");
   const auto options = addStoreOptions(*command);

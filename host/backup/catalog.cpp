@@ -203,18 +203,18 @@ std::string Catalog::find(const std::string &application, const std::string &id)
   if (std::find(all.begin(), all.end(), application) == all.end()) {
     const std::vector<std::string> known =
         only(all, [this](const std::string &name) { return !backups(name).empty(); });
-    throw StoreError("the store " + quoted(store_) + " has no backup of " +
-                     visibleText(application) +
-                     (known.empty() ? "" : "; it has backups of " + listOf(known)));
+    throw NoSuchBackup("the store " + quoted(store_) + " has no backup of " +
+                       visibleText(application) +
+                       (known.empty() ? "" : "; it has backups of " + listOf(known)));
   }
   const std::vector<std::string> ids = backups(application);
   if (ids.empty()) {
-    throw StoreError("the store " + quoted(store_) + " has no finished backup of " +
-                     visibleText(application));
+    throw NoSuchBackup("the store " + quoted(store_) + " has no finished backup of " +
+                       visibleText(application));
   }
   if (!id.empty() && std::find(ids.begin(), ids.end(), id) == ids.end()) {
-    throw StoreError("there is no backup " + visibleText(id) + " of " + visibleText(application) +
-                     "; there are " + listOf(ids));
+    throw NoSuchBackup("there is no backup " + visibleText(id) + " of " + visibleText(application) +
+                       "; there are " + listOf(ids));
   }
   return id.empty() ? ids.back() : id;
 }

@@ -18,6 +18,12 @@ class StoreBusy : public StoreError {
   using StoreError::StoreError;
 };
 
+// The store has no such finished backup.
+class NoSuchBackup : public StoreError {
+ public:
+  using StoreError::StoreError;
+};
+
 // If it is not there. Throws StoreError.
 void makeStore(const std::filesystem::path &store);
 
@@ -36,7 +42,7 @@ class Catalog {
   std::vector<std::string> backups(const std::string &application) const;
   // The names of the folders that backups left which did not finish.
   std::vector<std::string> unfinished(const std::string &application) const;
-  // The backup of that name, or the latest if it is empty; an error that says which there are.
+  // The backup of that name, or the latest if it is empty. Throws NoSuchBackup, which says which there are.
   std::string find(const std::string &application, const std::string &id) const;
 
  private:

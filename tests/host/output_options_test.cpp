@@ -142,11 +142,29 @@ TEST_F(Output, RefusesValuesThatAreEmpty) {
   EXPECT_EQ(onStore("verify", {"--name", "unruly", "--backup", ""}).status, 2);
 }
 
-TEST_F(Output, SaysThatThereIsNothingToVerify) {
-  fs::create_directories(at("store/empty"));
-  const Ended ended = onStore("verify");
-  EXPECT_EQ(ended.status, 0);
-  EXPECT_EQ(ended.out, "no backups\n");
+// A store whose disk is not mounted is empty, and must not pass for sound.
+TEST_F(Output, OfVerifyIsAFailureWhereThereIsNothingToVerify) {
+  const std::string store = "the store \"" + at("store") + "\" has no ";
+  const auto expectFailure = [&](const Words &more, const std::string &what) {
+    const Ended ended = onStore("verify", more);
+    EXPECT_EQ(ended.status, 1) << what;
+    EXPECT_EQ(ended.out, "");
+    EXPECT_EQ(ended.err, "error: " + store + what + ": nothing was verified\n");
+    Words json = {"--json"};
+    json.insert(json.end(), more.begin(), more.end());
+    Json::Value expected =
+        parseJson(R"({"command": "verify", "success": false, "exit_code": 1, "backups": []})");
+    expected["error"] = store + what + ": nothing was verified";
+    EXPECT_EQ(reportOf(onStore("verify", json)), expected);
+  };
+  const std::string id = "20261121T092532.123Z";
+  expectFailure({}, "finished backup");
+  expectFailure({"--name", "empty"}, "backup of empty");
+  expectFailure({"--name", "empty", "--backup", id}, "backup of empty");
+  fs::create_directories(at("store/empty/" + id + ".partial"));
+  expectFailure({}, "finished backup");
+  expectFailure({"--name", "empty"}, "finished backup of empty");
+  expectFailure({"--name", "empty", "--backup", id}, "finished backup of empty");
 }
 
 TEST_F(Output, IsAReportOfWrongUsageToo) {

@@ -130,7 +130,7 @@ TEST_F(StoreCommand, RefusesAnApplicationThatTheStoreDoesNotHave) {
     EXPECT_EQ(ended.out, "");
     EXPECT_TRUE(holds(ended.err, "the store \"" + at("store") + "\" has no backup of other\n"));
   }
-  EXPECT_EQ(onStore("verify", {"--name", "other"}).status, 2);
+  EXPECT_EQ(onStore("verify", {"--name", "other"}).status, 1);
   EXPECT_EQ(onStore("verify", {"--name", "../store"}).status, 2);
 }
 
@@ -287,7 +287,10 @@ TEST_F(StoreCommand, ReportsTheProblemsOfEveryBackupInJson) {
                            ": sound, 2 files, 2 folders, 1 link, 8 B\n");
 
   EXPECT_EQ(onStore("verify", {"--name", "unruly", "--backup", second}).status, 0);
-  EXPECT_EQ(onStore("verify", {"--name", "unruly", "--backup", "none"}).status, 2);
+  const Ended none = onStore("verify", {"--name", "unruly", "--backup", "none"});
+  EXPECT_EQ(none.status, 1);
+  EXPECT_EQ(none.err, "error: there is no backup none of unruly; there are " + first + ", " +
+                          second + ": nothing was verified\n");
   EXPECT_EQ(onStore("verify", {"--backup", second}).status, 2);  // of which application?
 }
 
