@@ -84,7 +84,7 @@ Json::Value makeExportResult(const Json::Value &content) {
   Json::Value answer = success();
   if (content.isObject() && content.isMember("export_result")) {
     answer["export_result"] = content["export_result"];
-    if (content.isMember("external_handler_result")) {
+    if (!content["external_handler_result"].isNull()) {
       answer["external_handler_result"] = content["external_handler_result"];
     }
   } else {

@@ -26,7 +26,7 @@ struct FrameworkValues {
 };
 
 // Makes the answer out of what a file holds: an object with "export_result" and, optionally,
-// "external_handler_result", or the export result alone. Throws std::runtime_error, with the lines of
+// "external_handler_result" (null: there is none), or the export result alone. Throws std::runtime_error, with the lines of
 // the rule book, if the answer would break it.
 Json::Value makeExportResult(const Json::Value &content);
 

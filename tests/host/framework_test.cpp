@@ -85,6 +85,12 @@ TEST_F(FrameworkAnswers, OfTheExportResultTakeBothForms) {
                 R"("external_handler_result":[{"handler":"h","handler_type":"t","result":1}]})"));
   Framework whole = make(values);
   EXPECT_EQ(ask(whole, PACKET_EXPORT_RESULT_REQUEST, "")["external_handler_result"].size(), 1u);
+  values.exportResult =
+      makeExportResult(parseJson(R"({"export_result":{"success":true,"app_data_version":"1.2"},)"
+                                 R"("external_handler_result":null})"));
+  Framework withoutHandlers = make(values);
+  EXPECT_FALSE(
+      ask(withoutHandlers, PACKET_EXPORT_RESULT_REQUEST, "").isMember("external_handler_result"));
   Framework none = make();
   EXPECT_EQ(ask(none, PACKET_EXPORT_RESULT_REQUEST, "")["error"], "there is no export result");
 }

@@ -456,6 +456,11 @@ TEST_F(Minimal, IsNotStartedOnAnExportResultThatBreaksTheRules) {
   EXPECT_EQ(ended.status, 2);
   EXPECT_TRUE(holds(ended.err, at("result.json") + ": the rule book refuses the export result:\n"
                                                    "  invalid app_data_version format [x]\n"));
+  // In a manifest of a backup, null: there were no external handlers.
+  std::ofstream(at("manifest.json"))
+      << R"({"export_result":{"success":true,"app_data_version":"1.7"},)"
+         R"("external_handler_result":null,"files":[]})";
+  EXPECT_EQ(step("can_import", {"--export-result", at("manifest.json")}).status, 0);
   std::ofstream(at("result.json")) << "no JSON";
   EXPECT_TRUE(holds(step("import", {"--export-result", at("result.json")}).err,
                     at("result.json") + " is not JSON:"));
