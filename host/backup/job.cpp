@@ -10,6 +10,7 @@
 #include <future>
 #include <stdexcept>
 
+#include "backup/backup_source.h"
 #include "backup/catalog.h"
 #include "elapsed.h"
 #include "exit_code.h"
@@ -305,10 +306,6 @@ class RestoreJob : public Job {
 
  private:
   void perform() override;
-  void readManifest(const fs::path &folder);
-  FrameworkValues framework(const Manifest &manifest) const;
-
-  FileIndex index_;
 };
 
 void RestoreJob::perform() {
@@ -317,43 +314,20 @@ void RestoreJob::perform() {
   const Catalog catalog(options_.store);
   const std::string id = catalog.find(options_.application, options_.backup);
   const fs::path folder = catalog.folderOf(options_.application) / id;
-  readManifest(folder);
+  BackupSource backup(folder, meter_, [this] { interruption_.check(); });
+  report_.manifest = backup.manifest();
   report_.folder = folder;
   display_.note("from backup " + id + ", data version " + report_.manifest->dataVersion());
-  for (const char *text : {"restore_short", "restore_long"}) {
-    if (report_.manifest->summary.isObject()) {
-      display_.note(report_.manifest->summary[text].asString());
-    }
+  for (const std::string &text : backup.manifest().restoreTexts()) {
+    display_.note(text);
   }
 
-  RestoreWatcher watcher(index_, meter_);
-  Store store(folder / kDataName, {{&watcher, Durability::kEachFile}, true});
-  Framework framework(this->framework(*report_.manifest), &store, steps_.progress());
+  FrameworkValues values = options_.values;
+  values.exportResult = backup.exportResult();
+  Framework framework(values, &backup.store(), steps_.progress());
   runOptional(Agent::PLUGIN_NAME_CAN_IMPORT, framework);
   steps_.expectBytes(report_.manifest->totals.bytes);
   run(Agent::PLUGIN_NAME_IMPORT, framework);
-}
-
-void RestoreJob::readManifest(const fs::path &folder) {
-  ManifestReader reader(folder);
-  checkPlace(reader.manifest(), folder);
-  checkManifestFile(folder);
-  report_.manifest = reader.manifest();
-  while (const std::optional<FileRecord> record = reader.next()) {
-    interruption_.check();
-    index_.add(*record);
-  }
-}
-
-FrameworkValues RestoreJob::framework(const Manifest &manifest) const {
-  Json::Value result(Json::objectValue);
-  result["export_result"] = manifest.exportResult;
-  if (!manifest.externalHandlerResult.isNull()) {
-    result["external_handler_result"] = manifest.externalHandlerResult;
-  }
-  FrameworkValues values = options_.values;
-  values.exportResult = makeExportResult(result);
-  return values;
 }
 
 }  // namespace

@@ -126,6 +126,10 @@ FileRecord recordOf(const Json::Value &json) {
   record.mode = static_cast<unsigned>(std::strtoul(json["mode"].asCString(), nullptr, 8));
   record.mtime = json["mtime"].asInt64();
   record.mtimeNsec = json["mtime_nsec"].asInt64();
+  if (record.mtimeNsec < 0 || record.mtimeNsec > 999999999) {
+    throw Json::LogicError("invalid mtime_nsec " + std::to_string(record.mtimeNsec) +
+                           ": it is not from 0 to 999999999");
+  }
   record.sha256 = json["sha256"].asString();
   record.target = restoreBytes(std::string_view(json["target"].asString()));
   if (record.path.empty() || record.path[0] != '/') {
@@ -238,6 +242,16 @@ Json::Value headJson(const Manifest &manifest) {
 
 std::string Manifest::dataVersion() const {
   return exportResult.get("app_data_version", "").asString();
+}
+
+std::vector<std::string> Manifest::restoreTexts() const {
+  std::vector<std::string> texts;
+  if (summary.isObject()) {
+    for (const char *name : {"restore_short", "restore_long"}) {
+      texts.push_back(summary[name].asString());
+    }
+  }
+  return texts;
 }
 
 // The checksums need the manifest whole, and the manifest gets its name last.
@@ -357,6 +371,7 @@ void ManifestReader::readHead() {
   try {
     manifest_ = manifestOf(parse(head + "\"files\":[]}"));
     manifest_.dataVersion();  // of an export result that is not one
+    manifest_.restoreTexts();
   } catch (const Json::Exception &error) {
     fail(error.what());
   }

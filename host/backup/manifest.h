@@ -49,6 +49,8 @@ struct Manifest {
   std::vector<std::string> denials;   // what the plug-in was denied meanwhile
 
   std::string dataVersion() const;
+  // The texts of the summary that a user reads before a restore; none without a summary.
+  std::vector<std::string> restoreTexts() const;
 };
 
 // Its members but the files.

@@ -9,6 +9,7 @@
 #include <optional>
 #include <utility>
 
+#include "backup/backup_source.h"
 #include "backup/file_index.h"
 #include "folder_reader.h"
 #include "store.h"
@@ -40,6 +41,7 @@ class Verifier {
 
  private:
   void readManifest();
+  void checkExportResult(const Manifest &manifest);
   void openData();
   void checkRecord(const FileRecord &record);
   void checkEntry(const FileRecord &record, const std::string &name);
@@ -92,6 +94,7 @@ void Verifier::report(const std::string &path, const std::string &problem) {
 void Verifier::readManifest() {
   ManifestReader reader(folder_);
   checkPlace(reader.manifest(), folder_);
+  checkExportResult(reader.manifest());
   openData();
   progress_.expectedBytes = reader.manifest().totals.bytes;
   while (const std::optional<FileRecord> record = reader.next()) {
@@ -99,6 +102,15 @@ void Verifier::readManifest() {
     addTo(result_.totals, *record);
     index_.add(*record);
     checkRecord(*record);
+  }
+}
+
+// An import is handed it.
+void Verifier::checkExportResult(const Manifest &manifest) {
+  try {
+    exportResultOf(manifest, folder_);
+  } catch (const StoreError &error) {
+    report(kManifestName, error.what());
   }
 }
 
@@ -146,6 +158,10 @@ void Verifier::checkEntry(const FileRecord &record, const std::string &name) {
   if (record.type == FileType::kFile &&
       (status.st_mtim.tv_sec != record.mtime || status.st_mtim.tv_nsec != record.mtimeNsec)) {
     report(name, "has another time of modification");
+  }
+  if (record.type == FileType::kFile && status.st_size != record.size) {
+    report(name, "has " + std::to_string(status.st_size) + " bytes, and had " +
+                     std::to_string(record.size));
   }
   if (record.type == FileType::kSymlink && targetOf(entry) != record.target) {
     report(name, "leads elsewhere");

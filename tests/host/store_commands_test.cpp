@@ -265,6 +265,41 @@ TEST_F(StoreCommand, FollowsNoPathOutOfTheBackup) {
   EXPECT_TRUE(holds(verify(1), "SHA256SUMS\", line 2: invalid path \"data" + outside + "\""));
 }
 
+// Each with a checksum that agrees, so that nothing but the value itself is wrong.
+TEST_F(StoreCommand, FindsWhateverInAManifestARestoreWouldRefuse) {
+  const std::string results = R"([{"handler":"h","handler_type":"t","result":1}])";
+  const fs::path folder =
+      mustBackUp({"--external-handler-result", dir_.makeFile("results.json", results)});
+  const std::string manifest = "\"" + (folder / "manifest.json").string() + "\"";
+  const std::string refused = manifest + ": the rule book refuses the export result:\\n  ";
+  const struct {
+    std::string part;
+    std::string by;
+    std::string problem;
+  } cases[] = {
+      {"\"file\",\"size\":8", "\"file\",\"size\":9",
+       "data/tree/folder/file: has 8 bytes, and had 9"},
+      {"{\"app_data_version\":\"1.0\",", "{\"app_data_version\":\"one\",",
+       "manifest.json: " + refused + "invalid app_data_version format [one]"},
+      {"{\"app_data_version\":\"1.0\",\"success\":true}", "null", "manifest.json: " + refused},
+      {results, "[]", "manifest.json: " + refused},
+      {"\"handler\":\"h\"", "\"handler\":1", "manifest.json: " + refused},
+      {"\"a short return\"", "{}", "is not convertible to string"},
+      {"\"mtime_nsec\":", "\"mtime_nsec\":1000000000", "it is not from 0 to 999999999"},
+  };
+  script("import", {{"download", "dir", "/tree", at("local/back")}});
+  fs::rename(folder, at("sound"));
+  for (const auto &row : cases) {
+    run({"/bin/cp", "-a", at("sound"), folder.string()});
+    forge(folder, row.part, row.by);
+    EXPECT_TRUE(holds(verify(1), "error: ")) << row.by;
+    EXPECT_TRUE(holds(verify(1), row.problem)) << row.by;
+    const Ended restored = restore();
+    EXPECT_TRUE(restored.status == 2 || countOf(restored.err, " was denied: ") == 1u) << row.by;
+    fs::remove_all(folder);
+  }
+}
+
 TEST_F(StoreCommand, ReportsTheProblemsOfEveryBackupInJson) {
   mustBackUp();
   fs::remove(latest() / "data/tree/link");
