@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iomanip>
 #include <iostream>
@@ -14,6 +15,8 @@
 #include <optional>
 #include <stdexcept>
 
+#include "backup/backup_source.h"
+#include "backup/catalog.h"
 #include "display/plugin_line.h"
 #include "framework.h"
 #include "plugin_folder.h"
@@ -24,6 +27,8 @@
 #include "trace/trace_writer.h"
 #include "tracing_listener.h"
 #include "zarn/arvlapp/agent.h"
+
+namespace fs = std::filesystem;
 
 namespace arvl_host {
 
@@ -36,6 +41,7 @@ struct StepOptions {
   PluginOptions plugin;
   std::string exportResultFile;
   std::string storeDir;
+  std::string backupDir;
 };
 
 // What the host shows, a line at a time, each with where it comes from.
@@ -51,6 +57,14 @@ class Display : public StepListener {
   void onPacket(Side, std::uint16_t, std::string_view, const Verdict &) override {}
   void onGarbage(Side, std::string_view bytes, const std::string &reason) override {
     std::cout << "[host] " << reason << "; the bytes begin with " << toHex(bytes) << '\n';
+  }
+  void onAnswer(ZARN::ARVLAPP::PACKET_TYPE request, const Json::Value &,
+                const Json::Value &answer) override {
+    if (!answer["success"].asBool()) {
+      std::cout << "[host] " << packetName(request)
+                << " was denied: " << visibleText(answer["error"].asString()) << '\n'
+                << std::flush;
+    }
   }
 };
 
@@ -110,6 +124,13 @@ Json::Value readExportResult(const std::string &file) {
   }
 }
 
+fs::path backupFolder(const StepOptions &options) {
+  if (options.step == Agent::PLUGIN_NAME_EXPORT) {
+    throw CLI::ValidationError("--backup", "a backup is for reading only: give an export --store");
+  }
+  return finishedBackup(options.backupDir);
+}
+
 void showProgress(const std::string &stage, int percentage) {
   std::cout << "[progress] " << percentage << " % " << visibleText(stage) << '\n' << std::flush;
 }
@@ -130,7 +151,14 @@ int runStepCommand(const StepOptions &options) {
   if (!options.storeDir.empty()) {
     store.emplace(options.storeDir);
   }
-  Framework framework(values, store ? &*store : nullptr, showProgress);
+  TransferMeter meter;
+  std::optional<BackupSource> backup;
+  if (!options.backupDir.empty()) {
+    backup.emplace(backupFolder(options), meter);
+    values.exportResult = backup->exportResult();
+  }
+  Store *served = backup ? &backup->store() : store ? &*store : nullptr;
+  Framework framework(values, served, showProgress);
 
   Display display;
   TraceWriter trace;
@@ -146,7 +174,8 @@ constexpr const char *kExitCodes =
     "Exit codes:\n"
     "  0    the step succeeded\n"
     "  1    the plug-in reported failure\n"
-    "  2    wrong usage, or the plug-in could not be started\n"
+    "  2    wrong usage, or the plug-in could not be started, or the backup could\n"
+    "       not be used\n"
     "  3    the plug-in broke the protocol; the rule-book lines are shown\n"
     "  4    time-out; also when the plug-in completes and does not end\n"
     "  5    the plug-in crashed, even after its completion, or sent no completion\n"
@@ -182,6 +211,13 @@ std::function<int()> addStepCommand(CLI::App &app) {
                    "The folder that stands for the framework's side of files")
       ->check(existingDirectory())
       ->type_name("DIR");
+  command
+      ->add_option("--backup", options->backupDir,
+                   "The folder of a finished backup, STORE/APPLICATION/ID: its data and its export "
+                   "result are served as a restore does, for reading only")
+      ->check(existingDirectory())
+      ->type_name("DIR")
+      ->excludes("--store", "--export-result");
   return [options] { return runStepCommand(*options); };
 }
 

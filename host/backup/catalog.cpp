@@ -219,6 +219,20 @@ std::string Catalog::find(const std::string &application, const std::string &id)
   return id.empty() ? ids.back() : id;
 }
 
+fs::path finishedBackup(const fs::path &path) {
+  const fs::path folder = (fs::absolute(path) / "").lexically_normal().parent_path();
+  const std::string name = folder.filename();
+  if (isPartial(name)) {
+    throw StoreError(quoted(path) + " is a backup that did not finish, or that runs now");
+  }
+  if (!isId(name)) {
+    throw StoreError(
+        quoted(path) +
+        " is not the folder of a backup: give STORE/APPLICATION/ID as list shows them");
+  }
+  return folder;
+}
+
 // ---- ApplicationLock.
 
 namespace {

@@ -51,6 +51,9 @@ class Catalog {
   std::filesystem::path store_;
 };
 
+// Returns the normalised path of a finished backup that is given as STORE/APPLICATION/ID. Throws StoreError.
+std::filesystem::path finishedBackup(const std::filesystem::path &path);
+
 // What may be the name of an application's folder; empty, or why it may not.
 std::string checkApplicationName(const std::string &name);
 

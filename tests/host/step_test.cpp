@@ -345,7 +345,7 @@ TEST(Step, HelpsWithEverything) {
   EXPECT_EQ(help.status, 0);
   for (const char *part : {"--plugin", "--framework-version", "--timeout", "--grace", "--store",
                            "--language", "--folder", "--app", "--export-config", "--export-result",
-                           "--list-page", "130", "rule-book"}) {
+                           "--list-page", "--backup", "130", "rule-book"}) {
     EXPECT_TRUE(holds(help.out, part));
   }
   EXPECT_EQ(run({ARVL_HOST, "--help"}).status, 0);
