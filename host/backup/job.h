@@ -31,7 +31,7 @@ struct JobReport {
   std::optional<Manifest> manifest;  // of the backup
   std::vector<std::string> missingSteps;
   std::vector<StepReport> steps;
-  std::vector<std::string> denials;
+  Tally denials;
   std::uint64_t files = 0;  // that were transferred
   std::uint64_t bytes = 0;
   double seconds = 0;

@@ -13,8 +13,6 @@ namespace {
 
 using ZARN::ARVLAPP::PACKET_TYPE;
 
-constexpr std::size_t kMaxDenials = 100;  // that are kept; a plug-in may try for ever
-
 }  // namespace
 
 JobSteps::JobSteps(const PluginRun &run, JobDisplay &display, TraceWriter &trace,
@@ -99,9 +97,13 @@ void JobSteps::onTick() {
 }
 
 void JobSteps::deny(const std::string &denial) {
-  if (denials_.size() < kMaxDenials && denied_.insert(denial).second) {
-    denials_.push_back(denial);
+  const Tally::Added added = denials_.add(denial);
+  if (added == Tally::Added::kNew) {
     display_.warning(denial);
+  } else if (added == Tally::Added::kNotKept && !hasSilenced_) {
+    hasSilenced_ = true;
+    display_.warning(std::to_string(Tally::kMaxTexts) +
+                     " different denials have been shown; further ones are counted, not shown");
   }
 }
 

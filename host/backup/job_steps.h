@@ -5,7 +5,6 @@
 #include <chrono>
 #include <cstdint>
 #include <optional>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -14,6 +13,7 @@
 #include "framework.h"
 #include "interruption.h"
 #include "step_runner.h"
+#include "tally.h"
 #include "trace/trace_writer.h"
 
 namespace arvl_host {
@@ -50,8 +50,8 @@ class JobSteps : private StepListener {
   const StepResult &run(const std::string &step, RequestServer &server);
 
   const std::vector<StepReport> &reports() const { return reports_; }
-  // What the plug-in was denied, each once.
-  const std::vector<std::string> &denials() const { return denials_; }
+  // Every request that was denied, with the different reasons.
+  const Tally &denials() const { return denials_; }
 
  private:
   void onStart(const StepRequest &request, std::int64_t pid) override;
@@ -80,8 +80,8 @@ class JobSteps : private StepListener {
   std::uint64_t bytesBefore_ = 0;
 
   std::vector<StepReport> reports_;
-  std::vector<std::string> denials_;
-  std::set<std::string> denied_;
+  Tally denials_;
+  bool hasSilenced_ = false;  // whether a denial was not shown because there were too many
 };
 
 }  // namespace arvl_host

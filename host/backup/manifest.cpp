@@ -45,6 +45,14 @@ std::vector<std::string> textsOf(const Json::Value &array) {
   return texts;
 }
 
+// A backup of an older version has the texts alone.
+Tally tallyOf(const Json::Value &count, const Json::Value &texts) {
+  Tally tally;
+  tally.texts = textsOf(texts);
+  tally.count = count.isNull() ? tally.texts.size() : count.asUInt64();
+  return tally;
+}
+
 Totals totalsOf(const Json::Value &json) {
   Totals totals;
   totals.files = json["file_count"].asUInt64();
@@ -69,7 +77,7 @@ Manifest manifestOf(const Json::Value &head) {
   manifest.exportResult = head["export_result"];
   manifest.externalHandlerResult = head["external_handler_result"];
   manifest.changed = textsOf(head["changed"]);
-  manifest.denials = textsOf(head["denials"]);
+  manifest.denials = tallyOf(head["denial_count"], head["denials"]);
   return manifest;
 }
 
@@ -236,7 +244,8 @@ Json::Value headJson(const Manifest &manifest) {
   head["export_result"] = manifest.exportResult;
   head["external_handler_result"] = manifest.externalHandlerResult;
   head["changed"] = arrayOf(manifest.changed);
-  head["denials"] = arrayOf(manifest.denials);
+  head["denials"] = arrayOf(manifest.denials.texts);
+  head["denial_count"] = Json::UInt64(manifest.denials.count);
   return head;
 }
 

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "backup/file_index.h"
+#include "tally.h"
 
 namespace arvl_host {
 
@@ -46,7 +47,7 @@ struct Manifest {
   Json::Value externalHandlerResult;  // an array; null: there is none
   Totals totals;                      // what really came
   std::vector<std::string> changed;   // local files that were written while they were copied
-  std::vector<std::string> denials;   // what the plug-in was denied meanwhile
+  Tally denials;                      // what the plug-in was denied meanwhile
 
   std::string dataVersion() const;
   // The texts of the summary that a user reads before a restore; none without a summary.

@@ -63,8 +63,8 @@ Json::Value cutBelow(int levels, const Json::Value &value) {
 
 // The plug-in's word decides, but a person should know.
 void addDenials(std::vector<std::string> &lines, const JobReport &report) {
-  if (!report.denials.empty()) {
-    lines.push_back("  denied    " + countText(report.denials.size(), "request") +
+  if (report.denials.count > 0) {
+    lines.push_back("  denied    " + countText(report.denials.count, "request") +
                     " of the plug-in, as the warnings say");
   }
 }
@@ -100,7 +100,8 @@ Json::Value reportJson(const JobReport &report) {
   json["path"] = report.folder.empty() ? Json::Value() : Json::Value(report.folder);
   json["steps"] = stepsJson(report.steps);
   json["missing_steps"] = arrayOf(report.missingSteps);
-  json["denials"] = arrayOf(report.denials);
+  json["denials"] = arrayOf(report.denials.texts);
+  json["denial_count"] = Json::UInt64(report.denials.count);
   json["files"] = Json::UInt64(report.files);
   json["bytes"] = Json::UInt64(report.bytes);
   json["seconds"] = report.seconds;

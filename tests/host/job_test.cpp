@@ -163,6 +163,7 @@ TEST_F(Job, KeepsAllThatIsKnownInTheManifest) {
   expected["backup"] = folder.filename().string();
   expected["external_handler_result"] = parseJson(results);
   expected["denials"] = Json::Value(Json::arrayValue);
+  expected["denial_count"] = 0;
   expected["changed"] = Json::Value(Json::arrayValue);
   expected["tool"] = replaced(run({ARVL_HOST, "--version"}).out, "\n", "");
   expected["started"] = manifest["started"];
@@ -464,6 +465,28 @@ TEST_F(Job, TellsOfWhatWasDeniedAfterASuccess) {
   const Json::Value manifest = parseJson(bytesOf(latest() / "manifest.json"));
   ASSERT_EQ(manifest["denials"].size(), 1u);
   EXPECT_EQ(manifest["denials"][0], denial);
+}
+
+TEST_F(Job, CountsEveryDenialAndSaysWhenItStopsShowingThem) {
+  std::string uploads;
+  for (int i = 0; i < 150; ++i) {  // the first of them twice
+    uploads += "upload\tfile\t" + at("local/none") + std::to_string(i % 149) + "\t/x\n";
+  }
+  writeBytes(at("script/export"), uploads);
+  const Ended ended = backup();
+  EXPECT_EQ(ended.status, 0);
+  EXPECT_TRUE(holds(ended.out, "\n  denied    150 requests of the plug-in, as the warnings say\n"));
+  EXPECT_EQ(countOf(ended.err, "warning: UPLOAD_REQUEST was denied: "), 100u);
+  EXPECT_EQ(countOf(ended.err,
+                    "warning: 100 different denials have been shown; further ones are counted, not "
+                    "shown\n"),
+            1u);
+  const Json::Value manifest = parseJson(bytesOf(latest() / "manifest.json"));
+  EXPECT_EQ(manifest["denials"].size(), 100u);
+  EXPECT_EQ(manifest["denial_count"], 150);
+  const Json::Value report = parseJson(backup({"--json"}).out);
+  EXPECT_EQ(report["denials"].size(), 100u);
+  EXPECT_EQ(report["denial_count"], 150);
 }
 
 TEST_F(Job, TakesWhatARequestHasBesideItsRule) {

@@ -54,7 +54,7 @@ Manifest someManifest() {
   manifest.externalHandlerResult = parseJson(R"([{"handler": "h", "result": null}])");
   manifest.totals = {1, 2, 3, std::uint64_t(1) << 63};
   manifest.changed = {"/a\xff", "/b"};
-  manifest.denials = {"one", "two\n"};
+  manifest.denials = {7, {"one", "two\n"}};
   return manifest;
 }
 
@@ -115,13 +115,23 @@ TEST_F(ManifestIn, IsReadAsItWasWritten) {
   EXPECT_EQ(read.dataVersion(), "1.10");
   EXPECT_EQ(totalsJson(read.totals), totalsJson(written.totals));
   EXPECT_EQ(read.changed, written.changed);
-  EXPECT_EQ(read.denials, written.denials);
+  EXPECT_EQ(read.denials.count, 7u);
+  EXPECT_EQ(read.denials.texts, written.denials.texts);
 
   const std::vector<FileRecord> records = this->records();
   ASSERT_EQ(records.size(), 3u);
   expectSame(records[0], folder);
   expectSame(records[1], file);
   expectSame(records[2], link);
+}
+
+TEST_F(ManifestIn, OfAnOlderVersionHasNoCounts) {
+  write(someManifest());
+  const std::string text = bytesOf(path());
+  const std::string line = "\"denial_count\":7,\n";
+  ASSERT_NE(text.find(line), std::string::npos) << text;
+  dir_.makeFile("manifest.json", std::string(text).erase(text.find(line), line.size()));
+  EXPECT_EQ(ManifestReader(dir_.path()).manifest().denials.count, 2u);
 }
 
 TEST_F(ManifestIn, IsStrictJsonWhateverItHolds) {
