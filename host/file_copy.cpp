@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <filesystem>
 
 #include "folder_reader.h"
@@ -17,6 +18,12 @@ namespace {
 [[noreturn]] void fail(const std::string &what) {
   failWith(errno, what);
 }
+
+// The source of a copy or a move is no longer there.
+class Vanished : public StoreError {
+ public:
+  explicit Vanished(const std::string &what) : StoreError(what + ": " + std::strerror(ENOENT)) {}
+};
 
 constexpr std::size_t kChunk = 0x40000;  // bytes that are copied at once
 
@@ -91,8 +98,25 @@ std::string below(std::string folder, const std::string &name) {
   return folder;
 }
 
-UniqueFd openEntry(const Place &place) {
+struct stat examine(const Place &place) {
+  struct stat status;
+  if (fstatat(place.folder, place.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
+    fail("cannot examine " + quoted(place.shown));
+  }
+  return status;
+}
+
+bool isGone(const Place &place) {
+  struct stat status;
+  return fstatat(place.folder, place.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 &&
+         errno == ENOENT;
+}
+
+UniqueFd openSource(const Place &place) {
   UniqueFd path(openat(place.folder, place.name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+  if (!path && errno == ENOENT) {
+    throw Vanished("cannot find " + quoted(place.shown));
+  }
   if (!path) {
     fail("cannot find " + quoted(place.shown));
   }
@@ -135,6 +159,10 @@ std::optional<FileType> fileTypeOf(mode_t mode) {
   }
 }
 
+std::string skippedText(const std::string &path) {
+  return quoted(path) + " vanished before it was copied, and is skipped";
+}
+
 void Copier::copy(int path, const std::string &shown, const Place &to) {
   checkCanceled();
   struct stat status = examine(path, shown);
@@ -168,8 +196,13 @@ bool Copier::moveByName(const Place &from, const Place &to) {
   if (renameat(from.folder, from.name.c_str(), to.folder, to.name.c_str()) == 0) {
     return true;
   }
-  if (errno != EXDEV && errno != ENOTEMPTY && errno != EEXIST) {
-    fail("cannot move " + quoted(from.shown) + " to " + quoted(to.shown));
+  const int error = errno;
+  if (error != EXDEV && error != ENOTEMPTY && error != EEXIST) {
+    const std::string what = "cannot move " + quoted(from.shown) + " to " + quoted(to.shown);
+    if (error == ENOENT && isGone(from)) {
+      throw Vanished(what);
+    }
+    failWith(error, what);
   }
   return false;
 }
@@ -178,12 +211,12 @@ void Copier::move(const Place &from, const Place &to) {
   checkCanceled();
   if (moveByName(from, to)) {
     if (options_.watcher != nullptr) {
-      options_.watcher->onMoved(examine(openEntry(to).get(), to.shown));
+      options_.watcher->onMoved(examine(to));
     }
     return;
   }
   isMoving_ = true;
-  copy(openEntry(from).get(), from.shown, to);
+  copy(openSource(from).get(), from.shown, to);
   // What cannot be removed stays: it has been delivered.
   if (unlinkat(from.folder, from.name.c_str(), 0) != 0 && errno == EISDIR) {
     unlinkat(from.folder, from.name.c_str(), AT_REMOVEDIR);
@@ -265,17 +298,28 @@ void Copier::copyTree(int path, const std::string &shown, const struct stat &sta
 void Copier::copyFolder(int from, const std::string &shown, int to, const std::string &shownTo) {
   FolderReader reader(from, shown);
   std::uint64_t entries = 0;
-  for (; const char *name = reader.next(); ++entries) {
+  while (const char *name = reader.next()) {
     const Place source = {from, name, below(shown, name)};
     const Place target = {to, name, below(shownTo, name)};
-    if (isMoving_) {
-      move(source, target);
-    } else {
-      copy(openEntry(source).get(), source.shown, target);
+    try {
+      copyEntry(source, target);
+      ++entries;
+    } catch (const Vanished &) {  // as an application that goes on makes happen at any time
+      if (options_.watcher != nullptr) {
+        options_.watcher->onVanished(source.shown);
+      }
     }
   }
   if (options_.watcher != nullptr) {
     options_.watcher->onFolderEnd(shown, entries);
+  }
+}
+
+void Copier::copyEntry(const Place &from, const Place &to) {
+  if (isMoving_) {
+    move(from, to);
+  } else {
+    copy(openSource(from).get(), from.shown, to);
   }
 }
 

@@ -32,6 +32,8 @@ class TransferWatcher {
   virtual ~TransferWatcher() = default;
   // An entry is copied or listed. What this changes of its mode and times is what is delivered.
   virtual void onEntry(const std::string & /*path*/, struct stat &) {}
+  // An entry of a folder vanished after its name was read. It is left out, and not counted below.
+  virtual void onVanished(const std::string & /*path*/) {}
   // A folder has been read to its end, each entry as above: how many they were.
   virtual void onFolderEnd(const std::string & /*path*/, std::uint64_t /*entries*/) {}
   // So many more bytes have been copied.
@@ -47,6 +49,9 @@ class TransferWatcher {
   virtual void onMoved(const struct stat &) {}
 };
 
+// How a person is told of an entry that vanished.
+std::string skippedText(const std::string &path);
+
 struct CopyOptions {
   TransferWatcher *watcher = nullptr;
   Durability durability = Durability::kEachFile;
@@ -54,9 +59,9 @@ struct CopyOptions {
 
 // Makes one copy or one move: of a file, by way of a temporary name, with its mode, times and holes; of a
 // link, as itself; of a whole tree, merged into one that is there, whose folders keep their own mode and
-// times. Anything else is refused unopened, and so is a tree that would be copied into itself. What a
-// killed host left under a temporary name is overwritten by the next copy to the same place. Throws
-// StoreError.
+// times. Anything else is refused unopened, and so is a tree that would be copied into itself. An entry of a
+// tree that vanishes meanwhile is left out. What a killed host left under a temporary name is overwritten by
+// the next copy to the same place. Throws StoreError.
 class Copier {
  public:
   // Once canceled is true, the copy ends with an error, and no file is left half written.
@@ -75,6 +80,7 @@ class Copier {
   void copyLink(int link, const std::string &shown, const Place &to);
   void copyTree(int path, const std::string &shown, const struct stat &status, const Place &to);
   void copyFolder(int from, const std::string &shown, int to, const std::string &shownTo);
+  void copyEntry(const Place &from, const Place &to);
   // The checksum of what has been copied; empty without a watcher.
   std::string copyBytes(int from, const std::string &shown, const struct stat &status,
                         TemporaryFile &to);

@@ -23,6 +23,7 @@
 #include "plugin_options.h"
 #include "step_runner.h"
 #include "store.h"
+#include "tally.h"
 #include "trace/trace_text.h"
 #include "trace/trace_writer.h"
 #include "tracing_listener.h"
@@ -68,6 +69,16 @@ class Display : public StepListener {
   }
 };
 
+// Remembers what a transfer skips. What it says is read once nothing is transferred.
+class SkipWatcher : public TransferWatcher {
+ public:
+  void onVanished(const std::string &path) override { skipped_.add(path); }
+  const Tally &skipped() const { return skipped_; }
+
+ private:
+  Tally skipped_;
+};
+
 std::string valueText(const Json::Value &value) {
   if (value.isString()) {
     return visibleText(value.asString());
@@ -85,6 +96,15 @@ void printMembers(const Json::Value &object, const std::string &prefix) {
     } else {
       std::cout << "  " << visibleText(prefix + key) << ": " << valueText(object[key]) << '\n';
     }
+  }
+}
+
+void printSkipped(const Tally &skipped) {
+  for (const std::string &path : skipped.texts) {
+    std::cout << "[host] " << skippedText(path) << '\n';
+  }
+  if (skipped.count > skipped.texts.size()) {
+    std::cout << "[host] skipped " << skipped.count << " entries in all\n";
   }
 }
 
@@ -147,9 +167,10 @@ int runStepCommand(const StepOptions &options) {
   if (!options.exportResultFile.empty()) {
     values.exportResult = readExportResult(options.exportResultFile);
   }
+  SkipWatcher watcher;
   std::optional<Store> store;
   if (!options.storeDir.empty()) {
-    store.emplace(options.storeDir);
+    store.emplace(options.storeDir, StoreOptions{{&watcher, Durability::kEachFile}, false});
   }
   TransferMeter meter;
   std::optional<BackupSource> backup;
@@ -166,6 +187,7 @@ int runStepCommand(const StepOptions &options) {
   TracingListener listener(display, trace);
   const StepResult result = runStep(request, framework, listener);
   trace.stepEnded(outcomeText(result.outcome), exitCodeOf(result.outcome));
+  printSkipped(watcher.skipped());
   printResult(options.step, result);
   return exitCodeOf(result.outcome);
 }

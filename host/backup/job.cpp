@@ -150,6 +150,7 @@ class BackupJob : public Job {
   void prepare(Manifest &manifest);
   void takeEstimate(Manifest &manifest, RequestServer &server);
   void exportTo(const fs::path &data, Manifest &manifest);
+  void warnOfSkipped(const Tally &skipped);
   void recordFiles(const fs::path &data, Manifest &manifest);
   void keepUp();
   FileRecord examine(const fs::directory_entry &entry, const std::string &path);
@@ -231,6 +232,17 @@ void BackupJob::exportTo(const fs::path &data, Manifest &manifest) {
   for (const std::string &path : manifest.changed) {
     display_.warning(quoted(path) +
                      " was written while it was copied: the copy may hold parts of both");
+  }
+  manifest.skipped = watcher.skipped();
+  warnOfSkipped(manifest.skipped);
+}
+
+void BackupJob::warnOfSkipped(const Tally &skipped) {
+  for (const std::string &path : skipped.texts) {
+    display_.warning(skippedText(path));
+  }
+  if (skipped.count > skipped.texts.size()) {
+    display_.warning("skipped " + std::to_string(skipped.count) + " entries in all");
   }
 }
 

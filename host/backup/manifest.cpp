@@ -77,6 +77,7 @@ Manifest manifestOf(const Json::Value &head) {
   manifest.exportResult = head["export_result"];
   manifest.externalHandlerResult = head["external_handler_result"];
   manifest.changed = textsOf(head["changed"]);
+  manifest.skipped = tallyOf(head["skipped_count"], head["skipped"]);
   manifest.denials = tallyOf(head["denial_count"], head["denials"]);
   return manifest;
 }
@@ -244,6 +245,8 @@ Json::Value headJson(const Manifest &manifest) {
   head["export_result"] = manifest.exportResult;
   head["external_handler_result"] = manifest.externalHandlerResult;
   head["changed"] = arrayOf(manifest.changed);
+  head["skipped"] = arrayOf(manifest.skipped.texts);
+  head["skipped_count"] = Json::UInt64(manifest.skipped.count);
   head["denials"] = arrayOf(manifest.denials.texts);
   head["denial_count"] = Json::UInt64(manifest.denials.count);
   return head;

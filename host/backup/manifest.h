@@ -47,6 +47,7 @@ struct Manifest {
   Json::Value externalHandlerResult;  // an array; null: there is none
   Totals totals;                      // what really came
   std::vector<std::string> changed;   // local files that were written while they were copied
+  Tally skipped;                      // entries that vanished before they were copied
   Tally denials;                      // what the plug-in was denied meanwhile
 
   std::string dataVersion() const;

@@ -30,8 +30,9 @@ Json::Value stepsJson(const std::vector<StepReport> &reports) {
 
 void addManifest(Json::Value &json, const Manifest &manifest) {
   const Json::Value head = headJson(manifest);
-  for (const char *name : {"application", "backup", "framework_version", "app_data_version",
-                           "summary", "estimate", "estimate_refused", "actual", "changed"}) {
+  for (const char *name :
+       {"application", "backup", "framework_version", "app_data_version", "summary", "estimate",
+        "estimate_refused", "actual", "changed", "skipped", "skipped_count"}) {
     json[name] = head[name];
   }
 }
@@ -66,6 +67,14 @@ void addDenials(std::vector<std::string> &lines, const JobReport &report) {
   if (report.denials.count > 0) {
     lines.push_back("  denied    " + countText(report.denials.count, "request") +
                     " of the plug-in, as the warnings say");
+  }
+}
+
+void addSkipped(std::vector<std::string> &lines, const Tally &skipped) {
+  if (skipped.count > 0) {
+    lines.push_back("  skipped   " + std::to_string(skipped.count) +
+                    (skipped.count == 1 ? " entry" : " entries") +
+                    " that vanished, as the warnings say");
   }
 }
 
@@ -130,6 +139,7 @@ std::vector<std::string> reportLines(const JobReport &report) {
                                     "  estimate  " + estimateText(manifest),
                                     "  came      " + totalsText(manifest.totals),
                                     "  time      " + secondsText(report.seconds)};
+  addSkipped(lines, manifest.skipped);
   addDenials(lines, report);
   return lines;
 }

@@ -9,6 +9,7 @@
 
 #include "backup/file_index.h"
 #include "file_copy.h"
+#include "tally.h"
 
 namespace arvl_host {
 
@@ -25,14 +26,18 @@ class BackupWatcher : public TransferWatcher {
 
   void onBytes(std::uint64_t count) override { meter_.bytes += count; }
   void onChanged(const std::string &path) override;
+  void onVanished(const std::string &path) override { skipped_.add(path); }
   void onStored(const struct stat &status, const std::string &sha256) override;
   void onMoved(const struct stat &status) override;
 
   // Files that were written while they were copied, at most 100. To be read once nothing is transferred.
   const std::vector<std::string> &changed() const { return changed_; }
+  // Entries of uploaded folders that vanished before they were copied. Likewise.
+  const Tally &skipped() const { return skipped_; }
 
  private:
   std::vector<std::string> changed_;
+  Tally skipped_;
   FileIndex &index_;
   TransferMeter &meter_;
 };

@@ -165,6 +165,8 @@ TEST_F(Job, KeepsAllThatIsKnownInTheManifest) {
   expected["denials"] = Json::Value(Json::arrayValue);
   expected["denial_count"] = 0;
   expected["changed"] = Json::Value(Json::arrayValue);
+  expected["skipped"] = Json::Value(Json::arrayValue);
+  expected["skipped_count"] = 0;
   expected["tool"] = replaced(run({ARVL_HOST, "--version"}).out, "\n", "");
   expected["started"] = manifest["started"];
   expected["finished"] = manifest["finished"];
@@ -487,6 +489,43 @@ TEST_F(Job, CountsEveryDenialAndSaysWhenItStopsShowingThem) {
   const Json::Value report = parseJson(backup({"--json"}).out);
   EXPECT_EQ(report["denials"].size(), 100u);
   EXPECT_EQ(report["denial_count"], 150);
+}
+
+TEST_F(Job, SkipsAFileThatVanishesFromAFolderAndNamesIt) {
+  const std::string tree = dir_.makeDir("local/tree");
+  const std::string vanishing = tree + "/vanishing";
+  const std::string skipped =
+      "\"" + vanishing + "\" vanished before it was copied, and is skipped\n";
+  Words variables = this->variables();
+  variables.insert(variables.end(),
+                   {"LD_PRELOAD=" VANISHING_PRELOAD, "ASAN_OPTIONS=verify_asan_link_order=0"});
+  writeBytes(tree + "/stays", "contents");
+  script("export", {{"upload", "dir", tree, "/tree"}});
+
+  writeBytes(vanishing, "");
+  const Ended ended = run(job("backup"), variables);
+  EXPECT_EQ(ended.status, 0);
+  EXPECT_EQ(ended.err, "warning: " + skipped);
+  EXPECT_TRUE(holds(ended.out, "\n  skipped   1 entry that vanished, as the warnings say\n"));
+  EXPECT_EQ(countOf(ended.out, "denied"), 0u) << ended.out;
+  EXPECT_EQ(namesIn(latest() / "data/tree"), Names{"stays"});
+  const Json::Value manifest = parseJson(bytesOf(latest() / "manifest.json"));
+  ASSERT_EQ(manifest["skipped"].size(), 1u);
+  EXPECT_EQ(manifest["skipped"][0], vanishing);
+  EXPECT_EQ(manifest["skipped_count"], 1);
+  EXPECT_EQ(onStore("verify").status, 0);
+
+  writeBytes(vanishing, "");
+  const Json::Value report = parseJson(run(job("backup", {"--json"}), variables).out);
+  EXPECT_EQ(report["skipped"], manifest["skipped"]);
+  EXPECT_EQ(report["skipped_count"], 1);
+
+  writeBytes(vanishing, "");
+  const Ended step = run(
+      {ARVL_HOST, "step", "export", "--plugin", UNRULY_PLUGIN, "--store", dir_.makeDir("empty")},
+      variables);
+  EXPECT_EQ(step.status, 0);
+  EXPECT_TRUE(holds(step.out, "\n[host] " + skipped));
 }
 
 TEST_F(Job, TakesWhatARequestHasBesideItsRule) {

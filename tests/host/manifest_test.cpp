@@ -54,6 +54,7 @@ Manifest someManifest() {
   manifest.externalHandlerResult = parseJson(R"([{"handler": "h", "result": null}])");
   manifest.totals = {1, 2, 3, std::uint64_t(1) << 63};
   manifest.changed = {"/a\xff", "/b"};
+  manifest.skipped = {3, {"/c\xff"}};
   manifest.denials = {7, {"one", "two\n"}};
   return manifest;
 }
@@ -115,6 +116,8 @@ TEST_F(ManifestIn, IsReadAsItWasWritten) {
   EXPECT_EQ(read.dataVersion(), "1.10");
   EXPECT_EQ(totalsJson(read.totals), totalsJson(written.totals));
   EXPECT_EQ(read.changed, written.changed);
+  EXPECT_EQ(read.skipped.count, 3u);
+  EXPECT_EQ(read.skipped.texts, written.skipped.texts);
   EXPECT_EQ(read.denials.count, 7u);
   EXPECT_EQ(read.denials.texts, written.denials.texts);
 
@@ -125,13 +128,19 @@ TEST_F(ManifestIn, IsReadAsItWasWritten) {
   expectSame(records[2], link);
 }
 
-TEST_F(ManifestIn, OfAnOlderVersionHasNoCounts) {
+TEST_F(ManifestIn, OfAnOlderVersionIsReadWithoutCounts) {
   write(someManifest());
-  const std::string text = bytesOf(path());
-  const std::string line = "\"denial_count\":7,\n";
-  ASSERT_NE(text.find(line), std::string::npos) << text;
-  dir_.makeFile("manifest.json", std::string(text).erase(text.find(line), line.size()));
-  EXPECT_EQ(ManifestReader(dir_.path()).manifest().denials.count, 2u);
+  std::string text = bytesOf(path());
+  for (const std::string line :
+       {"\"denial_count\":7,\n", "\"skipped\":[\"/c\\udcff\"],\n", "\"skipped_count\":3,\n"}) {
+    ASSERT_NE(text.find(line), std::string::npos) << text;
+    text.erase(text.find(line), line.size());
+  }
+  dir_.makeFile("manifest.json", text);
+  const Manifest read = ManifestReader(dir_.path()).manifest();
+  EXPECT_EQ(read.denials.count, 2u);
+  EXPECT_EQ(read.skipped.count, 0u);
+  EXPECT_TRUE(read.skipped.texts.empty());
 }
 
 TEST_F(ManifestIn, IsStrictJsonWhateverItHolds) {

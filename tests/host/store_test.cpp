@@ -44,6 +44,9 @@ std::map<std::string, StoreEntry> remaining(StoreListing &listing) {
 class Witness : public TransferWatcher {
  public:
   void onEntry(const std::string &path, struct stat &status) override {
+    if (std::count(rivals.begin(), rivals.end(), path) > 0) {
+      removeRivalsOf(path);
+    }
     note(std::string("entry ") + fileTypeText(*fileTypeOf(status.st_mode)) + " " + path +
          (S_ISREG(status.st_mode) ? " " + std::to_string(status.st_size) : ""));
     if (mode) {
@@ -51,6 +54,7 @@ class Witness : public TransferWatcher {
       status.st_mtim = {100, 7};
     }
   }
+  void onVanished(const std::string &path) override { note("vanished " + path); }
   void onFolderEnd(const std::string &path, std::uint64_t entries) override {
     note("end " + path + " " + std::to_string(entries));
   }
@@ -72,6 +76,7 @@ class Witness : public TransferWatcher {
     note("stored " + std::to_string(status.st_size) + " " + sha256.substr(0, 8));
   }
   void onMoved(const struct stat &status) override {
+    removeRivalsOf("");
     note("moved " + std::to_string(status.st_size));
   }
 
@@ -79,8 +84,17 @@ class Witness : public TransferWatcher {
   std::string refused;
   std::optional<unsigned> mode;  // that every entry is to have
   std::string written;           // a file that is written to, once, when something has been copied
+  std::vector<std::string> rivals;  // once one is copied or moved, the others are removed
 
  private:
+  void removeRivalsOf(const std::string &path) {
+    for (const std::string &rival : rivals) {
+      if (rival != path) {
+        fs::remove_all(rival);
+      }
+    }
+  }
+
   void note(const std::string &line) {
     if (line == refused) {
       throw StoreError("refused");
@@ -382,6 +396,38 @@ TEST_F(StoreFolder, TellsItsWatcherOfAFileThatIsWrittenMeanwhile) {
   witness.written = at("local/f");
   watched.upload(at("local/f"), FileType::kFile, false, "/g");
   EXPECT_EQ(std::count(witness.lines.begin(), witness.lines.end(), changed), 1);
+}
+
+TEST_F(StoreFolder, SkipsWhatVanishesFromATreeAndNamesIt) {
+  const std::function<void(const std::string &)> makers[] = {
+      [](const std::string &path) { std::ofstream(path) << "x"; },
+      [](const std::string &path) { fs::create_directories(path + "/deep"); },
+      [](const std::string &path) { fs::create_symlink("x", path); },
+  };
+  for (const bool isTemporary : {false, true}) {
+    for (const auto &make : makers) {
+      fs::create_directory(at("store/t"));
+      write("store/t/own",
+            "");  // a tree is merged into one that holds something, not renamed whole
+      fs::create_directory(at("local/t"));
+      Witness witness;
+      witness.rivals = {at("local/t/a"), at("local/t/b")};
+      std::for_each(witness.rivals.begin(), witness.rivals.end(), make);
+      Store watched(at("store"), {{&witness, Durability::kLeftToCaller}, false});
+      watched.upload(at("local/t"), FileType::kDir, isTemporary, "/t");
+      const auto heard = [&witness](const std::string &line) {
+        return std::count(witness.lines.begin(), witness.lines.end(), line);
+      };
+      const bool isFirst = fs::symlink_status(at("store/t/a")).type() != fs::file_type::not_found;
+      EXPECT_EQ(heard("vanished " + at("local/t/") + (isFirst ? "b" : "a")), 1);
+      EXPECT_EQ(heard("end " + at("local/t") + " 1"), 1);
+      const auto kept = [](const std::string &name) { return name == "a" || name == "b"; };
+      const Names stored = namesIn("store/t");
+      EXPECT_EQ(std::count_if(stored.begin(), stored.end(), kept), 1);
+      fs::remove_all(at("local/t"));
+      fs::remove_all(at("store/t"));
+    }
+  }
 }
 
 TEST_F(StoreFolder, DeliversTheModesAndTimesOfItsWatcher) {

@@ -57,6 +57,18 @@ TEST(BackupWatcher, TakesAMovedFileForNoneThatWasCopied) {
   EXPECT_EQ(index.checksumOf(statusOf(S_IFREG, 2)), "");
 }
 
+TEST(BackupWatcher, CountsAllThatVanishesAndNamesAHundred) {
+  FileIndex index;
+  TransferMeter meter;
+  BackupWatcher watcher(index, meter);
+  for (int i = 0; i < 150; ++i) {
+    watcher.onVanished("/" + std::to_string(i));
+  }
+  EXPECT_EQ(watcher.skipped().count, 150u);
+  ASSERT_EQ(watcher.skipped().texts.size(), 100u);
+  EXPECT_EQ(watcher.skipped().texts[99], "/99");
+}
+
 // A file, a link and their folder are known.
 class RestoreWatcherOf : public testing::Test {
  protected:
