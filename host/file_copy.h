@@ -47,6 +47,8 @@ class TransferWatcher {
   virtual void onStored(const struct stat &, const std::string & /*sha256*/) {}
   // An entry was moved by its name alone, with all that it may hold: its status from then on.
   virtual void onMoved(const struct stat &) {}
+  // A request has been served, or is denied whatever came before.
+  virtual void onTransferEnd(bool /*isDelivered*/) {}
 };
 
 // How a person is told of an entry that vanished.

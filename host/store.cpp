@@ -211,11 +211,13 @@ void Store::upload(const std::string &source, FileType type, bool isTemporary,
   const UniqueFd target = openInside(to.folder, O_PATH | O_DIRECTORY);
 
   const Place place = {target.get(), to.name, destination};
-  if (isTemporary) {
-    Copier(canceled_, options_.copies).move({folder.get(), from.name, source}, place);
-  } else {
-    Copier(canceled_, options_.copies).copy(entry.get(), source, place);
-  }
+  transfer([&](Copier &copier) {
+    if (isTemporary) {
+      copier.move({folder.get(), from.name, source}, place);
+    } else {
+      copier.copy(entry.get(), source, place);
+    }
+  });
 }
 
 void Store::download(const std::string &source, FileType type,
@@ -235,8 +237,24 @@ void Store::download(const std::string &source, FileType type,
   const UniqueFd entry = type == FileType::kSymlink ? openInside(source, O_PATH | O_NOFOLLOW)
                                                     : openInside(source, O_PATH);
   expectType(entry, type, source);
-  Copier(canceled_, options_.copies)
-      .copy(entry.get(), realPath(entry.get(), source), {target.get(), to.name, shownTo});
+  const Place place = {target.get(), to.name, shownTo};
+  transfer([&](Copier &copier) { copier.copy(entry.get(), realPath(entry.get(), source), place); });
+}
+
+void Store::transfer(const std::function<void(Copier &)> &work) const {
+  TransferWatcher *watcher = options_.copies.watcher;
+  Copier copier(canceled_, options_.copies);
+  try {
+    work(copier);
+  } catch (...) {
+    if (watcher != nullptr) {
+      watcher->onTransferEnd(false);
+    }
+    throw;
+  }
+  if (watcher != nullptr) {
+    watcher->onTransferEnd(true);
+  }
 }
 
 }  // namespace arvl_host

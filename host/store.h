@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <utility>
@@ -82,6 +83,7 @@ class Store {
   UniqueFd openInside(const std::string &path, int flags) const;
   std::string realPath(int fd, const std::string &path) const;
   void checkWritable() const;
+  void transfer(const std::function<void(Copier &)> &work) const;
 
   UniqueFd root_;
   const StoreOptions options_;

@@ -32,7 +32,7 @@ struct JobReport {
   std::vector<std::string> missingSteps;
   std::vector<StepReport> steps;
   Tally denials;
-  std::uint64_t files = 0;  // that were transferred
+  std::uint64_t files = 0;  // that were delivered
   std::uint64_t bytes = 0;
   double seconds = 0;
 };

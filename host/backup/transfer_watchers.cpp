@@ -10,6 +10,16 @@ constexpr std::size_t kMaxChanged = 100;
 
 }  // namespace
 
+void TransferMeter::endTransfer(bool isDelivered) {
+  if (isDelivered) {
+    deliveredFiles_ = files;
+    deliveredBytes_ = bytes;
+  } else {
+    files = deliveredFiles_;
+    bytes = deliveredBytes_;
+  }
+}
+
 // ---- BackupWatcher.
 
 void BackupWatcher::onChanged(const std::string &path) {

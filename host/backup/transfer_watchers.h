@@ -13,10 +13,17 @@
 
 namespace arvl_host {
 
-// Counted on the thread that transfers, read on any.
+// Counted on the thread that transfers, read on any. Counts the transfer that runs, too.
 struct TransferMeter {
   std::atomic<std::uint64_t> files{0};
   std::atomic<std::uint64_t> bytes{0};
+
+  // Takes back what was counted for a transfer that is denied.
+  void endTransfer(bool isDelivered);
+
+ private:
+  std::uint64_t deliveredFiles_ = 0;
+  std::uint64_t deliveredBytes_ = 0;
 };
 
 // Keeps the checksums of what is copied, so that it need not be read again.
@@ -29,6 +36,7 @@ class BackupWatcher : public TransferWatcher {
   void onVanished(const std::string &path) override { skipped_.add(path); }
   void onStored(const struct stat &status, const std::string &sha256) override;
   void onMoved(const struct stat &status) override;
+  void onTransferEnd(bool isDelivered) override { meter_.endTransfer(isDelivered); }
 
   // Files that were written while they were copied, at most 100. To be read once nothing is transferred.
   const std::vector<std::string> &changed() const { return changed_; }
@@ -54,6 +62,7 @@ class RestoreWatcher : public TransferWatcher {
   void onBytes(std::uint64_t count) override { meter_.bytes += count; }
   void onFile(const std::string &path, const std::string &sha256) override;
   void onLink(const std::string &path, const std::string &target) override;
+  void onTransferEnd(bool isDelivered) override { meter_.endTransfer(isDelivered); }
 
  private:
   FileRecord recordOf(const std::string &path);

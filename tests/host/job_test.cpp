@@ -653,6 +653,30 @@ TEST_F(Job, DeliversNothingOfADamagedFile) {
   EXPECT_EQ(namesIn(at("local")), (Names{"back", "file"}));
 }
 
+TEST_F(Job, CountsWhatWasDeliveredAlone) {
+  const std::string tree = dir_.makeDir("local/tree");
+  writeBytes(tree + "/file", "contents");
+  ASSERT_EQ(mkfifo((tree + "/fifo").c_str(), 0600), 0);
+  dir_.makeFile("local/small", "small");
+  dir_.makeFile("local/sound", "sound");
+  script("export", {{"upload", "dir", tree, "/tree"},
+                    {"upload", "file", at("local/small"), "/small"},
+                    {"upload", "file", at("local/sound"), "/sound"}});
+  const Json::Value backup = parseJson(this->backup({"--json"}).out);
+  EXPECT_EQ(backup["denial_count"], 1);
+  EXPECT_EQ(backup["files"], 2);
+  EXPECT_EQ(backup["bytes"], 10);
+  damage(latest() / "data/small", "s", "S");
+  script("import", {{"download", "file", "/small", at("local/back")},
+                    {"download", "file", "/sound", at("local/back")}});
+  const Ended ended = restore();
+  EXPECT_EQ(ended.status, 0);
+  EXPECT_TRUE(holds(ended.out, "\n  served    1 file, 5 B\n"));
+  const Json::Value report = parseJson(restore({"--json"}).out);
+  EXPECT_EQ(report["files"], 1);
+  EXPECT_EQ(report["bytes"], 5);
+}
+
 struct Damaged {
   const char *how;
   const char *denial;

@@ -79,6 +79,9 @@ class Witness : public TransferWatcher {
     removeRivalsOf("");
     note("moved " + std::to_string(status.st_size));
   }
+  void onTransferEnd(bool isDelivered) override {
+    lines.push_back(isDelivered ? "delivered" : "denied");
+  }
 
   std::vector<std::string> lines;
   std::string refused;
@@ -185,7 +188,7 @@ TEST_F(StoreFolder, TakesAFileWithItsHoles) {
   ASSERT_EQ(fstat(file.get(), &source), 0);
   EXPECT_LE(status.st_blocks, source.st_blocks);
   std::string text = read("local/f");
-  EXPECT_EQ(witness.lines.back(),
+  EXPECT_EQ(witness.lines.at(witness.lines.size() - 2),
             "stored " + std::to_string(text.size()) + " " + sha256Of(text).substr(0, 8));
 
   ASSERT_EQ(ftruncate(file.get(), 0), 0);
@@ -358,11 +361,12 @@ TEST_F(StoreFolder, TellsItsWatcherWhatIsCopiedAndItsChecksum) {
   Store watched(at("store"), {{&witness, Durability::kLeftToCaller}, false});
   write("local/f", "abc");
   watched.upload(at("local/f"), FileType::kFile, false, "/f");
-  EXPECT_EQ(witness.lines, (Lines{"entry file " + at("local/f") + " 3", "bytes 3",
-                                  "file " + at("local/f") + " ba7816bf", "stored 3 ba7816bf"}));
+  EXPECT_EQ(witness.lines,
+            (Lines{"entry file " + at("local/f") + " 3", "bytes 3",
+                   "file " + at("local/f") + " ba7816bf", "stored 3 ba7816bf", "delivered"}));
   witness.lines.clear();
   watched.upload(at("local/f"), FileType::kFile, true, "/g");
-  EXPECT_EQ(witness.lines, Lines{"moved 3"});
+  EXPECT_EQ(witness.lines, (Lines{"moved 3", "delivered"}));
 }
 
 TEST_F(StoreFolder, TellsItsWatcherOfATreeByItsRealPath) {
@@ -375,9 +379,9 @@ TEST_F(StoreFolder, TellsItsWatcherOfATreeByItsRealPath) {
   watched.download("/way//t", FileType::kDir, at("local"));
   std::sort(witness.lines.begin(), witness.lines.end());
   EXPECT_EQ(witness.lines,
-            (Lines{"bytes 3", "end /real/t 2", "entry dir /real/t", "entry file /real/t/f 3",
-                   "entry symlink /real/t/l", "file /real/t/f ba7816bf", "link /real/t/l f",
-                   "stored 3 ba7816bf"}));
+            (Lines{"bytes 3", "delivered", "end /real/t 2", "entry dir /real/t",
+                   "entry file /real/t/f 3", "entry symlink /real/t/l", "file /real/t/f ba7816bf",
+                   "link /real/t/l f", "stored 3 ba7816bf"}));
   witness.lines.clear();
   StoreListing listing = watched.list("/way/t/");
   remaining(listing);
@@ -504,6 +508,8 @@ TEST_F(StoreFolder, DeliversNothingThatItsWatcherRefuses) {
   EXPECT_EQ(storeErrorOf([&] { watched.download("/l", FileType::kSymlink, at("local")); }),
             "refused");
   EXPECT_EQ(namesIn("local"), Names{});
+  EXPECT_EQ(std::count(witness.lines.begin(), witness.lines.end(), "denied"), 2);
+  EXPECT_EQ(std::count(witness.lines.begin(), witness.lines.end(), "delivered"), 0);
 }
 
 TEST_F(StoreFolder, ThatIsForReadingTakesNothing) {

@@ -32,6 +32,24 @@ TEST(BackupWatcher, CountsAndRemembersWhatIsCopied) {
   EXPECT_EQ(index.checksumOf(statusOf(S_IFREG, 1)), "a checksum");
 }
 
+TEST(TransferMeter, CountsNothingOfATransferThatIsDenied) {
+  FileIndex index;
+  TransferMeter meter;
+  BackupWatcher watcher(index, meter);
+  const auto transfer = [&](bool isDelivered) {
+    watcher.onBytes(7);
+    watcher.onStored(statusOf(S_IFREG, 1), "a checksum");
+    watcher.onMoved(statusOf(S_IFREG, 2));
+    watcher.onTransferEnd(isDelivered);
+  };
+  transfer(true);
+  transfer(false);
+  EXPECT_EQ(meter.files, 2u);
+  EXPECT_EQ(meter.bytes, 17u);
+  watcher.onBytes(5);  // is seen while the transfer runs
+  EXPECT_EQ(meter.bytes, 22u);
+}
+
 TEST(BackupWatcher, CountsTheFilesThatAreMoved) {
   FileIndex index;
   TransferMeter meter;
