@@ -20,13 +20,7 @@ void checkText(const std::string &path) {
   }
 }
 
-// "/a/b" as "/a/" and "b". A path without a last component, or with one that is no name, holds nothing
-// that could be written.
-struct SplitPath {
-  std::string folder;
-  std::string name;
-};
-
+// A path without a last component, or with one that is no name, holds nothing that could be written.
 SplitPath split(const std::string &path) {
   checkText(path);
   std::string trimmed = path;
@@ -183,18 +177,42 @@ StoreListing Store::list(const std::string &path) const {
 void Store::createDir(const std::string &path) const {
   checkWritable();
   checkText(path);
-  std::string made = "/";
+  std::vector<SplitPath> made;
+  try {
+    makeFolders(path, made);
+  } catch (const StoreError &) {
+    removeFolders(made);
+    throw;
+  }
+}
+
+void Store::makeFolders(const std::string &path, std::vector<SplitPath> &made) const {
+  std::string reached = "/";
   for (const std::filesystem::path &part : std::filesystem::path(path).relative_path()) {
     if (part.empty()) {
       continue;
     }
-    const UniqueFd parent = openInside(made, O_PATH | O_DIRECTORY);
-    made += part.string() + "/";
-    if (mkdirat(parent.get(), part.c_str(), 0777) != 0 && errno != EEXIST) {
+    const UniqueFd parent = openInside(reached, O_PATH | O_DIRECTORY);
+    if (mkdirat(parent.get(), part.c_str(), 0777) == 0) {
+      made.push_back({reached, part});
+    } else if (errno != EEXIST) {
       failWith(errno, "cannot make the folder " + quoted(path));
     }
+    reached += part.string() + "/";
   }
-  openInside(made, O_PATH | O_DIRECTORY);  // it may be there as something else
+  openInside(reached, O_PATH | O_DIRECTORY);  // it may be there as something else
+}
+
+// The innermost first. One that somebody else has put something into stays.
+void Store::removeFolders(const std::vector<SplitPath> &made) const {
+  for (auto folder = made.rbegin(); folder != made.rend(); ++folder) {
+    try {
+      const UniqueFd parent = openInside(folder->folder, O_PATH | O_DIRECTORY);
+      unlinkat(parent.get(), folder->name.c_str(), AT_REMOVEDIR);
+    } catch (const StoreError &) {
+      return;  // the request is denied for its own reason
+    }
+  }
 }
 
 void Store::upload(const std::string &source, FileType type, bool isTemporary,

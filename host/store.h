@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "file_copy.h"
 #include "folder_reader.h"
@@ -43,6 +44,12 @@ class StoreListing {
   std::uint64_t entries_ = 0;
 };
 
+// "/a/b" as "/a/" and "b".
+struct SplitPath {
+  std::string folder;
+  std::string name;
+};
+
 struct StoreOptions {
   CopyOptions copies;
   bool isReadOnly = false;  // the data of a backup, which is no link
@@ -64,7 +71,7 @@ class Store {
   // empty descriptor if there is no such entry.
   UniqueFd openEntry(const std::string &path, int flags) const;
 
-  // With its parents; a folder that exists is fine.
+  // With its parents; a folder that exists is fine. Where it fails, it leaves none that it made.
   void createDir(const std::string &path) const;
 
   // Copies a local file, link or whole tree to exactly that path; the folder that holds it must exist.
@@ -83,6 +90,9 @@ class Store {
   UniqueFd openInside(const std::string &path, int flags) const;
   std::string realPath(int fd, const std::string &path) const;
   void checkWritable() const;
+  // Appends each folder that it makes, even where it throws.
+  void makeFolders(const std::string &path, std::vector<SplitPath> &made) const;
+  void removeFolders(const std::vector<SplitPath> &made) const;
   void transfer(const std::function<void(Copier &)> &work) const;
 
   UniqueFd root_;

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <climits>
 #include <filesystem>
 #include <fstream>
 #include <regex>
@@ -467,6 +468,19 @@ TEST_F(Job, TellsOfWhatWasDeniedAfterASuccess) {
   const Json::Value manifest = parseJson(bytesOf(latest() / "manifest.json"));
   ASSERT_EQ(manifest["denials"].size(), 1u);
   EXPECT_EQ(manifest["denials"][0], denial);
+}
+
+TEST_F(Job, KeepsNoFolderOfARequestThatIsDenied) {
+  std::string tooLong;
+  while (tooLong.size() < PATH_MAX) {
+    tooLong += "/" + std::string(250, 'n');
+  }
+  script("export", {{"create", tooLong}, {"create", "/a/" + std::string(256, 'n') + "/b"}});
+  const Ended ended = backup();
+  EXPECT_EQ(ended.status, 0) << lastLine(ended.err);
+  EXPECT_TRUE(holds(ended.out, "\n  denied    2 requests of the plug-in, as the warnings say\n"));
+  EXPECT_EQ(namesIn(latest() / "data"), Names{});
+  EXPECT_EQ(onStore("verify").status, 0);
 }
 
 TEST_F(Job, CountsEveryDenialAndSaysWhenItStopsShowingThem) {

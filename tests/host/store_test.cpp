@@ -338,6 +338,17 @@ TEST_F(StoreFolder, MakesFoldersWithTheirParents) {
   EXPECT_NE(storeErrorOf([&] { store_->createDir("/f"); }), "");
 }
 
+TEST_F(StoreFolder, LeavesNoFolderOfARequestThatIsDenied) {
+  const std::string tooLong(256, 'n');
+  store_->createDir("/a");
+  write("store/f", "");
+  for (const std::string &path :
+       {"/a/b/c/" + tooLong + "/d", "/b/../c/../a/d/" + tooLong, std::string("/a/b/../../f/c")}) {
+    EXPECT_NE(storeErrorOf([&] { store_->createDir(path); }), "") << path;
+    EXPECT_EQ(namesIn("store"), (Names{"a", "f"})) << path;
+  }
+}
+
 TEST_F(StoreFolder, ListsWhatAListingCanCarry) {
   fs::create_directory(at("store/b"));
   write("store/a", "12345");
