@@ -278,6 +278,7 @@ void Copier::copyTree(int path, const std::string &shown, const struct stat &sta
   const bool isTop = !root_;
   if (isTop) {
     root_ = examine(target.get(), to.shown);
+    rootLength_ = to.shown.size();
     if (isSame(status, *root_)) {
       throw StoreError("cannot copy the folder " + quoted(shown) + " onto itself");
     }
@@ -316,6 +317,9 @@ void Copier::copyFolder(int from, const std::string &shown, int to, const std::s
 }
 
 void Copier::copyEntry(const Place &from, const Place &to) {
+  if (to.shown.size() - rootLength_ > options_.maxBelow) {
+    throw PathTooLong(to.shown);
+  }
   if (isMoving_) {
     move(from, to);
   } else {

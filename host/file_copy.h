@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -57,6 +58,7 @@ std::string skippedText(const std::string &path);
 struct CopyOptions {
   TransferWatcher *watcher = nullptr;
   Durability durability = Durability::kEachFile;
+  std::size_t maxBelow = SIZE_MAX;  // bytes that a path may have below the destination of a tree
 };
 
 // Makes one copy or one move: of a file, by way of a temporary name, with its mode, times and holes; of a
@@ -94,6 +96,7 @@ class Copier {
   const CopyOptions options_;
   bool isMoving_ = false;
   std::optional<struct stat> root_;  // the folder that a tree is copied to
+  std::size_t rootLength_ = 0;       // of the path by which messages show it
   std::vector<char> buffer_;
   std::optional<Sha256> digest_;  // of the file that is copied; none without a watcher
 };

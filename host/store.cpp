@@ -7,6 +7,7 @@
 #include <sys/syscall.h>
 
 #include <cerrno>
+#include <climits>
 #include <filesystem>
 
 namespace arvl_host {
@@ -104,6 +105,7 @@ void StoreListing::rewind() {
 Store::Store(const std::string &folder, const StoreOptions &options)
     : root_(open(folder.c_str(),
                  O_PATH | O_DIRECTORY | O_CLOEXEC | (options.isReadOnly ? O_NOFOLLOW : 0))),
+      rootLength_(folder.size()),
       options_(options) {
   if (!root_) {
     failWith(errno, "cannot open the store " + quoted(folder));
@@ -155,6 +157,12 @@ std::string Store::realPath(int fd, const std::string &path) const {
   return whole.compare(0, root.size(), root) == 0 ? whole.substr(root.size()) : path;
 }
 
+// Bytes that a path may have below the folder, its first slash included.
+std::size_t Store::roomIn(const UniqueFd &folder, const std::string &path) const {
+  const std::size_t length = rootLength_ + realPath(folder.get(), path).size();
+  return length < PATH_MAX ? PATH_MAX - 1 - length : 0;
+}
+
 void Store::checkWritable() const {
   if (options_.isReadOnly) {
     throw StoreError("what is restored from is not written to");
@@ -195,6 +203,9 @@ void Store::makeFolders(const std::string &path, std::vector<SplitPath> &made) c
     const UniqueFd parent = openInside(reached, O_PATH | O_DIRECTORY);
     if (mkdirat(parent.get(), part.c_str(), 0777) == 0) {
       made.push_back({reached, part});
+      if (part.native().size() + 1 > roomIn(parent, reached)) {
+        throw PathTooLong(path);
+      }
     } else if (errno != EEXIST) {
       failWith(errno, "cannot make the folder " + quoted(path));
     }
@@ -228,8 +239,15 @@ void Store::upload(const std::string &source, FileType type, bool isTemporary,
   expectType(entry, type, source);
   const UniqueFd target = openInside(to.folder, O_PATH | O_DIRECTORY);
 
+  const std::size_t room = roomIn(target, to.folder);
+  const std::size_t needed = to.name.size() + 1;
+  if (needed > room) {
+    throw PathTooLong(destination);
+  }
+  CopyOptions options = options_.copies;
+  options.maxBelow = room - needed;
   const Place place = {target.get(), to.name, destination};
-  transfer([&](Copier &copier) {
+  transfer(options, [&](Copier &copier) {
     if (isTemporary) {
       copier.move({folder.get(), from.name, source}, place);
     } else {
@@ -256,12 +274,13 @@ void Store::download(const std::string &source, FileType type,
                                                     : openInside(source, O_PATH);
   expectType(entry, type, source);
   const Place place = {target.get(), to.name, shownTo};
-  transfer([&](Copier &copier) { copier.copy(entry.get(), realPath(entry.get(), source), place); });
+  transfer(options_.copies,
+           [&](Copier &copier) { copier.copy(entry.get(), realPath(entry.get(), source), place); });
 }
 
-void Store::transfer(const std::function<void(Copier &)> &work) const {
-  TransferWatcher *watcher = options_.copies.watcher;
-  Copier copier(canceled_, options_.copies);
+void Store::transfer(const CopyOptions &options, const std::function<void(Copier &)> &work) const {
+  TransferWatcher *watcher = options.watcher;
+  Copier copier(canceled_, options);
   try {
     work(copier);
   } catch (...) {

@@ -89,13 +89,15 @@ class Store {
   UniqueFd tryOpen(const std::string &path, int flags, std::uint64_t resolve) const;
   UniqueFd openInside(const std::string &path, int flags) const;
   std::string realPath(int fd, const std::string &path) const;
+  std::size_t roomIn(const UniqueFd &folder, const std::string &path) const;
   void checkWritable() const;
   // Appends each folder that it makes, even where it throws.
   void makeFolders(const std::string &path, std::vector<SplitPath> &made) const;
   void removeFolders(const std::vector<SplitPath> &made) const;
-  void transfer(const std::function<void(Copier &)> &work) const;
+  void transfer(const CopyOptions &options, const std::function<void(Copier &)> &work) const;
 
   UniqueFd root_;
+  const std::size_t rootLength_;  // of the path by which it was opened
   const StoreOptions options_;
   std::atomic<bool> canceled_{false};
 };

@@ -13,6 +13,12 @@ class StoreError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+// An entry could not be reached by its whole path, which a backup is recorded and verified by.
+class PathTooLong : public StoreError {
+ public:
+  explicit PathTooLong(const std::string &path);
+};
+
 // Throws StoreError: what, and the system's text for the error.
 [[noreturn]] void failWith(int error, const std::string &what);
 

@@ -483,6 +483,21 @@ TEST_F(Job, KeepsNoFolderOfARequestThatIsDenied) {
   EXPECT_EQ(onStore("verify").status, 0);
 }
 
+TEST_F(Job, IsWholeWhateverALongPathOfADeniedUploadLeaves) {
+  const std::string data = at("store") + "/unruly/20261121T092532.123Z.partial/data";
+  std::string deep;
+  while (data.size() + deep.size() < PATH_MAX - 1 - 202) {
+    deep += "/" + std::string(100, 'n');
+  }
+  const std::string tree = dir_.makeDir("local/tree");
+  writeBytes(tree + "/" + std::string(250, 'f'), "x");
+  script("export", {{"create", deep}, {"upload", "dir", tree, deep}});
+  const Ended ended = backup();
+  EXPECT_EQ(ended.status, 0) << lastLine(ended.err);
+  EXPECT_TRUE(holds(ended.err, "with the path of the store it would be longer than 4095 bytes\n"));
+  EXPECT_EQ(onStore("verify").status, 0);
+}
+
 TEST_F(Job, CountsEveryDenialAndSaysWhenItStopsShowingThem) {
   std::string uploads;
   for (int i = 0; i < 150; ++i) {  // the first of them twice

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <climits>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -347,6 +348,43 @@ TEST_F(StoreFolder, LeavesNoFolderOfARequestThatIsDenied) {
     EXPECT_NE(storeErrorOf([&] { store_->createDir(path); }), "") << path;
     EXPECT_EQ(namesIn("store"), (Names{"a", "f"})) << path;
   }
+}
+
+TEST_F(StoreFolder, TakesNoEntryBeyondTheLengthOfAPath) {
+  std::string deep;
+  while (at("store").size() + deep.size() < PATH_MAX - 1 - 202) {
+    deep += "/" + std::string(100, 'n');
+  }
+  store_->createDir(deep);
+  const std::string fits(PATH_MAX - 1 - at("store").size() - deep.size() - 1, 'f');
+  const std::string beyond = fits + "f";
+  ASSERT_LE(beyond.size(), NAME_MAX);
+  const auto errorOf = [](const std::string &path) {
+    return "cannot write \"" + path +
+           "\": with the path of the store it would be longer than 4095 bytes";
+  };
+  write("local/file", "x");
+  fs::create_directory(at("local/tree"));
+  write("local/tree/" + beyond, "x");
+  fs::create_symlink("." + deep, at("store/way"));  // no shorter, whatever leads there
+  EXPECT_EQ(storeErrorOf([&] { store_->createDir("/way/" + beyond); }), errorOf("/way/" + beyond));
+  for (const bool isTemporary : {false, true}) {
+    EXPECT_EQ(storeErrorOf([&] {
+                store_->upload(at("local/file"), FileType::kFile, isTemporary, "/way/" + beyond);
+              }),
+              errorOf("/way/" + beyond));
+  }
+  write("store" + deep + "/own", "");  // the tree is merged, and what it has brought stays
+  EXPECT_EQ(storeErrorOf([&] { store_->upload(at("local/tree"), FileType::kDir, false, deep); }),
+            errorOf(deep + "/" + beyond));
+  EXPECT_EQ(namesIn("store" + deep), Names{"own"});
+
+  store_->createDir("/way/" + fits);
+  fs::remove(at("store" + deep) + "/" + fits);
+  store_->upload(at("local/file"), FileType::kFile, false, "/way/" + fits);
+  fs::rename(at("local/tree/" + beyond), at("local/tree/" + fits));
+  store_->upload(at("local/tree"), FileType::kDir, false, deep);
+  EXPECT_EQ(namesIn("store" + deep), (Names{fits, "own"}));
 }
 
 TEST_F(StoreFolder, ListsWhatAListingCanCarry) {
