@@ -174,6 +174,7 @@ struct Damage {
 TEST_F(StoreCommand, NamesEachDifference) {
   const fs::path folder = mustBackUp();
   const std::string manifest = (folder / "manifest.json").string();
+  const std::string lastManifestLine = std::to_string(countOf(bytesOf(manifest), "\n"));
   const std::string sums = (folder / "SHA256SUMS").string();
   const std::string sha256 = sha256Sum(folder / "data/tree/folder/file");
   const std::string damaged = sha256Sum(dir_.makeFile("local/damaged", "Contents"));
@@ -225,7 +226,8 @@ TEST_F(StoreCommand, NamesEachDifference) {
                             sums + "\": No such file or directory\n"},
       {"sed -i s/a.short.text/another/ manifest.json", mismatch},
       {"truncate -s -3 manifest.json", mismatch + "error: manifest.json: \"" + manifest +
-                                           "\", line 23: the manifest ends too early\n"},
+                                           "\", line " + lastManifestLine +
+                                           ": the manifest ends too early\n"},
       {": > manifest.json", mismatch + "error: manifest.json: \"" + manifest +
                                 "\", line 1: this is not the manifest of a backup\n"},
       {"rm manifest.json",
