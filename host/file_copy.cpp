@@ -207,8 +207,37 @@ bool Copier::moveByName(const Place &from, const Place &to) {
   return false;
 }
 
+// What a rename brings is not looked at one by one, and half a merged tree stays where it was moved to.
+void Copier::checkMovable(const Place &from, const std::string &shownTo) const {
+  checkCanceled();
+  const UniqueFd source = openSource(from);
+  const struct stat status = examine(source.get(), from.shown);
+  if (!fileTypeOf(status.st_mode)) {
+    throw StoreError(quoted(from.shown) +
+                     " is neither a file, a folder nor a link, and is not moved");
+  }
+  if (shownTo.size() - rootLength_ > options_.maxBelow) {
+    throw PathTooLong(shownTo);
+  }
+  if (!S_ISDIR(status.st_mode)) {
+    return;
+  }
+  FolderReader reader(source.get(), from.shown);
+  while (const char *name = reader.next()) {
+    try {
+      checkMovable({source.get(), name, below(from.shown, name)}, below(shownTo, name));
+    } catch (const Vanished &) {
+      // It is not moved either.
+    }
+  }
+}
+
 void Copier::move(const Place &from, const Place &to) {
   checkCanceled();
+  if (!isMoving_) {
+    rootLength_ = to.shown.size();
+    checkMovable(from, to.shown);
+  }
   if (moveByName(from, to)) {
     if (options_.watcher != nullptr) {
       options_.watcher->onMoved(examine(to));

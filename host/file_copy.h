@@ -75,11 +75,13 @@ class Copier {
   // path is an O_PATH descriptor: what has been examined through it is what is copied.
   void copy(int path, const std::string &shown, const Place &to);
 
-  // Renames what can be renamed, entry by entry where trees are merged; copies and removes the rest.
+  // Renames what can be renamed, entry by entry where trees are merged; copies and removes the rest. A tree
+  // that holds what a copy would refuse is refused before anything of it is moved.
   void move(const Place &from, const Place &to);
 
  private:
   bool moveByName(const Place &from, const Place &to);
+  void checkMovable(const Place &from, const std::string &shownTo) const;
   void copyFile(int path, const std::string &shown, const struct stat &status, const Place &to);
   void copyLink(int link, const std::string &shown, const Place &to);
   void copyTree(int path, const std::string &shown, const struct stat &status, const Place &to);

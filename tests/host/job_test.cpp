@@ -498,6 +498,20 @@ TEST_F(Job, IsWholeWhateverALongPathOfADeniedUploadLeaves) {
   EXPECT_EQ(onStore("verify").status, 0);
 }
 
+TEST_F(Job, IsWholeWhateverAMoveThatIsDeniedLeaves) {
+  const std::string own = dir_.makeDir("local/own");
+  writeBytes(own + "/own", "");
+  const std::string tree = dir_.makeDir("local/tree");
+  writeBytes(tree + "/file", "contents");
+  ASSERT_EQ(mkfifo((tree + "/fifo").c_str(), 0600), 0);
+  script("export", {{"upload", "dir", own, "/tree"}, {"move", "dir", tree, "/tree"}});
+  const Ended ended = backup();
+  EXPECT_EQ(ended.status, 0) << lastLine(ended.err);
+  EXPECT_EQ(namesIn(latest() / "data/tree"), Names{"own"});
+  EXPECT_EQ(namesIn(tree), (Names{"fifo", "file"}));
+  EXPECT_EQ(onStore("verify").status, 0);
+}
+
 TEST_F(Job, CountsEveryDenialAndSaysWhenItStopsShowingThem) {
   std::string uploads;
   for (int i = 0; i < 150; ++i) {  // the first of them twice

@@ -375,8 +375,11 @@ TEST_F(StoreFolder, TakesNoEntryBeyondTheLengthOfAPath) {
               errorOf("/way/" + beyond));
   }
   write("store" + deep + "/own", "");  // the tree is merged, and what it has brought stays
-  EXPECT_EQ(storeErrorOf([&] { store_->upload(at("local/tree"), FileType::kDir, false, deep); }),
-            errorOf(deep + "/" + beyond));
+  for (const bool isTemporary : {false, true}) {
+    EXPECT_EQ(
+        storeErrorOf([&] { store_->upload(at("local/tree"), FileType::kDir, isTemporary, deep); }),
+        errorOf(deep + "/" + beyond));
+  }
   EXPECT_EQ(namesIn("store" + deep), Names{"own"});
 
   store_->createDir("/way/" + fits);
@@ -544,6 +547,24 @@ TEST_F(StoreFolder, LeavesNoHalfATree) {
   write("store/t/own", "x");  // a tree that is there is merged into, and stays
   EXPECT_NE(storeErrorOf([&] { store_->upload(at("local/t"), FileType::kDir, false, "/t"); }), "");
   EXPECT_TRUE(fs::exists(at("store/t/own")));
+}
+
+TEST_F(StoreFolder, MovesNothingOfATreeThatItCannotKeep) {
+  fs::create_directories(at("local/t/deep"));
+  write("local/t/f", "x");
+  const std::string fifo = at("local/t/deep/pipe");
+  mkfifo(fifo.c_str(), 0600);
+  const std::string error =
+      "\"" + fifo + "\" is neither a file, a folder nor a link, and is not moved";
+  EXPECT_EQ(storeErrorOf([&] { store_->upload(at("local/t"), FileType::kDir, true, "/t"); }),
+            error);
+  EXPECT_EQ(namesIn("store"), Names{});
+  fs::create_directory(at("store/t"));
+  write("store/t/own", "x");
+  EXPECT_EQ(storeErrorOf([&] { store_->upload(at("local/t"), FileType::kDir, true, "/t"); }),
+            error);
+  EXPECT_EQ(namesIn("store"), (Names{"t", "t/own"}));
+  EXPECT_EQ(namesIn("local"), (Names{"t", "t/deep", "t/deep/pipe", "t/f"}));
 }
 
 TEST_F(StoreFolder, DeliversNothingThatItsWatcherRefuses) {
