@@ -6,9 +6,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
 
 #include "folder_reader.h"
+#include "remove_tree.h"
 #include "temporary_file.h"
 
 namespace arvl_host {
@@ -29,11 +29,12 @@ constexpr std::size_t kChunk = 0x40000;  // bytes that are copied at once
 
 constexpr std::int64_t kStatBlock = 512;  // bytes of a block that stat counts
 
-// Half a tree is not left behind.
-void removeTree(const Place &place) {
-  std::error_code error;
-  std::filesystem::remove_all(
-      std::filesystem::path("/proc/self/fd") / std::to_string(place.folder) / place.name, error);
+// Half a tree is not left behind, if it can be removed. The error that ended the copy is the one to report.
+void removeHalfATree(const Place &place) {
+  try {
+    removeTree(place);
+  } catch (const StoreError &) {
+  }
 }
 
 bool hasChanged(const struct stat &before, const struct stat &after) {
@@ -316,7 +317,7 @@ void Copier::copyTree(int path, const std::string &shown, const struct stat &sta
     copyFolder(source.get(), shown, target.get(), to.shown);
   } catch (const StoreError &) {
     if (isTop && isMade && !isMoving_ && !canceled_) {
-      removeTree(to);
+      removeHalfATree(to);
     }
     throw;
   }

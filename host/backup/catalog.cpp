@@ -15,6 +15,7 @@
 #include <utility>
 
 #include "backup/manifest.h"
+#include "remove_tree.h"
 #include "trace/trace_text.h"
 
 namespace fs = std::filesystem;
@@ -109,35 +110,12 @@ std::string listOf(const std::vector<std::string> &names) {
   return text;
 }
 
-// A folder that is for reading only would not let go of what it holds.
-void makeFoldersWritable(const fs::path &folder) {
-  std::error_code error;
-  fs::permissions(folder, fs::perms::owner_all, fs::perm_options::add, error);
-  for (fs::recursive_directory_iterator entry(folder, error), end; !error && entry != end;
-       entry.increment(error)) {
-    if (fs::is_directory(entry->symlink_status(error))) {
-      fs::permissions(entry->path(), fs::perms::owner_all, fs::perm_options::add, error);
-    }
-  }
-}
-
-std::error_code removeTree(const fs::path &path) {
-  std::error_code error;
-  fs::remove_all(path, error);
-  if (error == std::errc::permission_denied) {
-    makeFoldersWritable(path);
-    fs::remove_all(path, error);
-  }
-  return error;
-}
-
 std::vector<std::string> removePartials(const Catalog &catalog, const std::string &application) {
   const std::vector<std::string> names = catalog.unfinished(application);
+  const fs::path folder = catalog.folderOf(application);
+  const UniqueFd open = openFolder(folder);
   for (const std::string &name : names) {
-    const fs::path path = catalog.folderOf(application) / name;
-    if (const std::error_code error = removeTree(path)) {
-      failWith(error.value(), "cannot remove " + quoted(path));
-    }
+    removeTree({open.get(), name, folder / name});
   }
   return names;
 }
@@ -294,8 +272,12 @@ NewBackup::NewBackup(const Catalog &catalog, const std::string &application)
 }
 
 NewBackup::~NewBackup() {
-  if (!isFinished_) {
-    removeTree(partialFolder());  // what cannot be removed now, the next backup tries to
+  if (isFinished_) {
+    return;
+  }
+  try {
+    removeTree({openFolder(parent_).get(), id_ + kPartial, partialFolder()});
+  } catch (const StoreError &) {  // the next backup tries again
   }
 }
 

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "host/store_error_of.h"
+#include "support/deep_tree.h"
 #include "support/temp_dir.h"
 
 namespace fs = std::filesystem;
@@ -186,6 +187,25 @@ TEST_F(CatalogOf, RemovesFoldersThatAreForReadingOnly) {
   }
   EXPECT_EQ(catalog_.unfinished("notes"), Names{});
   ASSERT_TRUE(!isSuperuser || seteuid(0) == 0);
+}
+
+TEST_F(CatalogOf, RemovesWhatDidNotFinishHoweverDeepItIs) {
+  const std::string left = "20261121T092532.123Z.partial";
+  make({"app"});
+  arvl_test::makeDeepTree(dir_.at("app/" + left), 20000);
+  const arvl_test::DescriptorLimit limit(64);
+  const NewBackup backup(catalog_, "app");
+  EXPECT_EQ(backup.removed(), Names{left});
+  EXPECT_EQ(catalog_.unfinished("app"), Names{backup.id() + ".partial"});
+}
+
+TEST_F(CatalogOf, LeavesNothingOfABackupThatIsNotFinishedHoweverDeepItIs) {
+  const arvl_test::DescriptorLimit limit(64);
+  {
+    const NewBackup backup(catalog_, "app");
+    arvl_test::makeDeepTree(backup.partialFolder() / "data/deep", 5000);
+  }
+  EXPECT_EQ(catalog_.unfinished("app"), Names{});
 }
 
 TEST_F(CatalogOf, RemovesWhatDidNotFinishBeforeTheNext) {

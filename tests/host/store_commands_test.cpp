@@ -8,6 +8,7 @@
 #include <string>
 
 #include "host/job_support.h"
+#include "support/deep_tree.h"
 #include "support/json.h"
 
 namespace fs = std::filesystem;
@@ -382,6 +383,19 @@ TEST_F(StoreCommand, RemovesWhatDidNotFinishAndNothingElse) {
   const Ended again = onStore("prune");
   EXPECT_EQ(again.status, 0);
   EXPECT_EQ(again.out, "");
+}
+
+TEST_F(StoreCommand, RemovesWhatDidNotFinishHoweverDeepItIs) {
+  const std::string left = dir_.makeDir("store/unruly") + "/20261121T092532.123Z.partial";
+  makeDeepTree(left, 20000);
+  Words words = {"/bin/sh", "-c", "ulimit -n 64 && exec \"$0\" \"$@\""};
+  for (const std::string &word : storeCommand("prune")) {
+    words.push_back(word);
+  }
+  const Ended pruned = run(words);
+  EXPECT_EQ(pruned.status, 0) << pruned.err;
+  EXPECT_EQ(pruned.out, "removed " + left + "\n");
+  EXPECT_EQ(backups(), Names{});
 }
 
 TEST_F(StoreCommand, LeavesABackupThatRunsAlone) {
