@@ -281,14 +281,20 @@ int prune(const StoreCommandOptions &options) {
   Json::Value removed(Json::arrayValue);
   Json::Value busy(Json::arrayValue);
   std::vector<std::string> lines;
+  std::string firstError;
   const auto clear = [&](const std::string &application) {
-    for (const std::string &name : removeUnfinished(catalog, application)) {
+    const Removal result = removeUnfinished(catalog, application);
+    for (const std::string &name : result.removed) {
       const std::string path = catalog.folderOf(application) / name;
       removed.append(path);
       lines.push_back("removed " + path);
     }
+    for (const std::string &error : result.errors) {
+      display.error(error);
+      firstError = firstError.empty() ? error : firstError;
+    }
   };
-  const std::string error =
+  const std::string other =
       forEachApplication(catalog, options, display, [&](const std::string &application) {
         try {
           clear(application);
@@ -297,6 +303,7 @@ int prune(const StoreCommandOptions &options) {
           display.warning(holder.what());
         }
       });
+  const std::string error = firstError.empty() ? other : firstError;
   Json::Value report = errorJson("prune", error.empty() ? kExitSuccess : kExitHostError, error);
   report["removed"] = removed;
   report["busy"] = busy;

@@ -110,14 +110,29 @@ std::string listOf(const std::vector<std::string> &names) {
   return text;
 }
 
-std::vector<std::string> removePartials(const Catalog &catalog, const std::string &application) {
-  const std::vector<std::string> names = catalog.unfinished(application);
+Removal removePartials(const Catalog &catalog, const std::string &application) {
   const fs::path folder = catalog.folderOf(application);
   const UniqueFd open = openFolder(folder);
-  for (const std::string &name : names) {
-    removeTree({open.get(), name, folder / name});
+  Removal result;
+  for (const std::string &name : catalog.unfinished(application)) {
+    try {
+      removeTree({open.get(), name, folder / name});
+      result.removed.push_back(name);
+    } catch (const StoreError &error) {
+      result.errors.push_back(error.what());
+    }
   }
-  return names;
+  return result;
+}
+
+// The ids that a new backup cannot have, in order: an unfinished backup may be there for good.
+std::vector<std::string> takenIds(const Catalog &catalog, const std::string &application) {
+  std::vector<std::string> ids = catalog.backups(application);
+  for (const std::string &name : catalog.unfinished(application)) {
+    ids.push_back(name.substr(0, name.size() - std::string(kPartial).size()));
+  }
+  std::sort(ids.begin(), ids.end());
+  return ids;
 }
 
 }  // namespace
@@ -254,8 +269,8 @@ ApplicationLock::ApplicationLock(const fs::path &folder) {
 NewBackup::NewBackup(Claim, const Catalog &catalog, const std::string &application)
     : parent_(catalog.folderOf(application)),
       lock_(parent_),
-      removed_(removePartials(catalog, application)) {
-  const std::vector<std::string> taken = catalog.backups(application);
+      unfinished_(removePartials(catalog, application)) {
+  const std::vector<std::string> taken = takenIds(catalog, application);
   id_ = backupId(now());
   if (!taken.empty() && id_ <= taken.back()) {  // the clock has been set back, or stands still
     id_ = backupId(timeOf(taken.back()) + kMillisecond);
@@ -300,7 +315,7 @@ void NewBackup::finish() {
   syncFolder(parent_);
 }
 
-std::vector<std::string> removeUnfinished(const Catalog &catalog, const std::string &application) {
+Removal removeUnfinished(const Catalog &catalog, const std::string &application) {
   if (catalog.unfinished(application).empty()) {
     return {};
   }

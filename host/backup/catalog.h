@@ -67,7 +67,13 @@ class ApplicationLock {
   UniqueFd file_;
 };
 
-// A backup that is being made. What backups that did not finish left is removed first.
+// Unfinished backups that were to be removed.
+struct Removal {
+  std::vector<std::string> removed;  // names
+  std::vector<std::string> errors;   // one for each that is still there
+};
+
+// A backup that is being made. Unfinished backups are removed first, as far as possible.
 class NewBackup {
  public:
   NewBackup(const Catalog &catalog, const std::string &application);
@@ -79,8 +85,8 @@ class NewBackup {
   // Where it is being made, and where it will be.
   std::filesystem::path partialFolder() const;
   std::filesystem::path folder() const { return parent_ / id_; }
-  // The folders that were removed.
-  const std::vector<std::string> &removed() const { return removed_; }
+  // The unfinished backups that were there.
+  const Removal &unfinished() const { return unfinished_; }
 
   // Makes all that has been written safe from a loss of power.
   void sync() const;
@@ -93,14 +99,14 @@ class NewBackup {
 
   const std::filesystem::path parent_;
   const ApplicationLock lock_;
-  std::vector<std::string> removed_;
+  const Removal unfinished_;
   std::string id_;
   UniqueFd folderToSync_;  // open from the beginning: it hears of errors since then
   bool isFinished_ = false;
 };
 
-// Removes what unfinished backups left; the names. Throws StoreBusy, StoreError.
-std::vector<std::string> removeUnfinished(const Catalog &catalog, const std::string &application);
+// Removes unfinished backups. Throws StoreBusy, StoreError.
+Removal removeUnfinished(const Catalog &catalog, const std::string &application);
 
 // "20261121T092532.123Z"; sorts by time.
 std::string backupId(std::int64_t microseconds);

@@ -167,8 +167,11 @@ void BackupJob::perform() {
   makeStore(options_.store);
   const Catalog catalog(options_.store);
   NewBackup backup(catalog, options_.application);
-  for (const std::string &name : backup.removed()) {
+  for (const std::string &name : backup.unfinished().removed) {
     display_.note("removed " + name + ", a backup that did not finish");
+  }
+  for (const std::string &error : backup.unfinished().errors) {
+    display_.warning(error + "; the backup goes on, remove the directory by hand");
   }
 
   Manifest manifest;

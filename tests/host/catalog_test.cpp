@@ -10,6 +10,7 @@
 
 #include "host/store_error_of.h"
 #include "support/deep_tree.h"
+#include "support/small_file_system.h"
 #include "support/temp_dir.h"
 
 namespace fs = std::filesystem;
@@ -195,7 +196,7 @@ TEST_F(CatalogOf, RemovesWhatDidNotFinishHoweverDeepItIs) {
   arvl_test::makeDeepTree(dir_.at("app/" + left), 20000);
   const arvl_test::DescriptorLimit limit(64);
   const NewBackup backup(catalog_, "app");
-  EXPECT_EQ(backup.removed(), Names{left});
+  EXPECT_EQ(backup.unfinished().removed, Names{left});
   EXPECT_EQ(catalog_.unfinished("app"), Names{backup.id() + ".partial"});
 }
 
@@ -211,16 +212,31 @@ TEST_F(CatalogOf, LeavesNothingOfABackupThatIsNotFinishedHoweverDeepItIs) {
 TEST_F(CatalogOf, RemovesWhatDidNotFinishBeforeTheNext) {
   make({"app/20261121T092532.123Z.partial/data/folder", "app/20261121T092532.124Z.partial"});
   const NewBackup backup(catalog_, "app");
-  EXPECT_EQ(backup.removed(),
+  EXPECT_EQ(backup.unfinished().removed,
             (Names{"20261121T092532.123Z.partial", "20261121T092532.124Z.partial"}));
   EXPECT_EQ(catalog_.unfinished("app"), Names{backup.id() + ".partial"});
 }
 
+TEST_F(CatalogOf, MakesABackupBesideOneThatCannotBeRemoved) {
+  const std::string stuck = "29991231T235959.999Z.partial";
+  make({"app/20261121T092532.124Z.partial", "app/" + stuck + "/data/mounted"});
+  const arvl_test::SmallFileSystem disk(dir_.at("app/" + stuck + "/data/mounted"), "size=64k");
+  if (!disk.isMounted()) {
+    GTEST_SKIP() << "mounting is not permitted here";
+  }
+  const NewBackup backup(catalog_, "app");
+  EXPECT_EQ(backup.unfinished().removed, Names{"20261121T092532.124Z.partial"});
+  EXPECT_EQ(backup.unfinished().errors,
+            Names{"cannot remove \"mounted\" in \"" + dir_.at("app/" + stuck) +
+                  "\": Device or resource busy"});
+  EXPECT_EQ(backup.id(), "30000101T000000.000Z");  // and not within the one that is there
+}
+
 TEST_F(CatalogOf, IsClearedOfWhatDidNotFinishUnlessThatIsInUse) {
   make({"app/20261121T092532.123Z.partial", "app/20261121T092532.123Z", "other"});
-  EXPECT_EQ(removeUnfinished(catalog_, "app"), Names{"20261121T092532.123Z.partial"});
+  EXPECT_EQ(removeUnfinished(catalog_, "app").removed, Names{"20261121T092532.123Z.partial"});
   EXPECT_EQ(catalog_.backups("app"), Names{"20261121T092532.123Z"});
-  EXPECT_EQ(removeUnfinished(catalog_, "other"), Names{});
+  EXPECT_EQ(removeUnfinished(catalog_, "other").removed, Names{});
   EXPECT_TRUE(fs::is_empty(dir_.at("other")));  // where there is nothing to do, nothing is made
   const NewBackup running(catalog_, "app");
   EXPECT_THROW(removeUnfinished(catalog_, "app"), StoreBusy);

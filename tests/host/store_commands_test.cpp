@@ -10,6 +10,7 @@
 #include "host/job_support.h"
 #include "support/deep_tree.h"
 #include "support/json.h"
+#include "support/small_file_system.h"
 
 namespace fs = std::filesystem;
 
@@ -396,6 +397,29 @@ TEST_F(StoreCommand, RemovesWhatDidNotFinishHoweverDeepItIs) {
   EXPECT_EQ(pruned.status, 0) << pruned.err;
   EXPECT_EQ(pruned.out, "removed " + left + "\n");
   EXPECT_EQ(backups(), Names{});
+}
+
+TEST_F(StoreCommand, GoesOnAfterWhatCannotBeRemoved) {
+  const std::string stuck = at("store/unruly/20261121T092532.123Z.partial");
+  const std::string mounted = dir_.makeDir("store/unruly/20261121T092532.123Z.partial/mounted");
+  const std::string last = dir_.makeDir("store/unruly/20261121T092532.124Z.partial");
+  const std::string other = dir_.makeDir("store/zebra/20261121T092532.123Z.partial");
+  const SmallFileSystem disk(mounted, "size=64k");
+  if (!disk.isMounted()) {
+    GTEST_SKIP() << "mounting is not permitted here";
+  }
+  const std::string error =
+      "cannot remove \"mounted\" in \"" + stuck + "\": Device or resource busy";
+  const Ended pruned = onStore("prune");
+  EXPECT_EQ(pruned.status, 2);
+  EXPECT_EQ(pruned.out, "removed " + last + "\nremoved " + other + "\n");
+  EXPECT_EQ(pruned.err, "error: " + error + "\n");
+  EXPECT_EQ(parseJson(onStore("prune", {"--json"}).out)["error"], error);
+
+  const Ended next = backup();
+  EXPECT_EQ(next.status, 0);
+  EXPECT_EQ(next.err, "warning: " + error + "; the backup goes on, remove the directory by hand\n");
+  EXPECT_EQ(onStore("verify", {"--name", "unruly"}).status, 0);
 }
 
 TEST_F(StoreCommand, LeavesABackupThatRunsAlone) {
