@@ -279,7 +279,7 @@ void Copier::copyLink(int link, const std::string &shown, const Place &to) {
     options_.watcher->onLink(shown, target);
   }
   const std::string temporary = temporaryName(to.name);
-  unlinkat(to.folder, temporary.c_str(), 0);  // a leftover
+  removeLeftover(to, temporary);
   if (symlinkat(target.c_str(), to.folder, temporary.c_str()) != 0) {
     fail("cannot write " + quoted(to.shown));
   }

@@ -64,7 +64,7 @@ struct CopyOptions {
 // Makes one copy or one move: of a file, by way of a temporary name, with its mode, times and holes; of a
 // link, as itself; of a whole tree, merged into one that is there, whose folders keep their own mode and
 // times. Anything else is refused unopened, and so is a tree that would be copied into itself. An entry of a
-// tree that vanishes meanwhile is left out. What a killed host left under a temporary name is overwritten by
+// tree that vanishes meanwhile is left out. What a killed host left under a temporary name is removed by
 // the next copy to the same place. Throws StoreError.
 class Copier {
  public:

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <stdio.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -19,58 +20,93 @@ constexpr std::size_t kTextChunk = 0x10000;
 // for the rest alone and hears of every error.
 constexpr off_t kWriteBehind = 0x800000;
 
+// Returns 0 or the error, EWOULDBLOCK if another process holds the lock.
+int tryToLock(int file) {
+  return flock(file, LOCK_EX | LOCK_NB) == 0 ? 0 : errno;
+}
+
+[[noreturn]] void failAsBusy(const Place &place) {
+  throw StoreError("another transfer is writing " + quoted(place.shown));
+}
+
+bool hasName(int file, const Place &place, const std::string &name) {
+  struct stat opened;
+  struct stat named;
+  return fstat(file, &opened) == 0 &&
+         fstatat(place.folder, name.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
+         opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
+}
+
+// Opens a regular file and nothing else: to open a device or a FIFO may have effects.
+UniqueFd openRegular(int folder, const std::string &name) {
+  struct stat status;
+  if (fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 ||
+      !S_ISREG(status.st_mode)) {
+    return {};
+  }
+  return UniqueFd(openat(folder, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+}
+
 }  // namespace
 
 std::string temporaryName(const std::string &name) {
   return ".arvl-" + sha256Of(name).substr(0, 16) + ".partial";
 }
 
+void removeLeftover(const Place &place, const std::string &name) {
+  const std::string shown = place.shown.substr(0, place.shown.rfind('/') + 1) + name;
+  const UniqueFd file = openRegular(place.folder, name);
+  const int error = file ? tryToLock(file.get()) : 0;
+  if (error == EWOULDBLOCK) {
+    failAsBusy(place);
+  }
+  if (error != 0) {
+    failWith(error, "cannot lock the leftover " + quoted(shown));
+  }
+  if (file && !hasName(file.get(), place, name)) {
+    return;  // the transfer that had the lock has renamed or removed it meanwhile
+  }
+  if (unlinkat(place.folder, name.c_str(), 0) != 0 && errno != ENOENT) {
+    failWith(errno, "cannot remove the leftover " + quoted(shown));
+  }
+}
+
 TemporaryFile::TemporaryFile(const Place &to) : to_(to), name_(temporaryName(to.name)) {
-  struct stat status;
-  do {
-    open();
-  } while (!isOurs(status));
-  // Only a leftover: what has been truncated, the file system writes out when it is closed.
-  if (status.st_size > 0 && ftruncate(file_.get(), 0) != 0) {
-    giveUp();
+  while (!create()) {
+    removeLeftover(to_, name_);
   }
 }
 
 TemporaryFile::~TemporaryFile() {
-  if (file_ && !isCommitted_) {
+  if (file_ && !isCommitted_ && isOurs()) {
     unlinkat(to_.folder, name_.c_str(), 0);
   }
 }
 
-void TemporaryFile::giveUp() {
-  const int error = errno;
-  file_.reset();
-  failWith(error, "cannot write " + quoted(to_.shown));
+// False if something has the name.
+bool TemporaryFile::create() {
+  file_.reset(openat(to_.folder, name_.c_str(),
+                     O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+  if (!file_ && errno == EEXIST) {
+    return false;
+  }
+  if (!file_) {
+    failWith(errno, "cannot create " + quoted(to_.shown));
+  }
+  const int error = tryToLock(file_.get());
+  if (error == EWOULDBLOCK) {  // another transfer takes it for a leftover
+    failAsBusy(to_);
+  }
+  if (error != 0) {
+    unlinkat(to_.folder, name_.c_str(), 0);
+    failWith(error, "cannot lock " + quoted(to_.shown));
+  }
+  return isOurs();
 }
 
-void TemporaryFile::open() {
-  const auto tryToOpen = [this] {
-    file_.reset(
-        openat(to_.folder, name_.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
-    return static_cast<bool>(file_);
-  };
-  // A leftover may be a link, or have the mode of a file that is for reading only.
-  if (!tryToOpen() && ((errno != EACCES && errno != ELOOP) ||
-                       unlinkat(to_.folder, name_.c_str(), 0) != 0 || !tryToOpen())) {
-    giveUp();
-  }
-  if (flock(file_.get(), LOCK_EX | LOCK_NB) != 0) {
-    file_.reset();
-    throw StoreError("another transfer is writing " + quoted(to_.shown));
-  }
-}
-
-// Who had it before may have committed it or taken it away before the lock came to us.
-bool TemporaryFile::isOurs(struct stat &opened) const {
-  struct stat named;
-  return fstat(file_.get(), &opened) == 0 &&
-         fstatat(to_.folder, name_.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
-         opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
+// A transfer that could not see the lock may have taken the file for a leftover.
+bool TemporaryFile::isOurs() const {
+  return hasName(file_.get(), to_, name_);
 }
 
 void TemporaryFile::write(const char *data, std::size_t size) {
@@ -102,8 +138,13 @@ void TemporaryFile::skip(off_t size) {
 }
 
 void TemporaryFile::commit(Durability durability) {
-  if ((durability == Durability::kEachFile && fsync(file_.get()) != 0) ||
-      renameat(to_.folder, name_.c_str(), to_.folder, to_.name.c_str()) != 0) {
+  if (durability == Durability::kEachFile && fsync(file_.get()) != 0) {
+    failWith(errno, "cannot write " + quoted(to_.shown));
+  }
+  if (!isOurs()) {
+    failAsBusy(to_);
+  }
+  if (renameat(to_.folder, name_.c_str(), to_.folder, to_.name.c_str()) != 0) {
     failWith(errno, "cannot write " + quoted(to_.shown));
   }
   isCommitted_ = true;

@@ -2,8 +2,6 @@
 #ifndef ARVL_HOST_TEMPORARY_FILE_H_
 #define ARVL_HOST_TEMPORARY_FILE_H_
 
-#include <sys/stat.h>
-
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -28,8 +26,12 @@ enum class Durability { kEachFile, kLeftToCaller };
 // write the same file meet.
 std::string temporaryName(const std::string &name);
 
-// A file beside the place that nobody else writes, taken away again unless it is committed. Throws
-// StoreError.
+// Removes what has that name in the directory of the place. Throws StoreError if another transfer writes it,
+// or if it cannot be removed.
+void removeLeftover(const Place &place, const std::string &name);
+
+// A file beside the place that nobody else writes, taken away again unless it is committed. It is always a new
+// one: a leftover may have other names, or be another user's. Throws StoreError.
 class TemporaryFile {
  public:
   // to has to outlive it.
@@ -47,9 +49,8 @@ class TemporaryFile {
   void commit(Durability durability);
 
  private:
-  [[noreturn]] void giveUp();
-  void open();
-  bool isOurs(struct stat &opened) const;
+  bool create();
+  bool isOurs() const;
 
   const Place &to_;
   const std::string name_;

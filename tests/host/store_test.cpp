@@ -617,10 +617,13 @@ TEST_F(StoreFolder, OverwritesWhatAKilledHostLeft) {
 
 TEST_F(StoreFolder, DoesNotWriteWhatAnotherHostIsWriting) {
   write("local/f", "text");
+  fs::create_symlink("target", at("local/l"));
   write(std::string("store/") + kTemporaryOfF, "half");
   const UniqueFd other(open(at(std::string("store/") + kTemporaryOfF).c_str(), O_RDONLY));
   ASSERT_EQ(flock(other.get(), LOCK_EX), 0);
   EXPECT_EQ(storeErrorOf([&] { store_->upload(at("local/f"), FileType::kFile, false, "/f"); }),
+            "another transfer is writing \"/f\"");
+  EXPECT_EQ(storeErrorOf([&] { store_->upload(at("local/l"), FileType::kSymlink, false, "/f"); }),
             "another transfer is writing \"/f\"");
   EXPECT_EQ(read(std::string("store/") + kTemporaryOfF), "half");
 }

@@ -98,6 +98,77 @@ TEST_F(TemporaryFileIn, BeginsAnewOnALeftover) {
   EXPECT_EQ(bytesOf(dir_.at("file")), "short");
 }
 
+TEST_F(TemporaryFileIn, IsNotWrittenThroughAnotherNameOfALeftover) {
+  const std::string precious = dir_.makeFile("precious", "contents");
+  fs::create_hard_link(precious, temporary());
+  TemporaryFile file(place_);
+  file.write("text", 4);
+  file.commit(Durability::kEachFile);
+  EXPECT_EQ(bytesOf(precious), "contents");
+  EXPECT_EQ(bytesOf(dir_.at("file")), "text");
+  EXPECT_EQ(fs::hard_link_count(dir_.at("file")), 1u);
+}
+
+TEST_F(TemporaryFileIn, IsNeverAnotherUsersLeftover) {
+  dir_.makeFile(temporaryName("file"), "of another user");
+  if (geteuid() != 0 || chown(temporary().c_str(), 65534, 65534) != 0) {
+    GTEST_SKIP() << "cannot give a file away";
+  }
+  const TemporaryFile file(place_);
+  struct stat status;
+  ASSERT_EQ(fstat(file.fd(), &status), 0);
+  EXPECT_EQ(status.st_uid, 0u);
+  EXPECT_EQ(status.st_mode & 0777, 0600u);
+}
+
+TEST_F(TemporaryFileIn, ReplacesALeftoverOfAnyKindWithoutOpeningIt) {
+  ASSERT_EQ(mkfifo(temporary().c_str(), 0600), 0);  // to open it would wait
+  TemporaryFile file(place_);
+  file.write("text", 4);
+  file.commit(Durability::kEachFile);
+  EXPECT_TRUE(fs::is_regular_file(dir_.at("file")));
+}
+
+TEST_F(TemporaryFileIn, NamesALeftoverThatCannotBeRemoved) {
+  fs::create_directory(temporary());
+  EXPECT_EQ(storeErrorOf([&] { TemporaryFile file(place_); }),
+            "cannot remove the leftover \"/" + temporaryName("file") + "\": Is a directory");
+}
+
+// In a directory like /tmp, only its owner may remove a file.
+TEST_F(TemporaryFileIn, NamesALeftoverThatItMayNotRemove) {
+  dir_.makeFile(temporaryName("file"), "of another user");
+  fs::permissions(dir_.path(), fs::perms(01777));
+  if (geteuid() != 0) {
+    GTEST_SKIP() << "cannot become another user";
+  }
+  ASSERT_EQ(seteuid(65534), 0);
+  const std::string error = storeErrorOf([&] { TemporaryFile file(place_); });
+  ASSERT_EQ(seteuid(0), 0);
+  EXPECT_EQ(error, "cannot remove the leftover \"/" + temporaryName("file") +
+                       "\": Operation not permitted");
+  EXPECT_EQ(bytesOf(temporary()), "of another user");
+}
+
+TEST_F(TemporaryFileIn, IsNotTakenForOneThatReplacedIt) {
+  TemporaryFile file(place_);
+  file.write("ours", 4);
+  fs::remove(temporary());
+  dir_.makeFile(temporaryName("file"), "half of another transfer's");
+  EXPECT_EQ(storeErrorOf([&] { file.commit(Durability::kEachFile); }),
+            "another transfer is writing \"/shown\"");
+  EXPECT_FALSE(fs::exists(dir_.at("file")));
+}
+
+TEST_F(TemporaryFileIn, LeavesOneThatReplacedIt) {
+  {
+    const TemporaryFile file(place_);
+    fs::remove(temporary());
+    dir_.makeFile(temporaryName("file"), "of another transfer");
+  }
+  EXPECT_EQ(bytesOf(temporary()), "of another transfer");
+}
+
 TEST_F(TemporaryFileIn, IsOneWritersAtATime) {
   TemporaryFile first(place_);
   first.write("the first", 9);
@@ -134,7 +205,7 @@ TEST_F(TemporaryFileIn, SaysThatItCannotBeWritten) {
 TEST_F(TemporaryFileIn, SaysThatItCannotBeMade) {
   const Place gone = {-1, "file", "/shown"};
   EXPECT_EQ(storeErrorOf([&] { TemporaryFile file(gone); }),
-            "cannot write \"/shown\": Bad file descriptor");
+            "cannot create \"/shown\": Bad file descriptor");
 }
 
 TEST_F(TemporaryFileIn, SaysThatItCannotHaveItsName) {
