@@ -67,8 +67,11 @@ mode_t deliveredMode(const struct stat &status, int to, const std::string &shown
 
 void copyMetadata(const struct stat &status, int to, const std::string &shown) {
   const timespec times[2] = {status.st_atim, status.st_mtim};
-  if (fchmod(to, deliveredMode(status, to, shown)) != 0 || futimens(to, times) != 0) {
-    fail("cannot write " + quoted(shown));
+  if (fchmod(to, deliveredMode(status, to, shown)) != 0) {
+    fail("cannot set the mode of " + quoted(shown));
+  }
+  if (futimens(to, times) != 0) {
+    fail("cannot set the times of " + quoted(shown));
   }
 }
 
@@ -119,7 +122,7 @@ UniqueFd openSource(const Place &place) {
     throw Vanished("cannot find " + quoted(place.shown));
   }
   if (!path) {
-    fail("cannot find " + quoted(place.shown));
+    fail((errno == ENOENT ? "cannot find " : "cannot open ") + quoted(place.shown));
   }
   return path;
 }
@@ -281,7 +284,7 @@ void Copier::copyLink(int link, const std::string &shown, const Place &to) {
   const std::string temporary = temporaryName(to.name);
   removeLeftover(to, temporary);
   if (symlinkat(target.c_str(), to.folder, temporary.c_str()) != 0) {
-    fail("cannot write " + quoted(to.shown));
+    fail("cannot create " + quoted(to.shown));
   }
   if (renameat(to.folder, temporary.c_str(), to.folder, to.name.c_str()) != 0) {
     const int error = errno;

@@ -62,6 +62,16 @@ UniqueFd openLocalFolder(const std::string &path) {
   return folder;
 }
 
+// False for what does not exist.
+bool isFolder(const std::string &path) {
+  std::error_code error;
+  const std::filesystem::file_status status = std::filesystem::status(path, error);
+  if (status.type() == std::filesystem::file_type::none) {
+    failWith(error.value(), "cannot examine " + quoted(path));
+  }
+  return std::filesystem::is_directory(status);
+}
+
 }  // namespace
 
 FileType fileTypeOf(const std::string &text) {
@@ -234,7 +244,7 @@ void Store::upload(const std::string &source, FileType type, bool isTemporary,
   const UniqueFd folder = openLocalFolder(from.folder);
   const UniqueFd entry(openat(folder.get(), from.name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
   if (!entry) {
-    failWith(errno, "cannot find " + quoted(source));
+    failWith(errno, (errno == ENOENT ? "cannot find " : "cannot open ") + quoted(source));
   }
   expectType(entry, type, source);
   const UniqueFd target = openInside(to.folder, O_PATH | O_DIRECTORY);
@@ -260,8 +270,7 @@ void Store::download(const std::string &source, FileType type,
                      const std::string &destination) const {
   const SplitPath from = split(source);
   checkText(destination);
-  std::error_code error;
-  const bool into = std::filesystem::is_directory(destination, error);
+  const bool into = isFolder(destination);
   if (!into && type != FileType::kDir && destination.back() == '/') {
     throw StoreError(quoted(destination) + " is not a folder");
   }

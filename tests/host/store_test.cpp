@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -794,6 +795,71 @@ TEST_F(StoreFolder, NamesAFileThatCannotBeRead) {
       asOtherUser([&] { store_->upload(at("local/f"), FileType::kFile, false, "/f"); });
   EXPECT_EQ(error, "cannot open \"" + at("local/f") + "\": Permission denied");
   EXPECT_EQ(namesIn("store"), Names{});
+}
+
+// What it says of a destination that it may not use, without the path of the test's directory.
+class DestinationOf : public StoreFolder {
+ protected:
+  DestinationOf() {
+    fs::create_directories(at("store/t/sub"));
+    write("store/f", "text");
+    write("store/t/f", "text");
+    fs::create_symlink("f", at("store/l"));
+  }
+
+  std::string download(const std::string &path, FileType type, const std::string &to) const {
+    std::string error = asOtherUser([&] { store_->download(path, type, at(to)); });
+    for (std::size_t found = 0; (found = error.find(at(""))) != std::string::npos;) {
+      error.erase(found, at("").size());
+    }
+    return error;
+  }
+};
+
+TEST_F(DestinationOf, NamesADirectoryThatIsNotWritable) {
+  fs::permissions(at("local"), fs::perms(0555));
+  EXPECT_EQ(download("/f", FileType::kFile, "local"),
+            "cannot create \"local/f\": Permission denied");
+  EXPECT_EQ(download("/l", FileType::kSymlink, "local/g"),
+            "cannot create \"local/g\": Permission denied");
+  EXPECT_EQ(download("/t", FileType::kDir, "local"),
+            "cannot make the folder \"local/t\": Permission denied");
+}
+
+TEST_F(DestinationOf, NamesADirectoryThatIsNotSearchable) {
+  fs::create_directory(at("local/d"));
+  write("local/d/f", "old");
+  fs::permissions(at("local/d"), fs::perms(0666));
+  EXPECT_EQ(download("/f", FileType::kFile, "local/d"),
+            "cannot create \"local/d/f\": Permission denied");
+  EXPECT_EQ(download("/f", FileType::kFile, "local/d/f"),
+            "cannot examine \"local/d/f\": Permission denied");
+  EXPECT_EQ(download("/f", FileType::kFile, "local/d/e/"),
+            "cannot examine \"local/d/e/\": Permission denied");
+  EXPECT_EQ(download("/t", FileType::kDir, "local/d"),
+            "cannot make the folder \"local/d/t\": Permission denied");
+  fs::permissions(at("local/d"), fs::perms(0755));
+  EXPECT_EQ(read("local/d/f"), "old");
+}
+
+TEST_F(DestinationOf, NamesAReadOnlyFileSystem) {
+  const SmallFileSystem disk(at("local"), "size=64k");
+  if (!disk.isMounted() ||
+      mount(nullptr, at("local").c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr) != 0) {
+    GTEST_SKIP() << "mounting is not permitted here";
+  }
+  EXPECT_EQ(download("/f", FileType::kFile, "local"),
+            "cannot create \"local/f\": Read-only file system");
+  EXPECT_EQ(download("/t", FileType::kDir, "local/t"),
+            "cannot make the folder \"local/t\": Read-only file system");
+}
+
+TEST_F(StoreFolder, NamesASourceInADirectoryThatIsNotSearchable) {
+  write("local/f", "x");
+  fs::permissions(at("local"), fs::perms(0666));
+  EXPECT_EQ(asOtherUser([&] { store_->upload(at("local/f"), FileType::kFile, false, "/f"); }),
+            "cannot open \"" + at("local/f") + "\": Permission denied");
+  fs::permissions(at("local"), fs::perms(0755));
 }
 
 TEST_F(StoreFolder, LeavesNothingOfAFileThatDoesNotFit) {
