@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "folder_reader.h"
+#include "read_lease.h"
 #include "remove_tree.h"
 #include "temporary_file.h"
 
@@ -110,21 +111,31 @@ struct stat examine(const Place &place) {
   return status;
 }
 
-bool isGone(const Place &place) {
-  struct stat status;
-  return fstatat(place.folder, place.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 &&
-         errno == ENOENT;
-}
-
 UniqueFd openSource(const Place &place) {
   UniqueFd path(openat(place.folder, place.name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
   if (!path && errno == ENOENT) {
     throw Vanished("cannot find " + quoted(place.shown));
   }
   if (!path) {
-    fail((errno == ENOENT ? "cannot find " : "cannot open ") + quoted(place.shown));
+    fail("cannot open " + quoted(place.shown));
   }
   return path;
+}
+
+// Whether the directory is that one or lies below it.
+bool isWithin(int folder, const struct stat &tree) {
+  UniqueFd at(openat(folder, ".", O_PATH | O_DIRECTORY | O_CLOEXEC));
+  struct stat status;
+  struct stat last = {};
+  while (at && fstat(at.get(), &status) == 0 &&
+         !isSame(status, last)) {  // the root is its own parent
+    if (isSame(status, tree)) {
+      return true;
+    }
+    last = status;
+    at.reset(openat(at.get(), "..", O_PATH | O_DIRECTORY | O_CLOEXEC));
+  }
+  return false;
 }
 
 }  // namespace
@@ -189,29 +200,29 @@ void Copier::copy(int path, const std::string &shown, const Place &to) {
   }
 }
 
-// False where that is left to a copy: for another file system, a folder to merge into, and a file that has
-// other names, by which it could still be written.
-bool Copier::moveByName(const Place &from, const Place &to) {
-  struct stat status;
-  if (fstatat(from.folder, from.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
-      S_ISREG(status.st_mode) && status.st_nlink > 1) {
+// False where that is left to a copy: for a directory, another file system, a directory that does not let the
+// entry go, and a file that is or could be written by others, who would write into the store.
+bool Copier::moveByName(const struct stat &status, int path, const Place &from, const Place &to) {
+  const auto rename = [&] {
+    return renameat(from.folder, from.name.c_str(), to.folder, to.name.c_str()) == 0;
+  };
+  if (S_ISLNK(status.st_mode)) {
+    return rename();
+  }
+  if (!S_ISREG(status.st_mode)) {
     return false;
   }
-  if (renameat(from.folder, from.name.c_str(), to.folder, to.name.c_str()) == 0) {
-    return true;
+  const ReadLease lease(path);
+  const bool isMoved = status.st_nlink == 1 && lease.isHeld() && rename();
+  // A process that began to open the file before it was moved gets it with the end of the lease.
+  const bool hasWriter = lease.isRefusedByWriter() || (isMoved && !lease.isHeld());
+  if (hasWriter && options_.watcher != nullptr) {
+    options_.watcher->onOpenForWriting(from.shown);
   }
-  const int error = errno;
-  if (error != EXDEV && error != ENOTEMPTY && error != EEXIST) {
-    const std::string what = "cannot move " + quoted(from.shown) + " to " + quoted(to.shown);
-    if (error == ENOENT && isGone(from)) {
-      throw Vanished(what);
-    }
-    failWith(error, what);
-  }
-  return false;
+  return isMoved && !hasWriter;
 }
 
-// What a rename brings is not looked at one by one, and half a merged tree stays where it was moved to.
+// Refuses a tree that holds what cannot be moved, before anything of it has left its place.
 void Copier::checkMovable(const Place &from, const std::string &shownTo) const {
   checkCanceled();
   const UniqueFd source = openSource(from);
@@ -242,14 +253,19 @@ void Copier::move(const Place &from, const Place &to) {
     rootLength_ = to.shown.size();
     checkMovable(from, to.shown);
   }
-  if (moveByName(from, to)) {
+  const UniqueFd entry = openSource(from);
+  const struct stat status = examine(entry.get(), from.shown);
+  if (moveByName(status, entry.get(), from, to)) {
     if (options_.watcher != nullptr) {
       options_.watcher->onMoved(examine(to));
     }
     return;
   }
+  if (!isMoving_ && S_ISDIR(status.st_mode) && isWithin(to.folder, status)) {
+    throw StoreError("cannot move the folder " + quoted(from.shown) + " into itself");
+  }
   isMoving_ = true;
-  copy(openSource(from).get(), from.shown, to);
+  copy(entry.get(), from.shown, to);
   // What cannot be removed stays: it has been delivered.
   if (unlinkat(from.folder, from.name.c_str(), 0) != 0 && errno == EISDIR) {
     unlinkat(from.folder, from.name.c_str(), AT_REMOVEDIR);
@@ -297,6 +313,9 @@ void Copier::copyTree(int path, const std::string &shown, const struct stat &sta
                       const Place &to) {
   if (root_ && isSame(status, *root_)) {
     throw StoreError("cannot copy the folder " + quoted(shown) + " into itself");
+  }
+  if (isMoving_ && (status.st_mode & S_IRWXU) != S_IRWXU) {  // it would keep what it holds
+    chmod(("/proc/self/fd/" + std::to_string(path)).c_str(), (status.st_mode & 07777) | S_IRWXU);
   }
   const UniqueFd source = reopen(path, O_DIRECTORY, shown);
   const bool isMade = mkdirat(to.folder, to.name.c_str(), 0700) == 0;

@@ -41,12 +41,14 @@ class TransferWatcher {
   virtual void onBytes(std::uint64_t /*count*/) {}
   // A file was written while it was copied: the copy may hold parts of both.
   virtual void onChanged(const std::string & /*path*/) {}
+  // A file was to be moved while a process had it open for writing. It is copied instead.
+  virtual void onOpenForWriting(const std::string & /*path*/) {}
   // A copy is complete, and gets its name next.
   virtual void onFile(const std::string & /*path*/, const std::string & /*sha256*/) {}
   virtual void onLink(const std::string & /*path*/, const std::string & /*target*/) {}
   // A file's copy has its name: its status from then on.
   virtual void onStored(const struct stat &, const std::string & /*sha256*/) {}
-  // An entry was moved by its name alone, with all that it may hold: its status from then on.
+  // A file or link was moved by its name alone: its status from then on.
   virtual void onMoved(const struct stat &) {}
   // A request has been served, or is denied whatever came before.
   virtual void onTransferEnd(bool /*isDelivered*/) {}
@@ -75,12 +77,13 @@ class Copier {
   // path is an O_PATH descriptor: what has been examined through it is what is copied.
   void copy(int path, const std::string &shown, const Place &to);
 
-  // Renames what can be renamed, entry by entry where trees are merged; copies and removes the rest. A tree
-  // that holds what a copy would refuse is refused before anything of it is moved.
+  // Goes through a tree entry by entry. Renames files that no process has open for writing, and links; copies
+  // and removes the rest. What cannot be removed stays. A tree that holds what a copy would refuse is refused
+  // before anything of it is moved.
   void move(const Place &from, const Place &to);
 
  private:
-  bool moveByName(const Place &from, const Place &to);
+  bool moveByName(const struct stat &status, int path, const Place &from, const Place &to);
   void checkMovable(const Place &from, const std::string &shownTo) const;
   void copyFile(int path, const std::string &shown, const struct stat &status, const Place &to);
   void copyLink(int link, const std::string &shown, const Place &to);

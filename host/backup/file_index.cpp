@@ -80,7 +80,9 @@ FileIndex::FileIndex() {
   findChecksum_ = prepare(
       "SELECT sha256 FROM checksums "
       "WHERE inode = ? AND device = ? AND changed = ? AND changed_nsec = ?");
-  forgetChecksum_ = prepare("DELETE FROM checksums WHERE inode = ?");
+  findChanged_ = prepare(
+      "SELECT 1 FROM checksums WHERE inode = ? AND device = ? "
+      "AND NOT (changed = ? AND changed_nsec = ?) AND sha256 = ''");
   add_ = prepare("INSERT OR REPLACE INTO files VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)");
   find_ = prepare("SELECT * FROM files WHERE folder = ? AND name = ?");
   count_ = prepare("SELECT count(*) FROM files WHERE folder = ?");
@@ -146,13 +148,18 @@ std::string FileIndex::checksumOf(const struct stat &status) {
   return sha256;
 }
 
-void FileIndex::forgetChecksum(const struct stat &status) {
-  bind(forgetChecksum_.get(), 1, static_cast<std::int64_t>(status.st_ino));
-  run(forgetChecksum_.get());
+// Replaces what is known of a copy that had the same inode, and maybe the same time of change: file systems count
+// it in ticks of milliseconds.
+void FileIndex::addMoved(const struct stat &status) {
+  addChecksum(status, "");
+  hasMoved_ = true;
 }
 
-void FileIndex::forgetChecksums() {
-  execute("DELETE FROM checksums");
+bool FileIndex::hasChangedSinceMove(const struct stat &status) {
+  bindStatus(findChanged_.get(), status);
+  const bool hasChanged = step(findChanged_.get());
+  sqlite3_reset(findChanged_.get());
+  return hasChanged;
 }
 
 void FileIndex::add(const FileRecord &record) {

@@ -41,9 +41,11 @@ class FileIndex {
   void addChecksum(const struct stat &status, const std::string &sha256);
   // Empty if it is not known.
   std::string checksumOf(const struct stat &status);
-  // What is known of the file, or of all.
-  void forgetChecksum(const struct stat &status);
-  void forgetChecksums();
+  // A file that was moved, of which no checksum is known.
+  void addMoved(const struct stat &status);
+  bool hasMoved() const { return hasMoved_; }
+  // Whether the file was moved, and is not as it was then.
+  bool hasChangedSinceMove(const struct stat &status);
 
   // Replaces the record of the same path.
   void add(const FileRecord &record);
@@ -67,7 +69,8 @@ class FileIndex {
   [[noreturn]] void fail();
 
   std::unique_ptr<sqlite3, Closer> database_;
-  Statement addChecksum_, findChecksum_, forgetChecksum_, add_, find_, count_;
+  bool hasMoved_ = false;
+  Statement addChecksum_, findChecksum_, findChanged_, add_, find_, count_;
 };
 
 }  // namespace arvl_host

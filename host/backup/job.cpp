@@ -232,9 +232,8 @@ void BackupJob::exportTo(const fs::path &data, Manifest &manifest) {
   }
   manifest.exportResult = run(Agent::PLUGIN_NAME_EXPORT, framework).completion;
   manifest.changed = watcher.changed();
-  for (const std::string &path : manifest.changed) {
-    display_.warning(quoted(path) +
-                     " was written while it was copied: the copy may hold parts of both");
+  for (const std::string &warning : watcher.warnings()) {
+    display_.warning(warning);
   }
   manifest.skipped = watcher.skipped();
   warnOfSkipped(manifest.skipped);

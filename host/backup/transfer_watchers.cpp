@@ -22,10 +22,23 @@ void TransferMeter::endTransfer(bool isDelivered) {
 
 // ---- BackupWatcher.
 
-void BackupWatcher::onChanged(const std::string &path) {
-  if (changed_.size() < kMaxChanged) {
+// One warning for a file that was open for writing, and then written.
+void BackupWatcher::warn(const std::string &path, const std::string &what) {
+  if (changed_.size() < kMaxChanged && (changed_.empty() || changed_.back() != path)) {
     changed_.push_back(path);
+    warnings_.push_back(quoted(path) + what);
   }
+}
+
+void BackupWatcher::onChanged(const std::string &path) {
+  warn(path, " was written while it was copied: the copy may hold parts of both");
+}
+
+void BackupWatcher::onOpenForWriting(const std::string &path) {
+  warn(
+      path,
+      " was open for writing when it was to be moved: it was copied, and the copy may not hold all "
+      "that is written");
 }
 
 void BackupWatcher::onStored(const struct stat &status, const std::string &sha256) {
@@ -33,13 +46,10 @@ void BackupWatcher::onStored(const struct stat &status, const std::string &sha25
   index_.addChecksum(status, sha256);
 }
 
-// What was moved may have the inode of a copy that has been replaced, and the same time of change: file
-// systems count it in ticks of milliseconds.
+// It is read when the backup is recorded.
 void BackupWatcher::onMoved(const struct stat &status) {
-  if (S_ISDIR(status.st_mode)) {
-    index_.forgetChecksums();
-  } else if (S_ISREG(status.st_mode)) {
-    index_.forgetChecksum(status);
+  if (S_ISREG(status.st_mode)) {
+    index_.addMoved(status);
     ++meter_.files;
     meter_.bytes += static_cast<std::uint64_t>(status.st_size);
   }

@@ -34,18 +34,24 @@ class BackupWatcher : public TransferWatcher {
   void onBytes(std::uint64_t count) override { meter_.bytes += count; }
   void onChanged(const std::string &path) override;
   void onVanished(const std::string &path) override { skipped_.add(path); }
+  void onOpenForWriting(const std::string &path) override;
   void onStored(const struct stat &status, const std::string &sha256) override;
   void onMoved(const struct stat &status) override;
   void onTransferEnd(bool isDelivered) override { meter_.endTransfer(isDelivered); }
 
-  // Files that were written while they were copied, at most 100. To be read once nothing is transferred.
+  // Files that were written or open for writing while they were taken, at most 100, and a warning for each. To
+  // be read once nothing is transferred.
   const std::vector<std::string> &changed() const { return changed_; }
   // Entries of uploaded folders that vanished before they were copied. Likewise.
   const Tally &skipped() const { return skipped_; }
+  const std::vector<std::string> &warnings() const { return warnings_; }
 
  private:
+  void warn(const std::string &path, const std::string &what);
+
   std::vector<std::string> changed_;
   Tally skipped_;
+  std::vector<std::string> warnings_;
   FileIndex &index_;
   TransferMeter &meter_;
 };

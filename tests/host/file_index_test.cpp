@@ -109,8 +109,28 @@ TEST(FileIndex, KnowsAChecksumAsLongAsTheStatusStays) {
   }
   index.addChecksum(status, "another");
   EXPECT_EQ(index.checksumOf(status), "another");
-  index.forgetChecksum(status);
+  index.addMoved(status);
   EXPECT_EQ(index.checksumOf(status), "");
+}
+
+TEST(FileIndex, TellsWhichMovedFilesHaveChanged) {
+  FileIndex index;
+  EXPECT_FALSE(index.hasMoved());
+  struct stat moved = {};
+  moved.st_ino = 1;
+  moved.st_ctim = {100, 5};
+  index.addMoved(moved);
+  EXPECT_TRUE(index.hasMoved());
+  struct stat copied = moved;
+  copied.st_ino = 2;
+  index.addChecksum(copied, "a checksum");
+  EXPECT_FALSE(index.hasChangedSinceMove(moved));
+  EXPECT_FALSE(index.hasChangedSinceMove(copied));
+  moved.st_ctim.tv_nsec = copied.st_ctim.tv_nsec = 6;
+  EXPECT_TRUE(index.hasChangedSinceMove(moved));
+  EXPECT_FALSE(index.hasChangedSinceMove(copied));  // which is read again
+  moved.st_ctim = {101, 5};
+  EXPECT_TRUE(index.hasChangedSinceMove(moved));
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 // "arvl-host backup" and "arvl-host restore", end to end.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/stat.h>
@@ -418,6 +419,29 @@ TEST_F(Job, KeepsTheLastOfTwoUploadsToOnePath) {
   const Ended verified = onStore("verify");
   EXPECT_EQ(verified.status, 0) << verified.out;
   EXPECT_EQ(parseJson(bytesOf(folder / "manifest.json"))["actual"]["size"], 14 + 9);
+}
+
+TEST_F(Job, CopiesWhatIsToBeMovedWhileItIsOpenForWriting) {
+  const std::string file = dir_.makeFile("local/file", "contents");
+  const std::string fifo = makeFifo();
+  script("export", {{"move", "file", file, "/file"}, {"wait", fifo}});
+  std::ofstream writer(file, std::ios::app);
+  Command command(job("backup"), variables());
+  ASSERT_TRUE(command.waitFor("[stdout] waiting\n"));
+  writer << " and more" << std::flush;
+  release(fifo);
+  const Ended ended = command.finish();
+  EXPECT_EQ(ended.status, 0) << ended.err;
+  EXPECT_EQ(bytesOf(latest() / "data/file"), "contents");
+  EXPECT_EQ(onStore("verify").status, 0);
+  if (ended.err.empty()) {
+    GTEST_SKIP() << "the file system has no leases";
+  }
+  EXPECT_EQ(ended.err,
+            "warning: \"" + file +
+                "\" was open for writing when it was to be moved: it was copied, and the "
+                "copy may not hold all that is written\n");
+  EXPECT_EQ(parseJson(bytesOf(latest() / "manifest.json"))["changed"][0], file);
 }
 
 TEST_F(Job, LetsNothingOutOfTheBackup) {

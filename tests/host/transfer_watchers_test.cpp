@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <string>
+#include <vector>
 
 #include "host/store_error_of.h"
 
@@ -56,7 +57,6 @@ TEST(BackupWatcher, CountsTheFilesThatAreMoved) {
   BackupWatcher watcher(index, meter);
   watcher.onMoved(statusOf(S_IFREG, 1));
   watcher.onMoved(statusOf(S_IFLNK, 2));
-  watcher.onMoved(statusOf(S_IFDIR, 3));
   EXPECT_EQ(meter.files, 1u);
   EXPECT_EQ(meter.bytes, 10u);
 }
@@ -71,8 +71,26 @@ TEST(BackupWatcher, TakesAMovedFileForNoneThatWasCopied) {
   watcher.onMoved(statusOf(S_IFREG, 1));  // the number of the copy came back
   EXPECT_EQ(index.checksumOf(statusOf(S_IFREG, 1)), "");
   EXPECT_EQ(index.checksumOf(statusOf(S_IFREG, 2)), "a checksum");
-  watcher.onMoved(statusOf(S_IFDIR, 3));  // with whatever is in it
-  EXPECT_EQ(index.checksumOf(statusOf(S_IFREG, 2)), "");
+}
+
+TEST(BackupWatcher, WarnsOnceOfEachFileThatIsWrittenMeanwhile) {
+  FileIndex index;
+  TransferMeter meter;
+  BackupWatcher watcher(index, meter);
+  watcher.onChanged("/a\n");
+  watcher.onOpenForWriting("/b");
+  watcher.onChanged("/b");
+  EXPECT_EQ(watcher.changed(), (std::vector<std::string>{"/a\n", "/b"}));
+  EXPECT_EQ(watcher.warnings(),
+            (std::vector<std::string>{
+                "\"/a\\n\" was written while it was copied: the copy may hold parts of both",
+                "\"/b\" was open for writing when it was to be moved: it was copied, and the copy "
+                "may not hold all that is written"}));
+  for (int i = 0; i < 200; ++i) {
+    watcher.onChanged(std::to_string(i));
+  }
+  EXPECT_EQ(watcher.changed().size(), 100u);
+  EXPECT_EQ(watcher.warnings().size(), 100u);
 }
 
 TEST(BackupWatcher, CountsAllThatVanishesAndNamesAHundred) {
