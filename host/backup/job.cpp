@@ -152,6 +152,7 @@ class BackupJob : public Job {
   void exportTo(const fs::path &data, Manifest &manifest);
   void warnOfSkipped(const Tally &skipped);
   void recordFiles(const fs::path &data, Manifest &manifest);
+  void checkMoved(const fs::path &data);
   void keepUp();
   FileRecord examine(const fs::directory_entry &entry, const std::string &path);
   std::string checksumOf(const fs::path &file, const struct stat &status);
@@ -190,6 +191,7 @@ void BackupJob::perform() {
   manifest.finished = dateNow();
   manifest.denials = steps_.denials();
   writeManifest(backup.partialFolder(), manifest, index_, [this] { interruption_.check(); });
+  checkMoved(backup.partialFolder() / kDataName);
   interruption_.check();
   backup.finish();
   report_.folder = backup.folder();
@@ -257,6 +259,29 @@ void BackupJob::recordFiles(const fs::path &data, Manifest &manifest) {
     addTo(manifest.totals, record);
     index_.add(record);
   }
+}
+
+// A process that kept a moved file open could write it in the backup, even after it was recorded.
+void BackupJob::checkMoved(const fs::path &data) {
+  if (!index_.hasMoved()) {
+    return;
+  }
+  index_.forEach([&](const FileRecord &record) {
+    interruption_.check();
+    struct stat status;
+    if (record.type != FileType::kFile) {
+      return;
+    }
+    if (lstat((data.native() + record.path).c_str(), &status) != 0) {
+      failWith(errno, "cannot examine " + quoted(record.path));
+    }
+    if (status.st_size != record.size || status.st_mtim.tv_sec != record.mtime ||
+        status.st_mtim.tv_nsec != record.mtimeNsec || index_.hasChangedSinceMove(status)) {
+      throw StoreError(quoted(record.path) +
+                       " was changed after it was moved into the backup: no process may use a "
+                       "temporary file once it is uploaded");
+    }
+  });
 }
 
 // What the user wants and sees while files are recorded. Moved ones have to be read, which takes time.

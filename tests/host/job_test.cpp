@@ -444,6 +444,31 @@ TEST_F(Job, CopiesWhatIsToBeMovedWhileItIsOpenForWriting) {
   EXPECT_EQ(parseJson(bytesOf(latest() / "manifest.json"))["changed"][0], file);
 }
 
+// By a descriptor for reading, which no lease forbids, it can be opened again under its new name.
+TEST_F(Job, DoesNotKeepABackupWhoseMovedFileIsWritten) {
+  const std::string file = dir_.makeFile("local/file", "contents");
+  const std::string fifo = makeFifo();
+  script("export", {{"move", "file", file, "/file"}, {"wait", fifo}});
+  const int reader = open(file.c_str(), O_RDONLY | O_CLOEXEC);
+  Command command(job("backup"), variables());
+  ASSERT_TRUE(command.waitFor("[stdout] waiting\n"));
+  struct stat status;
+  ASSERT_EQ(fstat(reader, &status), 0);
+  const bool isMoved = status.st_nlink == 1;
+  std::ofstream("/proc/self/fd/" + std::to_string(reader), std::ios::app) << " and more";
+  close(reader);
+  release(fifo);
+  const Ended ended = command.finish();
+  if (!isMoved) {
+    GTEST_SKIP() << "the file system has no leases";
+  }
+  EXPECT_EQ(ended.status, 2);
+  EXPECT_EQ(ended.err,
+            "error: \"/file\" was changed after it was moved into the backup: no process may use a "
+            "temporary file once it is uploaded\n");
+  expectNothingLeft();
+}
+
 TEST_F(Job, LetsNothingOutOfTheBackup) {
   const std::string file = dir_.makeFile("local/file", "contents");
   script("export",
