@@ -5,6 +5,7 @@
 #include <limits>
 #include <utility>
 
+#include "protocol/json_text.h"
 #include "protocol/packet_frame.h"
 #include "rule_book.h"
 #include "trace/trace_text.h"
@@ -113,7 +114,7 @@ void checkExternalHandlerResult(const Json::Value &value) {
 void checkFitsPacket(const Json::Value &value) {
   Json::Value answer = success();
   answer["value"] = value;
-  const std::string text = payloadText(answer);
+  const std::string text = toJsonText(answer);
   if (!fitsPacket(text)) {
     throw std::runtime_error("this makes an answer of " + std::to_string(text.size()) +
                              " bytes, more than a packet carries");

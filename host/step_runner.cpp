@@ -11,8 +11,6 @@
 #include <event2/buffer.h>
 #include <event2/bufferevent.h>
 #include <event2/event.h>
-#include <json/reader.h>
-#include <json/writer.h>
 #include <signal.h>
 #include <string.h>
 #include <sys/prctl.h>
@@ -33,6 +31,7 @@
 #include "line_splitter.h"
 #include "log_channel.h"
 #include "plugin_process.h"
+#include "protocol/json_text.h"
 #include "protocol/packet_frame.h"
 #include "rule_book.h"
 #include "trace/trace_text.h"
@@ -134,17 +133,11 @@ bool touchesFiles(PACKET_TYPE request) {
 }
 
 // A request without content has no text at all, which reads as null.
-bool parsePayload(const std::string &text, Json::Value &payload, std::string &error) {
+bool readPayload(const std::string &text, Json::Value &payload, std::string &error) {
   if (text.empty()) {
     return true;
   }
-  const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
-  try {
-    return reader->parse(text.data(), text.data() + text.size(), &payload, &error);
-  } catch (const std::exception &exception) {  // nested too deep
-    error = exception.what();
-    return false;
-  }
+  return parseJsonText(text.data(), text.data() + text.size(), payload, &error);
 }
 
 // What the rule book leaves unsaid of an estimate that it refuses.
@@ -439,7 +432,7 @@ void StepRunner::handlePacket(PACKET_TYPE type, const std::string &text) {
   Json::Value payload;
   std::string error;
   Verdict verdict;
-  if (parsePayload(text, payload, error)) {
+  if (readPayload(text, payload, error)) {
     verdict = judge(type, payload);
   } else {
     verdict.valid = false;
@@ -478,7 +471,7 @@ void StepRunner::handleCompletion(PACKET_TYPE type, const Json::Value &payload) 
 }
 
 void StepRunner::send(PACKET_TYPE type, const Json::Value &payload) {
-  const std::string text = payloadText(payload);
+  const std::string text = toJsonText(payload);
   if (!fitsPacket(text)) {
     violate("the answer to the plug-in's " + packetName(asked_) + " would have " +
                 std::to_string(text.size()) + " bytes, more than a packet carries",
@@ -727,12 +720,6 @@ StepResult StepRunner::conclude() {
 }
 
 }  // namespace
-
-std::string payloadText(const Json::Value &payload) {
-  Json::StreamWriterBuilder compact;
-  compact["indentation"] = "";
-  return Json::writeString(compact, payload) + "\n";
-}
 
 // The plug-in's end reads no frame that is larger than the longest payload, its header included.
 bool fitsPacket(const std::string &payload) {

@@ -34,8 +34,7 @@ enum class Outcome {
   kInterrupted,  // SIGINT, SIGTERM or SIGHUP to the host
 };
 
-// An answer as it goes into a packet, and whether one takes it.
-std::string payloadText(const Json::Value &payload);
+// Whether a packet takes a payload of this text.
 bool fitsPacket(const std::string &payload);
 
 // As the rule book prints it, or its number: "UPLOAD_REQUEST", "type 99".

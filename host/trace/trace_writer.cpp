@@ -1,7 +1,7 @@
 #include "trace/trace_writer.h"
 
 #include <fcntl.h>
-#include <json/reader.h>
+#include <json/value.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -10,14 +10,16 @@
 #include <cinttypes>
 #include <cstdio>
 #include <cstring>
-#include <exception>
 
+#include "protocol/json_text.h"
 #include "trace/trace_text.h"
 #include "zarn/arvlapp/protocol_util.h"
 
 namespace arvl_host {
 
 namespace {
+
+using ZARN::ARVLAPP::parseJsonText;
 
 constexpr std::uint64_t kFrameHeaderSize = 8;
 
@@ -34,22 +36,6 @@ std::string packetName(std::uint16_t type) {
   return type <= PACKET_SET_PROGRESS_RESPONSE ? Util::packetString(static_cast<PACKET_TYPE>(type))
                                               : "unknown";
 }
-
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
-
-// As the library and the host read payloads: comments and repeated keys are accepted. The text is
-// copied to where a NUL follows it, because the parser may read one byte too many.
-bool parsePayload(std::string_view payload, Json::Value &value) {
-  const std::string text(payload);
-  try {
-    return Json::Reader().parse(text.data(), text.data() + text.size(), value, false);
-  } catch (const std::exception &) {
-    return false;  // nested beyond the parser's limit
-  }
-}
-
-#pragma GCC diagnostic pop
 
 // True when every byte was written. Sets errno otherwise.
 bool writeAll(int file, std::string_view bytes) {
@@ -208,7 +194,8 @@ void TraceWriter::addPayload(Line &line, std::string_view payload) const {
   }
   if (shown.size() < payload.size()) {
     line.string("payload_begin", shown);
-  } else if (!parsePayload(payload, value) || !line.json("payload", value)) {
+  } else if (!parseJsonText(payload.data(), payload.data() + payload.size(), value) ||
+             !line.json("payload", value)) {
     line.string("payload_text", payload);
   }
 }

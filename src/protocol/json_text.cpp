@@ -18,8 +18,13 @@ std::string write(const Json::Value &value) {
   return Json::FastWriter().write(value);
 }
 
-bool parse(const char *begin, const char *end, Json::Value &value) {
-  return Json::Reader().parse(begin, end, value, false);
+bool parse(const char *begin, const char *end, Json::Value &value, std::string *error) {
+  Json::Reader reader;
+  const bool isParsed = reader.parse(begin, end, value, false);
+  if (!isParsed && error != nullptr) {
+    *error = reader.getFormattedErrorMessages();
+  }
+  return isParsed;
 }
 
 #pragma GCC diagnostic pop
@@ -37,18 +42,22 @@ std::string toJsonText(const Json::Value &payload) {
 // The parser may read one byte beyond its range, so the range must not end where the text does. White
 // space at the end, which changes no verdict, is left out; text without any is copied to where a NUL
 // follows. The writers of old end their text with a line feed, so copies are rare.
-bool parseJsonText(const char *begin, const char *end, Json::Value &value) noexcept {
+bool parseJsonText(const char *begin, const char *end, Json::Value &value,
+                   std::string *error) noexcept {
   const char *last = end;
   while (last > begin && isJsonSpace(last[-1])) {
     --last;
   }
   try {
     if (last < end) {
-      return parse(begin, last, value);
+      return parse(begin, last, value, error);
     }
     const std::string copy(begin, end);
-    return parse(copy.data(), copy.data() + copy.size(), value);
-  } catch (const std::exception &) {  // GCOVR_EXCL_BR_LINE: whatever is thrown is one
+    return parse(copy.data(), copy.data() + copy.size(), value, error);
+  } catch (const std::exception &exception) {  // GCOVR_EXCL_BR_LINE: whatever is thrown is one
+    if (error != nullptr) {
+      *error = exception.what();
+    }
     return false;
   }
 }

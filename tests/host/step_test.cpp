@@ -182,6 +182,38 @@ TEST(Step, NamesWhatBreaksTheProtocol) {
   }
 }
 
+struct Text {
+  const char *text;
+  int status;
+  const char *shown;
+};
+
+// The library's end of the connection reads the same texts.
+TEST(Step, ReadsAPayloadAsThePluginsEndDoes) {
+  const Text cases[] = {
+      {R"({"success":true,})", 3, "payload is not JSON: * Line 1, Column 17\\n"},
+      {"\xEF\xBB\xBF{\"success\":true}", 3, "payload is not JSON: * Line 1, Column 1\\n"},
+      {R"({"success":false,"success":true} and more)", 0, "success: true\n"},
+      {"{/* why */\"success\":true // so\n}", 0, "success: true\n"},
+      {" {\"success\":true}\n", 0, "success: true\n"},
+  };
+  for (const Text &row : cases) {
+    const TempDir dir;
+    const std::string trace = dir.path().string() + "/trace";
+    const Ended ended =
+        run(stepCommand("import", UNRULY_PLUGIN, {"--trace", trace}),
+            {"UNRULY=completes with a text", std::string("UNRULY_TEXT=") + row.text});
+    EXPECT_EQ(ended.status, row.status) << ended.out;
+    const Ended shown = run({ARVL_HOST, "trace", trace});
+    EXPECT_EQ(shown.out.find("INVALID") == std::string::npos, row.status == 0) << shown.out;
+    std::ostringstream lines;
+    lines << std::ifstream(trace).rdbuf();
+    EXPECT_EQ(lines.str().find("payload_text") == std::string::npos, row.status == 0)
+        << lines.str();
+    EXPECT_TRUE(holds(ended.out, row.shown));
+  }
+}
+
 TEST(Step, ReadsNoRequestBeforeTheAnswerToTheLastIsOut) {
   const TempDir store;
   const Ended ended =

@@ -100,6 +100,8 @@ bool behaveRaw(const std::string &how, int fd) {
     writeAll(fd, frame(1, success));
   } else if (how == "no JSON") {
     writeAll(fd, frame(15, "{\"success\":"));
+  } else if (how == "completes with a text") {
+    writeAll(fd, frame(15, getenv("UNRULY_TEXT")));
   } else if (how == "breaks the rule") {
     writeAll(fd, frame(15, "{\"success\":\"yes\"}"));
   } else if (how == "a packet after the completion") {
