@@ -60,6 +60,8 @@ constexpr int kLogQueue = 10000;
 
 constexpr milliseconds kTick{100};
 
+constexpr const char *kEndedInsidePacket = "the connection ended inside a packet";
+
 timeval toTimeval(milliseconds time) {
   timeval value;
   value.tv_sec = static_cast<time_t>(time.count() / 1000);
@@ -247,6 +249,7 @@ class StepRunner {
   // ---- The end.
   void violate(const std::string &reason, const std::vector<std::string> &lines);
   void cancel(Outcome outcome, const std::string &reason);
+  void armGrace();
   void escalate();
   void onSignal();
   void onTimeout();
@@ -508,9 +511,12 @@ void StepRunner::onDisconnect() {
     const std::size_t shown = std::min<std::size_t>(left, 64);
     const auto *bytes = evbuffer_pullup(input, static_cast<ev_ssize_t>(shown));
     listener_.onGarbage(Side::kPlugin, {reinterpret_cast<const char *>(bytes), shown},
-                        "the connection ended inside a packet");
+                        kEndedInsidePacket);
   }
   disconnect();
+  if (!isCompleted_ || endedInsidePacket_) {
+    armGrace();  // as a rule it is ending, and how it ends says more than the close
+  }
 }
 
 // The plug-in's view: the framework is gone.
@@ -629,22 +635,32 @@ void StepRunner::cancel(Outcome outcome, const std::string &reason) {
   server_.cancel();
   event_del(timeoutTimer_.get());
   signalToSend_ = SIGTERM;
-  const timeval grace = toTimeval(request_.grace);
-  event_add(graceTimer_.get(), &grace);
+  armGrace();
   disconnect();
 }
 
-// The grace is over: ask, then kill. When the plug-in itself is gone already, something that left its
-// process group still holds one of its channels, and nobody waits for that.
+void StepRunner::armGrace() {
+  const timeval grace = toTimeval(request_.grace);
+  event_add(graceTimer_.get(), &grace);
+}
+
+// The grace is over: ask, then kill. It may be that of a close, which nobody has decided on before. When
+// the plug-in itself is gone already, something that left its process group still holds one of its
+// channels, and nobody waits for that.
 void StepRunner::escalate() {
   if (isReaped_) {
     finish();
     return;
   }
+  if (endedInsidePacket_) {
+    violate(kEndedInsidePacket, {});
+  } else {
+    cancel(Outcome::kDied,
+           "the plug-in closed its connection before its completion and did not end");
+  }
   kill(-plugin_.pid, signalToSend_);
   signalToSend_ = SIGKILL;
-  const timeval grace = toTimeval(request_.grace);
-  event_add(graceTimer_.get(), &grace);
+  armGrace();
 }
 
 void StepRunner::onSignal() {
@@ -671,8 +687,7 @@ void StepRunner::onChild() {
     status_ = status;
     kill(-plugin_.pid, SIGKILL);
     event_del(timeoutTimer_.get());
-    const timeval grace = toTimeval(request_.grace);
-    event_add(graceTimer_.get(), &grace);
+    armGrace();
   }
   isGroupGone_ = pid < 0 && errno == ECHILD;
   finishIfOver();
@@ -703,7 +718,7 @@ StepResult StepRunner::conclude() {
                      (isCompleted_ ? ", after its completion" : "");
   } else if (endedInsidePacket_) {
     result_.outcome = Outcome::kProtocolViolation;
-    result_.reason = "the connection ended inside a packet";
+    result_.reason = kEndedInsidePacket;
   } else if (!isCompleted_) {
     result_.outcome = Outcome::kDied;
     result_.reason = "the plug-in ended with status " + std::to_string(WEXITSTATUS(status_)) +

@@ -315,6 +315,12 @@ TEST_F(Job, EndsWithTheStepThatFailsAndLeavesNothing) {
        "the step export ended with time-out",
        {"--timeout", "2", "--grace", "0.1"}},
       {"export",
+       {"be", "closes and lives on"},
+       5,
+       "the step export ended with no completion: the plug-in closed its connection before its "
+       "completion and did not end",
+       {"--grace", "0.1"}},
+      {"export",
        {"be", "crashes"},
        5,
        "the step export ended with no completion: the plug-in crashed: SIGSEGV"},

@@ -273,6 +273,35 @@ TEST(Step, EndsAPluginThatHangs) {
   }
 }
 
+TEST(Step, EndsAPluginThatClosesItsConnectionBeforeItsCompletionAndLivesOn) {
+  for (const std::string how : {"closes and lives on", "closes and ignores TERM"}) {
+    const Ended ended = runUnruly(how, "import", {"--grace", "0.1"});
+    EXPECT_EQ(ended.status, 5) << how;
+    EXPECT_TRUE(holds(ended.out,
+                      "the plug-in closed its connection before its completion and did not end\n"));
+    EXPECT_EQ(verdictOf(ended), "step import: no completion");
+    EXPECT_TRUE(isGone(processOf(ended.out)));
+  }
+}
+
+TEST(Step, EndsAPluginThatClosesItsConnectionInsideAPacketAndLivesOn) {
+  const Ended ended =
+      runUnruly("closes inside a packet and lives on", "import", {"--grace", "0.1"});
+  EXPECT_EQ(ended.status, 3);
+  EXPECT_TRUE(holds(ended.out, "\nthe connection ended inside a packet\n"));
+  EXPECT_TRUE(isGone(processOf(ended.out)));
+}
+
+TEST(Step, NamesHowAPluginEndedWithinTheGraceAfterItsClose) {
+  Command command(stepCommand("import", UNRULY_PLUGIN, {"--grace", "1000"}),
+                  {"UNRULY=closes and exits with 3 when told"});
+  ASSERT_TRUE(command.waitFor("[stdout] closed\n"));
+  kill(std::atoi(processOf(command.outSoFar()).c_str()), SIGUSR1);
+  const Ended ended = command.finish();
+  EXPECT_EQ(ended.status, 5);
+  EXPECT_TRUE(holds(ended.out, "the plug-in ended with status 3 and without a completion\n"));
+}
+
 TEST(Step, LeavesNoProcessOfThePluginBehind) {
   const Ended ended = runUnruly("leaves a child that holds its output");
   EXPECT_EQ(ended.status, 5);

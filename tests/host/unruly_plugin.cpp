@@ -126,6 +126,26 @@ bool behaveRaw(const std::string &how, int fd) {
     close(fd);
     say("hanging");
     sleepForGood();
+  } else if (how == "closes and lives on") {
+    close(fd);
+    say("hanging");
+    sleepForGood();
+  } else if (how == "closes and ignores TERM") {
+    signal(SIGTERM, SIG_IGN);
+    close(fd);
+    say("hanging");
+    sleepForGood();
+  } else if (how == "closes inside a packet and lives on") {
+    writeAll(fd, frame(15, success).substr(0, 12));
+    close(fd);
+    say("hanging");
+    sleepForGood();
+  } else if (how == "closes and exits with 3 when told") {
+    holdBack(SIGUSR1);
+    close(fd);
+    say("closed");
+    waitForSignal(SIGUSR1);
+    _exit(3);
   } else if (how == "asks and never reads") {
     for (int i = 0; i < 64; ++i) {
       writeAll(fd, echoed(1 << 20));
