@@ -1,5 +1,6 @@
 // Text, JSON or not, into the parser of payloads: it reads nothing beyond the end, and its verdict and
-// value are those of the bare parser, which sees the same text with a NUL behind it.
+// value are those of the bare parser, which sees the same text with a NUL behind it; and no text becomes
+// more values than are counted before.
 
 #include <json/reader.h>
 #include <json/value.h>
@@ -8,8 +9,10 @@
 #include <cstdint>
 #include <exception>
 #include <string>
+#include <string_view>
 
 #include "protocol/json_text.h"
+#include "protocol/json_values.h"
 #include "support/check.h"
 #include "support/guard_page.h"
 
@@ -23,11 +26,14 @@ void count(std::size_t feature) {
   ++counters[feature % kCounters];
 }
 
-void countValue(const Json::Value &value, unsigned depth = 0) {
+// The number of values, this one included.
+std::size_t countValue(const Json::Value &value, unsigned depth = 0) {
   count(depth * 8 + static_cast<unsigned>(value.type()));
+  std::size_t values = 1;
   for (const Json::Value &member : value) {
-    countValue(member, depth + 1);
+    values += countValue(member, depth + 1);
   }
+  return values;
 }
 
 #pragma GCC diagnostic push
@@ -60,7 +66,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
   FUZZ_CHECK(isParsed == isExpected);
   if (isParsed) {
     FUZZ_CHECK(value == expected);
-    countValue(value);
+    const std::string_view whole(text.begin(), size);
+    FUZZ_CHECK(countValue(value) <= ZARN::ARVLAPP::countJsonValues(whole));
   }
   return 0;
 }
