@@ -1,5 +1,7 @@
 #include "framework.h"
 
+#include <limits.h>
+
 #include <algorithm>
 #include <cstdint>
 #include <limits>
@@ -37,6 +39,9 @@ bool fitsProtocol(std::int64_t number) {
 // What a page takes of a packet at most; the rest is room for what stands around the entries.
 constexpr std::size_t kMaxPageBytes = kMaxPayloadLength - (1 << 20);
 
+// Of a text that is shown again and again; what is longer is cut.
+constexpr std::size_t kMaxShownStage = 4096;
+
 // Listings that a plug-in may have open at once. One that begins more loses the oldest.
 constexpr std::size_t kMaxListings = 16;
 
@@ -58,6 +63,17 @@ void checkListable(const std::string &path, const StoreEntry &entry) {
     throw StoreError(shown + " has a size or time beyond 32 bits (" + std::to_string(entry.size) +
                      " bytes), and a listing cannot carry it");
   }
+}
+
+// One that the kernel would refuse anyway is not taken apart, nor repeated in an error: it may have the
+// length of a packet.
+std::string pathIn(const Json::Value &object) {
+  std::string path = object["path"].asString();
+  if (path.size() > PATH_MAX + NAME_MAX) {
+    throw StoreError("a path of " + std::to_string(path.size()) +
+                     " bytes is longer than any file's");
+  }
+  return path;
 }
 
 Json::Value describe(const std::string &folder, const StoreEntry &entry) {
@@ -181,29 +197,29 @@ Json::Value Framework::transfer(const Json::Value &request,
       firstError = firstError.empty() ? error.what() : firstError;
     }
     outcome["source"] = item["source"];
-    outcomes.append(outcome);
+    outcomes.append(std::move(outcome));
   }
   Json::Value answer = firstError.empty() ? success() : failure(firstError);
-  answer["data"] = outcomes;
+  answer["data"] = std::move(outcomes);
   return answer;
 }
 
 void Framework::upload(const Json::Value &item) const {
   const Json::Value &source = item["source"];
-  store().upload(source["path"].asString(), fileTypeOf(source["type"].asString()),
-                 source["is_temp"].asBool(), item["destination"]["path"].asString());
+  store().upload(pathIn(source), fileTypeOf(source["type"].asString()), source["is_temp"].asBool(),
+                 pathIn(item["destination"]));
 }
 
 void Framework::download(const Json::Value &item) const {
   const Json::Value &source = item["source"];
-  store().download(source["path"].asString(), fileTypeOf(source["type"].asString()),
-                   item["destination"]["path"].asString());
+  store().download(pathIn(source), fileTypeOf(source["type"].asString()),
+                   pathIn(item["destination"]));
 }
 
 Json::Value Framework::createDir(const Json::Value &request) const {
   Json::Value answer = success();
   try {
-    store().createDir(request["path"].asString());
+    store().createDir(pathIn(request));
   } catch (const StoreError &error) {
     answer = failure(error.what());
   }
@@ -264,7 +280,7 @@ Json::Value Framework::listDir(const Json::Value &request) {
   }
   Json::Value answer = success();
   try {
-    Listing listing = request.isMember("path") ? beginListing(request["path"].asString())
+    Listing listing = request.isMember("path") ? beginListing(pathIn(request))
                                                : continueListing(request["request_id"].asString());
     answer["entry_list"] = takePage(listing, limit);
     answer["list_complete"] = !listing.next;
@@ -288,7 +304,8 @@ Json::Value Framework::getSelectedSource() const {
 }
 
 Json::Value Framework::setProgress(const Json::Value &request) const {
-  progress_(request["progress_stage"].asString(), request["progress_percentage"].asInt());
+  const std::string stage = request["progress_stage"].asString();
+  progress_(std::string(cutText(stage, kMaxShownStage)), request["progress_percentage"].asInt());
   return success();
 }
 

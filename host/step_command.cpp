@@ -88,14 +88,23 @@ std::string valueText(const Json::Value &value) {
   return text;
 }
 
-// One line a member; those of an object within stand below it by their path.
-void printMembers(const Json::Value &object, const std::string &prefix) {
-  for (const std::string &key : object.getMemberNames()) {
-    if (object[key].isObject()) {
-      printMembers(object[key], prefix + key + ".");
+// Of the path of a member; what is longer is cut.
+constexpr std::size_t kMaxShownPath = 4096;
+
+// One line a member; those of an object within stand below it by their path. There is one path for all
+// levels: the names on the way may be long, and many.
+void printMembers(const Json::Value &object, std::string &path) {
+  const std::size_t before = path.size();
+  for (auto member = object.begin(); member != object.end(); ++member) {
+    path += member.name();
+    if (member->isObject()) {
+      path += '.';
+      printMembers(*member, path);
     } else {
-      std::cout << "  " << visibleText(prefix + key) << ": " << valueText(object[key]) << '\n';
+      std::cout << "  " << visibleText(cutText(path, kMaxShownPath)) << ": " << valueText(*member)
+                << '\n';
     }
+    path.resize(before);
   }
 }
 
@@ -111,7 +120,8 @@ void printSkipped(const Tally &skipped) {
 void printResult(const std::string &step, const StepResult &result) {
   if (result.completion.isObject()) {
     std::cout << "completion:\n";
-    printMembers(result.completion, "");
+    std::string path;
+    printMembers(result.completion, path);
   }
   for (const std::string &line : result.lines) {
     std::cout << "[rule book] " << visibleText(line) << '\n';

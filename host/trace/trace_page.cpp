@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <ostream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "trace/trace_page_style.h"
@@ -299,9 +300,21 @@ class PageWriter {
   void closeExchange(const std::string &caption, const std::string &content) {
     out_ << "</div></summary><div class=\"row\"><span></span><div class=\"lane\"><p "
             "class=\"caption\">"
-         << escapeHtml(caption) << "</p>"
-         << (content.empty() ? "" : "<pre tabindex=\"0\">" + escapeHtml(content) + "</pre>")
-         << "</div></div></details></li>\n";
+         << escapeHtml(caption) << "</p>";
+    if (!content.empty()) {
+      out_ << "<pre tabindex=\"0\">";
+      writeEscaped(content);
+      out_ << "</pre>";
+    }
+    out_ << "</div></div></details></li>\n";
+  }
+
+  // In pieces: it may be a whole payload.
+  void writeEscaped(std::string_view text) {
+    constexpr std::size_t kPiece = 65536;
+    for (std::size_t at = 0; at < text.size(); at += kPiece) {
+      out_ << escapeHtml(text.substr(at, kPiece));
+    }
   }
 
   // Where nothing happened for long, the lifelines show it.

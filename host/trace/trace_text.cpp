@@ -136,7 +136,7 @@ class JsonPrinter {
   void printScalar(const Json::Value &value) {
     switch (value.type()) {
       case Json::stringValue:
-        appendJsonString(out_, value.asString());
+        printString(value);
         break;
       case Json::booleanValue:
         out_ += value.asBool() ? "true" : "false";
@@ -153,6 +153,14 @@ class JsonPrinter {
       default:
         out_ += "null";
     }
+  }
+
+  // In place: a payload may be one string.
+  void printString(const Json::Value &value) {
+    const char *begin = nullptr;
+    const char *end = nullptr;
+    value.getString(&begin, &end);
+    appendJsonString(out_, std::string_view(begin, static_cast<std::size_t>(end - begin)));
   }
 
   bool printArray(const Json::Value &array) {

@@ -74,6 +74,33 @@ TEST_F(FrameworkAnswers, AreThoseOfTheCommandLine) {
   EXPECT_EQ(progress_, "x 7\n");
 }
 
+TEST_F(FrameworkAnswers, ShowTheBeginningOfALongStage) {
+  Framework framework = make();
+  Json::Value request;
+  request["progress_stage"] = std::string(5000, 's');
+  request["progress_percentage"] = 7;
+  EXPECT_TRUE(framework.answer(PACKET_SET_PROGRESS_REQUEST, request).has_value());
+  EXPECT_EQ(progress_, std::string(4096, 's') + " 7\n");
+}
+
+TEST_F(FrameworkAnswers, DoNotRepeatAPathThatIsTooLongForAnyFile) {
+  Framework framework = make();
+  const std::string path = "/" + std::string(4400, '\1');
+  const Json::Value request = pathRequest(path);
+  for (const PACKET_TYPE type : {PACKET_CREATE_DIR_REQUEST, PACKET_LIST_DIR_REQUEST}) {
+    const std::optional<Json::Value> answer = framework.answer(type, request);
+    EXPECT_EQ((*answer)["error"], "a path of 4401 bytes is longer than any file's");
+    EXPECT_EQ((*answer)["request"], request);
+  }
+  Json::Value transfer = parseJson(R"({"data":[{"source":{"type":"file"},"destination":{}}]})");
+  transfer["data"][0]["source"]["path"] = path;
+  transfer["data"][0]["destination"]["path"] = "/a";
+  for (const PACKET_TYPE type : {PACKET_UPLOAD_REQUEST, PACKET_DOWNLOAD_REQUEST}) {
+    const std::optional<Json::Value> answer = framework.answer(type, transfer);
+    EXPECT_EQ((*answer)["error"], "a path of 4401 bytes is longer than any file's");
+  }
+}
+
 TEST_F(FrameworkAnswers, OfTheExportResultTakeBothForms) {
   FrameworkValues values;
   values.exportResult = makeExportResult(parseJson(R"({"success":true,"app_data_version":"1.2"})"));
