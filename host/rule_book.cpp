@@ -13,8 +13,8 @@ namespace arvl_host {
 
 namespace {
 
-// Where the lines go while a packet is judged; null at other times. The host has one thread.
-std::vector<std::string> *collector = nullptr;
+// Where the lines go while this thread judges a packet; null at other times.
+thread_local std::vector<std::string> *collector = nullptr;
 
 std::string render(const char *format, va_list arguments) {
   char text[4096];

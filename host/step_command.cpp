@@ -60,10 +60,10 @@ class Display : public StepListener {
     std::cout << "[host] " << reason << "; the bytes begin with " << toHex(bytes) << '\n';
   }
   void onAnswer(ZARN::ARVLAPP::PACKET_TYPE request, const Json::Value &,
-                const Json::Value &answer) override {
-    if (!answer["success"].asBool()) {
-      std::cout << "[host] " << packetName(request)
-                << " was denied: " << visibleText(answer["error"].asString()) << '\n'
+                const std::optional<std::string> &denial) override {
+    if (denial) {
+      std::cout << "[host] " << packetName(request) << " was denied: " << visibleText(*denial)
+                << '\n'
                 << std::flush;
     }
   }

@@ -21,8 +21,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <exception>
+#include <functional>
 #include <memory>
 #include <stdexcept>
+#include <utility>
 #include <vector>
 
 #include "elapsed.h"
@@ -34,6 +36,7 @@
 #include "protocol/json_text.h"
 #include "protocol/packet_frame.h"
 #include "rule_book.h"
+#include "trace/payload_parser.h"
 #include "trace/trace_text.h"
 #include "worker.h"
 
@@ -59,6 +62,9 @@ constexpr int kLogBatch = 64;
 constexpr int kLogQueue = 10000;
 
 constexpr milliseconds kTick{100};
+
+// A payload that is longer is read beside the loop, which takes some milliseconds otherwise.
+constexpr std::size_t kReadAtOnce = 65536;
 
 constexpr const char *kEndedInsidePacket = "the connection ended inside a packet";
 
@@ -134,12 +140,32 @@ bool touchesFiles(PACKET_TYPE request) {
   }
 }
 
-// A request without content has no text at all, which reads as null.
-bool readPayload(const std::string &text, Json::Value &payload, std::string &error) {
-  if (text.empty()) {
-    return true;
+PACKET_TYPE responseTo(PACKET_TYPE request) {
+  return static_cast<PACKET_TYPE>(request + 1);
+}
+
+bool isResponse(PACKET_TYPE type) {
+  return isRequest(static_cast<PACKET_TYPE>(type - 1));
+}
+
+// A packet of the plug-in's, and what the host makes of it.
+struct ReceivedPacket {
+  PACKET_TYPE type = PACKET_TYPE_NONE;
+  std::string text;
+  PayloadStatus status = PayloadStatus::kParsed;
+  Json::Value payload;
+  Verdict verdict;
+};
+
+// The rule book is not asked about what is the framework's to send.
+void examine(ReceivedPacket &packet) {
+  std::string error;
+  packet.status = parsePayload(packet.text, packet.payload, error);
+  if (packet.status != PayloadStatus::kParsed) {
+    packet.verdict = {false, {error}};
+  } else if (!isResponse(packet.type)) {
+    packet.verdict = judge(packet.type, packet.payload);
   }
-  return parseJsonText(text.data(), text.data() + text.size(), payload, &error);
 }
 
 // What the rule book leaves unsaid of an estimate that it refuses.
@@ -155,6 +181,13 @@ std::string explainEstimate(const Json::Value &estimate) {
   }
   return "";
 }
+
+// As it goes into a packet.
+struct Answer {
+  std::string text;
+  Verdict verdict;
+  std::optional<std::string> denial;  // of a failure, its reason
+};
 
 std::string signalText(int number) {
   const char *name = sigabbrev_np(number);
@@ -224,19 +257,25 @@ class StepRunner {
   // ---- The socket.
   void readPackets();
   bool isAnswering() const;
+  bool isExamining() const { return isWorking_ && next_ == &StepRunner::onPacketExamined; }
   bool readPacket(evbuffer *input);
-  void handlePacket(PACKET_TYPE type, const std::string &text);
-  void handleCompletion(PACKET_TYPE type, const Json::Value &payload);
-  void send(PACKET_TYPE type, const Json::Value &payload);
+  void onPacketExamined();
+  void handlePacket(ReceivedPacket packet);
+  void refuse(ReceivedPacket packet);
+  void handleCompletion(PACKET_TYPE type, Json::Value payload);
   void onConnectionEvent(short what);
   void onDisconnect();
   void disconnect();
 
   // ---- Requests.
-  void handleRequest(PACKET_TYPE type, const Json::Value &payload);
+  void handleRequest(PACKET_TYPE type, Json::Value payload);
   void makeAnswer();
   void onAnswerMade();
   void sendAnswer();
+
+  // ---- The worker.
+  void work(std::function<void()> task, void (StepRunner::*next)());
+  void onWorkDone();
 
   // ---- The other channels.
   void readOutput();
@@ -270,7 +309,7 @@ class StepRunner {
   Owned<event> outputWatcher_, errorWatcher_, logWatcher_;
   std::vector<Owned<event>> signalWatchers_;
   Owned<event> childWatcher_;
-  Owned<event> timeoutTimer_, graceTimer_, tickTimer_, answerWatcher_;
+  Owned<event> timeoutTimer_, graceTimer_, tickTimer_, workWatcher_;
   LineSplitter outputLines_{[this](std::string_view line) {
     listener_.onLine({LogSource::kStdout, LOG_INFO, line});
   }};
@@ -290,11 +329,16 @@ class StepRunner {
   bool isGroupGone_ = false;
   int status_ = 0;
 
-  // The request that is being served. The worker comes last, to be gone before what it works on.
+  ReceivedPacket received_;  // while the worker examines it
+
+  // The request that is being served.
   PACKET_TYPE asked_ = PACKET_TYPE_NONE;
   Json::Value question_;
-  std::optional<Json::Value> answer_;
-  bool isServing_ = false;
+  std::optional<Answer> answer_;
+
+  // The worker comes last, to be gone before what it works on.
+  bool isWorking_ = false;
+  void (StepRunner::*next_)() = nullptr;  // once it is done
   std::unique_ptr<Worker> worker_;
 };
 
@@ -331,7 +375,7 @@ StepResult StepRunner::run() {
 
 // After a failure of the host's own the plug-in is still there; an answer may be, after any.
 StepRunner::~StepRunner() {
-  if (isServing_) {
+  if (isWorking_) {
     server_.cancel();
   }
   if (plugin_.pid > 0 && !isReaped_) {
@@ -362,8 +406,8 @@ void StepRunner::connect() {
   bufferevent_enable(connection_.get(), EV_READ | EV_WRITE);
 
   worker_ = std::make_unique<Worker>();
-  answerWatcher_ = watch<&StepRunner::onAnswerMade>(worker_->doneFd(), EV_READ | EV_PERSIST);
-  event_add(answerWatcher_.get(), nullptr);
+  workWatcher_ = watch<&StepRunner::onWorkDone>(worker_->doneFd(), EV_READ | EV_PERSIST);
+  event_add(workWatcher_.get(), nullptr);
 
   outputWatcher_ = watch<&StepRunner::readOutput>(plugin_.output.get(), EV_READ | EV_PERSIST);
   errorWatcher_ = watch<&StepRunner::readError>(plugin_.error.get(), EV_READ | EV_PERSIST);
@@ -383,8 +427,8 @@ void StepRunner::connect() {
 
 // ---- The socket.
 
-// Also called when an answer has been written out, for the packets that came meanwhile. A packet may have
-// the connection closed.
+// Also called when a packet has been examined or an answer written out, for the packets that came
+// meanwhile. A packet may have the connection closed.
 void StepRunner::readPackets() {
   while (connection_ != nullptr && !isAnswering() &&
          readPacket(bufferevent_get_input(connection_.get()))) {
@@ -395,7 +439,7 @@ void StepRunner::readPackets() {
 }
 
 bool StepRunner::isAnswering() const {
-  return isServing_ ||
+  return isWorking_ ||
          (canWrite_ && evbuffer_get_length(bufferevent_get_output(connection_.get())) > 0);
 }
 
@@ -423,46 +467,60 @@ bool StepRunner::readPacket(evbuffer *input) {
   if (buffered < size) {
     return false;
   }
-  std::string text(header.payloadLength, '\0');
+  ReceivedPacket packet;
+  packet.type = static_cast<PACKET_TYPE>(header.type);
+  packet.text.resize(header.payloadLength);
   evbuffer_drain(input, kPacketHeaderSize);
-  evbuffer_remove(input, text.data(), text.size());
-  handlePacket(static_cast<PACKET_TYPE>(header.type), text);
+  evbuffer_remove(input, packet.text.data(), packet.text.size());
+  if (packet.text.size() > kReadAtOnce) {
+    received_ = std::move(packet);
+    work([this] { examine(received_); }, &StepRunner::onPacketExamined);
+  } else {
+    examine(packet);
+    handlePacket(std::move(packet));
+  }
   return true;
 }
 
-void StepRunner::handlePacket(PACKET_TYPE type, const std::string &text) {
-  ++result_.packets;
-  Json::Value payload;
-  std::string error;
-  Verdict verdict;
-  if (readPayload(text, payload, error)) {
-    verdict = judge(type, payload);
-  } else {
-    verdict.valid = false;
-    verdict.lines = {"the payload is not JSON: " + error};
-  }
-  listener_.onPacket(Side::kPlugin, static_cast<std::uint16_t>(type), text, verdict);
+void StepRunner::onPacketExamined() {
+  handlePacket(std::exchange(received_, {}));
+}
 
-  if (!verdict.valid) {
-    const std::string estimate =
-        type == PACKET_ESTIMATE_EXPORTION_RESULT ? explainEstimate(payload) : "";
-    if (!estimate.empty() && !isDecided_) {
-      result_.refusedEstimate = payload;
-    }
-    violate(estimate.empty() ? "the rule book refuses the plug-in's " + packetName(type) : estimate,
-            verdict.lines);
+void StepRunner::handlePacket(ReceivedPacket packet) {
+  const PACKET_TYPE type = packet.type;
+  ++result_.packets;
+  listener_.onPacket(Side::kPlugin, static_cast<std::uint16_t>(type), packet.text, packet.verdict);
+  if (connection_ == nullptr) {
+    return;  // the step was canceled while the packet was examined
+  }
+
+  if (!packet.verdict.valid) {
+    refuse(std::move(packet));
   } else if (isCompleted_) {
     violate("the plug-in sent " + packetName(type) + " after its completion", {});
   } else if (isCompletion(type)) {
-    handleCompletion(type, payload);
+    handleCompletion(type, std::move(packet.payload));
   } else if (isRequest(type)) {
-    handleRequest(type, payload);
+    handleRequest(type, std::move(packet.payload));
   } else {
     violate("the plug-in sent " + packetName(type) + ", which is the framework's to send", {});
   }
 }
 
-void StepRunner::handleCompletion(PACKET_TYPE type, const Json::Value &payload) {
+void StepRunner::refuse(ReceivedPacket packet) {
+  const std::string estimate =
+      packet.type == PACKET_ESTIMATE_EXPORTION_RESULT ? explainEstimate(packet.payload) : "";
+  if (!estimate.empty()) {
+    result_.refusedEstimate = std::move(packet.payload);
+    violate(estimate, packet.verdict.lines);
+  } else if (packet.status == PayloadStatus::kTooManyValues) {
+    violate("the plug-in's " + packetName(packet.type) + ": " + packet.verdict.lines.front(), {});
+  } else {
+    violate("the rule book refuses the plug-in's " + packetName(packet.type), packet.verdict.lines);
+  }
+}
+
+void StepRunner::handleCompletion(PACKET_TYPE type, Json::Value payload) {
   if (type != completionOf(request_.step)) {
     violate("the plug-in ended the step " + request_.step + " with " + packetName(type) +
                 " in place of " + packetName(completionOf(request_.step)),
@@ -470,27 +528,7 @@ void StepRunner::handleCompletion(PACKET_TYPE type, const Json::Value &payload) 
     return;
   }
   isCompleted_ = true;
-  result_.completion = payload;
-}
-
-void StepRunner::send(PACKET_TYPE type, const Json::Value &payload) {
-  const std::string text = toJsonText(payload);
-  if (!fitsPacket(text)) {
-    violate("the answer to the plug-in's " + packetName(asked_) + " would have " +
-                std::to_string(text.size()) + " bytes, more than a packet carries",
-            {});
-    return;
-  }
-  PacketHeader header;
-  header.type = static_cast<std::uint16_t>(type);
-  header.payloadLength = static_cast<std::uint32_t>(text.size());
-  const PacketHeaderBytes bytes = encodePacketHeader(header);
-  ++result_.packets;
-  listener_.onPacket(Side::kFramework, header.type, text, judge(type, payload));
-  if (canWrite_) {
-    bufferevent_write(connection_.get(), bytes.data(), bytes.size());
-    bufferevent_write(connection_.get(), text.data(), text.size());
-  }
+  result_.completion = std::move(payload);
 }
 
 // A plug-in that no longer reads may have written before: its packets are read to their end.
@@ -527,12 +565,11 @@ void StepRunner::disconnect() {
 
 // ---- Requests.
 
-void StepRunner::handleRequest(PACKET_TYPE type, const Json::Value &payload) {
+void StepRunner::handleRequest(PACKET_TYPE type, Json::Value payload) {
   asked_ = type;
-  question_ = payload;
+  question_ = std::move(payload);
   if (touchesFiles(type)) {
-    isServing_ = true;
-    worker_->start([this] { makeAnswer(); });
+    work([this] { makeAnswer(); }, &StepRunner::onAnswerMade);
   } else {
     makeAnswer();
     sendAnswer();
@@ -540,26 +577,67 @@ void StepRunner::handleRequest(PACKET_TYPE type, const Json::Value &payload) {
 }
 
 void StepRunner::makeAnswer() {
-  answer_ = server_.answer(asked_, question_);
+  answer_.reset();
+  const std::optional<Json::Value> payload = server_.answer(asked_, question_);
+  if (payload) {
+    answer_.emplace();
+    answer_->text = toJsonText(*payload);
+    answer_->verdict = judge(responseTo(asked_), *payload);
+    if (!(*payload)["success"].asBool()) {
+      answer_->denial = (*payload)["error"].asString();
+    }
+  }
 }
 
 void StepRunner::onAnswerMade() {
-  worker_->finish();
-  isServing_ = false;
   if (connection_ != nullptr) {
     sendAnswer();
-    readPackets();
   }
-  finishIfOver();
 }
 
 void StepRunner::sendAnswer() {
-  if (!answer_) {
+  const Json::Value question = std::exchange(question_, {});
+  const std::optional<Answer> answer = std::exchange(answer_, {});
+  if (!answer) {
     violate(packetName(asked_) + " is not served here", {});
     return;
   }
-  listener_.onAnswer(asked_, question_, *answer_);
-  send(static_cast<PACKET_TYPE>(asked_ + 1), *answer_);
+  listener_.onAnswer(asked_, question, answer->denial);
+  if (!fitsPacket(answer->text)) {
+    violate("the answer to the plug-in's " + packetName(asked_) + " would have " +
+                std::to_string(answer->text.size()) + " bytes, more than a packet carries",
+            {});
+    return;
+  }
+  PacketHeader header;
+  header.type = static_cast<std::uint16_t>(responseTo(asked_));
+  header.payloadLength = static_cast<std::uint32_t>(answer->text.size());
+  const PacketHeaderBytes bytes = encodePacketHeader(header);
+  ++result_.packets;
+  listener_.onPacket(Side::kFramework, header.type, answer->text, answer->verdict);
+  if (canWrite_) {
+    bufferevent_write(connection_.get(), bytes.data(), bytes.size());
+    bufferevent_write(connection_.get(), answer->text.data(), answer->text.size());
+  }
+}
+
+// ---- The worker.
+
+void StepRunner::work(std::function<void()> task, void (StepRunner::*next)()) {
+  isWorking_ = true;
+  next_ = next;
+  worker_->start(std::move(task));
+}
+
+// The connection may be closed by now.
+void StepRunner::onWorkDone() {
+  worker_->finish();
+  isWorking_ = false;
+  (this->*next_)();
+  if (connection_ != nullptr) {
+    readPackets();
+  }
+  finishIfOver();
 }
 
 // ---- The other channels.
@@ -648,6 +726,10 @@ void StepRunner::armGrace() {
 // the plug-in itself is gone already, something that left its process group still holds one of its
 // channels, and nobody waits for that.
 void StepRunner::escalate() {
+  if (isReaped_ && isExamining()) {
+    armGrace();  // it may be the completion
+    return;
+  }
   if (isReaped_) {
     finish();
     return;
@@ -694,7 +776,7 @@ void StepRunner::onChild() {
 }
 
 void StepRunner::finishIfOver() {
-  if (isGroupGone_ && connection_ == nullptr && !isServing_ && !plugin_.output && !plugin_.error) {
+  if (isGroupGone_ && connection_ == nullptr && !isWorking_ && !plugin_.output && !plugin_.error) {
     finish();
   }
 }
@@ -709,7 +791,7 @@ StepResult StepRunner::conclude() {
   errorLines_.finish();
   result_.seconds = secondsSince(begin_);
   if (isDecided_) {
-    return result_;
+    return std::move(result_);
   }
 
   if (WIFSIGNALED(status_)) {
@@ -731,7 +813,7 @@ StepResult StepRunner::conclude() {
                        "; its completion decides";
     }
   }
-  return result_;
+  return std::move(result_);
 }
 
 }  // namespace

@@ -82,9 +82,9 @@ class StepListener {
   virtual void onPacket(Side from, std::uint16_t type, std::string_view payload,
                         const Verdict &verdict) = 0;
   virtual void onGarbage(Side from, std::string_view bytes, const std::string &reason) = 0;
-  // A request that the rule book found valid, and what it is answered.
+  // A request that the rule book found valid is answered; with a failure, if there is a reason of one.
   virtual void onAnswer(ZARN::ARVLAPP::PACKET_TYPE /*request*/, const Json::Value & /*payload*/,
-                        const Json::Value & /*answer*/) {}
+                        const std::optional<std::string> & /*denial*/) {}
   // The step ends early: the plug-in is being canceled.
   virtual void onCancel(Outcome /*why*/) {}
   // Ten times a second.

@@ -31,8 +31,8 @@ class TracingListener : public StepListener {
     listener_.onGarbage(from, bytes, reason);
   }
   void onAnswer(ZARN::ARVLAPP::PACKET_TYPE request, const Json::Value &payload,
-                const Json::Value &answer) override {
-    listener_.onAnswer(request, payload, answer);
+                const std::optional<std::string> &denial) override {
+    listener_.onAnswer(request, payload, denial);
   }
   void onCancel(Outcome why) override { listener_.onCancel(why); }
   void onTick() override { listener_.onTick(); }

@@ -1,6 +1,7 @@
 #include "backup/job_steps.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "elapsed.h"
 #include "plugin_folder.h"
@@ -46,11 +47,11 @@ const StepResult &JobSteps::run(const std::string &step, RequestServer &server) 
   bytesBefore_ = meter_.bytes;
   display_.stepBegins(step);
   TracingListener listener(*this, trace_);
-  const StepResult result = runStep(request, server, listener);
+  StepResult result = runStep(request, server, listener);
   trace_.stepEnded(outcomeText(result.outcome), exitCodeOf(result.outcome));
   display_.stepEnds(outcomeText(result.outcome), result.outcome == Outcome::kSuccess,
                     result.seconds);
-  reports_.push_back({step, result});
+  reports_.push_back({step, std::move(result)});
   return reports_.back().result;
 }
 
@@ -65,9 +66,9 @@ void JobSteps::onGarbage(Side, std::string_view bytes, const std::string &reason
 
 // A transfer may say what share of the job it completes.
 void JobSteps::onAnswer(PACKET_TYPE request, const Json::Value &payload,
-                        const Json::Value &answer) {
-  if (!answer["success"].asBool()) {
-    deny(packetName(request) + " was denied: " + answer["error"].asString());
+                        const std::optional<std::string> &denial) {
+  if (denial) {
+    deny(packetName(request) + " was denied: " + *denial);
     return;
   }
   if (request == ZARN::ARVLAPP::PACKET_UPLOAD_REQUEST ||

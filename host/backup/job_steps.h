@@ -59,7 +59,7 @@ class JobSteps : private StepListener {
   void onPacket(Side, std::uint16_t, std::string_view, const Verdict &) override {}
   void onGarbage(Side from, std::string_view bytes, const std::string &reason) override;
   void onAnswer(ZARN::ARVLAPP::PACKET_TYPE request, const Json::Value &payload,
-                const Json::Value &answer) override;
+                const std::optional<std::string> &denial) override;
   void onCancel(Outcome why) override;
   void onTick() override;
 

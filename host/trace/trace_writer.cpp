@@ -11,15 +11,13 @@
 #include <cstdio>
 #include <cstring>
 
-#include "protocol/json_text.h"
+#include "trace/payload_parser.h"
 #include "trace/trace_text.h"
 #include "zarn/arvlapp/protocol_util.h"
 
 namespace arvl_host {
 
 namespace {
-
-using ZARN::ARVLAPP::parseJsonText;
 
 constexpr std::uint64_t kFrameHeaderSize = 8;
 
@@ -113,7 +111,8 @@ class TraceWriter::Line {
     return false;
   }
 
-  std::string text() const { return text_ + "}\n"; }
+  // Ends the line, which may be too long to be copied.
+  std::string_view finish() { return text_ += "}\n"; }
 
  private:
   std::string &member(const char *key) { return text_.append(",\"").append(key).append("\":"); }
@@ -189,12 +188,13 @@ void TraceWriter::packet(Side from, std::uint16_t type, std::string_view payload
 void TraceWriter::addPayload(Line &line, std::string_view payload) const {
   const std::string_view shown = abbreviate(payload);
   Json::Value value;
+  std::string error;
   if (payload.empty()) {
     return;
   }
   if (shown.size() < payload.size()) {
     line.string("payload_begin", shown);
-  } else if (!parseJsonText(payload.data(), payload.data() + payload.size(), value) ||
+  } else if (parsePayload(payload, value, error) != PayloadStatus::kParsed ||
              !line.json("payload", value)) {
     line.string("payload_text", payload);
   }
@@ -244,9 +244,9 @@ std::string_view TraceWriter::abbreviate(std::string_view bytes) const {
 
 // What stands of a line that did not fit is taken back, so that the trace ends with a whole one. Where
 // that fails too, the readers of traces put up with a last line that is cut.
-bool TraceWriter::append(const Line &line, std::string &error) {
+bool TraceWriter::append(Line &line, std::string &error) {
   const off_t end = ::lseek(file_, 0, SEEK_CUR);
-  if (writeAll(file_, line.text())) {
+  if (writeAll(file_, line.finish())) {
     return true;
   }
   error = cannotWrite(name_, errno);
@@ -257,7 +257,7 @@ bool TraceWriter::append(const Line &line, std::string &error) {
   return false;
 }
 
-void TraceWriter::write(const Line &line) {
+void TraceWriter::write(Line &line) {
   std::string error;
   if (!append(line, error)) {
     report(error + "; it ends here");

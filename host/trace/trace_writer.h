@@ -66,8 +66,8 @@ class TraceWriter {
   TraceTime now() const;
   std::string_view abbreviate(std::string_view bytes) const;
   void addPayload(Line &line, std::string_view payload) const;
-  bool append(const Line &line, std::string &error);
-  void write(const Line &line);
+  bool append(Line &line, std::string &error);
+  void write(Line &line);
   void report(const std::string &error) const;
 
   int file_ = -1;

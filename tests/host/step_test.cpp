@@ -214,6 +214,28 @@ TEST(Step, ReadsAPayloadAsThePluginsEndDoes) {
   }
 }
 
+Ended runWithArray(int elements) {
+  return run(stepCommand("import", UNRULY_PLUGIN),
+             {"UNRULY=completes with an array", "UNRULY_ELEMENTS=" + std::to_string(elements)});
+}
+
+TEST(Step, RefusesAPayloadOfTooManyValuesBeforeItIsParsed) {
+  const Ended most = runWithArray(99997);  // and the object, "success" and the array
+  EXPECT_EQ(most.status, 0) << lastLine(most.out);
+  const Ended more = runWithArray(99998);
+  EXPECT_EQ(more.status, 3);
+  EXPECT_TRUE(
+      holds(more.out,
+            "\nthe plug-in's IMPORT_COMPLETE: the payload may hold 100001 values; arvl-host "
+            "reads at most 100000\nstep import: protocol violation"));
+}
+
+TEST(Step, TakesTheLongestText) {
+  const Ended ended = runUnruly("completes with a long text");
+  EXPECT_EQ(ended.status, 0);
+  EXPECT_TRUE(holds(ended.out.substr(0, 300), "  text: xxx"));
+}
+
 TEST(Step, ReadsNoRequestBeforeTheAnswerToTheLastIsOut) {
   const TempDir store;
   const Ended ended =

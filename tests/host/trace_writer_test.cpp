@@ -142,6 +142,15 @@ TEST(TraceWriter, ShowsAsTextWhatNestsTooDeepForReadersOfJson) {
   }
 }
 
+TEST(TraceWriter, ShowsAsTextWhatHoldsTooManyValues) {
+  std::string payload = "[0";
+  for (int i = 1; i < 99998; ++i) {
+    payload += ",0";
+  }
+  EXPECT_EQ(payloadReadBack(payload + ",0]", true).form, Payload::Form::kJson);
+  EXPECT_EQ(payloadReadBack(payload + ",0,0]", true).form, Payload::Form::kText);
+}
+
 TEST(TraceWriter, TellsAnEmptyPayloadFromNull) {
   EXPECT_EQ(packetLine(""), listDirLine(8, ""));
   EXPECT_EQ(packetLine("null"), listDirLine(12, ",\"payload\":null"));

@@ -102,6 +102,14 @@ bool behaveRaw(const std::string &how, int fd) {
     writeAll(fd, frame(15, "{\"success\":"));
   } else if (how == "completes with a text") {
     writeAll(fd, frame(15, getenv("UNRULY_TEXT")));
+  } else if (how == "completes with an array") {
+    std::string array = "0";
+    for (int i = 1; i < atoi(getenv("UNRULY_ELEMENTS")); ++i) {
+      array += ",0";
+    }
+    writeAll(fd, frame(15, R"({"success":true,"array":[)" + array + "]}"));
+  } else if (how == "completes with a long text") {
+    writeAll(fd, frame(15, R"({"success":true,"text":")" + std::string(33554400, 'x') + "\"}"));
   } else if (how == "breaks the rule") {
     writeAll(fd, frame(15, "{\"success\":\"yes\"}"));
   } else if (how == "a packet after the completion") {

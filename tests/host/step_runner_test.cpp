@@ -1,0 +1,115 @@
+// A step while the host reads a payload: the parser of payloads is replaced, to see when it is at work.
+
+#include "step_runner.h"
+
+#include <gtest/gtest.h>
+#include <json/reader.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <functional>
+#include <future>
+#include <string>
+#include <thread>
+
+namespace {
+
+using namespace arvl_host;
+using ZARN::ARVLAPP::PACKET_TYPE;
+
+std::function<bool()> parser;
+
+}  // namespace
+
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+
+// In front of JsonCpp's.
+bool Json::Reader::parse(const char *, const char *, Value &root, bool) {
+  root = Value(objectValue);
+  root["success"] = true;
+  return parser();
+}
+
+#pragma GCC diagnostic pop
+
+namespace {
+
+class NoServer : public RequestServer {
+ public:
+  std::optional<Json::Value> answer(PACKET_TYPE, const Json::Value &) override { return {}; }
+  void cancel() override {}
+};
+
+class Listener : public StepListener {
+ public:
+  void onStart(const StepRequest &, std::int64_t pid) override { pid_ = static_cast<pid_t>(pid); }
+  void onLine(const PluginLine &) override {}
+  void onPacket(Side, std::uint16_t, std::string_view payload, const Verdict &) override {
+    bytes += payload.size();
+  }
+  void onGarbage(Side, std::string_view, const std::string &) override {}
+  void onCancel(Outcome) override { canceled.set_value(); }
+
+  // Of the two ticks after the plug-in has been reaped, the second comes after a grace that is shorter.
+  void onTick() override {
+    if (kill(pid_, 0) != 0 && ++ticksAfterEnd_ == 2) {
+      graceIsOver.set_value();
+    }
+  }
+
+  std::promise<void> canceled;
+  std::promise<void> graceIsOver;
+  std::size_t bytes = 0;  // of all payloads
+
+ private:
+  pid_t pid_ = -1;
+  int ticksAfterEnd_ = 0;
+};
+
+StepRequest requestOf(const std::string &how, std::chrono::milliseconds grace) {
+  setenv("UNRULY", how.c_str(), 1);
+  StepRequest request;
+  request.step = "import";
+  request.executable = std::string(UNRULY_PLUGIN) + "/import";
+  request.frameworkVersion = "2.3";
+  request.timeout = std::chrono::hours(1);
+  request.grace = grace;
+  return request;
+}
+
+TEST(StepRunner, IsCanceledWhileItReadsALargePayload) {
+  NoServer server;
+  Listener listener;
+  const std::thread::id loop = std::this_thread::get_id();
+  parser = [&] {
+    if (std::this_thread::get_id() == loop) {
+      ADD_FAILURE() << "the event loop is deaf";
+      return true;
+    }
+    kill(getpid(), SIGINT);
+    listener.canceled.get_future().wait();
+    return true;
+  };
+  const StepResult result =
+      runStep(requestOf("completes with a long text", std::chrono::hours(1)), server, listener);
+  EXPECT_EQ(result.outcome, Outcome::kInterrupted);
+  EXPECT_GT(listener.bytes, 33554400u);  // a trace has the packet all the same
+}
+
+// The completion that is being read counts, although the grace after the end is over.
+TEST(StepRunner, ReadsTheLastPayloadOfAPluginThatIsGone) {
+  NoServer server;
+  Listener listener;
+  parser = [&] {
+    listener.graceIsOver.get_future().wait_for(
+        std::chrono::seconds(30));  // the loop is gone if it is not
+    return true;
+  };
+  const StepResult result = runStep(
+      requestOf("completes with a long text", std::chrono::milliseconds(1)), server, listener);
+  EXPECT_EQ(result.outcome, Outcome::kSuccess);
+}
+
+}  // namespace
