@@ -41,6 +41,14 @@ HelpFormatter::HelpFormatter() {
   label("SUBCOMMAND", "COMMAND");
 }
 
+std::string HelpFormatter::make_help(const CLI::App *command, std::string name,
+                                     CLI::AppFormatMode mode) const {
+  const std::string footer = command->get_footer();
+  return make_description(command) + make_usage(command, name) + make_positionals(command) +
+         make_groups(command, mode) + make_subcommands(command, mode) +
+         (footer.empty() ? "" : '\n' + footer + '\n');
+}
+
 std::string HelpFormatter::make_option(const CLI::Option *option, bool isPositional) const {
   std::string name =
       isPositional ? option->get_name(true) : CLI::detail::join(namesOf(*option), ", ");

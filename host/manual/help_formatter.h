@@ -13,6 +13,9 @@ class HelpFormatter : public CLI::Formatter {
  public:
   HelpFormatter();
 
+  // Releases of CLI11 differ in the empty lines at the end.
+  std::string make_help(const CLI::App *command, std::string name,
+                        CLI::AppFormatMode mode) const override;
   std::string make_option(const CLI::Option *option, bool isPositional) const override;
   std::string make_subcommand(const CLI::App *command) const override;
 };
