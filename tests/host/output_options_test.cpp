@@ -182,22 +182,37 @@ TEST_F(Output, IsAReportOfWrongUsageToo) {
   EXPECT_EQ(reportOfWords({"--json"})["command"], "");
 }
 
-// As another user, to whom a folder may be closed.
-TEST_F(Output, OfAStoreOfOthersIsShownAsFarAsItCanBeRead) {
-  if (geteuid() != 0) {
-    GTEST_SKIP() << "only the superuser can be another user";
+// As another user, who cannot read every directory.
+class OutputForAnotherUser : public Output {
+ protected:
+  void SetUp() override {
+    if (geteuid() != 0) {
+      GTEST_SKIP() << "only the superuser can be another user";
+    }
+    fs::permissions(dir_.path(), fs::perms::all);
+    // The build may be in a directory that only its owner can enter.
+    fs::create_directory(at("program"));
+    for (const fs::path file : {ARVL_HOST, ARVL_LIBRARIES}) {
+      fs::copy_file(file, fs::path(at("program")) / file.filename());
+    }
   }
+
+  Ended runOnStore(const std::string &command, const Words &more) const {
+    Words words = {"/usr/bin/setpriv", "--reuid=65534", "--clear-groups"};
+    for (const std::string &word : storeCommand(command, more)) {
+      words.push_back(word == ARVL_HOST ? at("program/arvl-host") : word);
+    }
+    return run(words, {"LD_LIBRARY_PATH=" + at("program")});
+  }
+};
+
+TEST_F(OutputForAnotherUser, ShowsAStoreAsFarAsItCanBeRead) {
   const fs::path folder = mustBackUp();
   const std::string manifest = folder / "manifest.json";  // in a folder for its owner alone
   fs::create_directory(at("store/closed"));
   fs::permissions(at("store/closed"), fs::perms::none);
-  fs::permissions(dir_.path(), fs::perms::all);
   for (const std::string command : kStoreCommands) {
-    Words words = {"/usr/bin/setpriv", "--reuid=65534", "--clear-groups"};
-    for (const std::string &word : storeCommand(command, {"--json"})) {
-      words.push_back(word);
-    }
-    const Ended ended = run(words);
+    const Ended ended = runOnStore(command, {"--json"});
     EXPECT_EQ(ended.status, 2) << command << ended.err;
     const Json::Value report = reportOf(ended);
     const std::string closed = "cannot read the folder \"" + at("store/closed") + "\"";
@@ -211,21 +226,12 @@ TEST_F(Output, OfAStoreOfOthersIsShownAsFarAsItCanBeRead) {
   fs::permissions(at("store/closed"), fs::perms::all);
 }
 
-TEST_F(Output, OfABackupDoesNotDependOnWhatElseCannotBeRead) {
-  if (geteuid() != 0) {
-    GTEST_SKIP() << "only the superuser can be another user";
-  }
+TEST_F(OutputForAnotherUser, OfABackupDoesNotDependOnWhatElseCannotBeRead) {
   const fs::path folder = mustBackUp();
   fs::create_directory(at("store/closed"));
   fs::permissions(at("store/closed"), fs::perms::none);
-  fs::permissions(dir_.path(), fs::perms::all);
   ASSERT_EQ(run({"/bin/chown", "-R", "65534", folder}).status, 0);
-  Words words = {"/usr/bin/setpriv", "--reuid=65534", "--clear-groups"};
-  for (const std::string &word :
-       storeCommand("verify", {"--name", "unruly", "--backup", folder.filename()})) {
-    words.push_back(word);
-  }
-  const Ended ended = run(words);
+  const Ended ended = runOnStore("verify", {"--name", "unruly", "--backup", folder.filename()});
   EXPECT_EQ(ended.status, 0);
   EXPECT_EQ(countOf(ended.err, "error: "), 0u) << ended.err;  // profilers write there, too
   EXPECT_TRUE(holds(ended.out, "unruly " + folder.filename().string() + ": sound, "));
