@@ -176,10 +176,15 @@ TEST_F(NotesApp, CheckNamesWhatIsDamaged) {
   fs::remove(notes_.attachments() / kAbcSha256);
   EXPECT_EQ(notes_.check(), "attachment " + (notes_.attachments() / kAbcSha256).string() +
                                 ": No such file or directory\n");
-  notes_.tamper("DELETE FROM attachments; DELETE FROM notes_index_data");
-  EXPECT_EQ(notes_.check().rfind("full-text index: ", 0), 0U) << notes_.check();
-  notes_.tamper("UPDATE notes SET notebook_id = 77");
+  notes_.tamper("DELETE FROM attachments; UPDATE notes SET notebook_id = 77");
   EXPECT_EQ(notes_.check(), "table notes, row 1: refers to a missing row of notebooks\n");
+  notes_.tamper("UPDATE notes SET notebook_id = 1");
+  EXPECT_EQ(notes_.check(), "ok\n");
+  for (const char *damage :
+       {"DELETE FROM notes_index_data WHERE id > 10", "DELETE FROM notes_index_data"}) {
+    notes_.tamper(damage);
+    EXPECT_EQ(notes_.check().rfind("full-text index: ", 0), 0U) << notes_.check();
+  }
 }
 
 TEST_F(NotesApp, CommandLinesThatMakeNoSenseAreRefusedWithTheUsage) {

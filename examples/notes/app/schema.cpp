@@ -166,13 +166,22 @@ std::vector<AttachmentFile> attachmentFiles(Database &database,
   return list;
 }
 
+std::string indexFault(const std::string &fault) {
+  return "full-text index: " + fault;
+}
+
 std::vector<std::string> databaseFaults(Database &database) {
+  // From release 3.44 on, SQLite examines the index as well and names it. A path may hold that name, too.
+  const auto named = [](const std::string &fault) {
+    const bool isOfIndex = fault.find("notes_index", fault.rfind('/') + 1) != std::string::npos;
+    return isOfIndex ? indexFault(fault) : fault;
+  };
   std::vector<std::string> faults;
   try {
     Statement integrity(database, "PRAGMA integrity_check");
     while (integrity.step()) {
       if (integrity.text(0) != "ok") {
-        faults.push_back(integrity.text(0));
+        faults.push_back(named(integrity.text(0)));
       }
     }
     Statement references(database, "PRAGMA foreign_key_check");
@@ -181,7 +190,7 @@ std::vector<std::string> databaseFaults(Database &database) {
                        ": refers to a missing row of " + references.text(2));
     }
   } catch (const SqliteError &error) {  // too damaged to be examined
-    faults.push_back(error.what());
+    faults.push_back(named(error.what()));
   }
   return faults;
 }

@@ -45,6 +45,9 @@ struct AttachmentFile {
 std::vector<AttachmentFile> attachmentFiles(Database &database,
                                             const std::vector<std::string> &notebooks = {});
 
+// A fault of the full-text index, as the line that reports it.
+std::string indexFault(const std::string &fault);
+
 // What is wrong with the database: each fault in one line, none if it is sound.
 std::vector<std::string> databaseFaults(Database &database);
 

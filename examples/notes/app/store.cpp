@@ -224,7 +224,7 @@ std::vector<std::string> Store::check() {
   try {  // rank 1 compares the index with the notes
     database_.execute("INSERT INTO notes_index (notes_index, rank) VALUES ('integrity-check', 1)");
   } catch (const SqliteError &error) {
-    faults.push_back("full-text index: " + std::string(error.what()));
+    faults.push_back(indexFault(error.what()));
   }
   for (const AttachmentFile &file : attachmentFiles(database_)) {
     const std::string fault = attachmentFault(file, dir_.attachments(), kCurrentVersion);
