@@ -1,13 +1,12 @@
 #include "rule_book.h"
 
 #include <json/value.h>
-#include <syslog.h>
 
 #include <cstdarg>
 #include <cstdio>
 #include <exception>
 
-#include "zarn/visibility.h"
+#include "util/log_functions.h"
 
 namespace arvl_host {
 
@@ -44,14 +43,14 @@ Verdict judge(ZARN::ARVLAPP::PACKET_TYPE type, const Json::Value &payload) {
 
 }  // namespace arvl_host
 
-// In front of the C library's: the library logs through this one in the host's process.
-extern "C" ZARN_EXPORT void syslog(int priority, const char *format, ...) {
-  va_list arguments;
-  va_start(arguments, format);
+namespace {
+
+void takeLogLine(int priority, const char *format, va_list arguments) {
   if (arvl_host::collector != nullptr) {
     arvl_host::collector->push_back(arvl_host::withoutPlace(arvl_host::render(format, arguments)));
   } else {
     vsyslog(priority, format, arguments);
   }
-  va_end(arguments);
 }
+
+}  // namespace

@@ -1,13 +1,11 @@
 #include "support/log_sink.h"
 
-#include <syslog.h>
-
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
 
 #include "support/check.h"
-#include "zarn/visibility.h"
+#include "util/log_functions.h"
 
 namespace arvl_fuzz {
 
@@ -39,12 +37,13 @@ std::string LogSink::lastLine() {
 
 }  // namespace arvl_fuzz
 
-extern "C" ZARN_EXPORT void syslog(int priority, const char *format, ...) {
+namespace {
+
+void takeLogLine(int priority, const char *format, va_list arguments) {
   FUZZ_CHECK(priority == LOG_ERR);
   FUZZ_CHECK(std::strncmp(format, "%s:%d ", 6) == 0);
-  va_list arguments;
-  va_start(arguments, format);
   FUZZ_CHECK(std::vsnprintf(arvl_fuzz::last, sizeof arvl_fuzz::last, format, arguments) > 0);
-  va_end(arguments);
   ++arvl_fuzz::lines;
 }
+
+}  // namespace

@@ -4,7 +4,6 @@
 #include <dlfcn.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <syslog.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -15,8 +14,7 @@
 #include <new>
 
 #include "log_channel.h"
-
-#define ARVL_PRELOAD extern "C" __attribute__((visibility("default")))
+#include "util/log_functions.h"
 
 namespace {
 
@@ -91,8 +89,7 @@ __attribute__((format(printf, 2, 0))) void callNext(int priority, const char *fo
   }
 }
 
-__attribute__((format(printf, 2, 0))) void log(int priority, const char *format,
-                                               va_list arguments) {
+void takeLogLine(int priority, const char *format, va_list arguments) {
   const int error = errno;
   va_list again;
   va_copy(again, arguments);
@@ -106,28 +103,14 @@ __attribute__((format(printf, 2, 0))) void log(int priority, const char *format,
 
 }  // namespace
 
-ARVL_PRELOAD void vsyslog(int priority, const char *format, va_list arguments) {
-  log(priority, format, arguments);
+// A plug-in may call these, too.
+extern "C" ZARN_EXPORT void vsyslog(int priority, const char *format, va_list arguments) {
+  takeLogLine(priority, format, arguments);
 }
 
-ARVL_PRELOAD void syslog(int priority, const char *format, ...) {
-  va_list arguments;
-  va_start(arguments, format);
-  log(priority, format, arguments);
-  va_end(arguments);
-}
-
-// What programs built with _FORTIFY_SOURCE call in their place.
-ARVL_PRELOAD __attribute__((format(printf, 3, 0))) void __vsyslog_chk(int priority, int /*flag*/,
-                                                                      const char *format,
-                                                                      va_list arguments) {
-  log(priority, format, arguments);
-}
-
-ARVL_PRELOAD __attribute__((format(printf, 3, 4))) void __syslog_chk(int priority, int /*flag*/,
-                                                                     const char *format, ...) {
-  va_list arguments;
-  va_start(arguments, format);
-  log(priority, format, arguments);
-  va_end(arguments);
+extern "C" ZARN_EXPORT __attribute__((format(printf, 3, 0))) void __vsyslog_chk(int priority,
+                                                                                int /*flag*/,
+                                                                                const char *format,
+                                                                                va_list arguments) {
+  takeLogLine(priority, format, arguments);
 }

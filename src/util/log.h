@@ -2,7 +2,7 @@
 // name of the source file and the line of the logging statement.
 //
 // The macro expands to the call of syslog itself, so that the compiler checks each format against
-// its arguments and a process that wants the lines for itself can interpose the one function.
+// its arguments and a process that wants the lines for itself can interpose it, see log_functions.h.
 // Keep each use on one physical line: for a wrapped call the compilers disagree about __LINE__.
 // The extension in it is "%m", syslog's own conversion.
 #ifndef ZARN_UTIL_LOG_H_

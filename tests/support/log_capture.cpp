@@ -1,14 +1,12 @@
 #include "support/log_capture.h"
 
-#include <syslog.h>
-
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <mutex>
 #include <utility>
 
-#include "zarn/visibility.h"
+#include "util/log_functions.h"
 
 namespace arvl_test {
 
@@ -75,11 +73,12 @@ LogLines LogCapture::take() {
 
 }  // namespace arvl_test
 
-extern "C" ZARN_EXPORT void syslog(int priority, const char *format, ...) {
-  va_list arguments;
-  va_start(arguments, format);
+namespace {
+
+void takeLogLine(int priority, const char *format, va_list arguments) {
   arvl_test::LogRecord record = arvl_test::makeRecord(priority, format, arguments);
-  va_end(arguments);
   const std::lock_guard<std::mutex> lock(arvl_test::mutex);
   arvl_test::records.push_back(std::move(record));
 }
+
+}  // namespace

@@ -1,5 +1,5 @@
-// The log lines of the library, taken where it hands them to syslog: linking this file puts a syslog
-// of its own into the test program, in front of the C library's.
+// The log lines of the library, taken where it hands them to syslog: linking this file puts
+// functions of its own into the test program, in front of the C library's.
 #ifndef ARVL_TESTS_SUPPORT_LOG_CAPTURE_H_
 #define ARVL_TESTS_SUPPORT_LOG_CAPTURE_H_
 

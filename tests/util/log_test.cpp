@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <json/value.h>
+#include <syslog.h>
 #include <unistd.h>
 
 #include <set>
@@ -12,6 +13,9 @@
 #include "zarn/arvlapp/agent.h"
 #include "zarn/arvlapp/protocol_util.h"
 #include "zarn/arvlapp/storage_usage.h"
+
+// A program that is built with _FORTIFY_SOURCE calls this in place of syslog.
+extern "C" void __syslog_chk(int priority, int flag, const char *format, ...);
 
 namespace {
 
@@ -26,6 +30,12 @@ void expectTrueLines(const std::vector<LogRecord> &records, std::size_t statemen
     lines.insert(record.line);
   }
   EXPECT_GE(lines.size(), statements);
+}
+
+TEST(LogLine, IsTakenFromABuildWithFortifySourceToo) {
+  LogCapture capture;
+  __syslog_chk(LOG_ERR, 1, "%s:%d %s", "some.cpp", 7, "text");
+  EXPECT_EQ(capture.take(), LogLines{"some.cpp: text"});
 }
 
 TEST(LogLine, NamesItsStatementInTheRuleBook) {
