@@ -34,8 +34,10 @@ class Browser:
     """One Chromium, spoken to in the WebDriver protocol."""
 
     def __init__(self, folder):
+        # Chromium does not start without a home directory that it can write to.
         self._driver = subprocess.Popen(
-            ["chromedriver", "--port=0"], stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
+            ["chromedriver", "--port=0"], stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True,
+            env={**os.environ, "HOME": folder})
         self._session = None
         try:
             self._url = f"http://127.0.0.1:{self._port()}"
