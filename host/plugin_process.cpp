@@ -194,7 +194,7 @@ PluginProcess startPlugin(const std::string &executable, const std::string &fram
     becomePlugin(const_cast<char **>(argv.data()), const_cast<char **>(envp.data()),
                  pluginSocket.get(), pluginOutput.get(), pluginError.get(), pluginLog.get());
     const int reason = errno;
-    static_cast<void>(write(pluginFailure.get(), &reason, sizeof reason));
+    [[maybe_unused]] const ssize_t sent = write(pluginFailure.get(), &reason, sizeof reason);
     _exit(127);
   }
   setpgid(plugin.pid, plugin.pid);  // whoever comes first; the child's own call may still be due
