@@ -1,7 +1,7 @@
-// Packet names and the rule book of payloads.
+// The rule book of payloads.
 //
 // In this order: predicates and member checks, the objects that several packets share, one rule per
-// packet, and one table of type, name and rule. A rule reads top to bottom like the table it
+// packet, and one table of type and rule. A rule reads top to bottom like the table it
 // implements; the first line that fails logs its own text and ends the rule. An enclosing check adds
 // its line after the inner one, so that the log tells the failure innermost first.
 //
@@ -18,6 +18,7 @@
 #include <string_view>
 
 #include "protocol/json_members.h"
+#include "protocol/packet_table.h"
 #include "util/log.h"
 
 namespace ZARN {
@@ -495,65 +496,56 @@ bool isContentFreeRequestValid(const Json::Value & /*payload*/) {
 
 #undef REQUIRE
 
-struct PacketRow {
+struct RuleRow {
   PACKET_TYPE type;
-  const char *name;
   bool (*isValid)(const Json::Value &payload);
 };
 
-// The older types print without a prefix, the later ones with it; other programs read these names.
-constexpr PacketRow kPackets[] = {
-    {PACKET_TYPE_NONE, "PACKET_TYPE_NONE", isNonePacketValid},
-    {PACKET_CAN_EXPORT_RESULT, "CAN_EXPORT_RESULT", isCanExportResultValid},
-    {PACKET_ESTIMATE_EXPORTION_RESULT, "ESTIMATE_EXPORTION_RESULT", isEstimateExportionResultValid},
-    {PACKET_UPLOAD_REQUEST, "UPLOAD_REQUEST", isUploadRequestValid},
-    {PACKET_UPLOAD_RESPONSE, "UPLOAD_RESPONSE", isUploadResponseValid},
-    {PACKET_EXPORT_COMPLETE, "EXPORT_COMPLETE", isExportCompleteValid},
-    {PACKET_CAN_IMPORT_RESULT, "CAN_IMPORT_RESULT", isCanImportResultValid},
-    {PACKET_LIST_DIR_REQUEST, "LIST_DIR_REQUEST", isListDirRequestValid},
-    {PACKET_LIST_DIR_RESPONSE, "LIST_DIR_RESPONSE", isListDirResponseValid},
-    {PACKET_STAT_REQUEST, "STAT_REQUEST", isStatPacketValid},
-    {PACKET_STAT_RESPONSE, "STAT_RESPONSE", isStatPacketValid},
-    {PACKET_DOWNLOAD_REQUEST, "DOWNLOAD_REQUEST", isDownloadRequestValid},
-    {PACKET_DOWNLOAD_RESPONSE, "DOWNLOAD_RESPONSE", isDownloadResponseValid},
-    {PACKET_EXPORT_RESULT_REQUEST, "EXPORT_RESULT_REQUEST", isContentFreeRequestValid},
-    {PACKET_EXPORT_RESULT_RESPONSE, "EXPORT_RESULT_RESPONSE", isExportResultResponseValid},
-    {PACKET_IMPORT_COMPLETE, "IMPORT_COMPLETE", isImportCompleteValid},
-    {PACKET_CREATE_DIR_REQUEST, "PACKET_CREATE_DIR_REQUEST", isCreateDirRequestValid},
-    {PACKET_CREATE_DIR_RESPONSE, "PACKET_CREATE_DIR_RESPONSE", isCreateDirResponseValid},
-    {PACKET_SELECTED_SOURCE_REQUEST, "PACKET_SELECTED_SOURCE_REQUEST", isContentFreeRequestValid},
-    {PACKET_SELECTED_SOURCE_RESPONSE, "PACKET_SELECTED_SOURCE_RESPONSE",
-     isSelectedSourceResponseValid},
-    {PACKET_EXPORT_CONFIG_REQUEST, "PACKET_EXPORT_CONFIG_REQUEST", isContentFreeRequestValid},
-    {PACKET_EXPORT_CONFIG_RESPONSE, "PACKET_EXPORT_CONFIG_RESPONSE", isExportConfigResponseValid},
-    {PACKET_LANGUAGE_REQUEST, "PACKET_LANGUAGE_REQUEST", isContentFreeRequestValid},
-    {PACKET_LANGUAGE_RESPONSE, "PACKET_LANGUAGE_RESPONSE", isLanguageResponseValid},
-    {PACKET_SUMMARY_RESULT, "PACKET_SUMMARY_RESULT", isSummaryCompleteValid},
-    {PACKET_SET_PROGRESS_REQUEST, "PACKET_SET_PROGRESS_REQUEST", isSetProgressRequestValid},
-    {PACKET_SET_PROGRESS_RESPONSE, "PACKET_SET_PROGRESS_RESPONSE", isSetProgressResponseValid},
+constexpr RuleRow kRules[] = {
+    {PACKET_TYPE_NONE, isNonePacketValid},
+    {PACKET_CAN_EXPORT_RESULT, isCanExportResultValid},
+    {PACKET_ESTIMATE_EXPORTION_RESULT, isEstimateExportionResultValid},
+    {PACKET_UPLOAD_REQUEST, isUploadRequestValid},
+    {PACKET_UPLOAD_RESPONSE, isUploadResponseValid},
+    {PACKET_EXPORT_COMPLETE, isExportCompleteValid},
+    {PACKET_CAN_IMPORT_RESULT, isCanImportResultValid},
+    {PACKET_LIST_DIR_REQUEST, isListDirRequestValid},
+    {PACKET_LIST_DIR_RESPONSE, isListDirResponseValid},
+    {PACKET_STAT_REQUEST, isStatPacketValid},
+    {PACKET_STAT_RESPONSE, isStatPacketValid},
+    {PACKET_DOWNLOAD_REQUEST, isDownloadRequestValid},
+    {PACKET_DOWNLOAD_RESPONSE, isDownloadResponseValid},
+    {PACKET_EXPORT_RESULT_REQUEST, isContentFreeRequestValid},
+    {PACKET_EXPORT_RESULT_RESPONSE, isExportResultResponseValid},
+    {PACKET_IMPORT_COMPLETE, isImportCompleteValid},
+    {PACKET_CREATE_DIR_REQUEST, isCreateDirRequestValid},
+    {PACKET_CREATE_DIR_RESPONSE, isCreateDirResponseValid},
+    {PACKET_SELECTED_SOURCE_REQUEST, isContentFreeRequestValid},
+    {PACKET_SELECTED_SOURCE_RESPONSE, isSelectedSourceResponseValid},
+    {PACKET_EXPORT_CONFIG_REQUEST, isContentFreeRequestValid},
+    {PACKET_EXPORT_CONFIG_RESPONSE, isExportConfigResponseValid},
+    {PACKET_LANGUAGE_REQUEST, isContentFreeRequestValid},
+    {PACKET_LANGUAGE_RESPONSE, isLanguageResponseValid},
+    {PACKET_SUMMARY_RESULT, isSummaryCompleteValid},
+    {PACKET_SET_PROGRESS_REQUEST, isSetProgressRequestValid},
+    {PACKET_SET_PROGRESS_RESPONSE, isSetProgressResponseValid},
 };
 
-constexpr bool rowsFollowTheEnum() {
+constexpr bool rulesFollowTheEnum() {
   int type = PACKET_TYPE_NONE;
-  for (const PacketRow &row : kPackets) {
+  for (const RuleRow &row : kRules) {
     if (row.type != type++) {
       return false;
     }
   }
-  return type == PACKET_SET_PROGRESS_RESPONSE + 1;
+  return type == kPacketTypeCount;
 }
-static_assert(rowsFollowTheEnum(), "one row per packet type, in the order of the enum");
-
-// Null for a number that is no packet type, negative ones included.
-const PacketRow *findPacket(PACKET_TYPE type) {
-  const auto index = static_cast<unsigned>(type);
-  return index <= PACKET_SET_PROGRESS_RESPONSE ? &kPackets[index] : nullptr;
-}
+static_assert(rulesFollowTheEnum(), "one rule per packet type, in the order of the enum");
 
 }  // namespace
 
 std::string Util::packetString(PACKET_TYPE type) {
-  const PacketRow *packet = findPacket(type);
+  const PacketInfo *packet = findPacket(type);
   if (packet == nullptr) {
     ARVL_LOG_ERROR("invalid packet type %d", type);
     return "invalid_packet_type";
@@ -562,11 +554,10 @@ std::string Util::packetString(PACKET_TYPE type) {
 }
 
 bool Util::isValidPacket(PACKET_TYPE type, const Json::Value &payload) {
-  const PacketRow *packet = findPacket(type);
-  if (packet == nullptr) {
+  if (findPacket(type) == nullptr) {
     return ARVL_LOG_FALSE("invalid packet type %d", type);
   }
-  return packet->isValid(payload);
+  return kRules[type].isValid(payload);
 }
 
 }  // namespace ARVLAPP
