@@ -1,12 +1,11 @@
-// The rule book of payloads.
+// The rule book of payloads: predicates and member checks, the objects that several packets share, one
+// rule per packet, and one table of type and rule.
 //
-// In this order: predicates and member checks, the objects that several packets share, one rule per
-// packet, and one table of type and rule. A rule reads top to bottom like the table it
-// implements; the first line that fails logs its own text and ends the rule. An enclosing check adds
-// its line after the inner one, so that the log tells the failure innermost first.
+// A rule reads top to bottom like the table it implements; the first line that fails ends the rule. An
+// enclosing check logs after the inner one, so that the log tells the failure innermost first.
 //
-// Stateless. Members are read through the const look-up only, which never creates one, and never
-// before the value that holds them is known to be an object: JsonCpp throws otherwise.
+// Stateless. Members are read through the const look-up only, which never creates one, and only after
+// the value that holds them is known to be an object: JsonCpp throws otherwise.
 
 #include "zarn/arvlapp/protocol_util.h"
 
@@ -26,16 +25,21 @@ namespace ARVLAPP {
 
 namespace {
 
-// Leaves the rule with the failed check's own text and line.
+// A rule is made of lines of two forms. A check logs its own text and its own line, and ends the rule.
+// A call of a rule that has already logged ends the rule without a further line. Each stands on one
+// physical line, so that every compiler reports that line.
 #define REQUIRE(condition, ...)           \
   do {                                    \
     if (!(condition)) {                   \
       return ARVL_LOG_FALSE(__VA_ARGS__); \
     }                                     \
   } while (false)
-
-// Each check stands on one physical line, so that every compiler reports that line.
-// clang-format off
+#define FOLLOW(rule) \
+  do {               \
+    if (!(rule)) {   \
+      return false;  \
+    }                \
+  } while (false)
 
 // ---- Predicates: they never log.
 
@@ -89,22 +93,25 @@ bool isInt(const Json::Value &member, const char *key, const char *context) {
 }
 
 bool isBoolMember(const Json::Value &value, const char *key, const char *context) {
-  REQUIRE(key != nullptr && context != nullptr, "bad param");  // GCOVR_EXCL_BR_LINE: see above
-  return isBool(value[key], key, context);
+  REQUIRE(key != nullptr && context != nullptr, "bad param");
+  FOLLOW(isBool(value[key], key, context));
+  return true;
 }
 
 bool isStringMember(const Json::Value &value, const char *key, const char *context) {
-  REQUIRE(key != nullptr && context != nullptr, "bad param");  // GCOVR_EXCL_BR_LINE: see above
-  return isString(value[key], key, context);
+  REQUIRE(key != nullptr && context != nullptr, "bad param");
+  FOLLOW(isString(value[key], key, context));
+  return true;
 }
 
 bool isIntMember(const Json::Value &value, const char *key, const char *context) {
-  REQUIRE(key != nullptr && context != nullptr, "bad param");  // GCOVR_EXCL_BR_LINE: see above
-  return isInt(value[key], key, context);
+  REQUIRE(key != nullptr && context != nullptr, "bad param");
+  FOLLOW(isInt(value[key], key, context));
+  return true;
 }
 
 bool isArrayMember(const Json::Value &value, const char *key, int minimum, const char *context) {
-  REQUIRE(key != nullptr && context != nullptr, "bad param");  // GCOVR_EXCL_BR_LINE: see above
+  REQUIRE(key != nullptr && context != nullptr, "bad param");
   const Json::Value &array = value[key];
   REQUIRE(array.isArray(), "[%s]: member [%s] is not a string", context, key);  // the protocol's own wording
   const int size = static_cast<int>(array.size());
@@ -117,38 +124,35 @@ bool isArrayMember(const Json::Value &value, const char *key, int minimum, const
 // What a plug-in reports at its end: success: bool; err_msg: optional, {section, key: string}.
 bool isBasicResultObjectValid(const Json::Value &value) {
   REQUIRE(hasMembers(value, {"success"}), "invalid result object");
-  if (!isBoolMember(value, "success", __func__)) {
-    return false;
-  }
+  FOLLOW(isBoolMember(value, "success", __func__));
   if (isSuccess(value) || !value.isMember("err_msg")) {
     return true;
   }
   const Json::Value &error = value["err_msg"];
   REQUIRE(hasMembers(error, {"section", "key"}), "invalid obj [%s]", "err_msg");
-  return isStringMember(error, "section", __func__) && isStringMember(error, "key", __func__);
+  FOLLOW(isStringMember(error, "section", __func__));
+  FOLLOW(isStringMember(error, "key", __func__));
+  return true;
 }
 
 // What the framework answers: success: bool; error: string, required of a failure.
 bool isBasicResponseObjectValid(const Json::Value &value) {
   const Json::Value *success = nullptr;
   REQUIRE(hasMembers(value, {{"success", success}}), "invalid result object");
-  if (!isBool(*success, "success", __func__)) {
-    return false;
-  }
+  FOLLOW(isBool(*success, "success", __func__));
   if (success->asBool()) {
     return true;
   }
   REQUIRE(value.isMember("error"), "basic fail response without key [%s]", "error");
-  return isStringMember(value, "error", __func__);
+  FOLLOW(isStringMember(value, "error", __func__));
+  return true;
 }
 
 // app_data_version: "major.minor", neither negative. Text after the minor number is accepted.
 bool isAppDataVersionValid(const Json::Value &value, const char *context) {
-  REQUIRE(context != nullptr, "bad param");  // GCOVR_EXCL_BR_LINE: every caller passes it
+  REQUIRE(context != nullptr, "bad param");
   REQUIRE(hasMembers(value, {"app_data_version"}), "%s: invalid object", context);
-  if (!isStringMember(value, "app_data_version", context)) {
-    return false;
-  }
+  FOLLOW(isStringMember(value, "app_data_version", context));
   const char *text = value["app_data_version"].asCString();
   int major = -1;
   int minor = -1;
@@ -158,9 +162,7 @@ bool isAppDataVersionValid(const Json::Value &value, const char *context) {
 
 // path: absolute; nothing else of it is examined
 bool isPathMemberValid(const Json::Value &path) {
-  if (!isString(path, "path", __func__)) {
-    return false;
-  }
+  FOLLOW(isString(path, "path", __func__));
   const std::string_view text = textOf(path);
   REQUIRE(!text.empty() && text.front() == '/', "invalid [%s] not abs path [%s]", "path", text.data());
   return true;
@@ -168,9 +170,7 @@ bool isPathMemberValid(const Json::Value &path) {
 
 // type: "file", "dir" or "symlink"
 bool isFTypeMemberValid(const Json::Value &type) {
-  if (!isString(type, "type", __func__)) {
-    return false;
-  }
+  FOLLOW(isString(type, "type", __func__));
   const std::string_view text = textOf(type);
   REQUIRE(text == "file" || text == "dir" || text == "symlink", "invalid fileType [%s]", text.data());
   return true;
@@ -181,15 +181,14 @@ bool isFileInfoSrcValid(const Json::Value &value) {
   REQUIRE(hasMembers(value, {"type", "path"}), "invalid fileinfo.%s", "source");
   REQUIRE(isFTypeMemberValid(value["type"]), "invalid fileinfo.%s.%s", "source", "type");
   REQUIRE(isPathMemberValid(value["path"]), "invalid fileinfo.%s.%s", "source", "path");
-  return !value.isMember("is_temp") || isBoolMember(value, "is_temp", __func__);
+  FOLLOW(!value.isMember("is_temp") || isBoolMember(value, "is_temp", __func__));
+  return true;
 }
 
 // One item of a transfer request: source; destination: {path}
 bool isFileInfoValid(const Json::Value &item) {
   REQUIRE(hasMembers(item, {"source", "destination"}), "invalid fileinfo obj");
-  if (!isFileInfoSrcValid(item["source"])) {
-    return false;
-  }
+  FOLLOW(isFileInfoSrcValid(item["source"]));
   const Json::Value &destination = item["destination"];
   REQUIRE(hasMembers(destination, {"path"}), "invalid fileinfo.%s", "destination");
   REQUIRE(isPathMemberValid(destination["path"]), "invalid fileinfo.%s.%s", "destination", "path");
@@ -200,10 +199,10 @@ bool isFileInfoValid(const Json::Value &item) {
 // unlike the response object's, not tested for presence first
 bool isRespFileInfoValid(const Json::Value &item) {
   REQUIRE(hasMembers(item, {"source", "success"}), "invalid resp_file_info obj");
-  if (!isFileInfoSrcValid(item["source"]) || !isBoolMember(item, "success", __func__)) {
-    return false;
-  }
-  return isSuccess(item) || isStringMember(item, "error", __func__);
+  FOLLOW(isFileInfoSrcValid(item["source"]));
+  FOLLOW(isBoolMember(item, "success", __func__));
+  FOLLOW(isSuccess(item) || isStringMember(item, "error", __func__));
+  return true;
 }
 
 // ---- Completions: the result object; of a success, the members of the step as well.
@@ -230,8 +229,11 @@ bool isEstimateExportionResultValid(const Json::Value &payload) {
     return true;
   }
   REQUIRE(hasMembers(payload, {"file_count", "dir_count", "size", "block_size"}), "invalid estimate_exportion object");
-  return isIntMember(payload, "file_count", __func__) && isIntMember(payload, "dir_count", __func__) &&
-         isIntMember(payload, "size", __func__) && isIntMember(payload, "block_size", __func__);
+  FOLLOW(isIntMember(payload, "file_count", __func__));
+  FOLLOW(isIntMember(payload, "dir_count", __func__));
+  FOLLOW(isIntMember(payload, "size", __func__));
+  FOLLOW(isIntMember(payload, "block_size", __func__));
+  return true;
 }
 
 // app_data_version: version text
@@ -251,8 +253,11 @@ bool isSummaryCompleteValid(const Json::Value &payload) {
     return true;
   }
   REQUIRE(hasMembers(payload, {"backup_short", "backup_long", "restore_short", "restore_long"}), "invalid summary object");
-  return isStringMember(payload, "backup_short", __func__) && isStringMember(payload, "backup_long", __func__) &&
-         isStringMember(payload, "restore_short", __func__) && isStringMember(payload, "restore_long", __func__);
+  FOLLOW(isStringMember(payload, "backup_short", __func__));
+  FOLLOW(isStringMember(payload, "backup_long", __func__));
+  FOLLOW(isStringMember(payload, "restore_short", __func__));
+  FOLLOW(isStringMember(payload, "restore_long", __func__));
+  return true;
 }
 
 // ---- The export result, handed to an import run.
@@ -260,7 +265,9 @@ bool isSummaryCompleteValid(const Json::Value &payload) {
 // handler, handler_type: string; result: any value
 bool isExternalHandlerValid(const Json::Value &element, const char *context) {
   REQUIRE(hasMembers(element, {"handler", "handler_type", "result"}), "invalid external handler");
-  return isStringMember(element, "handler", context) && isStringMember(element, "handler_type", context);
+  FOLLOW(isStringMember(element, "handler", context));
+  FOLLOW(isStringMember(element, "handler_type", context));
+  return true;
 }
 
 // external_handler_result: array of at least one handler's result
@@ -285,7 +292,8 @@ bool isExportResultResponseValid(const Json::Value &payload) {
   REQUIRE(hasMembers(result, {"success", "app_data_version"}), "invalid success export_result_response.%s", "export_result");
   REQUIRE(isSuccess(result), "export_result.success = false, impossible");  // converts whatever is there
   REQUIRE(isAppDataVersionValid(result, __func__), "invalid success export_result_response.%s", "export_result");
-  return !payload.isMember("external_handler_result") || isExternalHandlerResultValid(payload);
+  FOLLOW(!payload.isMember("external_handler_result") || isExternalHandlerResultValid(payload));
+  return true;
 }
 
 // ---- Transfers: a request may upload many items and download one; a response carries its items even
@@ -308,29 +316,34 @@ bool areRespFileInfosValid(const Json::Value &data) {
 // data: array of at least one file-info object
 bool isUploadRequestValid(const Json::Value &payload) {
   REQUIRE(hasMembers(payload, {"data"}), "invalid upload request object");
-  return isArrayMember(payload, "data", 1, __func__) && areFileInfosValid(payload["data"]);
+  FOLLOW(isArrayMember(payload, "data", 1, __func__));
+  FOLLOW(areFileInfosValid(payload["data"]));
+  return true;
 }
 
 // data: array of at least one response file-info object
 bool isUploadResponseValid(const Json::Value &payload) {
   REQUIRE(isBasicResponseObjectValid(payload), "invalid upload_response");
-  return isArrayMember(payload, "data", 1, __func__) && areRespFileInfosValid(payload["data"]);
+  FOLLOW(isArrayMember(payload, "data", 1, __func__));
+  FOLLOW(areRespFileInfosValid(payload["data"]));
+  return true;
 }
 
 // data: array of exactly one file-info object
 bool isDownloadRequestValid(const Json::Value &payload) {
   REQUIRE(hasMembers(payload, {"data"}), "invalid download request object");
-  if (!isArrayMember(payload, "data", 1, __func__)) {
-    return false;
-  }
+  FOLLOW(isArrayMember(payload, "data", 1, __func__));
   REQUIRE(payload["data"].size() < 2, "not support multiple download yet");
-  return areFileInfosValid(payload["data"]);
+  FOLLOW(areFileInfosValid(payload["data"]));
+  return true;
 }
 
 // data: array of at least one response file-info object
 bool isDownloadResponseValid(const Json::Value &payload) {
   REQUIRE(isBasicResponseObjectValid(payload), "invalid download_response");
-  return isArrayMember(payload, "data", 1, __func__) && areRespFileInfosValid(payload["data"]);
+  FOLLOW(isArrayMember(payload, "data", 1, __func__));
+  FOLLOW(areRespFileInfosValid(payload["data"]));
+  return true;
 }
 
 // ---- Directories: a response echoes its request, even when it reports a failure.
@@ -360,15 +373,11 @@ bool isListDirRequestValid(const Json::Value &payload) {
   const bool hasToken = payload.isMember("request_id");
   REQUIRE(!hasPath || !hasToken, "invalid listDir request, assign %s and %s concurrently", "path", "request_id");
   REQUIRE(!hasPath || isPathMemberValid(payload["path"]), "invalid %s", "path");
-  if (hasToken && !isStringMember(payload, "request_id", __func__)) {
-    return false;
-  }
+  FOLLOW(!hasToken || isStringMember(payload, "request_id", __func__));
   if (!payload.isMember("max_record")) {
     return true;
   }
-  if (!isIntMember(payload, "max_record", __func__)) {
-    return false;
-  }
+  FOLLOW(isIntMember(payload, "max_record", __func__));
   const int records = payload["max_record"].asInt();
   REQUIRE(records >= 0 && records <= kMaxListRecords, "invalid listDir request, %s over limit (%d v.s. %d)", "max_record", records, kMaxListRecords);
   return true;
@@ -381,9 +390,8 @@ bool isListDirEntryValid(const Json::Value &entry) {
   const Json::Value *mtime = nullptr;
   const Json::Value *size = nullptr;
   REQUIRE(hasMembers(entry, {{"path", path}, {"type", type}, {"mtime", mtime}, {"size", size}}), "invalid listDir entry");
-  if (!isInt(*mtime, "mtime", __func__) || !isInt(*size, "size", __func__)) {
-    return false;
-  }
+  FOLLOW(isInt(*mtime, "mtime", __func__));
+  FOLLOW(isInt(*size, "size", __func__));
   REQUIRE(isFTypeMemberValid(*type), "invalid %s.%s", "entry_list", "type");
   REQUIRE(isPathMemberValid(*path), "invalid %s.%s", "entry_list", "path");
   return true;
@@ -399,21 +407,20 @@ bool isListDirResponseValid(const Json::Value &payload) {
     return true;
   }
   REQUIRE(hasMembers(payload, {"entry_list", "list_complete"}), "invalid success listDir response object");
-  if (!isArrayMember(payload, "entry_list", 0, __func__) || !isBoolMember(payload, "list_complete", __func__)) {
-    return false;
-  }
+  FOLLOW(isArrayMember(payload, "entry_list", 0, __func__));
+  FOLLOW(isBoolMember(payload, "list_complete", __func__));
   const Json::Value &entries = payload["entry_list"];
-  Json::ArrayIndex index = 0;  // iterating costs less than look-ups by index, and skips what is not there
+  Json::ArrayIndex index =
+      0;  // iterating costs less than look-ups by index, and skips what is not there
   for (auto entry = entries.begin(); entry != entries.end(); ++entry, ++index) {
-    if (!isListDirEntryValid(entry.index() == index ? *entry : Json::Value::nullSingleton())) {
-      return false;
-    }
+    FOLLOW(isListDirEntryValid(entry.index() == index ? *entry : Json::Value::nullSingleton()));
   }
   if (payload["list_complete"].asBool()) {
     return true;
   }
   REQUIRE(hasMembers(payload, {"request_id"}), "invalid incomplete listDir response");
-  return isStringMember(payload, "request_id", __func__);
+  FOLLOW(isStringMember(payload, "request_id", __func__));
+  return true;
 }
 
 // ---- Queries.
@@ -432,11 +439,10 @@ bool areSourcesValid(const Json::Value &payload, const char *key, const char *co
 bool isSelectedSourceResponseValid(const Json::Value &payload) {
   REQUIRE(isBasicResponseObjectValid(payload), "invalid get select source response");
   REQUIRE(isArrayMember(payload, "backup_folders", 0, __func__), "folder is not array");
-  if (!areSourcesValid(payload, "backup_folders", __func__)) {
-    return false;
-  }
+  FOLLOW(areSourcesValid(payload, "backup_folders", __func__));
   REQUIRE(isArrayMember(payload, "backup_apps", 0, __func__), "app is not array");
-  return areSourcesValid(payload, "backup_apps", __func__);
+  FOLLOW(areSourcesValid(payload, "backup_apps", __func__));
+  return true;
 }
 
 // export_config: any value
@@ -462,10 +468,10 @@ bool isLanguageResponseValid(const Json::Value &payload) {
 // progress_stage: string; progress_percentage: int, 0 to 100
 bool isSetProgressRequestValid(const Json::Value &payload) {
   REQUIRE(hasMembers(payload, {"progress_stage", "progress_percentage"}), "invalid progress object");
-  if (!isStringMember(payload, "progress_stage", __func__) || !isIntMember(payload, "progress_percentage", __func__)) {
-    return false;
-  }
-  const auto percentage = static_cast<unsigned>(payload["progress_percentage"].asInt());  // below 0 is far above 100
+  FOLLOW(isStringMember(payload, "progress_stage", __func__));
+  FOLLOW(isIntMember(payload, "progress_percentage", __func__));
+  const auto percentage =
+      static_cast<unsigned>(payload["progress_percentage"].asInt());  // below 0 is far above 100
   REQUIRE(percentage <= 100, "progress percentage should be 0 ~ 100");
   return true;
 }
@@ -492,8 +498,7 @@ bool isContentFreeRequestValid(const Json::Value & /*payload*/) {
   return true;
 }
 
-// clang-format on
-
+#undef FOLLOW
 #undef REQUIRE
 
 struct RuleRow {
