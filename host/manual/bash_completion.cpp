@@ -1,11 +1,11 @@
-#include "bash_completion.h"
+#include "manual/bash_completion.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <string>
 #include <vector>
 
-#include "definitions.h"
+#include "manual/definitions.h"
 
 namespace arvl_host {
 

@@ -1,4 +1,4 @@
-#include "definitions.h"
+#include "manual/definitions.h"
 
 #include <CLI/CLI.hpp>
 #include <set>

@@ -1,10 +1,10 @@
-#include "help_formatter.h"
+#include "manual/help_formatter.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <sstream>
 
-#include "definitions.h"
+#include "manual/definitions.h"
 
 namespace arvl_host {
 

@@ -1,11 +1,11 @@
-#include "man_page.h"
+#include "manual/man_page.h"
 
 #include <CLI/CLI.hpp>
 #include <cctype>
 #include <string_view>
 #include <vector>
 
-#include "definitions.h"
+#include "manual/definitions.h"
 
 namespace arvl_host {
 

@@ -4,9 +4,9 @@
 #include <iostream>
 #include <string>
 
-#include "bash_completion.h"
+#include "manual/bash_completion.h"
 #include "command_line.h"
-#include "man_page.h"
+#include "manual/man_page.h"
 
 int main(int argc, char **argv) {
   arvl_host::CommandLine commandLine;
