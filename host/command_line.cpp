@@ -10,7 +10,7 @@
 #include "manual/help_formatter.h"
 #include "step_command.h"
 #include "store_commands.h"
-#include "trace/trace_text.h"
+#include "text/trace_text.h"
 #include "trace_command.h"
 
 namespace arvl_host {

@@ -10,7 +10,7 @@
 #include "protocol/json_text.h"
 #include "protocol/packet_frame.h"
 #include "rule_book.h"
-#include "trace/trace_text.h"
+#include "text/trace_text.h"
 
 namespace arvl_host {
 

@@ -7,7 +7,7 @@
 #include <stdexcept>
 
 #include "backup/report.h"
-#include "trace/trace_text.h"
+#include "text/trace_text.h"
 
 namespace arvl_host {
 

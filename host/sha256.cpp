@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "store_error.h"
-#include "trace/trace_text.h"
+#include "text/trace_text.h"
 
 namespace arvl_host {
 

@@ -27,7 +27,6 @@
 #include <utility>
 #include <vector>
 
-#include "elapsed.h"
 #include "exit_code.h"
 #include "interruption.h"
 #include "line_splitter.h"
@@ -36,8 +35,9 @@
 #include "protocol/json_text.h"
 #include "protocol/packet_frame.h"
 #include "rule_book.h"
+#include "text/elapsed.h"
+#include "text/trace_text.h"
 #include "trace/payload_parser.h"
-#include "trace/trace_text.h"
 #include "worker.h"
 
 namespace arvl_host {

@@ -14,12 +14,12 @@
 #include "backup/report.h"
 #include "backup/verify.h"
 #include "display/cells.h"
-#include "elapsed.h"
 #include "exit_code.h"
 #include "interruption.h"
 #include "output_options.h"
 #include "plugin_options.h"
-#include "trace/trace_text.h"
+#include "text/elapsed.h"
+#include "text/trace_text.h"
 
 namespace arvl_host {
 

@@ -3,7 +3,7 @@
 #include <climits>
 #include <cstring>
 
-#include "trace/trace_text.h"
+#include "text/trace_text.h"
 
 namespace arvl_host {
 

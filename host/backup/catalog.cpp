@@ -16,7 +16,7 @@
 
 #include "backup/manifest.h"
 #include "remove_tree.h"
-#include "trace/trace_text.h"
+#include "text/trace_text.h"
 
 namespace fs = std::filesystem;
 

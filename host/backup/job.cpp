@@ -12,10 +12,10 @@
 
 #include "backup/backup_source.h"
 #include "backup/catalog.h"
-#include "elapsed.h"
 #include "exit_code.h"
 #include "interruption.h"
-#include "trace/trace_text.h"
+#include "text/elapsed.h"
+#include "text/trace_text.h"
 #include "zarn/arvlapp/agent.h"
 
 namespace fs = std::filesystem;

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <utility>
 
-#include "elapsed.h"
 #include "plugin_folder.h"
-#include "trace/trace_text.h"
+#include "text/elapsed.h"
+#include "text/trace_text.h"
 #include "tracing_listener.h"
 
 namespace arvl_host {

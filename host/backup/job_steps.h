@@ -13,7 +13,7 @@
 #include "framework.h"
 #include "interruption.h"
 #include "step_runner.h"
-#include "tally.h"
+#include "text/tally.h"
 #include "trace/trace_writer.h"
 
 namespace arvl_host {

@@ -14,7 +14,7 @@
 #include <string_view>
 
 #include "temporary_file.h"
-#include "trace/trace_text.h"
+#include "text/trace_text.h"
 
 namespace arvl_host {
 

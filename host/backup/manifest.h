@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "backup/file_index.h"
-#include "tally.h"
+#include "text/tally.h"
 
 namespace arvl_host {
 

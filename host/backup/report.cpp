@@ -1,7 +1,7 @@
 #include "backup/report.h"
 
 #include "display/progress_line.h"
-#include "trace/trace_text.h"
+#include "text/trace_text.h"
 
 namespace arvl_host {
 

@@ -9,7 +9,7 @@
 
 #include "backup/file_index.h"
 #include "file_copy.h"
-#include "tally.h"
+#include "text/tally.h"
 
 namespace arvl_host {
 

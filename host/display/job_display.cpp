@@ -10,7 +10,7 @@
 #include <utility>
 
 #include "display/plugin_line.h"
-#include "trace/trace_text.h"
+#include "text/trace_text.h"
 
 namespace arvl_host {
 

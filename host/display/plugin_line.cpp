@@ -2,7 +2,7 @@
 
 #include <syslog.h>
 
-#include "trace/trace_text.h"
+#include "text/trace_text.h"
 
 namespace arvl_host {
 

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "display/cells.h"
-#include "trace/trace_text.h"
+#include "text/trace_text.h"
 
 namespace arvl_host {
 

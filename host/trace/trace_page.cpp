@@ -6,8 +6,8 @@
 #include <string_view>
 #include <vector>
 
+#include "text/trace_text.h"
 #include "trace/trace_page_style.h"
-#include "trace/trace_text.h"
 #include "trace/trace_view.h"
 
 namespace arvl_host {

@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <ostream>
 
-#include "trace/trace_text.h"
+#include "text/trace_text.h"
 
 namespace arvl_host {
 

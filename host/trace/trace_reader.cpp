@@ -9,7 +9,7 @@
 #include <memory>
 #include <utility>
 
-#include "trace/trace_text.h"
+#include "text/trace_text.h"
 
 namespace arvl_host {
 

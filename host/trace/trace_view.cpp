@@ -1,6 +1,6 @@
 #include "trace/trace_view.h"
 
-#include "trace/trace_text.h"
+#include "text/trace_text.h"
 
 namespace arvl_host {
 

@@ -1,4 +1,4 @@
-#include "trace/trace_text.h"
+#include "text/trace_text.h"
 
 #include <gtest/gtest.h>
 #include <json/reader.h>

@@ -1,6 +1,6 @@
 // Counts what happens, and keeps the first different texts about it.
-#ifndef ARVL_HOST_TALLY_H_
-#define ARVL_HOST_TALLY_H_
+#ifndef ARVL_HOST_TEXT_TALLY_H_
+#define ARVL_HOST_TEXT_TALLY_H_
 
 #include <algorithm>
 #include <cstddef>
@@ -33,4 +33,4 @@ struct Tally {
 
 }  // namespace arvl_host
 
-#endif  // ARVL_HOST_TALLY_H_
+#endif  // ARVL_HOST_TEXT_TALLY_H_

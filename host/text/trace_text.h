@@ -1,7 +1,7 @@
 // Text from outside made safe to write: as JSON, on a terminal, in a page. What comes from a plug-in
 // may hold any bytes; nothing here trusts it to be UTF-8.
-#ifndef ARVL_HOST_TRACE_TRACE_TEXT_H_
-#define ARVL_HOST_TRACE_TRACE_TEXT_H_
+#ifndef ARVL_HOST_TEXT_TRACE_TEXT_H_
+#define ARVL_HOST_TEXT_TRACE_TEXT_H_
 
 #include <json/forwards.h>
 
@@ -56,4 +56,4 @@ std::string isoDate(std::int64_t microseconds);
 
 }  // namespace arvl_host
 
-#endif  // ARVL_HOST_TRACE_TRACE_TEXT_H_
+#endif  // ARVL_HOST_TEXT_TRACE_TEXT_H_

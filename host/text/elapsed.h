@@ -1,5 +1,5 @@
-#ifndef ARVL_HOST_ELAPSED_H_
-#define ARVL_HOST_ELAPSED_H_
+#ifndef ARVL_HOST_TEXT_ELAPSED_H_
+#define ARVL_HOST_TEXT_ELAPSED_H_
 
 #include <chrono>
 
@@ -11,4 +11,4 @@ inline double secondsSince(std::chrono::steady_clock::time_point begin) {
 
 }  // namespace arvl_host
 
-#endif  // ARVL_HOST_ELAPSED_H_
+#endif  // ARVL_HOST_TEXT_ELAPSED_H_
