@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
+#include "files/store.h"
 #include "step_runner.h"
-#include "store.h"
 
 namespace arvl_host {
 

@@ -6,7 +6,7 @@
 
 #include <string>
 
-#include "unique_fd.h"
+#include "files/unique_fd.h"
 
 namespace arvl_host {
 

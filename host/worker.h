@@ -8,7 +8,7 @@
 #include <mutex>
 #include <thread>
 
-#include "unique_fd.h"
+#include "files/unique_fd.h"
 
 namespace arvl_host {
 

@@ -10,7 +10,7 @@
 #include "backup/file_index.h"
 #include "backup/manifest.h"
 #include "backup/transfer_watchers.h"
-#include "store.h"
+#include "files/store.h"
 
 namespace arvl_host {
 

@@ -15,7 +15,7 @@
 #include <utility>
 
 #include "backup/manifest.h"
-#include "remove_tree.h"
+#include "files/remove_tree.h"
 #include "text/trace_text.h"
 
 namespace fs = std::filesystem;

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "store_error.h"
-#include "unique_fd.h"
+#include "files/store_error.h"
+#include "files/unique_fd.h"
 
 namespace arvl_host {
 

@@ -2,7 +2,7 @@
 
 #include <sqlite3.h>
 
-#include "store_error.h"
+#include "files/store_error.h"
 
 namespace arvl_host {
 

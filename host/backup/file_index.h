@@ -10,7 +10,7 @@
 #include <optional>
 #include <string>
 
-#include "file_copy.h"
+#include "files/file_copy.h"
 
 struct sqlite3;
 struct sqlite3_stmt;

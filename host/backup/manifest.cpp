@@ -13,7 +13,7 @@
 #include <memory>
 #include <string_view>
 
-#include "temporary_file.h"
+#include "files/temporary_file.h"
 #include "text/trace_text.h"
 
 namespace arvl_host {

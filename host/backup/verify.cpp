@@ -11,8 +11,8 @@
 
 #include "backup/backup_source.h"
 #include "backup/file_index.h"
-#include "folder_reader.h"
-#include "store.h"
+#include "files/folder_reader.h"
+#include "files/store.h"
 
 namespace fs = std::filesystem;
 

@@ -12,7 +12,7 @@
 #include <utility>
 
 #include "display/plugin_line.h"
-#include "unique_fd.h"
+#include "files/unique_fd.h"
 
 namespace arvl_host {
 namespace {

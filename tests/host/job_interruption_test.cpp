@@ -15,10 +15,10 @@
 #include <vector>
 
 #include "examples/notes_support.h"
+#include "files/temporary_file.h"
 #include "host/command.h"
 #include "host/supervised_run.h"
 #include "support/json.h"
-#include "temporary_file.h"
 
 namespace fs = std::filesystem;
 

@@ -1,4 +1,4 @@
-#include "read_lease.h"
+#include "files/read_lease.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

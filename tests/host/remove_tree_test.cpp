@@ -1,4 +1,4 @@
-#include "remove_tree.h"
+#include "files/remove_tree.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "store_error.h"
+#include "files/store_error.h"
 
 namespace arvl_test {
 

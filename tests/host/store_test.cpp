@@ -1,6 +1,6 @@
 // The store against what a hostile plug-in or a hostile store may hold.
 
-#include "store.h"
+#include "files/store.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -21,8 +21,8 @@
 #include <string>
 #include <thread>
 
+#include "files/read_lease.h"
 #include "host/store_error_of.h"
-#include "read_lease.h"
 #include "support/small_file_system.h"
 #include "support/temp_dir.h"
 

@@ -1,4 +1,4 @@
-#include "temporary_file.h"
+#include "files/temporary_file.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -12,8 +12,8 @@
 #include <fstream>
 #include <string>
 
+#include "files/store_error.h"
 #include "host/store_error_of.h"
-#include "store_error.h"
 #include "support/files.h"
 #include "support/temp_dir.h"
 

@@ -1,4 +1,4 @@
-#include "store.h"
+#include "files/store.h"
 
 #include <fcntl.h>
 #include <linux/openat2.h>

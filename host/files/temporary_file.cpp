@@ -1,4 +1,4 @@
-#include "temporary_file.h"
+#include "files/temporary_file.h"
 
 #include <fcntl.h>
 #include <stdio.h>
@@ -8,7 +8,7 @@
 
 #include <cerrno>
 
-#include "store_error.h"
+#include "files/store_error.h"
 
 namespace arvl_host {
 

@@ -1,4 +1,4 @@
-#include "folder_reader.h"
+#include "files/folder_reader.h"
 
 #include <fcntl.h>
 
@@ -6,7 +6,7 @@
 #include <string_view>
 #include <utility>
 
-#include "store_error.h"
+#include "files/store_error.h"
 
 namespace arvl_host {
 

@@ -1,6 +1,6 @@
 // A descriptor that is closed when its owner goes.
-#ifndef ARVL_HOST_UNIQUE_FD_H_
-#define ARVL_HOST_UNIQUE_FD_H_
+#ifndef ARVL_HOST_FILES_UNIQUE_FD_H_
+#define ARVL_HOST_FILES_UNIQUE_FD_H_
 
 #include <unistd.h>
 
@@ -35,4 +35,4 @@ class UniqueFd {
 
 }  // namespace arvl_host
 
-#endif  // ARVL_HOST_UNIQUE_FD_H_
+#endif  // ARVL_HOST_FILES_UNIQUE_FD_H_

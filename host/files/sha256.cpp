@@ -1,4 +1,4 @@
-#include "sha256.h"
+#include "files/sha256.h"
 
 #include <unistd.h>
 
@@ -6,7 +6,7 @@
 #include <stdexcept>
 #include <vector>
 
-#include "store_error.h"
+#include "files/store_error.h"
 #include "text/trace_text.h"
 
 namespace arvl_host {

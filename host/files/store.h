@@ -1,6 +1,6 @@
 // The framework's side of file transfers: a folder that no path leads out of.
-#ifndef ARVL_HOST_STORE_H_
-#define ARVL_HOST_STORE_H_
+#ifndef ARVL_HOST_FILES_STORE_H_
+#define ARVL_HOST_FILES_STORE_H_
 
 #include <atomic>
 #include <cstdint>
@@ -10,9 +10,9 @@
 #include <utility>
 #include <vector>
 
-#include "file_copy.h"
-#include "folder_reader.h"
-#include "unique_fd.h"
+#include "files/file_copy.h"
+#include "files/folder_reader.h"
+#include "files/unique_fd.h"
 
 namespace arvl_host {
 
@@ -104,4 +104,4 @@ class Store {
 
 }  // namespace arvl_host
 
-#endif  // ARVL_HOST_STORE_H_
+#endif  // ARVL_HOST_FILES_STORE_H_

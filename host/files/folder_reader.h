@@ -1,13 +1,13 @@
 // Reads the names of a folder one by one, however many there are.
-#ifndef ARVL_HOST_FOLDER_READER_H_
-#define ARVL_HOST_FOLDER_READER_H_
+#ifndef ARVL_HOST_FILES_FOLDER_READER_H_
+#define ARVL_HOST_FILES_FOLDER_READER_H_
 
 #include <dirent.h>
 
 #include <memory>
 #include <string>
 
-#include "unique_fd.h"
+#include "files/unique_fd.h"
 
 namespace arvl_host {
 
@@ -33,4 +33,4 @@ class FolderReader {
 
 }  // namespace arvl_host
 
-#endif  // ARVL_HOST_FOLDER_READER_H_
+#endif  // ARVL_HOST_FILES_FOLDER_READER_H_

@@ -1,8 +1,8 @@
 // Tells whether a process has a file open for writing.
-#ifndef ARVL_HOST_READ_LEASE_H_
-#define ARVL_HOST_READ_LEASE_H_
+#ifndef ARVL_HOST_FILES_READ_LEASE_H_
+#define ARVL_HOST_FILES_READ_LEASE_H_
 
-#include "unique_fd.h"
+#include "files/unique_fd.h"
 
 namespace arvl_host {
 
@@ -25,4 +25,4 @@ class ReadLease {
 
 }  // namespace arvl_host
 
-#endif  // ARVL_HOST_READ_LEASE_H_
+#endif  // ARVL_HOST_FILES_READ_LEASE_H_

@@ -1,6 +1,6 @@
 // SHA-256, by the system's cryptographic library.
-#ifndef ARVL_HOST_SHA256_H_
-#define ARVL_HOST_SHA256_H_
+#ifndef ARVL_HOST_FILES_SHA256_H_
+#define ARVL_HOST_FILES_SHA256_H_
 
 #include <openssl/evp.h>
 
@@ -40,4 +40,4 @@ std::string sha256OfFile(int file, const std::string &shown,
 
 }  // namespace arvl_host
 
-#endif  // ARVL_HOST_SHA256_H_
+#endif  // ARVL_HOST_FILES_SHA256_H_

@@ -1,4 +1,4 @@
-#include "remove_tree.h"
+#include "files/remove_tree.h"
 
 #include <fcntl.h>
 #include <stdio.h>
@@ -10,8 +10,8 @@
 #include <string>
 #include <utility>
 
-#include "folder_reader.h"
-#include "store_error.h"
+#include "files/folder_reader.h"
+#include "files/store_error.h"
 
 namespace arvl_host {
 

@@ -1,13 +1,13 @@
 // Files that are written under another name, and get their own when they are whole.
-#ifndef ARVL_HOST_TEMPORARY_FILE_H_
-#define ARVL_HOST_TEMPORARY_FILE_H_
+#ifndef ARVL_HOST_FILES_TEMPORARY_FILE_H_
+#define ARVL_HOST_FILES_TEMPORARY_FILE_H_
 
 #include <cstddef>
 #include <string>
 #include <string_view>
 
-#include "sha256.h"
-#include "unique_fd.h"
+#include "files/sha256.h"
+#include "files/unique_fd.h"
 
 namespace arvl_host {
 
@@ -79,4 +79,4 @@ class TextWriter {
 
 }  // namespace arvl_host
 
-#endif  // ARVL_HOST_TEMPORARY_FILE_H_
+#endif  // ARVL_HOST_FILES_TEMPORARY_FILE_H_

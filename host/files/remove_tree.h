@@ -1,8 +1,8 @@
 // Removes a file or a whole tree, however deep it is.
-#ifndef ARVL_HOST_REMOVE_TREE_H_
-#define ARVL_HOST_REMOVE_TREE_H_
+#ifndef ARVL_HOST_FILES_REMOVE_TREE_H_
+#define ARVL_HOST_FILES_REMOVE_TREE_H_
 
-#include "temporary_file.h"
+#include "files/temporary_file.h"
 
 namespace arvl_host {
 
@@ -13,4 +13,4 @@ void removeTree(const Place &place);
 
 }  // namespace arvl_host
 
-#endif  // ARVL_HOST_REMOVE_TREE_H_
+#endif  // ARVL_HOST_FILES_REMOVE_TREE_H_

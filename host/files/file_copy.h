@@ -1,7 +1,7 @@
 // Copies entries of the file system by descriptor, so that nothing that is swapped in meanwhile leads
 // elsewhere.
-#ifndef ARVL_HOST_FILE_COPY_H_
-#define ARVL_HOST_FILE_COPY_H_
+#ifndef ARVL_HOST_FILES_FILE_COPY_H_
+#define ARVL_HOST_FILES_FILE_COPY_H_
 
 #include <sys/stat.h>
 
@@ -12,9 +12,9 @@
 #include <string>
 #include <vector>
 
-#include "sha256.h"
-#include "store_error.h"
-#include "temporary_file.h"
+#include "files/sha256.h"
+#include "files/store_error.h"
+#include "files/temporary_file.h"
 
 namespace arvl_host {
 
@@ -108,4 +108,4 @@ class Copier {
 
 }  // namespace arvl_host
 
-#endif  // ARVL_HOST_FILE_COPY_H_
+#endif  // ARVL_HOST_FILES_FILE_COPY_H_

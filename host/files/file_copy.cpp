@@ -1,4 +1,4 @@
-#include "file_copy.h"
+#include "files/file_copy.h"
 
 #include <fcntl.h>
 #include <stdio.h>
@@ -7,10 +7,10 @@
 #include <cerrno>
 #include <cstring>
 
-#include "folder_reader.h"
-#include "read_lease.h"
-#include "remove_tree.h"
-#include "temporary_file.h"
+#include "files/folder_reader.h"
+#include "files/read_lease.h"
+#include "files/remove_tree.h"
+#include "files/temporary_file.h"
 
 namespace arvl_host {
 

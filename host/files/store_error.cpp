@@ -1,4 +1,4 @@
-#include "store_error.h"
+#include "files/store_error.h"
 
 #include <climits>
 #include <cstring>
