@@ -9,7 +9,7 @@
 
 #include "protocol/json_text.h"
 #include "protocol/packet_frame.h"
-#include "rule_book.h"
+#include "step/rule_book.h"
 #include "text/trace_text.h"
 
 namespace arvl_host {

@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "files/store.h"
-#include "step_runner.h"
+#include "step/step_runner.h"
 
 namespace arvl_host {
 

@@ -13,9 +13,9 @@
 
 #include "backup/report.h"
 #include "command_line.h"
-#include "exit_code.h"
 #include "output_options.h"
-#include "plugin_process.h"
+#include "step/exit_code.h"
+#include "step/plugin_process.h"
 
 namespace {
 

@@ -14,10 +14,10 @@
 #include "backup/report.h"
 #include "backup/verify.h"
 #include "display/cells.h"
-#include "exit_code.h"
-#include "interruption.h"
 #include "output_options.h"
 #include "plugin_options.h"
+#include "step/exit_code.h"
+#include "step/interruption.h"
 #include "text/elapsed.h"
 #include "text/trace_text.h"
 

@@ -2,7 +2,7 @@
 #ifndef ARVL_HOST_TRACING_LISTENER_H_
 #define ARVL_HOST_TRACING_LISTENER_H_
 
-#include "step_runner.h"
+#include "step/step_runner.h"
 #include "trace/trace_writer.h"
 
 namespace arvl_host {

@@ -12,8 +12,8 @@
 
 #include "backup/backup_source.h"
 #include "backup/catalog.h"
-#include "exit_code.h"
-#include "interruption.h"
+#include "step/exit_code.h"
+#include "step/interruption.h"
 #include "text/elapsed.h"
 #include "text/trace_text.h"
 #include "zarn/arvlapp/agent.h"

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "plugin_folder.h"
+#include "step/plugin_folder.h"
 #include "text/elapsed.h"
 #include "text/trace_text.h"
 #include "tracing_listener.h"

@@ -11,8 +11,8 @@
 #include "backup/transfer_watchers.h"
 #include "display/job_display.h"
 #include "framework.h"
-#include "interruption.h"
-#include "step_runner.h"
+#include "step/interruption.h"
+#include "step/step_runner.h"
 #include "text/tally.h"
 #include "trace/trace_writer.h"
 

@@ -9,7 +9,7 @@
 #include <utility>
 
 #include "display/progress_line.h"
-#include "step_runner.h"
+#include "step/step_runner.h"
 
 namespace arvl_host {
 

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "step_runner.h"
+#include "step/step_runner.h"
 
 namespace arvl_host {
 

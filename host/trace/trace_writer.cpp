@@ -11,8 +11,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "step/payload_parser.h"
 #include "text/trace_text.h"
-#include "trace/payload_parser.h"
 #include "zarn/arvlapp/protocol_util.h"
 
 namespace arvl_host {

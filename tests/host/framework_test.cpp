@@ -12,7 +12,7 @@
 #include <set>
 #include <string>
 
-#include "rule_book.h"
+#include "step/rule_book.h"
 #include "support/json.h"
 #include "support/temp_dir.h"
 

@@ -1,6 +1,6 @@
 // A step while the host reads a payload: the parser of payloads is replaced, to see when it is at work.
 
-#include "step_runner.h"
+#include "step/step_runner.h"
 
 #include <gtest/gtest.h>
 #include <json/reader.h>

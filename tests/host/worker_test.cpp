@@ -1,4 +1,4 @@
-#include "worker.h"
+#include "step/worker.h"
 
 #include <gtest/gtest.h>
 #include <poll.h>

@@ -1,4 +1,4 @@
-#include "rule_book.h"
+#include "step/rule_book.h"
 
 #include <json/value.h>
 

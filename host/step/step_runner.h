@@ -1,7 +1,7 @@
 // One step of a job: a plug-in is started, its packets are judged and answered, and its end is
 // awaited, whatever it does.
-#ifndef ARVL_HOST_STEP_RUNNER_H_
-#define ARVL_HOST_STEP_RUNNER_H_
+#ifndef ARVL_HOST_STEP_STEP_RUNNER_H_
+#define ARVL_HOST_STEP_STEP_RUNNER_H_
 
 #include <json/value.h>
 
@@ -97,4 +97,4 @@ StepResult runStep(const StepRequest &request, RequestServer &server, StepListen
 
 }  // namespace arvl_host
 
-#endif  // ARVL_HOST_STEP_RUNNER_H_
+#endif  // ARVL_HOST_STEP_STEP_RUNNER_H_

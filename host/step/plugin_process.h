@@ -1,6 +1,6 @@
 // A plug-in started as the framework starts it, with every channel to it.
-#ifndef ARVL_HOST_PLUGIN_PROCESS_H_
-#define ARVL_HOST_PLUGIN_PROCESS_H_
+#ifndef ARVL_HOST_STEP_PLUGIN_PROCESS_H_
+#define ARVL_HOST_STEP_PLUGIN_PROCESS_H_
 
 #include <sys/types.h>
 
@@ -29,4 +29,4 @@ PluginProcess startPlugin(const std::string &executable, const std::string &fram
 
 }  // namespace arvl_host
 
-#endif  // ARVL_HOST_PLUGIN_PROCESS_H_
+#endif  // ARVL_HOST_STEP_PLUGIN_PROCESS_H_

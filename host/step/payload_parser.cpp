@@ -1,4 +1,4 @@
-#include "trace/payload_parser.h"
+#include "step/payload_parser.h"
 
 #include <json/value.h>
 

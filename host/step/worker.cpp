@@ -1,4 +1,4 @@
-#include "worker.h"
+#include "step/worker.h"
 
 #include <pthread.h>
 #include <signal.h>

@@ -1,4 +1,4 @@
-#include "interruption.h"
+#include "step/interruption.h"
 
 #include <atomic>
 

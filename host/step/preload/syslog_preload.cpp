@@ -13,7 +13,7 @@
 #include <memory>
 #include <new>
 
-#include "log_channel.h"
+#include "step/log_channel.h"
 #include "util/log_functions.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "plugin_folder.h"
+#include "step/plugin_folder.h"
 
 #include <unistd.h>
 

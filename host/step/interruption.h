@@ -1,6 +1,6 @@
 // Lets a job be interrupted between its steps as well as in them.
-#ifndef ARVL_HOST_INTERRUPTION_H_
-#define ARVL_HOST_INTERRUPTION_H_
+#ifndef ARVL_HOST_STEP_INTERRUPTION_H_
+#define ARVL_HOST_STEP_INTERRUPTION_H_
 
 #include <signal.h>
 
@@ -39,4 +39,4 @@ class Interruption {
 
 }  // namespace arvl_host
 
-#endif  // ARVL_HOST_INTERRUPTION_H_
+#endif  // ARVL_HOST_STEP_INTERRUPTION_H_

@@ -1,6 +1,6 @@
 // Lines out of a stream that may hold anything, in bounded memory.
-#ifndef ARVL_HOST_LINE_SPLITTER_H_
-#define ARVL_HOST_LINE_SPLITTER_H_
+#ifndef ARVL_HOST_STEP_LINE_SPLITTER_H_
+#define ARVL_HOST_STEP_LINE_SPLITTER_H_
 
 #include <cstddef>
 #include <functional>
@@ -33,4 +33,4 @@ class LineSplitter {
 
 }  // namespace arvl_host
 
-#endif  // ARVL_HOST_LINE_SPLITTER_H_
+#endif  // ARVL_HOST_STEP_LINE_SPLITTER_H_

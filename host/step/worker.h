@@ -1,6 +1,6 @@
 // Does a task that may take long beside an event loop, which hears of its end through a descriptor.
-#ifndef ARVL_HOST_WORKER_H_
-#define ARVL_HOST_WORKER_H_
+#ifndef ARVL_HOST_STEP_WORKER_H_
+#define ARVL_HOST_STEP_WORKER_H_
 
 #include <condition_variable>
 #include <exception>
@@ -42,4 +42,4 @@ class Worker {
 
 }  // namespace arvl_host
 
-#endif  // ARVL_HOST_WORKER_H_
+#endif  // ARVL_HOST_STEP_WORKER_H_

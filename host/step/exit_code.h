@@ -1,6 +1,6 @@
 // What arvl-host ends with. Each command's help and the README tell people of them.
-#ifndef ARVL_HOST_EXIT_CODE_H_
-#define ARVL_HOST_EXIT_CODE_H_
+#ifndef ARVL_HOST_STEP_EXIT_CODE_H_
+#define ARVL_HOST_STEP_EXIT_CODE_H_
 
 namespace arvl_host {
 
@@ -16,4 +16,4 @@ enum ExitCode : int {
 
 }  // namespace arvl_host
 
-#endif  // ARVL_HOST_EXIT_CODE_H_
+#endif  // ARVL_HOST_STEP_EXIT_CODE_H_

@@ -1,4 +1,4 @@
-#include "plugin_process.h"
+#include "step/plugin_process.h"
 
 #include <fcntl.h>
 #include <linux/close_range.h>
@@ -17,7 +17,7 @@
 #include <utility>
 #include <vector>
 
-#include "log_channel.h"
+#include "step/log_channel.h"
 
 namespace arvl_host {
 

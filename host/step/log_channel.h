@@ -2,8 +2,8 @@
 // descriptor that the plug-in inherits.
 //
 // A record is the line's priority, one byte, and then its text, cut to what fits.
-#ifndef ARVL_HOST_LOG_CHANNEL_H_
-#define ARVL_HOST_LOG_CHANNEL_H_
+#ifndef ARVL_HOST_STEP_LOG_CHANNEL_H_
+#define ARVL_HOST_STEP_LOG_CHANNEL_H_
 
 #include <cstddef>
 
@@ -18,4 +18,4 @@ constexpr std::size_t kMaxLogRecord = 0x10000;
 
 }  // namespace arvl_host
 
-#endif  // ARVL_HOST_LOG_CHANNEL_H_
+#endif  // ARVL_HOST_STEP_LOG_CHANNEL_H_

@@ -1,6 +1,6 @@
 // The rule book with its reasons: what it logs while it judges a packet is collected.
-#ifndef ARVL_HOST_RULE_BOOK_H_
-#define ARVL_HOST_RULE_BOOK_H_
+#ifndef ARVL_HOST_STEP_RULE_BOOK_H_
+#define ARVL_HOST_STEP_RULE_BOOK_H_
 
 #include <json/forwards.h>
 
@@ -14,4 +14,4 @@ Verdict judge(ZARN::ARVLAPP::PACKET_TYPE type, const Json::Value &payload);
 
 }  // namespace arvl_host
 
-#endif  // ARVL_HOST_RULE_BOOK_H_
+#endif  // ARVL_HOST_STEP_RULE_BOOK_H_

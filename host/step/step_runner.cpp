@@ -6,7 +6,7 @@
 // beside it. The next packet is read when the answer to the one before has been written out, so that a
 // plug-in which only asks cannot fill the memory.
 
-#include "step_runner.h"
+#include "step/step_runner.h"
 
 #include <event2/buffer.h>
 #include <event2/bufferevent.h>
@@ -27,18 +27,18 @@
 #include <utility>
 #include <vector>
 
-#include "exit_code.h"
-#include "interruption.h"
-#include "line_splitter.h"
-#include "log_channel.h"
-#include "plugin_process.h"
 #include "protocol/json_text.h"
 #include "protocol/packet_frame.h"
-#include "rule_book.h"
+#include "step/exit_code.h"
+#include "step/interruption.h"
+#include "step/line_splitter.h"
+#include "step/log_channel.h"
+#include "step/payload_parser.h"
+#include "step/plugin_process.h"
+#include "step/rule_book.h"
+#include "step/worker.h"
 #include "text/elapsed.h"
 #include "text/trace_text.h"
-#include "trace/payload_parser.h"
-#include "worker.h"
 
 namespace arvl_host {
 

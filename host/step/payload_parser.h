@@ -1,7 +1,7 @@
 // The payloads of packets as values. Their senders may be anybody: what would take too much memory is not
 // parsed.
-#ifndef ARVL_HOST_TRACE_PAYLOAD_PARSER_H_
-#define ARVL_HOST_TRACE_PAYLOAD_PARSER_H_
+#ifndef ARVL_HOST_STEP_PAYLOAD_PARSER_H_
+#define ARVL_HOST_STEP_PAYLOAD_PARSER_H_
 
 #include <json/forwards.h>
 
@@ -22,4 +22,4 @@ PayloadStatus parsePayload(std::string_view text, Json::Value &payload, std::str
 
 }  // namespace arvl_host
 
-#endif  // ARVL_HOST_TRACE_PAYLOAD_PARSER_H_
+#endif  // ARVL_HOST_STEP_PAYLOAD_PARSER_H_

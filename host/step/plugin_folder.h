@@ -1,6 +1,6 @@
 // The folder of a plug-in: one executable for each step that it has.
-#ifndef ARVL_HOST_PLUGIN_FOLDER_H_
-#define ARVL_HOST_PLUGIN_FOLDER_H_
+#ifndef ARVL_HOST_STEP_PLUGIN_FOLDER_H_
+#define ARVL_HOST_STEP_PLUGIN_FOLDER_H_
 
 #include <string>
 
@@ -13,4 +13,4 @@ std::string findStep(const std::string &folder, const std::string &step);
 
 }  // namespace arvl_host
 
-#endif  // ARVL_HOST_PLUGIN_FOLDER_H_
+#endif  // ARVL_HOST_STEP_PLUGIN_FOLDER_H_
