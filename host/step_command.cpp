@@ -26,7 +26,7 @@
 #include "text/tally.h"
 #include "text/trace_text.h"
 #include "trace/trace_writer.h"
-#include "tracing_listener.h"
+#include "trace/tracing_listener.h"
 #include "zarn/arvlapp/agent.h"
 
 namespace fs = std::filesystem;

@@ -6,7 +6,7 @@
 #include "step/plugin_folder.h"
 #include "text/elapsed.h"
 #include "text/trace_text.h"
-#include "tracing_listener.h"
+#include "trace/tracing_listener.h"
 
 namespace arvl_host {
 

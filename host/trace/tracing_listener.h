@@ -1,6 +1,6 @@
 // Hands on what another listener is to see, and writes it to the trace.
-#ifndef ARVL_HOST_TRACING_LISTENER_H_
-#define ARVL_HOST_TRACING_LISTENER_H_
+#ifndef ARVL_HOST_TRACE_TRACING_LISTENER_H_
+#define ARVL_HOST_TRACE_TRACING_LISTENER_H_
 
 #include "step/step_runner.h"
 #include "trace/trace_writer.h"
@@ -44,4 +44,4 @@ class TracingListener : public StepListener {
 
 }  // namespace arvl_host
 
-#endif  // ARVL_HOST_TRACING_LISTENER_H_
+#endif  // ARVL_HOST_TRACE_TRACING_LISTENER_H_
