@@ -7,7 +7,7 @@
 #include <chrono>
 #include <string>
 
-#include "framework.h"
+#include "framework/framework.h"
 #include "trace/trace_writer.h"
 
 namespace arvl_host {

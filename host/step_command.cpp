@@ -19,7 +19,7 @@
 #include "backup/catalog.h"
 #include "display/plugin_line.h"
 #include "files/store.h"
-#include "framework.h"
+#include "framework/framework.h"
 #include "plugin_options.h"
 #include "step/plugin_folder.h"
 #include "step/step_runner.h"

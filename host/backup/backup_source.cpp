@@ -3,7 +3,7 @@
 #include <optional>
 #include <stdexcept>
 
-#include "framework.h"
+#include "framework/framework.h"
 
 namespace fs = std::filesystem;
 

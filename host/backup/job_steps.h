@@ -10,7 +10,7 @@
 
 #include "backup/transfer_watchers.h"
 #include "display/job_display.h"
-#include "framework.h"
+#include "framework/framework.h"
 #include "step/interruption.h"
 #include "step/step_runner.h"
 #include "text/tally.h"

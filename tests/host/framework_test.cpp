@@ -1,6 +1,6 @@
 // The answers of the framework, each by the rule book.
 
-#include "framework.h"
+#include "framework/framework.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>

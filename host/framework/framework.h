@@ -1,6 +1,6 @@
 // What the framework knows and serves: answers every request of a plug-in.
-#ifndef ARVL_HOST_FRAMEWORK_H_
-#define ARVL_HOST_FRAMEWORK_H_
+#ifndef ARVL_HOST_FRAMEWORK_FRAMEWORK_H_
+#define ARVL_HOST_FRAMEWORK_FRAMEWORK_H_
 
 #include <json/value.h>
 
@@ -82,4 +82,4 @@ class Framework : public RequestServer {
 
 }  // namespace arvl_host
 
-#endif  // ARVL_HOST_FRAMEWORK_H_
+#endif  // ARVL_HOST_FRAMEWORK_FRAMEWORK_H_

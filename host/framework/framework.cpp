@@ -1,4 +1,4 @@
-#include "framework.h"
+#include "framework/framework.h"
 
 #include <limits.h>
 
