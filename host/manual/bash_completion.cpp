@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "manual/definitions.h"
+#include "cli/definitions.h"
 
 namespace arvl_host {
 

@@ -4,8 +4,8 @@
 #include <iostream>
 #include <string>
 
+#include "cli/command_line.h"
 #include "manual/bash_completion.h"
-#include "command_line.h"
 #include "manual/man_page.h"
 
 int main(int argc, char **argv) {

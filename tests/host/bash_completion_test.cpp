@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "command_line.h"
+#include "cli/command_line.h"
 #include "host/command.h"
 #include "support/temp_dir.h"
 

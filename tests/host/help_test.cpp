@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
-#include "command_line.h"
+#include "cli/command_line.h"
+#include "cli/help_formatter.h"
 #include "host/command.h"
-#include "manual/help_formatter.h"
 #include "support/json.h"
 
 namespace {

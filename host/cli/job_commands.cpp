@@ -1,4 +1,4 @@
-#include "job_commands.h"
+#include "cli/job_commands.h"
 
 #include <CLI/CLI.hpp>
 #include <filesystem>
@@ -8,8 +8,8 @@
 #include "backup/catalog.h"
 #include "backup/job.h"
 #include "backup/report.h"
-#include "output_options.h"
-#include "plugin_options.h"
+#include "cli/output_options.h"
+#include "cli/plugin_options.h"
 
 namespace arvl_host {
 

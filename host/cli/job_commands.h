@@ -1,6 +1,6 @@
 // The subcommands "backup" and "restore".
-#ifndef ARVL_HOST_JOB_COMMANDS_H_
-#define ARVL_HOST_JOB_COMMANDS_H_
+#ifndef ARVL_HOST_CLI_JOB_COMMANDS_H_
+#define ARVL_HOST_CLI_JOB_COMMANDS_H_
 
 #include <CLI/App.hpp>
 #include <functional>
@@ -13,4 +13,4 @@ std::function<int()> addRestoreCommand(CLI::App &app);
 
 }  // namespace arvl_host
 
-#endif  // ARVL_HOST_JOB_COMMANDS_H_
+#endif  // ARVL_HOST_CLI_JOB_COMMANDS_H_

@@ -1,6 +1,6 @@
 // The subcommands "list", "verify" and "prune", which look after a store.
-#ifndef ARVL_HOST_STORE_COMMANDS_H_
-#define ARVL_HOST_STORE_COMMANDS_H_
+#ifndef ARVL_HOST_CLI_STORE_COMMANDS_H_
+#define ARVL_HOST_CLI_STORE_COMMANDS_H_
 
 #include <CLI/App.hpp>
 #include <functional>
@@ -14,4 +14,4 @@ std::function<int()> addPruneCommand(CLI::App &app);
 
 }  // namespace arvl_host
 
-#endif  // ARVL_HOST_STORE_COMMANDS_H_
+#endif  // ARVL_HOST_CLI_STORE_COMMANDS_H_

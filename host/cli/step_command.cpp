@@ -1,4 +1,4 @@
-#include "step_command.h"
+#include "cli/step_command.h"
 
 #include <json/reader.h>
 #include <json/value.h>
@@ -17,10 +17,10 @@
 
 #include "backup/backup_source.h"
 #include "backup/catalog.h"
+#include "cli/plugin_options.h"
 #include "display/plugin_line.h"
 #include "files/store.h"
 #include "framework/framework.h"
-#include "plugin_options.h"
 #include "step/plugin_folder.h"
 #include "step/step_runner.h"
 #include "text/tally.h"

@@ -1,6 +1,6 @@
 // "arvl-host step": one step of a plug-in, shown to a person.
-#ifndef ARVL_HOST_STEP_COMMAND_H_
-#define ARVL_HOST_STEP_COMMAND_H_
+#ifndef ARVL_HOST_CLI_STEP_COMMAND_H_
+#define ARVL_HOST_CLI_STEP_COMMAND_H_
 
 #include <CLI/App.hpp>
 #include <functional>
@@ -12,4 +12,4 @@ std::function<int()> addStepCommand(CLI::App &app);
 
 }  // namespace arvl_host
 
-#endif  // ARVL_HOST_STEP_COMMAND_H_
+#endif  // ARVL_HOST_CLI_STEP_COMMAND_H_

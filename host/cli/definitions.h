@@ -1,7 +1,7 @@
 // What the definitions of a command line hold for the help, the man page and the completion. Hidden
 // options are left out.
-#ifndef ARVL_HOST_MANUAL_DEFINITIONS_H_
-#define ARVL_HOST_MANUAL_DEFINITIONS_H_
+#ifndef ARVL_HOST_CLI_DEFINITIONS_H_
+#define ARVL_HOST_CLI_DEFINITIONS_H_
 
 #include <CLI/App.hpp>
 #include <string>
@@ -34,4 +34,4 @@ std::string descriptionOf(const CLI::Option &option);
 
 }  // namespace arvl_host
 
-#endif  // ARVL_HOST_MANUAL_DEFINITIONS_H_
+#endif  // ARVL_HOST_CLI_DEFINITIONS_H_

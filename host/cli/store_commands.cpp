@@ -1,4 +1,4 @@
-#include "store_commands.h"
+#include "cli/store_commands.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -13,9 +13,9 @@
 #include "backup/manifest.h"
 #include "backup/report.h"
 #include "backup/verify.h"
+#include "cli/output_options.h"
+#include "cli/plugin_options.h"
 #include "display/cells.h"
-#include "output_options.h"
-#include "plugin_options.h"
 #include "step/exit_code.h"
 #include "step/interruption.h"
 #include "text/elapsed.h"

@@ -1,4 +1,4 @@
-#include "plugin_options.h"
+#include "cli/plugin_options.h"
 
 #include <json/reader.h>
 

@@ -1,6 +1,6 @@
 // How the commands that work on a store say what they do.
-#ifndef ARVL_HOST_OUTPUT_OPTIONS_H_
-#define ARVL_HOST_OUTPUT_OPTIONS_H_
+#ifndef ARVL_HOST_CLI_OUTPUT_OPTIONS_H_
+#define ARVL_HOST_CLI_OUTPUT_OPTIONS_H_
 
 #include <json/value.h>
 
@@ -38,4 +38,4 @@ void writeReport(const OutputOptions &options, const Json::Value &json,
 
 }  // namespace arvl_host
 
-#endif  // ARVL_HOST_OUTPUT_OPTIONS_H_
+#endif  // ARVL_HOST_CLI_OUTPUT_OPTIONS_H_

@@ -1,6 +1,6 @@
 // "arvl-host trace": shows a trace to a person.
-#ifndef ARVL_HOST_TRACE_COMMAND_H_
-#define ARVL_HOST_TRACE_COMMAND_H_
+#ifndef ARVL_HOST_CLI_TRACE_COMMAND_H_
+#define ARVL_HOST_CLI_TRACE_COMMAND_H_
 
 #include <CLI/App.hpp>
 #include <functional>
@@ -12,4 +12,4 @@ std::function<int()> addTraceCommand(CLI::App &app);
 
 }  // namespace arvl_host
 
-#endif  // ARVL_HOST_TRACE_COMMAND_H_
+#endif  // ARVL_HOST_CLI_TRACE_COMMAND_H_

@@ -1,6 +1,6 @@
 // The options of the commands that run a plug-in.
-#ifndef ARVL_HOST_PLUGIN_OPTIONS_H_
-#define ARVL_HOST_PLUGIN_OPTIONS_H_
+#ifndef ARVL_HOST_CLI_PLUGIN_OPTIONS_H_
+#define ARVL_HOST_CLI_PLUGIN_OPTIONS_H_
 
 #include <CLI/App.hpp>
 #include <CLI/Validators.hpp>
@@ -48,4 +48,4 @@ std::chrono::milliseconds toMilliseconds(double seconds);
 
 }  // namespace arvl_host
 
-#endif  // ARVL_HOST_PLUGIN_OPTIONS_H_
+#endif  // ARVL_HOST_CLI_PLUGIN_OPTIONS_H_

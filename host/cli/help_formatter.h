@@ -1,6 +1,6 @@
 // How --help looks.
-#ifndef ARVL_HOST_MANUAL_HELP_FORMATTER_H_
-#define ARVL_HOST_MANUAL_HELP_FORMATTER_H_
+#ifndef ARVL_HOST_CLI_HELP_FORMATTER_H_
+#define ARVL_HOST_CLI_HELP_FORMATTER_H_
 
 #include <CLI/App.hpp>
 #include <CLI/Formatter.hpp>
@@ -22,4 +22,4 @@ class HelpFormatter : public CLI::Formatter {
 
 }  // namespace arvl_host
 
-#endif  // ARVL_HOST_MANUAL_HELP_FORMATTER_H_
+#endif  // ARVL_HOST_CLI_HELP_FORMATTER_H_

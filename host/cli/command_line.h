@@ -1,6 +1,6 @@
 // The command line of arvl-host: what it takes, and what runs the subcommand that was chosen.
-#ifndef ARVL_HOST_COMMAND_LINE_H_
-#define ARVL_HOST_COMMAND_LINE_H_
+#ifndef ARVL_HOST_CLI_COMMAND_LINE_H_
+#define ARVL_HOST_CLI_COMMAND_LINE_H_
 
 #include <CLI/App.hpp>
 #include <functional>
@@ -32,4 +32,4 @@ class CommandLine {
 
 }  // namespace arvl_host
 
-#endif  // ARVL_HOST_COMMAND_LINE_H_
+#endif  // ARVL_HOST_CLI_COMMAND_LINE_H_

@@ -1,4 +1,4 @@
-#include "manual/definitions.h"
+#include "cli/definitions.h"
 
 #include <CLI/CLI.hpp>
 #include <set>

@@ -1,10 +1,10 @@
-#include "manual/help_formatter.h"
+#include "cli/help_formatter.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <sstream>
 
-#include "manual/definitions.h"
+#include "cli/definitions.h"
 
 namespace arvl_host {
 

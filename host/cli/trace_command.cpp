@@ -1,4 +1,4 @@
-#include "trace_command.h"
+#include "cli/trace_command.h"
 
 #include <sys/stat.h>
 #include <unistd.h>

@@ -12,8 +12,8 @@
 #include <vector>
 
 #include "backup/report.h"
-#include "command_line.h"
-#include "output_options.h"
+#include "cli/command_line.h"
+#include "cli/output_options.h"
 #include "step/exit_code.h"
 #include "step/plugin_process.h"
 

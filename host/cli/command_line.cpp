@@ -1,4 +1,4 @@
-#include "command_line.h"
+#include "cli/command_line.h"
 
 #include <CLI/CLI.hpp>
 #include <memory>
@@ -6,12 +6,12 @@
 #include <utility>
 #include <vector>
 
-#include "job_commands.h"
-#include "manual/help_formatter.h"
-#include "step_command.h"
-#include "store_commands.h"
+#include "cli/help_formatter.h"
+#include "cli/job_commands.h"
+#include "cli/step_command.h"
+#include "cli/store_commands.h"
+#include "cli/trace_command.h"
 #include "text/trace_text.h"
-#include "trace_command.h"
 
 namespace arvl_host {
 
