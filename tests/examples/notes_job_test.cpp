@@ -7,7 +7,7 @@
 #include <string>
 
 #include "examples/notes_support.h"
-#include "host/job_support.h"
+#include "host/support/job_support.h"
 
 namespace arvl_test {
 namespace {

@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "cli/command_line.h"
-#include "host/command.h"
+#include "host/support/command.h"
 #include "support/temp_dir.h"
 
 namespace {

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "host/same_record.h"
+#include "host/support/same_record.h"
 
 namespace arvl_host {
 namespace {

@@ -11,7 +11,7 @@
 
 #include "cli/command_line.h"
 #include "cli/help_formatter.h"
-#include "host/command.h"
+#include "host/support/command.h"
 #include "support/json.h"
 
 namespace {

@@ -16,8 +16,8 @@
 
 #include "examples/notes_support.h"
 #include "files/temporary_file.h"
-#include "host/command.h"
-#include "host/supervised_run.h"
+#include "host/support/command.h"
+#include "host/support/supervised_run.h"
 #include "support/json.h"
 
 namespace fs = std::filesystem;

@@ -12,7 +12,7 @@
 #include <regex>
 #include <string>
 
-#include "host/job_support.h"
+#include "host/support/job_support.h"
 #include "support/json.h"
 #include "support/small_file_system.h"
 

@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "host/command.h"
-#include "host/same_record.h"
-#include "host/store_error_of.h"
+#include "host/support/command.h"
+#include "host/support/same_record.h"
+#include "host/support/store_error_of.h"
 #include "support/files.h"
 #include "support/json.h"
 #include "support/temp_dir.h"

@@ -8,7 +8,7 @@
 #include <memory>
 #include <string>
 
-#include "host/job_support.h"
+#include "host/support/job_support.h"
 #include "support/json.h"
 
 namespace fs = std::filesystem;

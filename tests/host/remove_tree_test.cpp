@@ -8,7 +8,7 @@
 #include <filesystem>
 #include <string>
 
-#include "host/store_error_of.h"
+#include "host/support/store_error_of.h"
 #include "support/deep_tree.h"
 #include "support/files.h"
 #include "support/small_file_system.h"

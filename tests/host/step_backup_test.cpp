@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "host/job_support.h"
+#include "host/support/job_support.h"
 
 namespace fs = std::filesystem;
 

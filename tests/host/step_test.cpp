@@ -16,7 +16,7 @@
 #include <string>
 #include <vector>
 
-#include "host/command.h"
+#include "host/support/command.h"
 #include "support/temp_dir.h"
 
 namespace {

@@ -22,7 +22,7 @@
 #include <thread>
 
 #include "files/read_lease.h"
-#include "host/store_error_of.h"
+#include "host/support/store_error_of.h"
 #include "support/small_file_system.h"
 #include "support/temp_dir.h"
 

@@ -13,7 +13,7 @@
 #include <string>
 
 #include "files/store_error.h"
-#include "host/store_error_of.h"
+#include "host/support/store_error_of.h"
 #include "support/files.h"
 #include "support/temp_dir.h"
 

@@ -4,7 +4,7 @@
 
 #include <sstream>
 
-#include "host/trace_files.h"
+#include "host/support/trace_files.h"
 #include "zarn/arvlapp/protocol_util.h"
 
 namespace arvl_host {

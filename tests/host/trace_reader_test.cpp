@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "host/trace_files.h"
+#include "host/support/trace_files.h"
 
 namespace arvl_host {
 namespace {

@@ -6,7 +6,7 @@
 
 #include <csignal>
 
-#include "host/trace_files.h"
+#include "host/support/trace_files.h"
 #include "support/log_capture.h"
 #include "zarn/arvlapp/protocol_util.h"
 

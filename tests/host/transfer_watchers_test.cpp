@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "host/store_error_of.h"
+#include "host/support/store_error_of.h"
 
 namespace arvl_host {
 namespace {

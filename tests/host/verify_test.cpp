@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "host/job_support.h"
-#include "host/store_error_of.h"
+#include "host/support/job_support.h"
+#include "host/support/store_error_of.h"
 
 namespace fs = std::filesystem;
 

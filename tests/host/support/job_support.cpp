@@ -1,4 +1,4 @@
-#include "host/job_support.h"
+#include "host/support/job_support.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

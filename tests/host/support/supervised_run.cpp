@@ -2,7 +2,7 @@
 // descriptor. The filter passes to every process that the program starts; their orphans come to the
 // test, which is thereby the last to have a child when one is left.
 
-#include "host/supervised_run.h"
+#include "host/support/supervised_run.h"
 
 #include <fcntl.h>
 #include <linux/filter.h>

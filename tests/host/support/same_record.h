@@ -1,5 +1,5 @@
-#ifndef ARVL_TESTS_HOST_SAME_RECORD_H_
-#define ARVL_TESTS_HOST_SAME_RECORD_H_
+#ifndef ARVL_TESTS_HOST_SUPPORT_SAME_RECORD_H_
+#define ARVL_TESTS_HOST_SUPPORT_SAME_RECORD_H_
 
 #include <gtest/gtest.h>
 
@@ -20,4 +20,4 @@ inline void expectSame(const arvl_host::FileRecord &found, const arvl_host::File
 
 }  // namespace arvl_test
 
-#endif  // ARVL_TESTS_HOST_SAME_RECORD_H_
+#endif  // ARVL_TESTS_HOST_SUPPORT_SAME_RECORD_H_

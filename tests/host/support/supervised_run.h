@@ -1,13 +1,13 @@
 // Runs a program with all that it starts, and sees each write and each end before it happens.
-#ifndef ARVL_TESTS_HOST_SUPERVISED_RUN_H_
-#define ARVL_TESTS_HOST_SUPERVISED_RUN_H_
+#ifndef ARVL_TESTS_HOST_SUPPORT_SUPERVISED_RUN_H_
+#define ARVL_TESTS_HOST_SUPPORT_SUPERVISED_RUN_H_
 
 #include <sys/types.h>
 
 #include <string>
 #include <vector>
 
-#include "host/command.h"
+#include "host/support/command.h"
 
 namespace arvl_test {
 
@@ -43,4 +43,4 @@ Ended runSupervised(const std::vector<std::string> &words,
 
 }  // namespace arvl_test
 
-#endif  // ARVL_TESTS_HOST_SUPERVISED_RUN_H_
+#endif  // ARVL_TESTS_HOST_SUPPORT_SUPERVISED_RUN_H_

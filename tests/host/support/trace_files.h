@@ -1,6 +1,6 @@
 // What the tests of the trace share: a file of their own, and a clock that they set.
-#ifndef ARVL_TESTS_HOST_TRACE_FILES_H_
-#define ARVL_TESTS_HOST_TRACE_FILES_H_
+#ifndef ARVL_TESTS_HOST_SUPPORT_TRACE_FILES_H_
+#define ARVL_TESTS_HOST_SUPPORT_TRACE_FILES_H_
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
@@ -83,4 +83,4 @@ inline arvl_host::Trace readBack(const TraceFile &file) {
 
 }  // namespace arvl_test
 
-#endif  // ARVL_TESTS_HOST_TRACE_FILES_H_
+#endif  // ARVL_TESTS_HOST_SUPPORT_TRACE_FILES_H_

@@ -1,4 +1,4 @@
-#include "host/command.h"
+#include "host/support/command.h"
 
 #include <fcntl.h>
 #include <poll.h>

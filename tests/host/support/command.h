@@ -1,6 +1,6 @@
 // Runs a program as a person would, and shows all that it said.
-#ifndef ARVL_TESTS_HOST_COMMAND_H_
-#define ARVL_TESTS_HOST_COMMAND_H_
+#ifndef ARVL_TESTS_HOST_SUPPORT_COMMAND_H_
+#define ARVL_TESTS_HOST_SUPPORT_COMMAND_H_
 
 #include <gtest/gtest.h>
 #include <sys/types.h>
@@ -51,4 +51,4 @@ std::string lastLine(const std::string &text);
 
 }  // namespace arvl_test
 
-#endif  // ARVL_TESTS_HOST_COMMAND_H_
+#endif  // ARVL_TESTS_HOST_SUPPORT_COMMAND_H_

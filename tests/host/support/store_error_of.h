@@ -1,5 +1,5 @@
-#ifndef ARVL_TESTS_HOST_STORE_ERROR_OF_H_
-#define ARVL_TESTS_HOST_STORE_ERROR_OF_H_
+#ifndef ARVL_TESTS_HOST_SUPPORT_STORE_ERROR_OF_H_
+#define ARVL_TESTS_HOST_SUPPORT_STORE_ERROR_OF_H_
 
 #include <string>
 
@@ -20,4 +20,4 @@ std::string storeErrorOf(Operation operation) {
 
 }  // namespace arvl_test
 
-#endif  // ARVL_TESTS_HOST_STORE_ERROR_OF_H_
+#endif  // ARVL_TESTS_HOST_SUPPORT_STORE_ERROR_OF_H_

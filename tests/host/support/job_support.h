@@ -1,6 +1,6 @@
 // Whole jobs under test: a store, plug-ins that a script leads, and what is to be found on disk.
-#ifndef ARVL_TESTS_HOST_JOB_SUPPORT_H_
-#define ARVL_TESTS_HOST_JOB_SUPPORT_H_
+#ifndef ARVL_TESTS_HOST_SUPPORT_JOB_SUPPORT_H_
+#define ARVL_TESTS_HOST_SUPPORT_JOB_SUPPORT_H_
 
 #include <gtest/gtest.h>
 #include <json/value.h>
@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "host/command.h"
+#include "host/support/command.h"
 #include "support/files.h"
 #include "support/temp_dir.h"
 
@@ -68,4 +68,4 @@ class JobFolder : public testing::Test {
 
 }  // namespace arvl_test
 
-#endif  // ARVL_TESTS_HOST_JOB_SUPPORT_H_
+#endif  // ARVL_TESTS_HOST_SUPPORT_JOB_SUPPORT_H_
