@@ -16,7 +16,8 @@
 
 #include "backup/manifest.h"
 #include "files/remove_tree.h"
-#include "text/trace_text.h"
+#include "text/dates.h"
+#include "text/utf8.h"
 
 namespace fs = std::filesystem;
 

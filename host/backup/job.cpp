@@ -14,8 +14,9 @@
 #include "backup/catalog.h"
 #include "step/exit_code.h"
 #include "step/interruption.h"
-#include "text/elapsed.h"
-#include "text/trace_text.h"
+#include "text/dates.h"
+#include "text/durations.h"
+#include "text/utf8.h"
 #include "zarn/arvlapp/agent.h"
 
 namespace fs = std::filesystem;

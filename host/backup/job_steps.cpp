@@ -4,8 +4,8 @@
 #include <utility>
 
 #include "step/plugin_folder.h"
-#include "text/elapsed.h"
-#include "text/trace_text.h"
+#include "text/durations.h"
+#include "text/hex.h"
 #include "trace/tracing_listener.h"
 
 namespace arvl_host {

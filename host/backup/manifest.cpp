@@ -14,7 +14,8 @@
 #include <string_view>
 
 #include "files/temporary_file.h"
-#include "text/trace_text.h"
+#include "text/strict_json.h"
+#include "text/utf8.h"
 
 namespace arvl_host {
 

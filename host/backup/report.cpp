@@ -1,7 +1,9 @@
 #include "backup/report.h"
 
 #include "display/progress_line.h"
-#include "text/trace_text.h"
+#include "text/durations.h"
+#include "text/sizes.h"
+#include "text/strict_json.h"
 
 namespace arvl_host {
 

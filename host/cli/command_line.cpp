@@ -11,7 +11,7 @@
 #include "cli/step_command.h"
 #include "cli/store_commands.h"
 #include "cli/trace_command.h"
-#include "text/trace_text.h"
+#include "text/utf8.h"
 
 namespace arvl_host {
 

@@ -7,7 +7,7 @@
 #include <stdexcept>
 
 #include "backup/report.h"
-#include "text/trace_text.h"
+#include "text/utf8.h"
 
 namespace arvl_host {
 

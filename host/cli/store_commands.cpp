@@ -18,8 +18,9 @@
 #include "display/cells.h"
 #include "step/exit_code.h"
 #include "step/interruption.h"
-#include "text/elapsed.h"
-#include "text/trace_text.h"
+#include "text/durations.h"
+#include "text/sizes.h"
+#include "text/utf8.h"
 
 namespace arvl_host {
 

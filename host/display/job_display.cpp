@@ -10,7 +10,8 @@
 #include <utility>
 
 #include "display/plugin_line.h"
-#include "text/trace_text.h"
+#include "text/durations.h"
+#include "text/utf8.h"
 
 namespace arvl_host {
 

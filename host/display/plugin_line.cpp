@@ -2,7 +2,7 @@
 
 #include <syslog.h>
 
-#include "text/trace_text.h"
+#include "text/utf8.h"
 
 namespace arvl_host {
 

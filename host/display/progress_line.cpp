@@ -1,12 +1,13 @@
 #include "display/progress_line.h"
 
 #include <algorithm>
-#include <cstdio>
-#include <iterator>
+#include <cmath>
 #include <vector>
 
 #include "display/cells.h"
-#include "text/trace_text.h"
+#include "text/durations.h"
+#include "text/sizes.h"
+#include "text/utf8.h"
 
 namespace arvl_host {
 
@@ -14,19 +15,6 @@ namespace {
 
 // Beyond it an estimate is no help to anyone.
 constexpr double kLongestTimeLeft = 100.0 * 3600;
-
-std::string magnitudeText(double size) {
-  static constexpr const char *kUnits[] = {"B", "KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};
-  const char *const *unit = kUnits;
-  // What would be rounded to 1024.0 is 1.0 of the next unit.
-  while (size >= 1023.95 && unit != std::end(kUnits) - 1) {
-    size /= 1024;
-    ++unit;
-  }
-  char text[64];
-  std::snprintf(text, sizeof text, unit == kUnits ? "%.0f %s" : "%.1f %s", size, *unit);
-  return text;
-}
 
 // "1,234 files"
 std::string filesText(std::uint64_t files) {
@@ -50,6 +38,11 @@ std::optional<double> secondsLeft(const StepProgress &progress) {
   return progress.seconds > 0 && left < kLongestTimeLeft ? left : std::nullopt;
 }
 
+std::uint64_t bytesPerSecond(const StepProgress &progress) {
+  return static_cast<std::uint64_t>(
+      std::llround(static_cast<double>(progress.bytes) / progress.seconds));
+}
+
 std::vector<std::string> figuresOf(const StepProgress &progress) {
   std::vector<std::string> figures;
   if (const std::optional<int> percentage = percentageOf(progress)) {
@@ -62,7 +55,7 @@ std::vector<std::string> figuresOf(const StepProgress &progress) {
     figures.push_back(sizeText(progress.bytes));
   }
   if (progress.bytes > 0 && progress.seconds > 0) {
-    figures.push_back(magnitudeText(static_cast<double>(progress.bytes) / progress.seconds) + "/s");
+    figures.push_back(sizeText(bytesPerSecond(progress)) + "/s");
   }
   if (const std::optional<double> left = secondsLeft(progress)) {
     figures.push_back(clockText(*left) + " left");
@@ -94,22 +87,6 @@ std::string progressLine(const StepProgress &progress, unsigned columns) {
   }
   const std::string stage = room > 2 ? cutToCells(visibleText(progress.stage), room - 2) : "";
   return step + (stage.empty() ? "" : ": ") + stage + figures;
-}
-
-std::string sizeText(std::uint64_t bytes) {
-  return magnitudeText(static_cast<double>(bytes));
-}
-
-std::string clockText(double seconds) {
-  const auto whole = seconds > 0 ? static_cast<long long>(std::min(seconds, 1e15)) : 0;
-  char text[48];
-  if (whole < 3600) {
-    std::snprintf(text, sizeof text, "%lld:%02lld", whole / 60, whole % 60);
-  } else {
-    std::snprintf(text, sizeof text, "%lld:%02lld:%02lld", whole / 3600, whole / 60 % 60,
-                  whole % 60);
-  }
-  return text;
 }
 
 }  // namespace arvl_host

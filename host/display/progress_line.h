@@ -27,12 +27,6 @@ std::optional<int> percentageOf(const StepProgress &progress);
 // the figures go, the last one first. The stage is made visible.
 std::string progressLine(const StepProgress &progress, unsigned columns);
 
-// "0 B", "999 B", "1.0 KiB", "56.1 MiB"
-std::string sizeText(std::uint64_t bytes);
-
-// "0:07", "1:02:03"
-std::string clockText(double seconds);
-
 }  // namespace arvl_host
 
 #endif  // ARVL_HOST_DISPLAY_PROGRESS_LINE_H_

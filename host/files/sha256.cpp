@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "files/store_error.h"
-#include "text/trace_text.h"
+#include "text/hex.h"
 
 namespace arvl_host {
 

@@ -3,7 +3,7 @@
 #include <climits>
 #include <cstring>
 
-#include "text/trace_text.h"
+#include "text/utf8.h"
 
 namespace arvl_host {
 

@@ -10,7 +10,7 @@
 #include "protocol/json_text.h"
 #include "protocol/packet_frame.h"
 #include "step/rule_book.h"
-#include "text/trace_text.h"
+#include "text/utf8.h"
 
 namespace arvl_host {
 

@@ -37,8 +37,7 @@
 #include "step/plugin_process.h"
 #include "step/rule_book.h"
 #include "step/worker.h"
-#include "text/elapsed.h"
-#include "text/trace_text.h"
+#include "text/durations.h"
 
 namespace arvl_host {
 

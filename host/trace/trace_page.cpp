@@ -6,7 +6,12 @@
 #include <string_view>
 #include <vector>
 
-#include "text/trace_text.h"
+#include "text/dates.h"
+#include "text/durations.h"
+#include "text/hex.h"
+#include "text/sizes.h"
+#include "text/utf8.h"
+#include "trace/html.h"
 #include "trace/trace_page_style.h"
 #include "trace/trace_view.h"
 

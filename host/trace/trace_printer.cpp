@@ -4,7 +4,11 @@
 #include <cstdio>
 #include <ostream>
 
-#include "text/trace_text.h"
+#include "text/dates.h"
+#include "text/durations.h"
+#include "text/hex.h"
+#include "text/sizes.h"
+#include "text/utf8.h"
 
 namespace arvl_host {
 

@@ -9,7 +9,9 @@
 #include <memory>
 #include <utility>
 
-#include "text/trace_text.h"
+#include "text/hex.h"
+#include "text/strict_json.h"
+#include "text/utf8.h"
 
 namespace arvl_host {
 

@@ -1,6 +1,8 @@
 #include "trace/trace_view.h"
 
-#include "text/trace_text.h"
+#include "text/sizes.h"
+#include "text/strict_json.h"
+#include "text/utf8.h"
 
 namespace arvl_host {
 

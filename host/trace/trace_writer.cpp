@@ -12,7 +12,9 @@
 #include <cstring>
 
 #include "step/payload_parser.h"
-#include "text/trace_text.h"
+#include "text/hex.h"
+#include "text/strict_json.h"
+#include "text/utf8.h"
 #include "zarn/arvlapp/protocol_util.h"
 
 namespace arvl_host {

@@ -1,4 +1,6 @@
 #include "display/progress_line.h"
+#include "text/durations.h"
+#include "text/sizes.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,3 @@
-#include "text/trace_text.h"
 
 #include <gtest/gtest.h>
 #include <json/reader.h>
@@ -6,6 +5,14 @@
 
 #include <limits>
 #include <memory>
+
+#include "text/dates.h"
+#include "text/durations.h"
+#include "text/hex.h"
+#include "text/sizes.h"
+#include "text/strict_json.h"
+#include "text/utf8.h"
+#include "trace/html.h"
 
 namespace arvl_host {
 namespace {

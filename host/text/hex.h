@@ -1,0 +1,17 @@
+// Bytes as hexadecimal digits.
+#ifndef ARVL_HOST_TEXT_HEX_H_
+#define ARVL_HOST_TEXT_HEX_H_
+
+#include <string>
+#include <string_view>
+
+namespace arvl_host {
+
+std::string toHex(std::string_view bytes);
+
+// Returns false for text that is not pairs of hexadecimal digits.
+bool fromHex(std::string_view hex, std::string &bytes);
+
+}  // namespace arvl_host
+
+#endif  // ARVL_HOST_TEXT_HEX_H_

@@ -1,0 +1,15 @@
+// Text in a page.
+#ifndef ARVL_HOST_TRACE_HTML_H_
+#define ARVL_HOST_TRACE_HTML_H_
+
+#include <string>
+#include <string_view>
+
+namespace arvl_host {
+
+// Returns text with the characters that HTML gives a meaning replaced.
+std::string escapeHtml(std::string_view text);
+
+}  // namespace arvl_host
+
+#endif  // ARVL_HOST_TRACE_HTML_H_
