@@ -813,8 +813,19 @@ TEST(ListDir, SendsARelativePathAsGiven) {
 TEST(ListDir, LetsOutTheConversionErrorOfAForeignPacket) {
   Exchange exchange;
   std::list<FileInfo> entries;
-  exchange.answer(26, R"({"success":true,"entry_list":{"a":1},"list_complete":true})");
-  EXPECT_THROW(exchange.agent.listDir("/d", entries), Json::LogicError);
+  const std::string named = R"({"a":)" + entry("/a", "file") + "}";
+  for (const std::string &list : {std::string(R"({"a":1})"), named, std::string("[5]")}) {
+    exchange.answer(26, R"({"success":true,"list_complete":true,"entry_list":)" + list + "}");
+    EXPECT_THROW(exchange.agent.listDir("/d", entries), Json::LogicError) << list;
+    EXPECT_TRUE(entries.empty());
+    exchange.framework.finish();
+  }
+  for (const std::string list : {"null", "{}", "\"text\"", "7"}) {
+    exchange.answer(26, R"({"success":true,"list_complete":true,"entry_list":)" + list + "}");
+    EXPECT_TRUE(exchange.agent.listDir("/d", entries)) << list;
+    EXPECT_TRUE(entries.empty());
+    exchange.framework.finish();
+  }
   exchange.answer(8, page(entry("/a", "file"), kLast));
   EXPECT_TRUE(exchange.agent.listDir("/d", entries));
 }
