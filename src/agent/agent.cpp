@@ -30,6 +30,7 @@
 #include "agent/sigpipe_guard.h"
 #include "protocol/json_text.h"
 #include "protocol/packet_frame.h"
+#include "protocol/packet_table.h"
 #include "util/log.h"
 #include "zarn/arvlapp/protocol_util.h"
 #include "zarn/backup/path.h"
@@ -624,7 +625,7 @@ Outcome Agent::AgentImpl::ask(Version since, PACKET_TYPE request, const Json::Va
   if (!recvPacket(type, answer)) {
     return Outcome::kNotReceived;
   }
-  if (type != request + 1) {  // the numbers of requests and their responses come in pairs
+  if (type != findPacket(request)->answer) {
     ARVL_LOG_ERROR("invalid response");
     return Outcome::kFailed;
   }
@@ -850,6 +851,21 @@ void Agent::setSummaryInfo(const SummaryInfo &info) {
 
 namespace {
 
+// Returns false from an operation whose exchange is not done, and logs the text for what failed. Both
+// texts are on the line of the macro, so that the log names their line.
+#define LEAVE_UNLESS_DONE(outcome, notSent, notReceived) \
+  do {                                                   \
+    if ((outcome) == Outcome::kNotSent) {                \
+      return ARVL_LOG_FALSE(notSent);                    \
+    }                                                    \
+    if ((outcome) == Outcome::kNotReceived) {            \
+      return ARVL_LOG_FALSE(notReceived);                \
+    }                                                    \
+    if ((outcome) != Outcome::kDone) {                   \
+      return false;                                      \
+    }                                                    \
+  } while (false)
+
 Json::Value describeSource(const FileInfo &source) {
   Json::Value value(Json::objectValue);
   value["path"] = source.getPath();
@@ -911,15 +927,7 @@ bool Agent::getExportResult(Json::Value &result) {
   Json::Value answer;
   const Outcome outcome =
       impl_->exchange(kEveryVersion, PACKET_EXPORT_RESULT_REQUEST, Json::Value(), answer);
-  if (outcome == Outcome::kNotSent) {
-    return ARVL_LOG_FALSE("send PACKET_EXPORT_RESULT_REQUEST packet failed");
-  }
-  if (outcome == Outcome::kNotReceived) {
-    return ARVL_LOG_FALSE("failed to parse getExportResult output");
-  }
-  if (outcome != Outcome::kDone) {
-    return false;
-  }
+  LEAVE_UNLESS_DONE(outcome, "send PACKET_EXPORT_RESULT_REQUEST packet failed", "failed to parse getExportResult output");
   result.swap(answer["export_result"]);
   return true;
 }
@@ -945,15 +953,7 @@ bool Agent::getSelectedSource(SelectedSourceInfo &source) {
   Json::Value answer;
   const Outcome outcome =
       impl_->ask(kVersion23, PACKET_SELECTED_SOURCE_REQUEST, Json::Value(), answer);
-  if (outcome == Outcome::kNotSent) {
-    return ARVL_LOG_FALSE("send PACKET_SELECTED_SOURCE_REQUEST packet failed");
-  }
-  if (outcome == Outcome::kNotReceived) {
-    return ARVL_LOG_FALSE("failed to parse getSelectedSource output");
-  }
-  if (outcome != Outcome::kDone) {
-    return false;
-  }
+  LEAVE_UNLESS_DONE(outcome, "send PACKET_SELECTED_SOURCE_REQUEST packet failed", "failed to parse getSelectedSource output");
   source.setSelectedSourceJson(answer);  // the lists are there even when "success" is false
   return true;
 }
@@ -962,15 +962,7 @@ bool Agent::getExportConfig(Json::Value &config) {
   Json::Value answer;
   const Outcome outcome =
       impl_->exchange(kVersion23, PACKET_EXPORT_CONFIG_REQUEST, Json::Value(), answer);
-  if (outcome == Outcome::kNotSent) {
-    return ARVL_LOG_FALSE("send PACKET_EXPORT_CONFIG_REQUEST packet failed");
-  }
-  if (outcome == Outcome::kNotReceived) {
-    return ARVL_LOG_FALSE("failed to parse getExportConfig output");
-  }
-  if (outcome != Outcome::kDone) {
-    return false;
-  }
+  LEAVE_UNLESS_DONE(outcome, "send PACKET_EXPORT_CONFIG_REQUEST packet failed", "failed to parse getExportConfig output");
   config.swap(answer["export_config"]);
   return true;
 }
@@ -979,15 +971,7 @@ bool Agent::getLanguage(std::string &language) {
   Json::Value answer;
   const Outcome outcome =
       impl_->exchange(kVersion23, PACKET_LANGUAGE_REQUEST, Json::Value(), answer);
-  if (outcome == Outcome::kNotSent) {
-    return ARVL_LOG_FALSE("send PACKET_LANGUAGE_REQUEST packet failed");
-  }
-  if (outcome == Outcome::kNotReceived) {
-    return ARVL_LOG_FALSE("failed to parse getLanguage output");
-  }
-  if (outcome != Outcome::kDone) {
-    return false;
-  }
+  LEAVE_UNLESS_DONE(outcome, "send PACKET_LANGUAGE_REQUEST packet failed", "failed to parse getLanguage output");
   language = answer["language"].asString();
   return true;
 }
@@ -999,13 +983,8 @@ bool Agent::setProgress(const std::string &stage, int percentage) {
 
   Json::Value answer;
   const Outcome outcome = impl_->exchange(kVersion23, PACKET_SET_PROGRESS_REQUEST, request, answer);
-  if (outcome == Outcome::kNotSent) {
-    return ARVL_LOG_FALSE("send PACKET_SET_PROGRESS_REQUEST packet failed");
-  }
-  if (outcome == Outcome::kNotReceived) {
-    return ARVL_LOG_FALSE("failed to parse setProgress output");
-  }
-  return outcome == Outcome::kDone;
+  LEAVE_UNLESS_DONE(outcome, "send PACKET_SET_PROGRESS_REQUEST packet failed", "failed to parse setProgress output");
+  return true;
 }
 
 bool Agent::download(const DownloadInfo &info) {
@@ -1018,13 +997,9 @@ bool Agent::download(const DownloadInfo &info) {
   Json::Value answer;
   const Outcome outcome = impl_->exchange(kEveryVersion, PACKET_DOWNLOAD_REQUEST,
                                           makeTransfer(std::move(item)), answer);
-  if (outcome == Outcome::kNotSent) {
-    return ARVL_LOG_FALSE("send PACKET_DOWNLOAD_REQUEST packet failed");
-  }
-  if (outcome == Outcome::kNotReceived) {
-    return ARVL_LOG_FALSE("failed to parse listDir output");  // the wording is the library's own
-  }
-  return outcome == Outcome::kDone;
+  // The second text names listDir: log lines are fixed.
+  LEAVE_UNLESS_DONE(outcome, "send PACKET_DOWNLOAD_REQUEST packet failed", "failed to parse listDir output");
+  return true;
 }
 
 bool Agent::upload(const UploadInfo &info) {
@@ -1037,13 +1012,8 @@ bool Agent::upload(const UploadInfo &info) {
   Json::Value answer;
   const Outcome outcome =
       impl_->exchange(kEveryVersion, PACKET_UPLOAD_REQUEST, makeTransfer(std::move(item)), answer);
-  if (outcome == Outcome::kNotSent) {
-    return ARVL_LOG_FALSE("send PACKET_UPLOAD_REQUEST packet failed");
-  }
-  if (outcome == Outcome::kNotReceived) {
-    return ARVL_LOG_FALSE("failed to parse upload output");
-  }
-  return outcome == Outcome::kDone;
+  LEAVE_UNLESS_DONE(outcome, "send PACKET_UPLOAD_REQUEST packet failed", "failed to parse upload output");
+  return true;
 }
 
 bool Agent::createDir(const std::string &dir) {
@@ -1059,28 +1029,15 @@ bool Agent::createDir(const std::string &dir) {
   Json::Value answer;
   const Outcome outcome =
       impl_->exchange(kEveryVersion, PACKET_CREATE_DIR_REQUEST, request, answer);
-  if (outcome == Outcome::kNotSent) {
-    return ARVL_LOG_FALSE("send PACKET_CREATE_DIR_REQUEST packet failed");
-  }
-  if (outcome == Outcome::kNotReceived) {
-    return ARVL_LOG_FALSE("failed to parse create dir response");
-  }
-  return outcome == Outcome::kDone;
+  LEAVE_UNLESS_DONE(outcome, "send PACKET_CREATE_DIR_REQUEST packet failed", "failed to parse create dir response");
+  return true;
 }
 
 bool Agent::getExternalHandleResult(std::list<ExternalDataInfo> &results) {
   Json::Value answer;
   const Outcome outcome =
       impl_->exchange(kVersion22, PACKET_EXPORT_RESULT_REQUEST, Json::Value(), answer);
-  if (outcome == Outcome::kNotSent) {
-    return ARVL_LOG_FALSE("send PACKET_EXPORT_RESULT_REQUEST packet failed");
-  }
-  if (outcome == Outcome::kNotReceived) {
-    return ARVL_LOG_FALSE("failed to parse getExternalHandleResult output");
-  }
-  if (outcome != Outcome::kDone) {
-    return false;
-  }
+  LEAVE_UNLESS_DONE(outcome, "send PACKET_EXPORT_RESULT_REQUEST packet failed", "failed to parse getExternalHandleResult output");
   const Json::Value &handlers = answer["external_handler_result"];
   for (Json::ArrayIndex i = 0; i < handlers.size(); ++i) {
     ExternalDataInfo info;
@@ -1122,6 +1079,8 @@ bool Agent::listDir(const std::string &path, std::list<FileInfo> &entries) {
     request["request_id"] = page["request_id"];
   }
 }
+
+#undef LEAVE_UNLESS_DONE
 
 }  // namespace ARVLAPP
 }  // namespace ZARN

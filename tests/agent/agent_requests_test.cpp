@@ -10,6 +10,7 @@
 
 #include "support/framework_end.h"
 #include "support/log_capture.h"
+#include "support/log_source.h"
 #include "zarn/arvlapp/agent.h"
 
 namespace {
@@ -141,6 +142,13 @@ bool isBelow(const std::string &version, const std::string &since) {
   return !since.empty() && version < since;  // of one digit each
 }
 
+// Takes the lines and checks that each names the line of its statement.
+LogLines takeTrueLines(LogCapture &log) {
+  const std::vector<LogRecord> records = log.takeRecords();
+  EXPECT_TRUE(nameTheirStatements(records));
+  return toLines(records);
+}
+
 // A session of a version whose framework answers each request by a function of its number.
 class Exchange {
  public:
@@ -244,7 +252,7 @@ TEST_P(EveryRequest, FailsWhenTheFrameworkLeavesInTheMiddleAndAtOnceAfterwards) 
     exchange.framework.close();
   });
   EXPECT_FALSE(operation().call(exchange.agent));
-  EXPECT_EQ(exchange.log.take(),
+  EXPECT_EQ(takeTrueLines(exchange.log),
             lines({"User canceled, skip recvPacket", operation().receiveLine, operation().last}));
   EXPECT_EQ(exchange.agent.getErrno(), 1);
 
@@ -252,9 +260,10 @@ TEST_P(EveryRequest, FailsWhenTheFrameworkLeavesInTheMiddleAndAtOnceAfterwards) 
   EXPECT_EQ(exchange.agent.getErrno(), 1);
   EXPECT_EQ(exchange.agent.getErrorString(), "");
   if (std::string(operation().name) == "getAppDataVersion") {
-    EXPECT_EQ(exchange.log.take(), LogLines{}) << "the one that is silent";
+    EXPECT_EQ(takeTrueLines(exchange.log), LogLines{}) << "the one that is silent";
   } else {
-    EXPECT_EQ(exchange.log.take(), lines({"User canceled, skip sendPacket", operation().sendLine}));
+    EXPECT_EQ(takeTrueLines(exchange.log),
+              lines({"User canceled, skip sendPacket", operation().sendLine}));
   }
 }
 
@@ -842,10 +851,10 @@ TEST(ListDir, LeavesTheEntriesAloneOnlyBeforeInit) {
   exchange.framework.close();
   EXPECT_FALSE(exchange.agent.listDir("/d", entries));
   EXPECT_TRUE(entries.empty());
-  EXPECT_EQ(exchange.log.take().back(), "agent.cpp: failed to parse listDir output");
+  EXPECT_EQ(takeTrueLines(exchange.log).back(), "agent.cpp: failed to parse listDir output");
   EXPECT_FALSE(exchange.agent.listDir("/d", entries));
-  EXPECT_EQ(exchange.log.take(), lines({"User canceled, skip sendPacket",
-                                        "send PACKET_LIST_DIR_REQUEST packet failed"}));
+  EXPECT_EQ(takeTrueLines(exchange.log), lines({"User canceled, skip sendPacket",
+                                                "send PACKET_LIST_DIR_REQUEST packet failed"}));
 }
 
 void expectLongListing(std::size_t count, std::size_t perPage) {
