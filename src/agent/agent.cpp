@@ -1,9 +1,15 @@
-// The session with the framework, in this order: plug-in modes, helpers, the session's state and
-// declarations; start-up; transport (sending, receiving, the callbacks of the event loop);
-// the exchange of a request; completions; and the facade in the order of its header.
+// The session with the framework: everything that logs as "agent.cpp". Each part keeps its state to
+// itself. They are, in this order:
 //
-// One thread, the caller's: the event loop runs only inside sendPacket, and so do the callbacks.
-// Nothing here times out; that is for whoever runs the plug-in.
+//   CommandLine  reads argv: the job step, the descriptor and the framework's version
+//   Mailbox      holds the one packet that has been received and not yet taken
+//   Connection   owns the socket and the event loop; sends and receives packets
+//   Session      makes requests: gate, send, receive, type, success
+//   Completion   holds the outcome of the step and reports it
+//   Agent        the facade, in the order of its header
+//
+// One thread: the caller's. The event loop and its callbacks run only inside sendPacket. Nothing here
+// has a timeout: that is for the program that runs the plug-in.
 
 #include "zarn/arvlapp/agent.h"
 
@@ -12,11 +18,9 @@
 #include <event2/event.h>
 #include <fcntl.h>
 #include <json/value.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -27,7 +31,14 @@
 #include <utility>
 
 #include "agent/close_watch.h"
+#include "agent/direct_write.h"
+#include "agent/error_state.h"
+#include "agent/event_handles.h"
+#include "agent/framework_version.h"
+#include "agent/plugin_mode.h"
 #include "agent/sigpipe_guard.h"
+#include "agent/step_result.h"
+#include "agent/transfer_request.h"
 #include "protocol/json_text.h"
 #include "protocol/packet_frame.h"
 #include "protocol/packet_table.h"
@@ -38,194 +49,40 @@
 namespace ZARN {
 namespace ARVLAPP {
 
-const char *const Agent::PLUGIN_NAME_SUMMARY = "summary";
-const char *const Agent::PLUGIN_NAME_ESTIMATE_EXPORTION = "estimate_exportion";
-const char *const Agent::PLUGIN_NAME_CAN_EXPORT = "can_export";
-const char *const Agent::PLUGIN_NAME_EXPORT = "export";
-const char *const Agent::PLUGIN_NAME_CAN_IMPORT = "can_import";
-const char *const Agent::PLUGIN_NAME_IMPORT = "import";
-
 namespace {
 
-// The values of the error number.
-constexpr int kErrnoNone = 0;
-constexpr int kErrnoConnection = 1;
-constexpr int kErrnoRefused = 2;
-constexpr int kErrnoUnsupported = 3;
+// ---- The command line.
 
-// What became of a request, as far as its operation has something of its own to say.
-enum class Outcome {
-  kDone,
-  kNotSent,
-  kNotReceived,
-  kFailed,  // and all has been said
-};
-
-// The framework versions that brought requests.
-struct Version {
-  int major;
-  int minor;
-};
-constexpr Version kEveryVersion = {0, 0};
-constexpr Version kVersion22 = {2, 2};
-constexpr Version kVersion23 = {2, 3};
-
-constexpr std::size_t kReadChunk = 16384;  // bytes; libevent's own choice
-
-// Whether a failed send is no failure of the connection: a full socket, an interruption, or no socket
-// at all, which the loop may still be able to write to.
-bool isLeftToLoop(int error) {
-  return error == EAGAIN || error == EINTR || error == ENOTSOCK;
-}
-
-}  // namespace
-
-class Agent::AgentImpl {
+class CommandLine {
  public:
-  AgentImpl() = default;
-  ~AgentImpl();
-  AgentImpl(const AgentImpl &) = delete;
-  AgentImpl &operator=(const AgentImpl &) = delete;
-
+  // Reads argv. Values that were read before a failure stay. Logs.
   bool parseArgv(int argc, char **argv);
-  bool connectionInit();
 
-  bool sendPacket(PACKET_TYPE type, const Json::Value &payload, bool exitWhenSent);
-  bool recvPacket(PACKET_TYPE &type, Json::Value &payload);
-
-  bool checkInitialized() const;
-  Outcome ask(Version since, PACKET_TYPE request, const Json::Value &payload, Json::Value &answer);
-  Outcome exchange(Version since, PACKET_TYPE request, const Json::Value &payload,
-                   Json::Value &answer);
-  bool isGranted(const Json::Value &answer);
-  void addPercentage(Json::Value &item, int percentage) const;
-
-  void sendComplete();
-
-  bool isActive() const { return initialized && !canceled; }
-  bool isVersionAtLeast(Version version) const;
-  // As the plug-in sees them: a framework that is gone has no version.
-  int majorVersion() const { return canceled ? -1 : frameworkMajor; }
-  int minorVersion() const { return canceled ? -1 : frameworkMinor; }
-
-  int socketFd = -1;
-  int frameworkMajor = -1;
-  int frameworkMinor = -1;
-  int appDataMajor = -1;
-  int appDataMinor = -1;
-  bool initialized = false;
-  bool canceled = false;  // the framework is gone; never cleared
-  bool success = false;
-  bool exitOnDrain = false;
-  std::string pluginName;
-  std::string errorSection;
-  std::string errorKey;
-  int pluginMode = 0;
-  int errorNumber = kErrnoNone;
-  std::string errorString;
-  event_base *base = nullptr;
-  bufferevent *connection = nullptr;  // owns the socket
-  // The mailbox between the read callback and recvPacket. The payload is an object whenever the type
-  // is a packet's; a packet of type 0 leaves its payload behind.
-  PACKET_TYPE pendingType = PACKET_TYPE_NONE;
-  Json::Value pendingPayload = Json::Value(Json::objectValue);
-  StorageUsage storageUsage;
-  SummaryInfo summaryInfo;
+  PluginMode pluginMode() const { return pluginMode_; }
+  int socketFd() const { return socketFd_; }
+  Version frameworkVersion() const { return version_; }
 
  private:
-  CloseWatch closeWatch;           // once reading has paused
-  bool isInputUnreadable = false;  // the input buffer is full, and its first frame has been refused
-
-  bool checkSupported(Version since);
   bool parseSocketFd(const char *text);
   bool parseFrameworkVersion(const char *text);
 
-  enum class FrameStep { kConsumed, kIncomplete, kRefused };
-
-  bool queueFrame(PACKET_TYPE type, const std::string &text);
-  void offerOutput();
-  void writeInLoop();
-  int runLoop();
-  bool isCompletionUnwritten() const;
-  FrameStep readFrames(evbuffer *input);
-  FrameStep readFrame(evbuffer *input);
-  void limitReading(evbuffer *input);
-  void pauseReading();
-  bool appendPacket(const void *frame);
-  bool storePacket(const void *frame);
-
-  static void onReadable(bufferevent *connection, void *self);
-  static void onWritten(bufferevent *connection, void *self);
-  static void onEvent(bufferevent *connection, short what, void *self);
-  static void onClosedUnread(evutil_socket_t descriptor, short what, void *self);
-
-  Json::Value makeResult() const;
-  void sendSummaryComplete();
-  void sendEstimateExportionComplete();
-  void sendCanExportComplete();
-  void sendExportComplete();
-  void sendCanImportComplete();
-  void sendImportComplete();
+  std::string pluginName_;
+  PluginMode pluginMode_ = PluginMode::kNone;
+  int socketFd_ = -1;
+  Version version_;
 };
 
-Agent::AgentImpl::~AgentImpl() {
-  closeWatch.stop();
-  if (connection != nullptr) {
-    bufferevent_free(connection);
-  }
-  if (base != nullptr) {
-    event_base_free(base);
-  }
-}
-
-// ---- Start-up.
-
-namespace {
-
-// A mode is the position of its name, counted from 1; 0 is no mode.
-enum PluginMode {
-  kModeNone,
-  kModeEstimateExportion,
-  kModeCanExport,
-  kModeExport,
-  kModeCanImport,
-  kModeImport,
-  kModeSummary,
-};
-
-int modeOf(const std::string &pluginName) {
-  const char *const names[] = {
-      Agent::PLUGIN_NAME_ESTIMATE_EXPORTION,
-      Agent::PLUGIN_NAME_CAN_EXPORT,
-      Agent::PLUGIN_NAME_EXPORT,
-      Agent::PLUGIN_NAME_CAN_IMPORT,
-      Agent::PLUGIN_NAME_IMPORT,
-      Agent::PLUGIN_NAME_SUMMARY,
-  };
-  int mode = kModeNone;
-  for (const char *name : names) {
-    ++mode;
-    if (pluginName == name) {
-      return mode;
-    }
-  }
-  return kModeNone;
-}
-
-}  // namespace
-
-bool Agent::AgentImpl::parseArgv(int argc, char **argv) {
+bool CommandLine::parseArgv(int argc, char **argv) {
   if (argc < 1 || argv == nullptr || argv[0] == nullptr) {
     return ARVL_LOG_FALSE("bad param %d", argc);
   }
-  // The name is there before mode and descriptor are.
-  if (!pluginName.empty() || pluginMode != kModeNone || socketFd != -1) {  // GCOVR_EXCL_BR_LINE
+  if (!pluginName_.empty()) {  // the first value that a call sets
     return ARVL_LOG_FALSE("Error: reinit");
   }
 
-  pluginName = Backup::Path::basename(argv[0]);
-  pluginMode = modeOf(pluginName);
-  if (pluginMode == kModeNone) {
+  pluginName_ = Backup::Path::basename(argv[0]);
+  pluginMode_ = modeOf(pluginName_);
+  if (pluginMode_ == PluginMode::kNone) {
     return ARVL_LOG_FALSE("invalid plugin [%s]", argv[0]);
   }
 
@@ -239,110 +96,215 @@ bool Agent::AgentImpl::parseArgv(int argc, char **argv) {
     }
   }
 
-  if (socketFd < 1) {
-    return ARVL_LOG_FALSE("invalid argument fd [%d]", socketFd);
+  if (socketFd_ < 1) {
+    return ARVL_LOG_FALSE("invalid argument fd [%d]", socketFd_);
   }
-  if (frameworkMajor < 0 || frameworkMinor < 0) {
-    return ARVL_LOG_FALSE("invalid argument version [%d.%d]", frameworkMajor, frameworkMinor);
-  }
-  return true;
-}
-
-bool Agent::AgentImpl::parseSocketFd(const char *text) {
-  char *end = nullptr;
-  socketFd = static_cast<int>(std::strtol(text, &end, 10));
-  if (*end != '\0') {
-    return ARVL_LOG_FALSE("invalid socket fd format [%s]", text);
+  if (version_.major < 0 || version_.minor < 0) {
+    return ARVL_LOG_FALSE("invalid argument version [%d.%d]", version_.major, version_.minor);
   }
   return true;
 }
 
-bool Agent::AgentImpl::parseFrameworkVersion(const char *text) {
+bool CommandLine::parseSocketFd(const char *text) {
   char *end = nullptr;
-  frameworkMajor = static_cast<int>(std::strtol(text, &end, 10));
+  socketFd_ = static_cast<int>(std::strtol(text, &end, 10));
+  return *end == '\0' || ARVL_LOG_FALSE("invalid socket fd format [%s]", text);
+}
+
+bool CommandLine::parseFrameworkVersion(const char *text) {
+  char *end = nullptr;
+  version_.major = static_cast<int>(std::strtol(text, &end, 10));
   if (*end != '.') {
     return ARVL_LOG_FALSE("invalid framework version format [%s]", text);
   }
-  frameworkMinor = static_cast<int>(std::strtol(end + 1, &end, 10));
-  if (*end != '\0') {
-    return ARVL_LOG_FALSE("invalid framework version format [%s]", text);
+  version_.minor = static_cast<int>(std::strtol(end + 1, &end, 10));
+  return *end == '\0' || ARVL_LOG_FALSE("invalid framework version format [%s]", text);
+}
+
+// ---- The mailbox.
+
+// Holds one packet. It is empty while its type is PACKET_TYPE_NONE, but a received packet of that
+// type leaves its payload behind, and a payload blocks the mailbox.
+class Mailbox {
+ public:
+  // Stores a whole frame. A failure empties the mailbox, even of an earlier packet. Logs; throws
+  // nothing, because it runs inside the event loop.
+  bool appendPacket(const void *frame);
+
+  bool isEmpty() const { return type_ == PACKET_TYPE_NONE; }
+
+  // Moves the packet out.
+  void take(PACKET_TYPE &type, Json::Value &payload) {
+    type = type_;
+    payload = std::move(payload_);
+    clear();
   }
+
+ private:
+  bool storePacket(const void *frame);
+  void clear() {
+    type_ = PACKET_TYPE_NONE;
+    payload_ = Json::Value();
+  }
+
+  PACKET_TYPE type_ = PACKET_TYPE_NONE;
+  Json::Value payload_;
+};
+
+bool Mailbox::appendPacket(const void *frame) {
+  if (storePacket(frame)) {
+    return true;
+  }
+  clear();
+  return false;
+}
+
+bool Mailbox::storePacket(const void *frame) {
+  if (type_ != PACKET_TYPE_NONE || !payload_.empty()) {
+    return ARVL_LOG_FALSE("appendPacket twice before consuming");
+  }
+
+  PacketHeader header;
+  decodePacketHeader(frame, header);
+  const char *text = static_cast<const char *>(frame) + kPacketHeaderSize;
+  Json::Value payload;
+  if (!parseJsonText(text, text + header.payloadLength, payload)) {
+    return ARVL_LOG_FALSE("Failed to parse upload request payload");
+  }
+  if (!payload.isObject()) {
+    return ARVL_LOG_FALSE("payload is invalid (not a json object)");
+  }
+  type_ = static_cast<PACKET_TYPE>(header.type);
+  payload_ = std::move(payload);
   return true;
 }
 
-// What has been created before a failure stays, for the destructor.
-bool Agent::AgentImpl::connectionInit() {
-  // GCOVR_EXCL_START: parseArgv has refused a second call before
-  if (base != nullptr || connection != nullptr) {
+// ---- The connection.
+
+constexpr std::size_t kReadChunk = 16384;  // bytes; the same as libevent's default
+
+// Owns the event base, the bufferevent and, through it, the socket.
+class Connection {
+ public:
+  explicit Connection(ErrorState &errorState) : errorState_(errorState) {}
+
+  // Opens the connection on the socket. Objects created before a failure stay, for the destructor.
+  // Logs.
+  bool connectionInit(int socketFd);
+
+  // Sends one packet and runs the event loop: for a request until a packet has been received, for a
+  // completion (exitWhenSent) until it has been written. Returns true once the packet is queued, even
+  // if the connection or the loop fails then: recvPacket reports that. Logs.
+  bool sendPacket(PACKET_TYPE type, const Json::Value &payload, bool exitWhenSent);
+
+  // Takes the received packet and checks it against its rule. Hands out type and payload even if the
+  // check fails. Logs.
+  bool recvPacket(PACKET_TYPE &type, Json::Value &payload);
+
+  // Tells whether the framework has closed the connection or the connection has failed. Final.
+  bool isCanceled() const { return canceled_; }
+
+ private:
+  enum class FrameStep { kConsumed, kIncomplete, kRefused };
+
+  bool queueFrame(PACKET_TYPE type, const std::string &text);
+  bool isOutputLeft() const {
+    return evbuffer_get_length(bufferevent_get_output(bufferevent_.get())) > 0;
+  }
+  void writeInLoop();
+  int runLoop();
+  bool isCompletionUnwritten() const { return exitOnDrain_ && !canceled_ && isOutputLeft(); }
+  FrameStep readFrames(evbuffer *input);
+  FrameStep readFrame(evbuffer *input);
+  void limitReading(evbuffer *input);
+  void pauseReading();
+
+  static void onReadable(bufferevent *source, void *self);
+  static void onWritten(bufferevent *source, void *self);
+  static void onEvent(bufferevent *source, short what, void *self);
+  static void onClosedUnread(evutil_socket_t descriptor, short what, void *self);
+
+  ErrorState &errorState_;
+  int socketFd_ = -1;
+  EventBase base_;
+  Bufferevent bufferevent_;
+  CloseWatch closeWatch_;  // started when reading pauses; ends before the base
+  Mailbox mailbox_;
+  bool canceled_ = false;
+  bool exitOnDrain_ = false;        // the last packet is a completion
+  bool isInputUnreadable_ = false;  // the input buffer is full, and its first frame was refused
+};
+
+bool Connection::connectionInit(int socketFd) {
+  // GCOVR_EXCL_START: parseArgv has refused a second call
+  if (base_ != nullptr || bufferevent_ != nullptr) {
     return ARVL_LOG_FALSE("Error: reinit");
   }
   // GCOVR_EXCL_STOP
-  // Before the base opens descriptors of its own: the number of a closed one could name one of them.
-  const bool isOpen = fcntl(socketFd, F_GETFD) != -1;
-  base = event_base_new();
-  if (base == nullptr) {
+  socketFd_ = socketFd;
+  // Look first: the event base opens descriptors, and one of them could get the number of a closed
+  // socket.
+  const bool isOpen = fcntl(socketFd_, F_GETFD) != -1;
+  base_.reset(event_base_new());
+  if (base_ == nullptr) {
     return ARVL_LOG_FALSE("Can't get an event_base");
   }
-  if (!isOpen || evutil_make_socket_nonblocking(socketFd) != 0) {
+  if (!isOpen || evutil_make_socket_nonblocking(socketFd_) != 0) {
     return ARVL_LOG_FALSE("make socket nonblocking failed");
   }
-  connection = bufferevent_socket_new(base, socketFd, BEV_OPT_CLOSE_ON_FREE);
-  if (connection == nullptr) {
+  bufferevent_.reset(bufferevent_socket_new(base_.get(), socketFd_, BEV_OPT_CLOSE_ON_FREE));
+  if (bufferevent_ == nullptr) {
     return ARVL_LOG_FALSE("bufferEvent new failed");
   }
-  // A program that the plug-in starts would hold the connection open beyond the plug-in's end.
-  fcntl(socketFd, F_SETFD, FD_CLOEXEC);
-  // The read callback runs once a whole header is there. The high-water mark is limitReading's:
-  // libevent's own dereferences null when memory runs out here.
-  bufferevent_setwatermark(connection, EV_READ, kPacketHeaderSize, 0);
-  bufferevent_setcb(connection, onReadable, onWritten, onEvent, this);
-  if (bufferevent_enable(connection, EV_READ | EV_WRITE) != 0) {
+  // Otherwise a program that the plug-in starts would keep the connection open after the plug-in ends.
+  fcntl(socketFd_, F_SETFD, FD_CLOEXEC);
+  // The read callback runs once a whole header has arrived. limitReading enforces the high-water mark:
+  // libevent's own dereferences null when out of memory.
+  bufferevent_setwatermark(bufferevent_.get(), EV_READ, kPacketHeaderSize, 0);
+  bufferevent_setcb(bufferevent_.get(), onReadable, onWritten, onEvent, this);
+  if (bufferevent_enable(bufferevent_.get(), EV_READ | EV_WRITE) != 0) {
     return ARVL_LOG_FALSE("bufferEvent enable failed");
   }
   return true;
 }
 
-// ---- Transport.
-
-// Sends one packet and runs the loop: for a request until a packet has been received, for a
-// completion until it has been written out. Returns true once the packet is queued, whatever comes of
-// it: recvPacket tells what a lost connection or a failed loop left without an answer. Logs.
-bool Agent::AgentImpl::sendPacket(PACKET_TYPE type, const Json::Value &payload, bool exitWhenSent) {
-  if (canceled) {
+// Writes before it runs the loop: a small frame then goes out without a wait for a writable socket and
+// without the guard against SIGPIPE.
+bool Connection::sendPacket(PACKET_TYPE type, const Json::Value &payload, bool exitWhenSent) {
+  if (canceled_) {
     return ARVL_LOG_FALSE("User canceled, skip sendPacket");
   }
 
   const std::string text = toJsonText(payload);
   if (text.size() > kMaxPayloadLength) {
-    const unsigned long long size = text.size();
-    return ARVL_LOG_FALSE("invalid packet length %llu", size);
+    return ARVL_LOG_FALSE("invalid packet length %llu", static_cast<unsigned long long>(text.size()));
   }
   if (!queueFrame(type, text)) {
     return false;
   }
 
-  exitOnDrain = exitWhenSent;
-  offerOutput();
-  if (canceled) {
+  exitOnDrain_ = exitWhenSent;
+  if (!writeAtOnce(socketFd_, bufferevent_get_output(bufferevent_.get()))) {
+    onEvent(bufferevent_.get(), BEV_EVENT_WRITING | BEV_EVENT_ERROR, this);
     return true;
   }
-  if (evbuffer_get_length(bufferevent_get_output(connection)) > 0) {
+  if (isOutputLeft()) {
     writeInLoop();
-  } else if (!exitOnDrain) {
-    runLoop();  // nothing is left to write: it only reads
+  } else if (!exitOnDrain_) {
+    runLoop();
   }
   return true;
 }
 
-// Puts a frame behind what may be left of earlier ones. Logs. The loop is not asked to write it: that
-// takes system calls, and the socket is tried first.
-bool Agent::AgentImpl::queueFrame(PACKET_TYPE type, const std::string &text) {
+// Appends a frame to the output, which may still hold a part of an earlier one. Logs. Takes the loop
+// off writing, which writeInLoop turns on again.
+bool Connection::queueFrame(PACKET_TYPE type, const std::string &text) {
   PacketHeader header;
   header.type = static_cast<std::uint16_t>(type);
   header.payloadLength = static_cast<std::uint32_t>(text.size());
   const PacketHeaderBytes headerBytes = encodePacketHeader(header);
-  evbuffer *output = bufferevent_get_output(connection);
-  bufferevent_disable(connection, EV_WRITE);
+  evbuffer *output = bufferevent_get_output(bufferevent_.get());
+  bufferevent_disable(bufferevent_.get(), EV_WRITE);
   if (evbuffer_add(output, headerBytes.data(), headerBytes.size()) != 0) {
     return ARVL_LOG_FALSE("evbuffer_add(header) failed");
   }
@@ -352,34 +314,11 @@ bool Agent::AgentImpl::queueFrame(PACKET_TYPE type, const std::string &text) {
   return true;
 }
 
-// Writes at once what the socket takes, which is a small frame whole: that spares the loop a round to
-// learn that the socket is writable, and the guard against SIGPIPE. The rest stays in the buffer. A
-// failure is reported as the loop would report it.
-void Agent::AgentImpl::offerOutput() {
-  evbuffer *output = bufferevent_get_output(connection);
-  evbuffer_iovec piece = {};
-  std::size_t taken = 0;
-  do {
-    evbuffer_peek(output, -1, nullptr, &piece, 1);
-    const ssize_t sent = send(socketFd, piece.iov_base, piece.iov_len, MSG_NOSIGNAL | MSG_DONTWAIT);
-    if (sent < 0) {
-      if (!isLeftToLoop(errno)) {
-        onEvent(connection, BEV_EVENT_WRITING | BEV_EVENT_ERROR, this);
-      }
-      return;
-    }
-    taken = static_cast<std::size_t>(sent);
-    evbuffer_unfreeze(output, 1);  // the connection lets nobody else take from the front
-    evbuffer_drain(output, taken);
-    evbuffer_freeze(output, 1);
-  } while (taken > 0 && taken == piece.iov_len && evbuffer_get_length(output) > 0);
-}
-
-// Has the loop write the rest. A packet of the framework's that arrives while a completion is being
-// written stops the loop, so the loop is entered again until the completion is out or the connection
-// is lost. Logs.
-void Agent::AgentImpl::writeInLoop() {
-  if (bufferevent_enable(connection, EV_WRITE) != 0) {
+// Runs the loop to write the rest of the output. A packet that arrives while a completion is being
+// written stops the loop, so the loop runs again until the completion is written or the connection is
+// lost. Logs.
+void Connection::writeInLoop() {
+  if (bufferevent_enable(bufferevent_.get(), EV_WRITE) != 0) {
     ARVL_LOG_ERROR("bufferEvent enable failed");
     return;
   }
@@ -391,126 +330,63 @@ void Agent::AgentImpl::writeInLoop() {
   }
 }
 
-// Runs the loop until a callback leaves it. When the buffer is full and its first frame has been
-// refused, no answer can be read: a request then only checks for a close.
-int Agent::AgentImpl::runLoop() {
-  if (isInputUnreadable && !exitOnDrain) {
-    return event_base_loop(base, EVLOOP_NONBLOCK);
+// Runs the loop until a callback stops it. If no answer can be read any more, a request only checks
+// for a close.
+int Connection::runLoop() {
+  if (isInputUnreadable_ && !exitOnDrain_) {
+    return event_base_loop(base_.get(), EVLOOP_NONBLOCK);
   }
-  return event_base_dispatch(base);
+  return event_base_dispatch(base_.get());
 }
 
-bool Agent::AgentImpl::isCompletionUnwritten() const {
-  return exitOnDrain && !canceled && evbuffer_get_length(bufferevent_get_output(connection)) > 0;
-}
-
-// Takes the answer out of the mailbox and checks it. Type and payload are handed out even when the
-// check fails. Logs.
-bool Agent::AgentImpl::recvPacket(PACKET_TYPE &type, Json::Value &payload) {
-  if (canceled) {
+bool Connection::recvPacket(PACKET_TYPE &type, Json::Value &payload) {
+  if (canceled_) {
     return ARVL_LOG_FALSE("User canceled, skip recvPacket");
   }
-  if (pendingType == PACKET_TYPE_NONE) {
+  if (mailbox_.isEmpty()) {
     return ARVL_LOG_FALSE("Error: receive nothing");
   }
-
-  type = pendingType;
-  pendingType = PACKET_TYPE_NONE;
-  payload.clear();
-  payload.swap(pendingPayload);  // moved, not copied: an answer may be large
+  mailbox_.take(type, payload);
 
   bool isValid = false;
   try {
     isValid = Util::isValidPacket(type, payload);
-  } catch (const std::exception &) {  // GCOVR_EXCL_BR_LINE: whatever is thrown is one
-    // A member that JsonCpp could not convert: an answer like any other that breaks its rule.
+  } catch (const std::exception &) {
+    // JsonCpp could not convert a member, so the answer breaks its rule.
   }
-  if (!isValid) {
-    return ARVL_LOG_FALSE("invalid packet [%d]", type);
-  }
-  return true;
+  return isValid || ARVL_LOG_FALSE("invalid packet [%d]", type);
 }
 
-// Stores one whole frame into the mailbox. On failure the mailbox is empty afterwards, even of a
-// packet that was there before. Logs; throws nothing.
-bool Agent::AgentImpl::appendPacket(const void *frame) {
-  if (storePacket(frame)) {
-    return true;
-  }
-  pendingType = PACKET_TYPE_NONE;
-  pendingPayload.clear();
-  return false;
-}
-
-bool Agent::AgentImpl::storePacket(const void *frame) {
-  PacketHeader header;
-  decodePacketHeader(frame, header);
-  if (pendingType != PACKET_TYPE_NONE || !pendingPayload.empty()) {
-    return ARVL_LOG_FALSE("appendPacket twice before consuming");
-  }
-
-  const char *text = static_cast<const char *>(frame) + kPacketHeaderSize;
-  Json::Value payload;
-  if (!parseJsonText(text, text + header.payloadLength, payload)) {
-    return ARVL_LOG_FALSE("Failed to parse upload request payload");
-  }
-  if (!payload.isObject()) {
-    return ARVL_LOG_FALSE("payload is invalid (not a json object)");
-  }
-  pendingType = static_cast<PACKET_TYPE>(header.type);
-  pendingPayload.swap(payload);
-  return true;
-}
-
-// Consumes every whole frame and ends the loop once nothing but a part of a header is left; a frame
-// that is not whole yet keeps the loop waiting. Returns what became of the last frame.
-Agent::AgentImpl::FrameStep Agent::AgentImpl::readFrames(evbuffer *input) {
+// Consumes every whole frame and returns what happened to the last one. Stops the loop unless a frame
+// is incomplete.
+Connection::FrameStep Connection::readFrames(evbuffer *input) {
   while (evbuffer_get_length(input) >= kPacketHeaderSize) {
     const FrameStep step = readFrame(input);
     if (step == FrameStep::kIncomplete) {
       return step;
     }
     if (step == FrameStep::kRefused) {
-      if (event_base_loopbreak(base) != 0) {
+      if (event_base_loopbreak(base_.get()) != 0) {
         ARVL_LOG_ERROR("loop break failed");
       }
       return step;
     }
   }
-  if (event_base_loopexit(base, nullptr) != 0) {
+  if (event_base_loopexit(base_.get(), nullptr) != 0) {
     ARVL_LOG_ERROR("loop exit failed");
-    event_base_loopbreak(base);  // needs no memory: without it the call would hang, answer in hand
+    event_base_loopbreak(base_.get());  // needs no memory; without it the call would hang
   }
   return FrameStep::kConsumed;
 }
 
-// Keeps the input buffer at or below the largest payload: reading pauses when it is full.
-void Agent::AgentImpl::limitReading(evbuffer *input) {
-  const std::size_t room = kMaxPayloadLength - evbuffer_get_length(input);
-  if (room == 0) {
-    pauseReading();
-  } else {
-    bufferevent_set_max_single_read(connection, std::min(room, kReadChunk));
-  }
-}
-
-// Nothing resumes reading: the frame that fills the buffer never leaves it. While reading is paused,
-// libevent does not notice that the framework closes the connection.
-void Agent::AgentImpl::pauseReading() {
-  bufferevent_disable(connection, EV_READ);
-  if (!closeWatch.start(base, socketFd, onClosedUnread, this)) {
-    onEvent(connection, BEV_EVENT_READING | BEV_EVENT_ERROR, this);
-  }
-}
-
-// A frame that is refused stays where it is: the session does not resynchronise.
-Agent::AgentImpl::FrameStep Agent::AgentImpl::readFrame(evbuffer *input) {
+// Leaves a refused frame in the buffer: the session does not resynchronise.
+Connection::FrameStep Connection::readFrame(evbuffer *input) {
   const unsigned char *bytes = evbuffer_pullup(input, kPacketHeaderSize);
   if (bytes == nullptr) {
-    return FrameStep::kRefused;  // out of memory: no further data would help
+    return FrameStep::kRefused;  // out of memory: more data would not help
   }
   PacketHeader header;
-  switch (decodePacketHeader(bytes, header)) {  // GCOVR_EXCL_BR_LINE: there are no other values
+  switch (decodePacketHeader(bytes, header)) {
     case HeaderStatus::kBadCheckCode:
       ARVL_LOG_ERROR("protocol error: packet checkCode is not match");
       return FrameStep::kRefused;
@@ -529,7 +405,7 @@ Agent::AgentImpl::FrameStep Agent::AgentImpl::readFrame(evbuffer *input) {
   if (bytes == nullptr) {
     return FrameStep::kRefused;
   }
-  if (!appendPacket(bytes)) {
+  if (!mailbox_.appendPacket(bytes)) {
     ARVL_LOG_ERROR("append packet failed, skip it");
     return FrameStep::kRefused;
   }
@@ -540,311 +416,370 @@ Agent::AgentImpl::FrameStep Agent::AgentImpl::readFrame(evbuffer *input) {
   return FrameStep::kConsumed;
 }
 
-void Agent::AgentImpl::onReadable(bufferevent *connection, void *self) {
-  auto *session = static_cast<AgentImpl *>(self);
-  evbuffer *input = bufferevent_get_input(connection);
-  const FrameStep last = session->readFrames(input);
-  session->limitReading(input);
-  session->isInputUnreadable =
+// Keeps the input buffer at or below the largest payload: pauses reading when it is full.
+void Connection::limitReading(evbuffer *input) {
+  const std::size_t room = kMaxPayloadLength - evbuffer_get_length(input);
+  if (room == 0) {
+    pauseReading();
+  } else {
+    bufferevent_set_max_single_read(bufferevent_.get(), std::min(room, kReadChunk));
+  }
+}
+
+// Reading never resumes: the frame that fills the buffer stays in it. libevent does not notice a close
+// while reading is paused, so the close watch does.
+void Connection::pauseReading() {
+  bufferevent_disable(bufferevent_.get(), EV_READ);
+  if (!closeWatch_.start(base_.get(), socketFd_, onClosedUnread, this)) {
+    onEvent(bufferevent_.get(), BEV_EVENT_READING | BEV_EVENT_ERROR, this);
+  }
+}
+
+void Connection::onReadable(bufferevent *source, void *self) {
+  auto *connection = static_cast<Connection *>(self);
+  evbuffer *input = bufferevent_get_input(source);
+  const FrameStep last = connection->readFrames(input);
+  connection->limitReading(input);
+  connection->isInputUnreadable_ =
       last == FrameStep::kRefused && evbuffer_get_length(input) == kMaxPayloadLength;
 }
 
-void Agent::AgentImpl::onWritten(bufferevent *connection, void *self) {
-  const auto *session = static_cast<AgentImpl *>(self);
-  const bool isDrained = evbuffer_get_length(bufferevent_get_output(connection)) == 0;
-  if (session->exitOnDrain && isDrained) {  // GCOVR_EXCL_BR_LINE: libevent calls for nothing else
-    if (event_base_loopbreak(session->base) != 0) {
-      ARVL_LOG_ERROR("loop exit failed");
-    }
+// libevent calls this when the output buffer is empty, because the write low-water mark is 0.
+void Connection::onWritten(bufferevent * /*source*/, void *self) {
+  const auto *connection = static_cast<Connection *>(self);
+  if (connection->exitOnDrain_ && event_base_loopbreak(connection->base_.get()) != 0) {
+    ARVL_LOG_ERROR("loop exit failed");
   }
 }
 
-// The framework cancels a plug-in by closing the socket: an end of file is as final as an error.
-void Agent::AgentImpl::onEvent(bufferevent * /*connection*/, short what, void *self) {
-  auto *session = static_cast<AgentImpl *>(self);
+// The framework cancels a plug-in by closing the socket, so an end of file is as final as an error.
+void Connection::onEvent(bufferevent * /*source*/, short what, void *self) {
+  auto *connection = static_cast<Connection *>(self);
   if ((what & BEV_EVENT_ERROR) != 0) {
     ARVL_LOG_ERROR("Error: get bufferev error %d", what);
   }
-  // GCOVR_EXCL_BR_START: without time-outs there are no other events
-  if ((what & (BEV_EVENT_EOF | BEV_EVENT_ERROR)) != 0) {
-    // GCOVR_EXCL_BR_STOP
-    session->canceled = true;
-    session->errorNumber = kErrnoConnection;
-    if (event_base_loopbreak(session->base) != 0) {
+  const bool isLost = (what & (BEV_EVENT_EOF | BEV_EVENT_ERROR)) != 0;
+  if (isLost) {  // GCOVR_EXCL_BR_LINE: without timeouts there are no other events
+    connection->canceled_ = true;
+    connection->errorState_.setConnectionLost();
+    if (event_base_loopbreak(connection->base_.get()) != 0) {
       ARVL_LOG_ERROR("loop exit failed");
     }
   }
 }
 
-// The connection ended while its last data remained unread: reported as reading would report it.
-void Agent::AgentImpl::onClosedUnread(evutil_socket_t /*descriptor*/, short /*what*/, void *self) {
-  auto *session = static_cast<AgentImpl *>(self);
-  const short end = session->closeWatch.isError() ? BEV_EVENT_ERROR : BEV_EVENT_EOF;
-  onEvent(session->connection, static_cast<short>(BEV_EVENT_READING | end), session);
+// The connection ended while data was unread. Reports it as a read would.
+void Connection::onClosedUnread(evutil_socket_t /*descriptor*/, short /*what*/, void *self) {
+  auto *connection = static_cast<Connection *>(self);
+  const short end = connection->closeWatch_.isError() ? BEV_EVENT_ERROR : BEV_EVENT_EOF;
+  onEvent(connection->bufferevent_.get(), static_cast<short>(BEV_EVENT_READING | end), connection);
 }
 
 // ---- The exchange of a request.
 
-bool Agent::AgentImpl::isVersionAtLeast(Version version) const {
-  return frameworkMajor > version.major ||
-         (frameworkMajor == version.major && frameworkMinor >= version.minor);
-}
+// Tells how far a request got.
+enum class Outcome {
+  kDone,
+  kNotSent,      // the operation logs this
+  kNotReceived,  // the operation logs this
+  kFailed,       // already reported
+};
 
-// Logs.
-bool Agent::AgentImpl::checkInitialized() const {
-  if (!initialized) {
-    return ARVL_LOG_FALSE("Error: not initialized");
+class Session {
+ public:
+  // Reads the command line and opens the connection. Logs.
+  bool init(int argc, char **argv);
+
+  // Tells whether init has succeeded. Logs if not.
+  bool checkInitialized() const { return initialized_ || ARVL_LOG_FALSE("Error: not initialized"); }
+  bool isActive() const { return initialized_ && !connection_.isCanceled(); }
+  bool isCanceled() const { return connection_.isCanceled(); }
+
+  PluginMode pluginMode() const { return commandLine_.pluginMode(); }
+  Version frameworkVersion() const { return commandLine_.frameworkVersion(); }
+  // Returns the version as the plug-in sees it: a framework that is gone has none.
+  Version visibleVersion() const { return isCanceled() ? Version() : frameworkVersion(); }
+
+  const ErrorState &errorState() const { return errorState_; }
+  Connection &connection() { return connection_; }
+
+  // Sends a request and receives a valid packet of any type. Logs, except what the operation logs.
+  Outcome roundTrip(PACKET_TYPE request, const Json::Value &payload, PACKET_TYPE &type,
+                    Json::Value &answer);
+
+  // Does the same after checking the session and the framework's version, and requires the answer to
+  // have the right type.
+  Outcome ask(Version since, PACKET_TYPE request, const Json::Value &payload, Json::Value &answer);
+
+  // Does the same and requires the framework to grant the request.
+  Outcome exchange(Version since, PACKET_TYPE request, const Json::Value &payload,
+                   Json::Value &answer);
+
+  // Tells whether the framework has granted a request. Sets the error state if not. Does not log.
+  bool isGranted(const Json::Value &answer) {
+    const bool isSuccess = answer["success"].asBool();
+    if (!isSuccess) {
+      errorState_.setRefused(answer);
+    }
+    return isSuccess;
   }
-  return true;
+
+ private:
+  bool checkSupported(Version since);
+
+  CommandLine commandLine_;
+  ErrorState errorState_;
+  Connection connection_{errorState_};
+  bool initialized_ = false;
+};
+
+bool Session::init(int argc, char **argv) {
+  if (!commandLine_.parseArgv(argc, argv)) {
+    return ARVL_LOG_FALSE("invalid arg");
+  }
+  if (!connection_.connectionInit(commandLine_.socketFd())) {
+    return ARVL_LOG_FALSE("connection init failed");
+  }
+  initialized_ = !connection_.isCanceled();
+  return initialized_;
 }
 
-// Logs, and sets the error state.
-bool Agent::AgentImpl::checkSupported(Version since) {
-  if (isVersionAtLeast(since)) {
+// Logs and sets the error state if the framework is too old.
+bool Session::checkSupported(Version since) {
+  if (frameworkVersion().isAtLeast(since)) {
     return true;
   }
-  // clang-format off
-  ARVL_LOG_ERROR("Error: Arvelo framework ver [%d.%d] not support", majorVersion(), minorVersion());
-  // clang-format on
-  errorNumber = kErrnoUnsupported;
-  errorString = "Arvelo not support";
-  return false;
+  const Version version = visibleVersion();
+  errorState_.setUnsupported();
+  return ARVL_LOG_FALSE("Error: Arvelo framework ver [%d.%d] not support", version.major, version.minor);
 }
 
-// The sequence that all requests share, up to an answer of the right type. Logs what is the same for
-// each of them; the operation words what it could not send or receive.
-Outcome Agent::AgentImpl::ask(Version since, PACKET_TYPE request, const Json::Value &payload,
-                              Json::Value &answer) {
+Outcome Session::roundTrip(PACKET_TYPE request, const Json::Value &payload, PACKET_TYPE &type,
+                           Json::Value &answer) {
+  if (!connection_.sendPacket(request, payload, false)) {
+    return Outcome::kNotSent;
+  }
+  return connection_.recvPacket(type, answer) ? Outcome::kDone : Outcome::kNotReceived;
+}
+
+Outcome Session::ask(Version since, PACKET_TYPE request, const Json::Value &payload,
+                     Json::Value &answer) {
   if (!checkInitialized() || !checkSupported(since)) {
     return Outcome::kFailed;
   }
-  if (!sendPacket(request, payload, false)) {
-    return Outcome::kNotSent;
-  }
   PACKET_TYPE type = PACKET_TYPE_NONE;
-  if (!recvPacket(type, answer)) {
-    return Outcome::kNotReceived;
-  }
-  if (type != findPacket(request)->answer) {
+  const Outcome outcome = roundTrip(request, payload, type, answer);
+  if (outcome == Outcome::kDone && type != findPacket(request)->answer) {
     ARVL_LOG_ERROR("invalid response");
     return Outcome::kFailed;
   }
-  return Outcome::kDone;
+  return outcome;
 }
 
-// The whole of it: done when the framework has granted the request.
-Outcome Agent::AgentImpl::exchange(Version since, PACKET_TYPE request, const Json::Value &payload,
-                                   Json::Value &answer) {
+Outcome Session::exchange(Version since, PACKET_TYPE request, const Json::Value &payload,
+                          Json::Value &answer) {
   const Outcome outcome = ask(since, request, payload, answer);
   return outcome == Outcome::kDone && !isGranted(answer) ? Outcome::kFailed : outcome;
 }
 
-// Sets the error state when the framework has refused. Does not log.
-bool Agent::AgentImpl::isGranted(const Json::Value &answer) {
-  if (answer["success"].asBool()) {
-    return true;
+// ---- Completions.
+
+// Holds the outcome and the product of the step, and reports them in one packet at its end.
+class Completion {
+ public:
+  StepResult &result() { return result_; }
+  void setAppDataVersion(int major, int minor) {
+    appDataMajor_ = major;
+    appDataMinor_ = minor;
   }
-  errorNumber = kErrnoRefused;
-  errorString = answer["error"].asString();
-  return false;
+  void setStorageUsage(const StorageUsage &usage) { storageUsage_ = usage; }
+  void setSummaryInfo(const SummaryInfo &info) { summaryInfo_ = info; }
+
+  // Checks the product of the step, which may turn a success into a failure, and sends the packet.
+  // Logs.
+  void sendComplete(PluginMode mode, Connection &connection);
+
+ private:
+  void sendSummaryComplete(Connection &connection);
+  void sendEstimateExportionComplete(Connection &connection);
+  void sendCanExportComplete(Connection &connection) const;
+  void sendExportComplete(Connection &connection);
+  void sendCanImportComplete(Connection &connection) const;
+  void sendImportComplete(Connection &connection) const;
+
+  StepResult result_;
+  int appDataMajor_ = -1;
+  int appDataMinor_ = -1;
+  StorageUsage storageUsage_;
+  SummaryInfo summaryInfo_;
+};
+
+void Completion::sendComplete(PluginMode mode, Connection &connection) {
+  switch (mode) {
+    case PluginMode::kNone:
+      return;
+    case PluginMode::kEstimateExportion:
+      return sendEstimateExportionComplete(connection);
+    case PluginMode::kCanExport:
+      return sendCanExportComplete(connection);
+    case PluginMode::kExport:
+      return sendExportComplete(connection);
+    case PluginMode::kCanImport:
+      return sendCanImportComplete(connection);
+    case PluginMode::kImport:
+      return sendImportComplete(connection);
+    case PluginMode::kSummary:
+      return sendSummaryComplete(connection);
+  }
 }
 
-// Adds the progress that a transfer stands for, if there is any; an older framework gets none.
-void Agent::AgentImpl::addPercentage(Json::Value &item, int percentage) const {
-  if (isVersionAtLeast(kVersion23) && percentage > 0) {
-    item["progress_percentage"] = percentage;
-  }
-}
-
-// ---- Completions: one a run, after the check of the step's product.
-
-void Agent::AgentImpl::sendComplete() {
-  switch (pluginMode) {  // GCOVR_EXCL_BR_LINE: a session has a mode
-    case kModeEstimateExportion:
-      return sendEstimateExportionComplete();
-    case kModeCanExport:
-      return sendCanExportComplete();
-    case kModeExport:
-      return sendExportComplete();
-    case kModeCanImport:
-      return sendCanImportComplete();
-    case kModeImport:
-      return sendImportComplete();
-    case kModeSummary:
-      return sendSummaryComplete();
-  }
-}
-
-// The part that all completions share: the outcome, and of a failure its reason.
-Json::Value Agent::AgentImpl::makeResult() const {
-  Json::Value result(Json::objectValue);
-  result["success"] = success;
-  if (!success && !errorSection.empty() && !errorKey.empty()) {
-    result["err_msg"]["section"] = errorSection;
-    result["err_msg"]["key"] = errorKey;
-  }
-  return result;
-}
-
-void Agent::AgentImpl::sendSummaryComplete() {
-  const std::string &backupShort = summaryInfo.getBackupShort();
-  const std::string &backupLong = summaryInfo.getBackupLong();
-  const std::string &restoreShort = summaryInfo.getRestoreShort();
-  const std::string &restoreLong = summaryInfo.getRestoreLong();
+void Completion::sendSummaryComplete(Connection &connection) {
+  const std::string &backupShort = summaryInfo_.getBackupShort();
+  const std::string &backupLong = summaryInfo_.getBackupLong();
+  const std::string &restoreShort = summaryInfo_.getRestoreShort();
+  const std::string &restoreLong = summaryInfo_.getRestoreLong();
   if (backupShort.empty() || backupLong.empty() || restoreShort.empty() || restoreLong.empty()) {
-    // clang-format off
     ARVL_LOG_ERROR("invalid summary.backup_short = [%s], backup_long = [%s], restore_short = [%s], restore_long = [%s]", backupShort.c_str(), backupLong.c_str(), restoreShort.c_str(), restoreLong.c_str());
-    // clang-format on
-    success = false;
+    result_.setFailure();
   }
 
-  Json::Value payload = makeResult();
-  if (success) {
+  Json::Value payload = result_.toJson();
+  if (result_.isSuccess()) {
     payload["backup_short"] = backupShort;
     payload["backup_long"] = backupLong;
     payload["restore_short"] = restoreShort;
     payload["restore_long"] = restoreLong;
   }
-  if (!sendPacket(PACKET_SUMMARY_RESULT, payload, true)) {
+  if (!connection.sendPacket(PACKET_SUMMARY_RESULT, payload, true)) {
     ARVL_LOG_ERROR("send PACKET_SUMMARY_RESULT packet failed");
   }
 }
 
-void Agent::AgentImpl::sendEstimateExportionComplete() {
-  const long long files = storageUsage.getFileCount();
-  const long long dirs = storageUsage.getDirCount();
-  const long long bytes = storageUsage.getSizeByte();
-  const long long blocks = storageUsage.getBlockCount();
-  // Nothing makes the first two negative.
-  if (files < 0 || dirs < 0 || bytes < 0 || blocks < 0) {  // GCOVR_EXCL_BR_LINE
-    // clang-format off
+void Completion::sendEstimateExportionComplete(Connection &connection) {
+  const long long files = storageUsage_.getFileCount();
+  const long long dirs = storageUsage_.getDirCount();
+  const long long bytes = storageUsage_.getSizeByte();
+  const long long blocks = storageUsage_.getBlockCount();
+  if (std::min({files, dirs, bytes, blocks}) < 0) {
     ARVL_LOG_ERROR("invalid storage usage.cfile = %lld, cDir = %lld, size = %lld, blocks = %lld", files, dirs, bytes, blocks);
-    // clang-format on
-    success = false;
+    result_.setFailure();
   }
 
-  Json::Value payload = makeResult();
-  if (success) {
+  Json::Value payload = result_.toJson();
+  if (result_.isSuccess()) {
     payload["file_count"] = Json::Int64(files);
     payload["dir_count"] = Json::Int64(dirs);
     payload["size"] = Json::Int64(bytes);
     payload["block_size"] = Json::Int64(blocks);  // the framework reads the block count here
   }
-  if (!sendPacket(PACKET_ESTIMATE_EXPORTION_RESULT, payload, true)) {
+  if (!connection.sendPacket(PACKET_ESTIMATE_EXPORTION_RESULT, payload, true)) {
     ARVL_LOG_ERROR("send PACKET_ESTIMATE_EXPORTION_RESULT packet failed");
   }
 }
 
-void Agent::AgentImpl::sendCanExportComplete() {
-  if (!sendPacket(PACKET_CAN_EXPORT_RESULT, makeResult(), true)) {
+void Completion::sendCanExportComplete(Connection &connection) const {
+  if (!connection.sendPacket(PACKET_CAN_EXPORT_RESULT, result_.toJson(), true)) {
     ARVL_LOG_ERROR("send PACKET_CAN_EXPORT_RESULT packet failed");
   }
 }
 
-void Agent::AgentImpl::sendExportComplete() {
-  if (appDataMajor < 0 || appDataMinor < 0) {
-    ARVL_LOG_ERROR("invalid app data version [%d.%d]", appDataMajor, appDataMinor);
-    success = false;
+void Completion::sendExportComplete(Connection &connection) {
+  if (appDataMajor_ < 0 || appDataMinor_ < 0) {
+    ARVL_LOG_ERROR("invalid app data version [%d.%d]", appDataMajor_, appDataMinor_);
+    result_.setFailure();
   }
 
-  Json::Value payload = makeResult();
-  if (success) {
-    char version[512];
-    std::snprintf(version, sizeof version, "%d.%d", appDataMajor, appDataMinor);
-    payload["app_data_version"] = version;
+  Json::Value payload = result_.toJson();
+  if (result_.isSuccess()) {
+    payload["app_data_version"] =
+        std::to_string(appDataMajor_) + "." + std::to_string(appDataMinor_);
   }
-  if (!sendPacket(PACKET_EXPORT_COMPLETE, payload, true)) {
+  if (!connection.sendPacket(PACKET_EXPORT_COMPLETE, payload, true)) {
     ARVL_LOG_ERROR("send PACKET_EXPORT_COMPLETE packet failed");
   }
 }
 
-void Agent::AgentImpl::sendCanImportComplete() {
-  if (!sendPacket(PACKET_CAN_IMPORT_RESULT, makeResult(), true)) {
+void Completion::sendCanImportComplete(Connection &connection) const {
+  if (!connection.sendPacket(PACKET_CAN_IMPORT_RESULT, result_.toJson(), true)) {
     ARVL_LOG_ERROR("send PACKET_CAN_IMPORT_RESULT packet failed");
   }
 }
 
-void Agent::AgentImpl::sendImportComplete() {
-  if (!sendPacket(PACKET_IMPORT_COMPLETE, makeResult(), true)) {
+void Completion::sendImportComplete(Connection &connection) const {
+  if (!connection.sendPacket(PACKET_IMPORT_COMPLETE, result_.toJson(), true)) {
     ARVL_LOG_ERROR("send PACKET_IMPORT_COMPLETE packet failed");
   }
 }
 
+}  // namespace
+
 // ---- The facade: life cycle and outcome.
+
+class Agent::AgentImpl {
+ public:
+  Session session;
+  Completion completion;
+};
 
 Agent::Agent() : impl_(std::make_unique<AgentImpl>()) {}
 
 Agent::~Agent() {
-  if (!impl_->isActive()) {
+  if (!impl_->session.isActive()) {
     return;
   }
   try {
-    impl_->sendComplete();
-  } catch (const std::exception &error) {  // GCOVR_EXCL_BR_LINE: whatever is thrown is one
+    impl_->completion.sendComplete(impl_->session.pluginMode(), impl_->session.connection());
+  } catch (const std::exception &error) {
     ARVL_LOG_ERROR("completion not sent: %s", error.what());
   }
 }
 
 bool Agent::init(int argc, char **argv) {
-  if (!impl_->parseArgv(argc, argv)) {
-    return ARVL_LOG_FALSE("invalid arg");
-  }
-  if (!impl_->connectionInit()) {
-    return ARVL_LOG_FALSE("connection init failed");
-  }
-  // GCOVR_EXCL_START: no loop has run yet that could notice a close
-  if (impl_->canceled) {
-    return false;
-  }
-  // GCOVR_EXCL_STOP
-  impl_->initialized = true;
-  return true;
+  return impl_->session.init(argc, argv);
 }
 
 int Agent::getFrameworkMajorVersion() {
-  return impl_->checkInitialized() ? impl_->majorVersion() : -1;
+  return impl_->session.checkInitialized() ? impl_->session.visibleVersion().major : -1;
 }
 
 int Agent::getFrameworkMinorVersion() {
-  return impl_->checkInitialized() ? impl_->minorVersion() : -1;
+  return impl_->session.checkInitialized() ? impl_->session.visibleVersion().minor : -1;
 }
 
 bool Agent::isVerionNotLessThan(int major, int minor) {
-  return impl_->isVersionAtLeast({major, minor});
+  return impl_->session.frameworkVersion().isAtLeast({major, minor});
 }
 
 int Agent::getErrno() const {
-  return impl_->errorNumber;
+  return impl_->session.errorState().number();
 }
 
 std::string Agent::getErrorString() const {
-  return impl_->errorString;
+  return impl_->session.errorState().text();
 }
 
 void Agent::setErrorMsg(const std::string &section, const std::string &key) {
-  if (impl_->isActive()) {
-    impl_->errorSection = section;
-    impl_->errorKey = key;
+  if (impl_->session.isActive()) {
+    impl_->completion.result().setErrorMsg(section, key);
   }
 }
 
 void Agent::setSuccess() {
-  if (impl_->isActive()) {
-    impl_->success = true;
+  if (impl_->session.isActive()) {
+    impl_->completion.result().setSuccess();
   }
 }
 
 void Agent::setAppDataVersion(int major, int minor) {
-  impl_->appDataMajor = major;
-  impl_->appDataMinor = minor;
+  impl_->completion.setAppDataVersion(major, minor);
 }
 
 void Agent::setStorageUsage(const StorageUsage &usage) {
-  impl_->storageUsage = usage;
+  impl_->completion.setStorageUsage(usage);
 }
 
 void Agent::setSummaryInfo(const SummaryInfo &info) {
-  impl_->summaryInfo = info;
+  impl_->completion.setSummaryInfo(info);
 }
 
 // ---- The facade: requests.
@@ -865,20 +800,6 @@ namespace {
       return false;                                      \
     }                                                    \
   } while (false)
-
-Json::Value describeSource(const FileInfo &source) {
-  Json::Value value(Json::objectValue);
-  value["path"] = source.getPath();
-  value["type"] = source.getTypeStr();
-  return value;
-}
-
-// A transfer carries one item, though its packet has room for a list.
-Json::Value makeTransfer(Json::Value &&item) {
-  Json::Value request(Json::objectValue);
-  request["data"].append(std::move(item));
-  return request;
-}
 
 // Converts one entry of a listing. Logs why it cannot.
 bool readEntry(const Json::Value &entry, FileInfo &info) {
@@ -926,14 +847,14 @@ bool appendEntries(Json::Value &list, std::list<FileInfo> &entries) {
 bool Agent::getExportResult(Json::Value &result) {
   Json::Value answer;
   const Outcome outcome =
-      impl_->exchange(kEveryVersion, PACKET_EXPORT_RESULT_REQUEST, Json::Value(), answer);
+      impl_->session.exchange(kEveryVersion, PACKET_EXPORT_RESULT_REQUEST, Json::Value(), answer);
   LEAVE_UNLESS_DONE(outcome, "send PACKET_EXPORT_RESULT_REQUEST packet failed", "failed to parse getExportResult output");
   result.swap(answer["export_result"]);
   return true;
 }
 
 bool Agent::getAppDataVersion(int &major, int &minor) {
-  if (!impl_->checkInitialized() || impl_->canceled) {
+  if (!impl_->session.checkInitialized() || impl_->session.isCanceled()) {
     return false;
   }
   Json::Value result(Json::objectValue);
@@ -941,27 +862,23 @@ bool Agent::getAppDataVersion(int &major, int &minor) {
     return ARVL_LOG_FALSE("get export result failed");
   }
   const char *text = result["app_data_version"].asCString();
-  // GCOVR_EXCL_START: the rule of the answer has refused other texts
-  if (std::sscanf(text, "%d.%d", &major, &minor) != 2) {
-    return ARVL_LOG_FALSE("invalid format. %s = [%s]", "app_data_version", text);
-  }
-  // GCOVR_EXCL_STOP
-  return true;
+  const bool isVersion = std::sscanf(text, "%d.%d", &major, &minor) == 2;
+  return isVersion || ARVL_LOG_FALSE("invalid format. %s = [%s]", "app_data_version", text);  // GCOVR_EXCL_BR_LINE: the rule refuses other texts
 }
 
 bool Agent::getSelectedSource(SelectedSourceInfo &source) {
   Json::Value answer;
   const Outcome outcome =
-      impl_->ask(kVersion23, PACKET_SELECTED_SOURCE_REQUEST, Json::Value(), answer);
+      impl_->session.ask(kVersion23, PACKET_SELECTED_SOURCE_REQUEST, Json::Value(), answer);
   LEAVE_UNLESS_DONE(outcome, "send PACKET_SELECTED_SOURCE_REQUEST packet failed", "failed to parse getSelectedSource output");
-  source.setSelectedSourceJson(answer);  // the lists are there even when "success" is false
+  source.setSelectedSourceJson(answer);  // a valid answer has the lists even if "success" is false
   return true;
 }
 
 bool Agent::getExportConfig(Json::Value &config) {
   Json::Value answer;
   const Outcome outcome =
-      impl_->exchange(kVersion23, PACKET_EXPORT_CONFIG_REQUEST, Json::Value(), answer);
+      impl_->session.exchange(kVersion23, PACKET_EXPORT_CONFIG_REQUEST, Json::Value(), answer);
   LEAVE_UNLESS_DONE(outcome, "send PACKET_EXPORT_CONFIG_REQUEST packet failed", "failed to parse getExportConfig output");
   config.swap(answer["export_config"]);
   return true;
@@ -970,7 +887,7 @@ bool Agent::getExportConfig(Json::Value &config) {
 bool Agent::getLanguage(std::string &language) {
   Json::Value answer;
   const Outcome outcome =
-      impl_->exchange(kVersion23, PACKET_LANGUAGE_REQUEST, Json::Value(), answer);
+      impl_->session.exchange(kVersion23, PACKET_LANGUAGE_REQUEST, Json::Value(), answer);
   LEAVE_UNLESS_DONE(outcome, "send PACKET_LANGUAGE_REQUEST packet failed", "failed to parse getLanguage output");
   language = answer["language"].asString();
   return true;
@@ -982,42 +899,33 @@ bool Agent::setProgress(const std::string &stage, int percentage) {
   request["progress_percentage"] = percentage;
 
   Json::Value answer;
-  const Outcome outcome = impl_->exchange(kVersion23, PACKET_SET_PROGRESS_REQUEST, request, answer);
+  const Outcome outcome =
+      impl_->session.exchange(kVersion23, PACKET_SET_PROGRESS_REQUEST, request, answer);
   LEAVE_UNLESS_DONE(outcome, "send PACKET_SET_PROGRESS_REQUEST packet failed", "failed to parse setProgress output");
   return true;
 }
 
 bool Agent::download(const DownloadInfo &info) {
-  Json::Value item(Json::objectValue);
-  item["source"] = describeSource(info.getSource());
-  item["destination"]["path"] = info.getDestinationPath();
-  item["with_metadata"] = false;
-  impl_->addPercentage(item, info.getPercentage());
-
+  const Json::Value request = makeDownloadRequest(info, impl_->session.frameworkVersion());
   Json::Value answer;
-  const Outcome outcome = impl_->exchange(kEveryVersion, PACKET_DOWNLOAD_REQUEST,
-                                          makeTransfer(std::move(item)), answer);
+  const Outcome outcome =
+      impl_->session.exchange(kEveryVersion, PACKET_DOWNLOAD_REQUEST, request, answer);
   // The second text names listDir: log lines are fixed.
   LEAVE_UNLESS_DONE(outcome, "send PACKET_DOWNLOAD_REQUEST packet failed", "failed to parse listDir output");
   return true;
 }
 
 bool Agent::upload(const UploadInfo &info) {
-  Json::Value item(Json::objectValue);
-  item["source"] = describeSource(info.getSource());
-  item["source"]["is_temp"] = info.getSource().isTemp();
-  item["destination"]["path"] = info.getDestinationPath();
-  impl_->addPercentage(item, info.getPercentage());
-
+  const Json::Value request = makeUploadRequest(info, impl_->session.frameworkVersion());
   Json::Value answer;
   const Outcome outcome =
-      impl_->exchange(kEveryVersion, PACKET_UPLOAD_REQUEST, makeTransfer(std::move(item)), answer);
+      impl_->session.exchange(kEveryVersion, PACKET_UPLOAD_REQUEST, request, answer);
   LEAVE_UNLESS_DONE(outcome, "send PACKET_UPLOAD_REQUEST packet failed", "failed to parse upload output");
   return true;
 }
 
 bool Agent::createDir(const std::string &dir) {
-  if (!impl_->checkInitialized()) {
+  if (!impl_->session.checkInitialized()) {
     return false;
   }
   if (dir.empty() || dir.front() != '/') {
@@ -1028,7 +936,7 @@ bool Agent::createDir(const std::string &dir) {
 
   Json::Value answer;
   const Outcome outcome =
-      impl_->exchange(kEveryVersion, PACKET_CREATE_DIR_REQUEST, request, answer);
+      impl_->session.exchange(kEveryVersion, PACKET_CREATE_DIR_REQUEST, request, answer);
   LEAVE_UNLESS_DONE(outcome, "send PACKET_CREATE_DIR_REQUEST packet failed", "failed to parse create dir response");
   return true;
 }
@@ -1036,7 +944,7 @@ bool Agent::createDir(const std::string &dir) {
 bool Agent::getExternalHandleResult(std::list<ExternalDataInfo> &results) {
   Json::Value answer;
   const Outcome outcome =
-      impl_->exchange(kVersion22, PACKET_EXPORT_RESULT_REQUEST, Json::Value(), answer);
+      impl_->session.exchange(kVersion22, PACKET_EXPORT_RESULT_REQUEST, Json::Value(), answer);
   LEAVE_UNLESS_DONE(outcome, "send PACKET_EXPORT_RESULT_REQUEST packet failed", "failed to parse getExternalHandleResult output");
   const Json::Value &handlers = answer["external_handler_result"];
   for (Json::ArrayIndex i = 0; i < handlers.size(); ++i) {
@@ -1047,9 +955,9 @@ bool Agent::getExternalHandleResult(std::list<ExternalDataInfo> &results) {
   return true;
 }
 
-// The one request of several exchanges. The type of a page is not compared: its rule has to do.
+// Repeats the round trip for each page. Does not compare the type of a page: its rule must do.
 bool Agent::listDir(const std::string &path, std::list<FileInfo> &entries) {
-  if (!impl_->checkInitialized()) {
+  if (!impl_->session.checkInitialized()) {
     return false;
   }
   entries.clear();
@@ -1057,19 +965,14 @@ bool Agent::listDir(const std::string &path, std::list<FileInfo> &entries) {
   Json::Value request(Json::objectValue);
   request["path"] = path;
   for (;;) {
-    if (!impl_->sendPacket(PACKET_LIST_DIR_REQUEST, request, false)) {
-      return ARVL_LOG_FALSE("send PACKET_LIST_DIR_REQUEST packet failed");
-    }
     PACKET_TYPE type = PACKET_TYPE_NONE;
-    Json::Value answer;
-    if (!impl_->recvPacket(type, answer)) {
-      return ARVL_LOG_FALSE("failed to parse listDir output");
-    }
-    const Json::Value &page = answer;
-    if (!impl_->isGranted(page)) {
+    Json::Value page;
+    const Outcome outcome = impl_->session.roundTrip(PACKET_LIST_DIR_REQUEST, request, type, page);
+    LEAVE_UNLESS_DONE(outcome, "send PACKET_LIST_DIR_REQUEST packet failed", "failed to parse listDir output");
+    if (!impl_->session.isGranted(page)) {
       return false;
     }
-    if (!appendEntries(answer["entry_list"], entries)) {
+    if (!appendEntries(page["entry_list"], entries)) {
       return ARVL_LOG_FALSE("parse entry_list failed");
     }
     if (page["list_complete"].asBool()) {
