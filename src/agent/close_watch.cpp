@@ -34,7 +34,8 @@ void CloseWatch::stop() {
 
 bool CloseWatch::isError() const {
   epoll_event state = {};
-  return epoll_wait(epollFd_, &state, 1, 0) == 1 && (state.events & EPOLLERR) != 0;
+  epoll_wait(epollFd_, &state, 1, 0);
+  return (state.events & EPOLLERR) != 0;
 }
 
 }  // namespace ARVLAPP

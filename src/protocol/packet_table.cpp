@@ -24,9 +24,10 @@ constexpr PacketInfo completion(PACKET_TYPE type, const char *name, const char *
   return {type, name, PacketSender::kPlugin, PacketKind::kCompletion, PACKET_TYPE_NONE, step, 0, 0};
 }
 
-// The older types print without a prefix, the later ones with it; other programs read these names.
-// The framework answers PACKET_EXPORT_RESULT_REQUEST in every version; the operation that reads the
-// external handler results from its answer needs 2.2. No operation sends PACKET_STAT_REQUEST.
+// The names of the older types have no prefix and those of the later types have one. Other programs
+// read these names. Every framework version answers PACKET_EXPORT_RESULT_REQUEST; only the operation
+// that reads the external handler results from the answer needs 2.2. No operation sends
+// PACKET_STAT_REQUEST.
 constexpr PacketInfo kPackets[] = {
     none(PACKET_TYPE_NONE, "PACKET_TYPE_NONE"),
     completion(PACKET_CAN_EXPORT_RESULT, "CAN_EXPORT_RESULT", "can_export"),
@@ -88,7 +89,10 @@ const PacketInfo *findCompletion(const std::string &step) {
 
 std::string packetName(int type) {
   const PacketInfo *packet = findPacket(type);
-  return packet != nullptr ? packet->name : "type " + std::to_string(type);
+  if (packet == nullptr) {
+    return "type " + std::to_string(type);
+  }
+  return packet->name;
 }
 
 }  // namespace ARVLAPP

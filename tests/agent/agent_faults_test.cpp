@@ -65,6 +65,7 @@ ARVL_FAILS(event_base *, event_base_new, (), (), nullptr)
 ARVL_FAILS(int, event_base_loopexit, (event_base * base, const timeval *time), (base, time), -1)
 ARVL_FAILS(int, event_base_loopbreak, (event_base * base), (base), (real(base), -1))
 ARVL_FAILS(int, event_base_dispatch, (event_base * base), (base), -1)
+ARVL_FAILS(int, evutil_make_socket_nonblocking, (evutil_socket_t fd), (fd), -1)
 ARVL_FAILS(bufferevent *, bufferevent_socket_new,
            (event_base * base, evutil_socket_t fd, int options), (base, fd, options), nullptr)
 ARVL_FAILS(int, bufferevent_enable, (bufferevent * bev, short what), (bev, what), -1)
@@ -161,6 +162,9 @@ LogLines linesOfInit(const std::string &function) {
 TEST(Init, NamesTheStepThatFailed) {
   EXPECT_EQ(linesOfInit("event_base_new"),
             (LogLines{"agent.cpp: Can't get an event_base", "agent.cpp: connection init failed"}));
+  EXPECT_EQ(
+      linesOfInit("evutil_make_socket_nonblocking"),
+      (LogLines{"agent.cpp: make socket nonblocking failed", "agent.cpp: connection init failed"}));
   EXPECT_EQ(linesOfInit("bufferevent_socket_new"),
             (LogLines{"agent.cpp: bufferEvent new failed", "agent.cpp: connection init failed"}));
   EXPECT_EQ(linesOfInit("bufferevent_enable"), (LogLines{"agent.cpp: bufferEvent enable failed",

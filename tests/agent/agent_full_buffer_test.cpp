@@ -2,6 +2,7 @@
 // sleeps until the framework closes the connection, wholly or its sending side only.
 
 #include <dlfcn.h>
+#include <event2/event.h>
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/epoll.h>
@@ -30,7 +31,9 @@ std::atomic<long> wakeups{0};
 // More than reading a full buffer takes.
 constexpr long kSpins = 200000;
 
-std::atomic<bool> isEpollExhausted{false};
+// The function that fails, or "".
+std::string failing;
+const event *created = nullptr;  // by event_new
 
 bool hasUnreadData() {
   int unread = 0;
@@ -59,11 +62,36 @@ extern "C" ZARN_EXPORT int epoll_wait(int fd, epoll_event *events, int size, int
 
 extern "C" ZARN_EXPORT int epoll_create1(int flags) noexcept {
   static const auto real = next<int (*)(int)>("epoll_create1");
-  if (isEpollExhausted) {
+  if (failing == "epoll_create1") {
     errno = EMFILE;
     return -1;
   }
   return real(flags);
+}
+
+// Fails for a watch for a close only.
+extern "C" ZARN_EXPORT int epoll_ctl(int epoll, int operation, int fd, epoll_event *what) noexcept {
+  static const auto real = next<int (*)(int, int, int, epoll_event *)>("epoll_ctl");
+  if (failing == "epoll_ctl" && what->events == EPOLLRDHUP) {
+    errno = ENOSPC;
+    return -1;
+  }
+  return real(epoll, operation, fd, what);
+}
+
+extern "C" ZARN_EXPORT event *event_new(event_base *base, evutil_socket_t fd, short what,
+                                        event_callback_fn callback, void *argument) {
+  static const auto real =
+      next<event *(*)(event_base *, evutil_socket_t, short, event_callback_fn, void *)>(
+          "event_new");
+  event *result = failing == "event_new" ? nullptr : real(base, fd, what, callback, argument);
+  created = result;
+  return result;
+}
+
+extern "C" ZARN_EXPORT int event_add(event *added, const timeval *timeout) {
+  static const auto real = next<int (*)(event *, const timeval *)>("event_add");
+  return failing == "event_add" && added == created ? -1 : real(added, timeout);
 }
 
 namespace {
@@ -87,7 +115,7 @@ class FullBuffer : public testing::Test {
   }
   ~FullBuffer() override {
     watchedFd = -1;
-    isEpollExhausted = false;
+    failing.clear();
   }
 
   void open(Agent &agent) { ASSERT_TRUE(openSession(agent, "import", framework_)); }
@@ -201,7 +229,9 @@ TEST_F(FullBuffer, InACompletionLetsACloseCancelIt) {
       << testing::PrintToString(lines);
 }
 
-TEST_F(FullBuffer, ThatCannotBeWatchedForACloseEndsTheSession) {
+class UnwatchedFullBuffer : public FullBuffer, public testing::WithParamInterface<const char *> {};
+
+TEST_P(UnwatchedFullBuffer, EndsTheSession) {
   framework_.play([this] {
     framework_.readFrame();
     framework_.write(kBeyondTheBuffer);
@@ -209,11 +239,14 @@ TEST_F(FullBuffer, ThatCannotBeWatchedForACloseEndsTheSession) {
   LogCapture log;
   Agent agent;
   open(agent);
-  isEpollExhausted = true;
+  failing = GetParam();
   EXPECT_FALSE(ask(agent));
   EXPECT_EQ(log.take(), (LogLines{kReadingFailed, kCanceled, kReceiveFailed}));
   EXPECT_EQ(agent.getErrno(), 1);
 }
+
+INSTANTIATE_TEST_SUITE_P(Each, UnwatchedFullBuffer,
+                         testing::Values("epoll_create1", "event_new", "epoll_ctl", "event_add"));
 
 // A frame that fills the buffer and is refused stays in it: later requests fail at once, since no
 // answer can be read, and the close is noticed all the same.
@@ -237,6 +270,26 @@ TEST_F(FullBuffer, OfARefusedFrameFailsLaterRequestsAtOnceAndNoticesTheClose) {
   EXPECT_FALSE(ask(agent));
   EXPECT_EQ(log.take(), (LogLines{kCanceled, kReceiveFailed}));
   EXPECT_EQ(agent.getErrno(), 1);
+}
+
+TEST_F(FullBuffer, OfARefusedFrameLetsACompletionBeWritten) {
+  const int narrow = 4096;
+  setsockopt(framework_.pluginFd(), SOL_SOCKET, SO_SNDBUF, &narrow, sizeof narrow);
+  std::string received;
+  {
+    Agent agent;
+    open(agent);
+    agent.setErrorMsg("s", std::string(1000000, 'k'));
+    framework_.play([this] {
+      framework_.readFrame();
+      framework_.write(frame(26, std::string(0x1FFFFF8, ' ')));
+    });
+    EXPECT_FALSE(ask(agent));
+    framework_.play([&] { received = framework_.readAll(); });
+  }
+  framework_.finish();
+  const std::string reason = R"({"key":")" + std::string(1000000, 'k') + R"(","section":"s"})";
+  EXPECT_EQ(received, frame(15, R"({"err_msg":)" + reason + ",\"success\":false}\n"));
 }
 
 }  // namespace
