@@ -123,8 +123,8 @@ bool CommandLine::parseFrameworkVersion(const char *text) {
 
 // ---- The mailbox.
 
-// Holds one packet. It is empty while its type is PACKET_TYPE_NONE, but a received packet of that
-// type leaves its payload behind, and a payload blocks the mailbox.
+// Holds one packet between the read callback and recvPacket. It is empty while its type is
+// PACKET_TYPE_NONE. A received packet of that type leaves its payload behind, which blocks the mailbox.
 class Mailbox {
  public:
   // Stores a whole frame. A failure empties the mailbox, even of an earlier packet. Logs; throws
@@ -201,13 +201,13 @@ class Connection {
   // check fails. Logs.
   bool recvPacket(PACKET_TYPE &type, Json::Value &payload);
 
-  // Tells whether the framework has closed the connection or the connection has failed. Final.
+  // Returns true once the framework has closed the connection or the connection has failed.
   bool isCanceled() const { return canceled_; }
 
  private:
   enum class FrameStep { kConsumed, kIncomplete, kRefused };
 
-  bool queueFrame(PACKET_TYPE type, const std::string &text);
+  bool queueFrame(PACKET_TYPE type, const Json::Value &payload);
   bool isOutputLeft() const {
     return evbuffer_get_length(bufferevent_get_output(bufferevent_.get())) > 0;
   }
@@ -242,8 +242,7 @@ bool Connection::connectionInit(int socketFd) {
   }
   // GCOVR_EXCL_STOP
   socketFd_ = socketFd;
-  // Look first: the event base opens descriptors, and one of them could get the number of a closed
-  // socket.
+  // Check before the event base opens descriptors: one of them could get the number of a closed socket.
   const bool isOpen = fcntl(socketFd_, F_GETFD) != -1;
   base_.reset(event_base_new());
   if (base_ == nullptr) {
@@ -258,8 +257,8 @@ bool Connection::connectionInit(int socketFd) {
   }
   // Otherwise a program that the plug-in starts would keep the connection open after the plug-in ends.
   fcntl(socketFd_, F_SETFD, FD_CLOEXEC);
-  // The read callback runs once a whole header has arrived. limitReading enforces the high-water mark:
-  // libevent's own dereferences null when out of memory.
+  // The read callback runs once a whole header has arrived. limitReading replaces libevent's high-water
+  // mark, which dereferences null when out of memory.
   bufferevent_setwatermark(bufferevent_.get(), EV_READ, kPacketHeaderSize, 0);
   bufferevent_setcb(bufferevent_.get(), onReadable, onWritten, onEvent, this);
   if (bufferevent_enable(bufferevent_.get(), EV_READ | EV_WRITE) != 0) {
@@ -268,18 +267,14 @@ bool Connection::connectionInit(int socketFd) {
   return true;
 }
 
-// Writes before it runs the loop: a small frame then goes out without a wait for a writable socket and
-// without the guard against SIGPIPE.
+// Writes before it runs the loop. A small frame then needs no wait for a writable socket and no guard
+// against SIGPIPE.
 bool Connection::sendPacket(PACKET_TYPE type, const Json::Value &payload, bool exitWhenSent) {
   if (canceled_) {
     return ARVL_LOG_FALSE("User canceled, skip sendPacket");
   }
 
-  const std::string text = toJsonText(payload);
-  if (text.size() > kMaxPayloadLength) {
-    return ARVL_LOG_FALSE("invalid packet length %llu", static_cast<unsigned long long>(text.size()));
-  }
-  if (!queueFrame(type, text)) {
+  if (!queueFrame(type, payload)) {
     return false;
   }
 
@@ -296,9 +291,13 @@ bool Connection::sendPacket(PACKET_TYPE type, const Json::Value &payload, bool e
   return true;
 }
 
-// Appends a frame to the output, which may still hold a part of an earlier one. Logs. Takes the loop
-// off writing, which writeInLoop turns on again.
-bool Connection::queueFrame(PACKET_TYPE type, const std::string &text) {
+// Appends a frame to the output, which may still hold a part of an earlier one. Stops the loop from
+// writing until writeInLoop. Logs.
+bool Connection::queueFrame(PACKET_TYPE type, const Json::Value &payload) {
+  const std::string text = toJsonText(payload);
+  if (text.size() > kMaxPayloadLength) {
+    return ARVL_LOG_FALSE("invalid packet length %llu", static_cast<unsigned long long>(text.size()));
+  }
   PacketHeader header;
   header.type = static_cast<std::uint16_t>(type);
   header.payloadLength = static_cast<std::uint32_t>(text.size());
@@ -352,7 +351,7 @@ bool Connection::recvPacket(PACKET_TYPE &type, Json::Value &payload) {
   try {
     isValid = Util::isValidPacket(type, payload);
   } catch (const std::exception &) {
-    // JsonCpp could not convert a member, so the answer breaks its rule.
+    // JsonCpp could not convert a member: the answer breaks its rule.
   }
   return isValid || ARVL_LOG_FALSE("invalid packet [%d]", type);
 }
@@ -426,8 +425,8 @@ void Connection::limitReading(evbuffer *input) {
   }
 }
 
-// Reading never resumes: the frame that fills the buffer stays in it. libevent does not notice a close
-// while reading is paused, so the close watch does.
+// Pauses reading for good: the frame that fills the buffer stays in it. While reading is paused,
+// libevent does not notice a close, so the close watch does.
 void Connection::pauseReading() {
   bufferevent_disable(bufferevent_.get(), EV_READ);
   if (!closeWatch_.start(base_.get(), socketFd_, onClosedUnread, this)) {
@@ -485,12 +484,13 @@ enum class Outcome {
   kFailed,       // already reported
 };
 
+// Owns the command line, the connection and the error state, and makes the requests.
 class Session {
  public:
   // Reads the command line and opens the connection. Logs.
   bool init(int argc, char **argv);
 
-  // Tells whether init has succeeded. Logs if not.
+  // Returns true if init has succeeded. Logs if not.
   bool checkInitialized() const { return initialized_ || ARVL_LOG_FALSE("Error: not initialized"); }
   bool isActive() const { return initialized_ && !connection_.isCanceled(); }
   bool isCanceled() const { return connection_.isCanceled(); }
@@ -503,29 +503,22 @@ class Session {
   const ErrorState &errorState() const { return errorState_; }
   Connection &connection() { return connection_; }
 
-  // Sends a request and receives a valid packet of any type. Logs, except what the operation logs.
-  Outcome roundTrip(PACKET_TYPE request, const Json::Value &payload, PACKET_TYPE &type,
-                    Json::Value &answer);
-
-  // Does the same after checking the session and the framework's version, and requires the answer to
-  // have the right type.
+  // Makes a request, up to a valid answer of the right type. Refuses it before init and for a framework
+  // that is too old. Logs, except for what the operation logs.
   Outcome ask(Version since, PACKET_TYPE request, const Json::Value &payload, Json::Value &answer);
 
   // Does the same and requires the framework to grant the request.
   Outcome exchange(Version since, PACKET_TYPE request, const Json::Value &payload,
                    Json::Value &answer);
 
-  // Tells whether the framework has granted a request. Sets the error state if not. Does not log.
-  bool isGranted(const Json::Value &answer) {
-    const bool isSuccess = answer["success"].asBool();
-    if (!isSuccess) {
-      errorState_.setRefused(answer);
-    }
-    return isSuccess;
-  }
+  // Makes a request of any framework, for an answer of any type that grants it. Logs likewise.
+  Outcome exchangeAnyType(PACKET_TYPE request, const Json::Value &payload, Json::Value &answer);
 
  private:
   bool checkSupported(Version since);
+  Outcome roundTrip(PACKET_TYPE request, const Json::Value &payload, PACKET_TYPE &type,
+                    Json::Value &answer);
+  Outcome requireGrant(Outcome outcome, const Json::Value &answer);
 
   CommandLine commandLine_;
   ErrorState errorState_;
@@ -578,8 +571,22 @@ Outcome Session::ask(Version since, PACKET_TYPE request, const Json::Value &payl
 
 Outcome Session::exchange(Version since, PACKET_TYPE request, const Json::Value &payload,
                           Json::Value &answer) {
-  const Outcome outcome = ask(since, request, payload, answer);
-  return outcome == Outcome::kDone && !isGranted(answer) ? Outcome::kFailed : outcome;
+  return requireGrant(ask(since, request, payload, answer), answer);
+}
+
+Outcome Session::exchangeAnyType(PACKET_TYPE request, const Json::Value &payload,
+                                 Json::Value &answer) {
+  PACKET_TYPE type = PACKET_TYPE_NONE;
+  return requireGrant(roundTrip(request, payload, type, answer), answer);
+}
+
+// Sets the error state if the framework has refused. Does not log.
+Outcome Session::requireGrant(Outcome outcome, const Json::Value &answer) {
+  if (outcome != Outcome::kDone || answer["success"].asBool()) {
+    return outcome;
+  }
+  errorState_.setRefused(answer);
+  return Outcome::kFailed;
 }
 
 // ---- Completions.
@@ -616,8 +623,10 @@ class Completion {
 
 void Completion::sendComplete(PluginMode mode, Connection &connection) {
   switch (mode) {
+    // GCOVR_EXCL_START: init has refused it
     case PluginMode::kNone:
       return;
+    // GCOVR_EXCL_STOP
     case PluginMode::kEstimateExportion:
       return sendEstimateExportionComplete(connection);
     case PluginMode::kCanExport:
@@ -955,7 +964,7 @@ bool Agent::getExternalHandleResult(std::list<ExternalDataInfo> &results) {
   return true;
 }
 
-// Repeats the round trip for each page. Does not compare the type of a page: its rule must do.
+// Makes one round trip for each page. Checks a page by its rule only, not by its type.
 bool Agent::listDir(const std::string &path, std::list<FileInfo> &entries) {
   if (!impl_->session.checkInitialized()) {
     return false;
@@ -965,13 +974,9 @@ bool Agent::listDir(const std::string &path, std::list<FileInfo> &entries) {
   Json::Value request(Json::objectValue);
   request["path"] = path;
   for (;;) {
-    PACKET_TYPE type = PACKET_TYPE_NONE;
     Json::Value page;
-    const Outcome outcome = impl_->session.roundTrip(PACKET_LIST_DIR_REQUEST, request, type, page);
+    const Outcome outcome = impl_->session.exchangeAnyType(PACKET_LIST_DIR_REQUEST, request, page);
     LEAVE_UNLESS_DONE(outcome, "send PACKET_LIST_DIR_REQUEST packet failed", "failed to parse listDir output");
-    if (!impl_->session.isGranted(page)) {
-      return false;
-    }
     if (!appendEntries(page["entry_list"], entries)) {
       return ARVL_LOG_FALSE("parse entry_list failed");
     }

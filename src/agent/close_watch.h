@@ -1,4 +1,4 @@
-// Watches a connection for its end while nobody reads from it.
+// Watches for the end of a connection while nobody reads from it. Logs nothing.
 #ifndef ZARN_AGENT_CLOSE_WATCH_H_
 #define ZARN_AGENT_CLOSE_WATCH_H_
 
@@ -8,11 +8,10 @@ namespace ZARN {
 namespace ARVLAPP {
 
 // Notices that the peer has closed the connection or its sending side, or that the connection has
-// failed, although received data remains unread. Holds one descriptor while it watches.
+// failed, even if received data is unread. Owns one descriptor while it watches.
 //
-// It has an epoll instance of its own, which the event base watches. An event for EV_CLOSED on the
-// socket would do for a close, but on an error libevent reports reading and writing alone: the event
-// would not fire, and the loop would spin.
+// Uses its own epoll instance, which the event base watches. An EV_CLOSED event on the socket would
+// notice a close but not an error: libevent would not call it, and the loop would spin.
 class CloseWatch {
  public:
   CloseWatch() = default;
@@ -20,14 +19,14 @@ class CloseWatch {
   CloseWatch(const CloseWatch &) = delete;
   CloseWatch &operator=(const CloseWatch &) = delete;
 
-  // Has the loop of the base call onClose(descriptor, EV_READ, argument) once the connection has ended.
-  // Returns false when descriptors or memory run out; nothing is watched then.
+  // Makes the loop of the base call onClose(descriptor, EV_READ, argument) once the connection has
+  // ended. Returns false if it is out of descriptors or memory, and then watches nothing.
   bool start(event_base *base, int socketFd, event_callback_fn onClose, void *argument);
 
-  // Stops watching. Must precede the end of the event base.
+  // Stops watching. Must be called before the event base is freed.
   void stop();
 
-  // Tells whether the connection failed, rather than was closed.
+  // Returns true if the connection has failed, false if it was closed.
   bool isError() const;
 
  private:

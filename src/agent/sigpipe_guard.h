@@ -1,18 +1,16 @@
-// Keeps SIGPIPE from a process that writes to a socket whose peer may be gone.
+// Protects a process from SIGPIPE while it writes to a socket whose peer may be gone.
 #ifndef ZARN_AGENT_SIGPIPE_GUARD_H_
 #define ZARN_AGENT_SIGPIPE_GUARD_H_
 
 #include <pthread.h>
 #include <signal.h>
 
-#include <cerrno>
-
 namespace ZARN {
 namespace ARVLAPP {
 
-// While a guard lives, SIGPIPE is held back on this thread; one that was caused meanwhile is taken out
-// of the queue at its end. The process-wide disposition is never touched; the thread's mask and a
-// signal that was pending before are afterwards as they were.
+// Blocks SIGPIPE on this thread during its lifetime and removes a SIGPIPE that became pending
+// meanwhile. Never changes the disposition. Restores the thread's mask, and keeps a SIGPIPE that was
+// pending before.
 class SigpipeGuard {
  public:
   SigpipeGuard() {
@@ -29,11 +27,8 @@ class SigpipeGuard {
 
   ~SigpipeGuard() {
     if (!wasPending_) {
-      const struct timespec noWait = {0, 0};
-      int taken = 0;
-      do {
-        taken = sigtimedwait(&sigpipe_, nullptr, &noWait);
-      } while (taken == -1 && errno == EINTR);  // GCOVR_EXCL_BR_LINE: a signal in between
+      const struct timespec noWait = {0, 0};  // so that no signal can interrupt it
+      sigtimedwait(&sigpipe_, nullptr, &noWait);
     }
     pthread_sigmask(SIG_SETMASK, &mask_, nullptr);
   }

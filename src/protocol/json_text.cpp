@@ -39,9 +39,9 @@ std::string toJsonText(const Json::Value &payload) {
   return payload.isNull() ? std::string() : write(payload);
 }
 
-// The parser may read one byte beyond its range, so the range must not end where the text does. White
-// space at the end, which changes no verdict, is left out; text without any is copied to where a NUL
-// follows. The writers of old end their text with a line feed, so copies are rare.
+// The parser may read one byte beyond its range, so the range must end before the text does. White
+// space at the end does not change the result and is left out. Text without it is copied to a string,
+// where a NUL follows. The older writers end their text with a line feed, so copies are rare.
 bool parseJsonText(const char *begin, const char *end, Json::Value &value,
                    std::string *error) noexcept {
   const char *last = end;
@@ -54,7 +54,7 @@ bool parseJsonText(const char *begin, const char *end, Json::Value &value,
     }
     const std::string copy(begin, end);
     return parse(copy.data(), copy.data() + copy.size(), value, error);
-  } catch (const std::exception &exception) {  // GCOVR_EXCL_BR_LINE: whatever is thrown is one
+  } catch (const std::exception &exception) {
     if (error != nullptr) {
       *error = exception.what();
     }

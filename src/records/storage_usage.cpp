@@ -1,4 +1,4 @@
-// Storage accounting: one stat record at a time, or a whole tree by nftw(3).
+// Storage accounting: counts one entry by lstat(2), or a whole tree by nftw(3).
 
 #include "zarn/arvlapp/storage_usage.h"
 
@@ -12,8 +12,8 @@ namespace ARVLAPP {
 
 namespace {
 
-// Met by exactly two types, regular files (0x8000) and symbolic links (0xA000): the mask leaves out
-// the one bit in which they differ. Both count as files.
+// True for regular files (0x8000) and symbolic links (0xA000) only: the mask leaves out the bit in
+// which they differ. Both count as files.
 bool isFileOrLink(mode_t mode) {
   return (mode & 0xD000) == 0x8000;
 }
@@ -37,14 +37,14 @@ struct StorageUsage::StorageUsageImpl {
 
   static int visit(const char *path, const struct stat *status, int flag, struct FTW *position);
 
-  // The accumulator of the walk that is under way: nftw hands its callback no argument.
+  // The accumulator of the current walk: nftw passes no argument of the caller's to its callback.
   static StorageUsageImpl *current;
 };
 
 StorageUsage::StorageUsageImpl *StorageUsage::StorageUsageImpl::current = nullptr;
 
 bool StorageUsage::StorageUsageImpl::addOne(const struct stat *status) {
-  // GCOVR_EXCL_START: both callers have a record
+  // GCOVR_EXCL_START: no caller passes a null record
   if (status == nullptr) {
     return ARVL_LOG_FALSE("bad param");
   }
@@ -52,9 +52,7 @@ bool StorageUsage::StorageUsageImpl::addOne(const struct stat *status) {
 
   const mode_t type = status->st_mode & S_IFMT;
   if (!isCounted(status->st_mode)) {
-    // clang-format off
     return ARVL_LOG_FALSE("failed to calculate storage usage of invalid file:(char:%d, blk:%d, fifo: %d, lnk: %d, sock: %d)", type == S_IFCHR, type == S_IFBLK, type == S_IFIFO, type == S_IFLNK, type == S_IFSOCK);
-    // clang-format on
   }
 
   sizeByte += status->st_size;
@@ -67,7 +65,7 @@ bool StorageUsage::StorageUsageImpl::addOne(const struct stat *status) {
   return true;
 }
 
-// Runs once per entry of the tree: it allocates nothing and throws nothing.
+// Runs once per entry of the tree. Allocates nothing and throws nothing.
 int StorageUsage::StorageUsageImpl::visit(const char *path, const struct stat *status, int flag,
                                           struct FTW * /*position*/) {
   if (path == nullptr || status == nullptr || current == nullptr) {
@@ -86,7 +84,7 @@ int StorageUsage::StorageUsageImpl::visit(const char *path, const struct stat *s
   if (!isCounted(status->st_mode)) {
     return FTW_CONTINUE;
   }
-  // GCOVR_EXCL_START: it refuses no type that has come this far
+  // GCOVR_EXCL_START: addOne counts every type that isCounted accepts
   if (!current->addOne(status)) {
     ARVL_LOG_ERROR("Error: add [%s] failed", path);
     return FTW_STOP;

@@ -1,5 +1,4 @@
-// What a download and an upload have in common: they are the same record, each with a type of its
-// own.
+// The fields of a download and of an upload, which are the same.
 #ifndef ZARN_RECORDS_TRANSFER_DESCRIPTOR_H_
 #define ZARN_RECORDS_TRANSFER_DESCRIPTOR_H_
 
@@ -11,11 +10,11 @@ namespace ZARN {
 namespace ARVLAPP {
 
 struct TransferDescriptor {
-  TransferDescriptor() = default;  // GCOVR_EXCL_BR_LINE: the compiler's, for an exception
+  TransferDescriptor() = default;
   TransferDescriptor(const TransferDescriptor &) = delete;
   ~TransferDescriptor() = default;
 
-  // The percentage belongs to the one transfer it was set for: an assignment leaves it alone.
+  // Does not copy the percentage, which belongs to the one transfer that it was set for.
   TransferDescriptor &operator=(const TransferDescriptor &other) {
     destinationPath = other.destinationPath;
     source = other.source;
