@@ -1,8 +1,8 @@
-/// The one thing this header carries: the mark of an exported name.
+/// The marks of exported and of local names.
 ///
-/// Both libraries are built with hidden visibility; a class marked ZARN_EXPORT is part of the
-/// binary interface that existing plug-ins link, a class marked ZARN_LOCAL is not, even when it is
-/// nested in an exported one.
+/// Both libraries are built with hidden visibility. A class marked ZARN_EXPORT is part of the binary
+/// interface that existing plug-ins link. A class marked ZARN_LOCAL is not, even if it is nested in an
+/// exported class.
 #ifndef ZARN_VISIBILITY_H_
 #define ZARN_VISIBILITY_H_
 

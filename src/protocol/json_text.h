@@ -1,5 +1,5 @@
-// Payloads as text, at both ends of the connection, by JsonCpp's reader and writer of old: what that
-// reader accepts is accepted, and what that writer writes is on the wire. Logs nothing.
+// Converts payloads to and from text, at both ends of the connection, with JsonCpp's older reader and
+// writer, whose syntax and output are the protocol's. Logs nothing.
 #ifndef ZARN_PROTOCOL_JSON_TEXT_H_
 #define ZARN_PROTOCOL_JSON_TEXT_H_
 
@@ -10,14 +10,14 @@
 namespace ZARN {
 namespace ARVLAPP {
 
-// Compact text, ended by a line feed; empty for null.
+// Returns compact text that ends in a line feed, or an empty string for null.
 std::string toJsonText(const Json::Value &payload);
 
-// Parses exactly the bytes from begin to end; none beyond them is read, even of malformed text.
+// Parses the bytes from begin to end and reads none beyond them, even if the text is malformed.
 //
-// False for text that is not JSON, for nesting beyond the parser's limit (1000 levels) and for want of
-// memory; error, if given, then says why and where. Throws nothing: no exception may cross the event loop
-// that its caller runs in.
+// Returns false if the text is not JSON, is nested deeper than the parser's limit (1000 levels), or
+// memory runs out; `error`, if given, then says why and where. Throws nothing, because it runs inside the
+// event loop.
 bool parseJsonText(const char *begin, const char *end, Json::Value &value,
                    std::string *error = nullptr) noexcept;
 

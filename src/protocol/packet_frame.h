@@ -6,8 +6,8 @@
 //   4       4     payload length in bytes, unsigned, big-endian, at most 0x2000000
 //   8       ...   payload: JSON text without a terminating NUL; may be empty
 //
-// The mixed byte order is part of the wire format. This codec knows bytes only: nothing of JSON, of
-// events or of logging. It returns a status, and the caller words the failure.
+// The mixed byte order is part of the wire format. The codec knows bytes only: no JSON, no events, no
+// logging. It returns a status, and the caller logs the failure.
 #ifndef ZARN_PROTOCOL_PACKET_FRAME_H_
 #define ZARN_PROTOCOL_PACKET_FRAME_H_
 
@@ -29,16 +29,16 @@ struct PacketHeader {
 
 enum class HeaderStatus {
   kOk,
-  kBadCheckCode,  // these bytes are no packet
-  kTooLong,       // a packet, but its payload exceeds kMaxPayloadLength
+  kBadCheckCode,  // the bytes are not a packet
+  kTooLong,       // the payload exceeds kMaxPayloadLength
 };
 
 using PacketHeaderBytes = std::array<unsigned char, kPacketHeaderSize>;
 
-// The length is not judged: a sender refuses a payload that is too long before it gets here.
+// Encodes any length: the sender must refuse a payload that is too long.
 PacketHeaderBytes encodePacketHeader(const PacketHeader &header);
 
-// Reads kPacketHeaderSize bytes. The header is filled unless the check code is wrong.
+// Decodes kPacketHeaderSize bytes. Fills the header unless the check code is wrong.
 HeaderStatus decodePacketHeader(const void *bytes, PacketHeader &header);
 
 }  // namespace ARVLAPP

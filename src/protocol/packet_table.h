@@ -1,5 +1,5 @@
-// The packet types: one row for each, with everything that both ends of the connection know about it.
-// A new packet is an enumerator, a row here and a rule in protocol_util.cpp. Logs nothing.
+// The table of packet types: one row for each type, with all that both ends of the connection know
+// about it. A new packet needs an enumerator, a row here and a rule in protocol_util.cpp. Logs nothing.
 #ifndef ZARN_PROTOCOL_PACKET_TABLE_H_
 #define ZARN_PROTOCOL_PACKET_TABLE_H_
 
@@ -26,7 +26,7 @@ struct PacketInfo {
   PacketKind kind;
   PACKET_TYPE answer;  // the response to a request; PACKET_TYPE_NONE for other kinds
   const char *step;    // the step that a completion ends; nullptr for other kinds
-  // The lowest framework version that answers a request; 0.0: every version.
+  // The lowest framework version that answers a request; 0.0 means every version.
   int sinceMajor;
   int sinceMinor;
 };

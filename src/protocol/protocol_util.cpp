@@ -1,11 +1,11 @@
-// The rule book of payloads: predicates and member checks, the objects that several packets share, one
-// rule per packet, and one table of type and rule.
+// The rule book of payloads, in this order: predicates, member checks, the objects that several packets
+// share, one rule per packet, and the table of types and rules.
 //
-// A rule reads top to bottom like the table it implements; the first line that fails ends the rule. An
-// enclosing check logs after the inner one, so that the log tells the failure innermost first.
+// A rule checks its members in order, and the first check that fails ends the rule. An outer check logs
+// after the inner one, so the log shows the innermost failure first.
 //
-// Stateless. Members are read through the const look-up only, which never creates one, and only after
-// the value that holds them is known to be an object: JsonCpp throws otherwise.
+// Stateless. A member is read only after its parent is known to be an object, because JsonCpp throws
+// otherwise, and only by the const look-up, which never creates a member.
 
 #include "zarn/arvlapp/protocol_util.h"
 
@@ -25,9 +25,9 @@ namespace ARVLAPP {
 
 namespace {
 
-// A rule is made of lines of two forms. A check logs its own text and its own line, and ends the rule.
-// A call of a rule that has already logged ends the rule without a further line. Each stands on one
-// physical line, so that every compiler reports that line.
+// Each line of a rule has one of two forms. REQUIRE is a check with its own message. FOLLOW calls a rule
+// that has already logged. Both return false from the rule if they fail. Each use is on one physical
+// line, because compilers disagree about the line number of a wrapped macro call.
 #define REQUIRE(condition, ...)           \
   do {                                    \
     if (!(condition)) {                   \
@@ -47,7 +47,7 @@ bool isSuccess(const Json::Value &object) {
   return object["success"].asBool();
 }
 
-// The bytes of a string value, without a copy.
+// Returns the bytes of a string value without copying them.
 std::string_view textOf(const Json::Value &value) {
   const char *begin = nullptr;
   const char *end = nullptr;
@@ -55,9 +55,8 @@ std::string_view textOf(const Json::Value &value) {
   return {begin, static_cast<std::size_t>(end - begin)};
 }
 
-// ---- Member checks: each logs its own failure. The context is the name of the calling check. Types
-// are tested without a look at presence: a missing member reads as null and fails the type.
-// The guard against a missing key or context is for callers to come.
+// ---- Member checks: each logs its own failure. The context is the name of the calling check. A check
+// of a type does not check presence: a missing member reads as null and has the wrong type.
 
 bool hasMembers(const Json::Value &value, std::initializer_list<const char *> names) {
   REQUIRE(value.isObject(), "not a object");
@@ -67,7 +66,7 @@ bool hasMembers(const Json::Value &value, std::initializer_list<const char *> na
   return true;
 }
 
-// The same, and finds them, for checks that run often.
+// Does the same and returns the members, for checks that run often.
 bool hasMembers(const Json::Value &value, std::initializer_list<WantedMember> wanted) {
   REQUIRE(value.isObject(), "not a object");
   findMembers(value, wanted);
@@ -113,7 +112,7 @@ bool isIntMember(const Json::Value &value, const char *key, const char *context)
 bool isArrayMember(const Json::Value &value, const char *key, int minimum, const char *context) {
   REQUIRE(key != nullptr && context != nullptr, "bad param");
   const Json::Value &array = value[key];
-  REQUIRE(array.isArray(), "[%s]: member [%s] is not a string", context, key);  // the protocol's own wording
+  REQUIRE(array.isArray(), "[%s]: member [%s] is not a string", context, key);  // the text is fixed, though it says string
   const int size = static_cast<int>(array.size());
   REQUIRE(size >= minimum, "[%s] error: length of array [%s][%d] is less than %d", context, key, size, minimum);
   return true;
@@ -121,7 +120,7 @@ bool isArrayMember(const Json::Value &value, const char *key, int minimum, const
 
 // ---- Shared objects.
 
-// What a plug-in reports at its end: success: bool; err_msg: optional, {section, key: string}.
+// The result object of a plug-in. success: bool; err_msg: optional, {section, key: string}
 bool isBasicResultObjectValid(const Json::Value &value) {
   REQUIRE(hasMembers(value, {"success"}), "invalid result object");
   FOLLOW(isBoolMember(value, "success", __func__));
@@ -135,7 +134,7 @@ bool isBasicResultObjectValid(const Json::Value &value) {
   return true;
 }
 
-// What the framework answers: success: bool; error: string, required of a failure.
+// The response object of the framework. success: bool; error: string, required if success is false
 bool isBasicResponseObjectValid(const Json::Value &value) {
   const Json::Value *success = nullptr;
   REQUIRE(hasMembers(value, {{"success", success}}), "invalid result object");
@@ -148,7 +147,7 @@ bool isBasicResponseObjectValid(const Json::Value &value) {
   return true;
 }
 
-// app_data_version: "major.minor", neither negative. Text after the minor number is accepted.
+// app_data_version: "major.minor", neither negative; text after the minor number is accepted
 bool isAppDataVersionValid(const Json::Value &value, const char *context) {
   REQUIRE(context != nullptr, "bad param");
   REQUIRE(hasMembers(value, {"app_data_version"}), "%s: invalid object", context);
@@ -160,7 +159,7 @@ bool isAppDataVersionValid(const Json::Value &value, const char *context) {
   return true;
 }
 
-// path: absolute; nothing else of it is examined
+// path: absolute; nothing else is checked
 bool isPathMemberValid(const Json::Value &path) {
   FOLLOW(isString(path, "path", __func__));
   const std::string_view text = textOf(path);
@@ -195,8 +194,8 @@ bool isFileInfoValid(const Json::Value &item) {
   return true;
 }
 
-// One item of a transfer response: source; success: bool; error: string, required of a failure and,
-// unlike the response object's, not tested for presence first
+// One item of a transfer response: source; success: bool; error: string, required if success is false.
+// Unlike in the response object, the presence of "error" is not checked first.
 bool isRespFileInfoValid(const Json::Value &item) {
   REQUIRE(hasMembers(item, {"source", "success"}), "invalid resp_file_info obj");
   FOLLOW(isFileInfoSrcValid(item["source"]));
@@ -205,7 +204,7 @@ bool isRespFileInfoValid(const Json::Value &item) {
   return true;
 }
 
-// ---- Completions: the result object; of a success, the members of the step as well.
+// ---- Completions: the result object and, if success is true, the members of the step.
 
 bool isCanExportResultValid(const Json::Value &payload) {
   REQUIRE(isBasicResultObjectValid(payload), "invalid can_export_result");
@@ -222,7 +221,7 @@ bool isImportCompleteValid(const Json::Value &payload) {
   return true;
 }
 
-// file_count, dir_count, size, block_size (a number of blocks, in spite of its name): int
+// file_count, dir_count, size, block_size (the number of blocks): int
 bool isEstimateExportionResultValid(const Json::Value &payload) {
   REQUIRE(isBasicResultObjectValid(payload), "invalid estimate_exportion_result");
   if (!isSuccess(payload)) {
@@ -260,7 +259,7 @@ bool isSummaryCompleteValid(const Json::Value &payload) {
   return true;
 }
 
-// ---- The export result, handed to an import run.
+// ---- The export result, for an import.
 
 // handler, handler_type: string; result: any value
 bool isExternalHandlerValid(const Json::Value &element, const char *context) {
@@ -270,7 +269,7 @@ bool isExternalHandlerValid(const Json::Value &element, const char *context) {
   return true;
 }
 
-// external_handler_result: array of at least one handler's result
+// external_handler_result: array of at least one external handler
 bool isExternalHandlerResultValid(const Json::Value &payload) {
   REQUIRE(isArrayMember(payload, "external_handler_result", 1, __func__), "invalid external handler result");
   const Json::Value &handlers = payload["external_handler_result"];
@@ -290,14 +289,14 @@ bool isExportResultResponseValid(const Json::Value &payload) {
   REQUIRE(hasMembers(payload, {"export_result"}), "invalid success export_result_response, no [%s]", "export_result");
   const Json::Value &result = payload["export_result"];
   REQUIRE(hasMembers(result, {"success", "app_data_version"}), "invalid success export_result_response.%s", "export_result");
-  REQUIRE(isSuccess(result), "export_result.success = false, impossible");  // converts whatever is there
+  REQUIRE(isSuccess(result), "export_result.success = false, impossible");  // JsonCpp converts any type
   REQUIRE(isAppDataVersionValid(result, __func__), "invalid success export_result_response.%s", "export_result");
   FOLLOW(!payload.isMember("external_handler_result") || isExternalHandlerResultValid(payload));
   return true;
 }
 
-// ---- Transfers: a request may upload many items and download one; a response carries its items even
-// when it reports a failure.
+// ---- Transfers: a request uploads one or more items, or downloads one. A response has its items even
+// if success is false.
 
 bool areFileInfosValid(const Json::Value &data) {
   for (Json::ArrayIndex i = 0; i < data.size(); ++i) {
@@ -346,7 +345,7 @@ bool isDownloadResponseValid(const Json::Value &payload) {
   return true;
 }
 
-// ---- Directories: a response echoes its request, even when it reports a failure.
+// ---- Directories: a response repeats its request, even if success is false.
 
 // path: absolute
 bool isCreateDirRequestValid(const Json::Value &payload) {
@@ -365,8 +364,8 @@ bool isCreateDirResponseValid(const Json::Value &payload) {
 
 constexpr int kMaxListRecords = 1024;
 
-// path: absolute, or request_id: string, the token of the page before; max_record: optional, 0 to 1024.
-// A request with a token is looked at for its path first, and the log says so.
+// path: absolute, or request_id: string, the token of the previous page; max_record: optional, 0 to 1024.
+// The path is looked for first, so a request with a token logs that it has no path.
 bool isListDirRequestValid(const Json::Value &payload) {
   REQUIRE(hasMembers(payload, {"path"}) || hasMembers(payload, {"request_id"}), "invalid listDir request object");
   const bool hasPath = payload.isMember("path");
@@ -397,8 +396,8 @@ bool isListDirEntryValid(const Json::Value &entry) {
   return true;
 }
 
-// request: list-directory request; of a success, entry_list: array of entries; list_complete: bool;
-// request_id: string, required of a page that is not the last
+// request: list-directory request. If success is true: entry_list: array of entries; list_complete: bool;
+// request_id: string, required unless the page is the last
 bool isListDirResponseValid(const Json::Value &payload) {
   REQUIRE(isBasicResponseObjectValid(payload), "invalid listDir response object");
   REQUIRE(hasMembers(payload, {"request"}), "invalid listDir response object, no [%s]", "request");
@@ -410,8 +409,8 @@ bool isListDirResponseValid(const Json::Value &payload) {
   FOLLOW(isArrayMember(payload, "entry_list", 0, __func__));
   FOLLOW(isBoolMember(payload, "list_complete", __func__));
   const Json::Value &entries = payload["entry_list"];
-  Json::ArrayIndex index =
-      0;  // iterating costs less than look-ups by index, and skips what is not there
+  // Iterating is faster than a look-up by index, but skips the gaps of an array.
+  Json::ArrayIndex index = 0;
   for (auto entry = entries.begin(); entry != entries.end(); ++entry, ++index) {
     FOLLOW(isListDirEntryValid(entry.index() == index ? *entry : Json::Value::nullSingleton()));
   }
@@ -435,7 +434,7 @@ bool areSourcesValid(const Json::Value &payload, const char *key, const char *co
   return true;
 }
 
-// backup_folders, backup_apps: array of sources, even of a failure
+// backup_folders, backup_apps: array of sources, even if success is false
 bool isSelectedSourceResponseValid(const Json::Value &payload) {
   REQUIRE(isBasicResponseObjectValid(payload), "invalid get select source response");
   REQUIRE(isArrayMember(payload, "backup_folders", 0, __func__), "folder is not array");
@@ -470,30 +469,30 @@ bool isSetProgressRequestValid(const Json::Value &payload) {
   REQUIRE(hasMembers(payload, {"progress_stage", "progress_percentage"}), "invalid progress object");
   FOLLOW(isStringMember(payload, "progress_stage", __func__));
   FOLLOW(isIntMember(payload, "progress_percentage", __func__));
-  const auto percentage =
-      static_cast<unsigned>(payload["progress_percentage"].asInt());  // below 0 is far above 100
+  // As an unsigned number, a negative percentage is far above 100.
+  const auto percentage = static_cast<unsigned>(payload["progress_percentage"].asInt());
   REQUIRE(percentage <= 100, "progress percentage should be 0 ~ 100");
   return true;
 }
 
-// The only rule that shows the payload.
+// The only rule that logs the payload.
 bool isSetProgressResponseValid(const Json::Value &payload) {
   REQUIRE(isBasicResponseObjectValid(payload), "invalid progress_response [%s]", payload.toStyledString().c_str());
   return true;
 }
 
-// ---- Types whose payload is not examined.
+// ---- Types whose payload is not checked.
 
 bool isNonePacketValid(const Json::Value & /*payload*/) {
   return ARVL_LOG_FALSE("invalid packet type %d", PACKET_TYPE_NONE);
 }
 
-// The stat exchange is reserved: refused without a word.
+// The stat packets are reserved: refused without a log line.
 bool isStatPacketValid(const Json::Value & /*payload*/) {
   return false;
 }
 
-// Requests without content: whatever comes along is ignored.
+// Requests without content: any payload is accepted and ignored.
 bool isContentFreeRequestValid(const Json::Value & /*payload*/) {
   return true;
 }

@@ -9,7 +9,7 @@ namespace {
 
 using Names = std::list<std::string>;
 
-// The list is emptied before the payload is looked at: it may be no object, which JsonCpp refuses.
+// Empties the list before it reads the payload, because JsonCpp throws if that is not an object.
 void readNames(const Json::Value &payload, const char *key, Names &names) {
   names.clear();
   const Json::Value &sources = payload[key];
@@ -18,7 +18,7 @@ void readNames(const Json::Value &payload, const char *key, Names &names) {
   }
 }
 
-// An empty name at the front leaves no separator behind: the test is on the text, not the position.
+// Adds a separator only after some text, so that an empty name at the front gets none.
 std::string join(const Names &names) {
   std::string text;
   for (const std::string &name : names) {

@@ -27,7 +27,7 @@ SummaryInfo::~SummaryInfo() = default;
 
 void SummaryInfo::setSummaryInfo(const std::string &backupShort, const std::string &backupLong,
                                  const std::string &restoreShort, const std::string &restoreLong) {
-  // Copied before any of them is replaced: the arguments may be this record's own texts.
+  // Copies all texts before it replaces any: the arguments may be this record's own texts.
   *impl_ = SummaryInfoImpl{backupShort, backupLong, restoreShort, restoreLong};
 }
 

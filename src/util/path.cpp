@@ -4,7 +4,7 @@ namespace ZARN {
 namespace Backup {
 
 std::string Path::basename(const std::string &path) {
-  // Without a "/" rfind gives npos, and npos + 1 is 0: the whole text.
+  // Without a "/" rfind returns npos, and npos + 1 is 0: the whole path.
   return path.substr(path.rfind('/') + 1);
 }
 

@@ -22,10 +22,10 @@ namespace ARVLAPP {
 
 /// The session of one plug-in run with the backup framework.
 ///
-/// The framework runs a plug-in executable once per job step. The base name of the executable says
-/// which step; `-f` hands it the descriptor of a connected stream socket, `-v` the framework's
-/// version. A plug-in makes one Agent, lets it read the command line, does its work, records the
-/// outcome and destroys the Agent, which reports the outcome to the framework:
+/// The framework runs a plug-in executable once per job step. The base name of the executable names the
+/// step; `-f` gives the descriptor of a connected stream socket, and `-v` the framework's version. A
+/// plug-in creates one Agent, calls init with the command line, does its work, records the outcome and
+/// destroys the Agent. The destructor reports the outcome to the framework:
 ///
 /// @code
 ///   int main(int argc, char **argv) {
@@ -42,32 +42,31 @@ namespace ARVLAPP {
 ///   }                                           // ~Agent sends the completion
 /// @endcode
 ///
-/// Failure is reported by return values: false, or -1 for a number that is not available. Each
-/// failure leaves its reason in syslog, at LOG_ERR; only a refusal by the framework (see
-/// getErrorString) and, after cancellation, getAppDataVersion and the version getters are silent.
-/// Nothing here throws but std::bad_alloc, when memory runs out, and JsonCpp's Json::LogicError: for a
-/// text of 2 GiB, which JsonCpp cannot hold, and in listDir for an odd answer of a foreign type. The
-/// destructor throws nothing.
+/// Errors: functions return false, or -1 for a number that is not available. Each failure writes its
+/// reason to syslog at LOG_ERR, except a refusal by the framework (see getErrorString) and, after
+/// cancellation, getAppDataVersion and the version getters. Functions throw only std::bad_alloc, if
+/// memory runs out, and Json::LogicError from JsonCpp: for a text of 2 GiB, which JsonCpp cannot hold,
+/// and in listDir. The destructor throws nothing.
 ///
 /// JSON: this header only declares Json::Value. Include <json/value.h> to use it.
 ///
-/// Sizes: a packet's payload, as JSON text, is at most 32 MiB (0x2000000 bytes). A request beyond it is
-/// not sent and fails, with the error state as it was; a completion beyond it is not sent. Either
-/// leaves its reason in syslog. An answer that announces more fails its call, and every later one.
-/// An answer whose payload is within 7 bytes of the limit (0x1FFFFF9 to 0x2000000) never becomes
-/// complete, because its frame exceeds 32 MiB: the call waits until the framework closes the connection.
+/// Sizes: the payload of a packet, as JSON text, is at most 32 MiB (0x2000000 bytes). A larger request
+/// or completion is not sent, with the reason in syslog; the request fails and leaves the error state as
+/// it was. An answer that announces a larger payload fails its call and every later one. An answer
+/// within 7 bytes of the limit (0x1FFFFF9 to 0x2000000) never becomes complete, because its frame
+/// exceeds 32 MiB: the call waits until the framework closes the connection.
 ///
-/// Cancellation: the framework cancels a plug-in by closing the socket. The exchange that meets the
-/// close fails, and from then on every exchange fails at once, the version getters return -1,
-/// setSuccess and setErrorMsg are ignored, and no completion is sent. A framework that is gone never
-/// kills the plug-in by SIGPIPE, and the signal dispositions and mask of the process stay its own.
+/// Cancellation: the framework cancels a plug-in by closing the socket. The request that notices the
+/// close fails. From then on every request fails at once, the version getters return -1, setSuccess
+/// and setErrorMsg are ignored, and no completion is sent. The closed socket never raises SIGPIPE in the
+/// plug-in, and the signal dispositions and mask of the process do not change.
 ///
 /// Processes: a program that the plug-in starts does not inherit the socket. A process that is forked
-/// without exec has the socket too and must not use the Agent, nor leave by a way that destroys it:
-/// leave with _exit.
+/// without exec inherits it, must not use the Agent, and must end with _exit, so that the Agent's
+/// destructor does not run.
 ///
-/// Threads: one Agent per process, used from one thread. Time: there are no time-outs; a framework
-/// that neither answers nor closes the socket blocks the plug-in for good.
+/// Threads: one Agent per process, used from one thread. Time: there are no timeouts; a framework that
+/// neither answers nor closes the socket blocks the plug-in.
 class ZARN_EXPORT Agent {
  public:
   /// The names of the job steps, as the base name of the plug-in executable spells them.
@@ -78,15 +77,14 @@ class ZARN_EXPORT Agent {
   static const char *const PLUGIN_NAME_CAN_IMPORT;          ///< "can_import"
   static const char *const PLUGIN_NAME_IMPORT;              ///< "import"
 
-  /// Allocates the session's state; no input or output.
+  /// Allocates the session's state. Does no input or output.
   Agent();
 
   /// Reports the outcome and ends the session.
   ///
-  /// After a successful init, and unless canceled, this sends the one completion packet of the step
-  /// and blocks until it has been written out; then it closes the socket. Otherwise nothing is sent;
-  /// a socket named by -f is closed only if init got as far as opening the session on it. Throws
-  /// nothing.
+  /// If init has succeeded and the session is not canceled, sends the completion packet of the step,
+  /// blocks until it has been written and closes the socket. Otherwise sends nothing and closes the
+  /// socket only if init has taken ownership of it. Throws nothing.
   virtual ~Agent();
 
   Agent(const Agent &) = delete;
@@ -94,30 +92,30 @@ class ZARN_EXPORT Agent {
 
   /// Reads the command line and opens the session.
   ///
-  /// Parses with getopt(3) and the options "f:v:", from wherever getopt's global index stands; other
-  /// options are ignored. -f takes a connected stream socket's descriptor, decimal and at least 1;
-  /// -v the framework's version as "major.minor", neither of them negative. The descriptor is made
-  /// non-blocking and close-on-exec, so that no program that the plug-in starts holds the connection
-  /// open; the Agent owns it from then on and closes it when destroyed.
+  /// Parses with getopt(3) and the options "f:v:", from the current value of getopt's global index;
+  /// other options are ignored. -f takes the descriptor of a connected stream socket, decimal and at
+  /// least 1; -v takes the framework's version as "major.minor", neither of them negative. Makes the
+  /// descriptor non-blocking and close-on-exec, so that no program that the plug-in starts keeps the
+  /// connection open. The Agent then owns the descriptor and closes it when destroyed.
   ///
   /// @param argc, argv  as main received them; argv[0] is a path whose base name is a step's name
   /// @return false, with the reason in syslog, if an argument is missing or malformed, the socket
-  ///         cannot be used, or an earlier call on this Agent, even one that failed, has read a name
-  ///         from argv[0]. A call that was refused for argc or for a missing argv may be repeated.
+  ///         cannot be used, or init has been called before. Only a call that failed because of argc
+  ///         or a missing argv, or because argv[0] has no base name, may be repeated.
   bool init(int argc, char **argv);
 
-  /// The framework's version from -v; -1 before init has succeeded (with a line in syslog) and after
-  /// cancellation.
+  /// Returns the framework's version from -v, or -1 before init has succeeded (with a line in syslog)
+  /// and after cancellation.
   int getFrameworkMajorVersion();
   int getFrameworkMinorVersion();
 
-  /// Tells whether the framework's version is at least major.minor. Requests use it to refuse what
-  /// an older framework does not know. Before init every non-negative version gives false. After
-  /// cancellation it still compares the version that -v gave. The spelling of the name is part of the
+  /// Returns true if the framework's version is at least major.minor. Requests use it to detect a
+  /// framework that is too old for them. Returns false for every non-negative version before init.
+  /// Still compares the version from -v after cancellation. The spelling of the name is part of the
   /// exported interface.
   bool isVerionNotLessThan(int major, int minor);
 
-  /// The error state: what went wrong last, for the plug-in's own decisions. Nothing resets it.
+  /// Return the error state: the latest error, for the plug-in's own decisions. Nothing resets it.
   ///
   /// | number | meaning                                             | error string           |
   /// |--------|-----------------------------------------------------|------------------------|
@@ -128,18 +126,18 @@ class ZARN_EXPORT Agent {
   int getErrno() const;
   std::string getErrorString() const;
 
-  /// Records why the step failed, for the completion: the section and key of a message that the
-  /// framework shows to the user. Sent only if the step is not a success, and only if both are
-  /// non-empty. Ignored before init and after cancellation. Does not undo setSuccess.
+  /// Records why the step failed: the section and key of a message that the framework shows to the
+  /// user. The completion carries them only if the step failed and both are non-empty. Ignored before
+  /// init and after cancellation. Does not undo setSuccess.
   void setErrorMsg(const std::string &section, const std::string &key);
 
-  /// Records that the step succeeded; without it the completion reports failure. Nothing undoes it.
-  /// Ignored before init and after cancellation.
+  /// Records that the step succeeded. Without this call the completion reports a failure. Nothing
+  /// undoes it. Ignored before init and after cancellation.
   void setSuccess();
 
-  /// Records what the step produced; the last call counts, at whatever time before destruction. The
-  /// completion of the step named checks it, even if the step has failed anyway. When the check does
-  /// not hold, the completion reports failure and a line goes to syslog:
+  /// Record what the step produced. May be called at any time; the last call counts. The completion of
+  /// the step checks the record, even if the step failed. If the check fails, the completion reports a
+  /// failure and writes a line to syslog:
   ///
   /// | call              | step               | check                          |
   /// |-------------------|--------------------|--------------------------------|
@@ -147,41 +145,42 @@ class ZARN_EXPORT Agent {
   /// | setStorageUsage   | estimate_exportion | no counter below 0             |
   /// | setSummaryInfo    | summary            | no text empty                  |
   ///
-  /// Without a call the version and the texts fail their checks; the storage usage passes, and a
-  /// success reports four zeros. A record is copied. An estimate is sent in 64 bits, but the protocol
-  /// admits only counters that fit a signed 32-bit number: a framework refuses a larger one.
+  /// Without a call, the version and the texts fail their checks; the storage usage passes and is sent
+  /// as four zeros. A record is copied. The counters of an estimate are sent in 64 bits, but a framework
+  /// refuses a counter that does not fit a signed 32-bit number.
   void setAppDataVersion(int major, int minor);
   void setStorageUsage(const StorageUsage &usage);
   void setSummaryInfo(const SummaryInfo &info);
 
-  /// Requests. Each is one exchange: one packet to the framework, one answer, both inside the call,
-  /// which blocks until the answer is there or the connection is lost. They may be called in any
-  /// order and any number of times after init has succeeded.
+  /// Requests. Each call sends one packet to the framework and blocks until the answer has arrived or
+  /// the connection is lost. They may be called in any order and any number of times after init has
+  /// succeeded.
   ///
-  /// @return true when the framework answered and granted the request. Otherwise false with
+  /// @return true if the framework granted the request. Otherwise false with
   ///         - error number 2 and the framework's text, if it refused;
-  ///         - error number 3, if its version is below the one given; nothing is sent then;
+  ///         - error number 3, if its version is too old; nothing is sent then;
   ///         - error number 1, if the connection was lost in this call or before;
-  ///         - the error state as it was, if init has not succeeded, the answer broke the protocol or
-  ///           an argument is not acceptable. The reason is in syslog (a refusal alone is not).
-  ///         An argument to be filled is written only on success, unless said otherwise.
+  ///         - an unchanged error state, if init has not succeeded, the answer breaks the protocol or
+  ///           an argument is invalid.
+  ///         The reason is in syslog, except for a refusal. Output arguments are written only on
+  ///         success, unless said otherwise.
 
-  /// Fetches the framework's record of the export that produced the data of this run.
+  /// Fetches the framework's record of the export that produced the data.
   ///
   /// @param result  an object with at least "success" and "app_data_version"
   bool getExportResult(Json::Value &result);
 
-  /// Fetches the version that the export recorded with setAppDataVersion. An exchange of its own.
+  /// Fetches the version that the export recorded with setAppDataVersion. Sends its own request.
   bool getAppDataVersion(int &major, int &minor);
 
   /// Fetches what the user selected. Since framework 2.3.
   ///
-  /// Any valid answer counts: a framework that reports a failure and still sends both lists gives
-  /// true, and leaves the error state alone.
+  /// Returns true for any valid answer: a failure that has both lists returns true as well and leaves
+  /// the error state unchanged.
   bool getSelectedSource(SelectedSourceInfo &source);
 
-  /// Fetches the settings of this export, whose form is between framework and plug-in. Since
-  /// framework 2.3.
+  /// Fetches the settings of this export. Framework and plug-in agree on their form. Since framework
+  /// 2.3.
   ///
   /// @param config  any JSON value, null included
   bool getExportConfig(Json::Value &config);
@@ -189,42 +188,41 @@ class ZARN_EXPORT Agent {
   /// Fetches the language setting, such as "enu". Since framework 2.3.
   bool getLanguage(std::string &language);
 
-  /// Tells how far the step has come. Since framework 2.3.
+  /// Reports the progress of the step. Since framework 2.3.
   ///
-  /// @param stage       any text; its meaning is between framework and plug-in
-  /// @param percentage  of the whole step; sent as given, but a framework refuses what is not
-  ///                    within 0 to 100
+  /// @param stage       any text; framework and plug-in agree on its meaning
+  /// @param percentage  of the whole step; sent as given, but a framework refuses a number outside 0
+  ///                    to 100
   bool setProgress(const std::string &stage, int percentage);
 
-  /// Has the framework deliver one file to this machine, or take one from it. A source without a type
-  /// or a path that is not absolute is sent as given, and refused by the framework.
+  /// Ask the framework to deliver a file to this machine, or to take a file from it. A source without a
+  /// type or a path that is not absolute is sent as given, and the framework refuses it.
   bool download(const DownloadInfo &info);
   bool upload(const UploadInfo &info);
 
-  /// Has the framework create a directory on its side.
+  /// Asks the framework to create a directory on its side.
   ///
-  /// @param dir  absolute; another path is refused here, with a line in syslog
+  /// @param dir  absolute; otherwise the call fails with a line in syslog and sends nothing
   bool createDir(const std::string &dir);
 
-  /// Fetches what external handlers reported for the export. Since framework 2.2.
+  /// Fetches the results of external handlers for the export. Since framework 2.2.
   ///
-  /// @param results  the records are appended in the framework's order; nothing is cleared. If memory
-  ///                 runs out on the way, those appended stay.
+  /// @param results  the records are appended in the framework's order. If memory runs out, the records
+  ///                 appended before stay.
   bool getExternalHandleResult(std::list<ExternalDataInfo> &results);
 
-  /// Lists a directory on the framework's side, asking for page after page until the listing is
+  /// Lists a directory on the framework's side. Sends one request per page until the listing is
   /// complete.
   ///
-  /// Only regular files and directories can be listed: an entry of another type, or of a negative
-  /// size, fails the call. So does a page with an entry whose size or time exceeds a signed 32-bit
-  /// number, by the rule of its packet.
+  /// Fails if an entry is neither a regular file nor a directory, or if its size is negative. Fails as
+  /// well if a size or time does not fit a signed 32-bit number: the rule of the packet refuses that.
   ///
-  /// @param path     as the framework names it; a relative path is sent as given, and refused by the
-  ///                 framework
-  /// @param entries  emptied first, unless init has not succeeded; on failure it holds what had been
+  /// @param path     as the framework names it; a relative path is sent as given, and the framework
+  ///                 refuses it
+  /// @param entries  emptied first, unless init has not succeeded; after a failure it holds the entries
   ///                 read before
-  /// @throws Json::LogicError from JsonCpp, when a packet of another type comes in place of a page and
-  ///         holds a member of a type that cannot be read; entries keeps what had been read
+  /// @throws Json::LogicError if a packet of another type arrives instead of a page and a member has a
+  ///         type that cannot be converted; `entries` keeps the entries read before
   bool listDir(const std::string &path, std::list<FileInfo> &entries);
 
  private:

@@ -11,7 +11,7 @@
 namespace ZARN {
 namespace ARVLAPP {
 
-/// A file that the framework is to deliver to this machine.
+/// A file for the framework to deliver to this machine.
 ///
 /// | field       | default            | meaning                                               |
 /// |-------------|--------------------|-------------------------------------------------------|
@@ -19,12 +19,12 @@ namespace ARVLAPP {
 /// | source      | default FileInfo   | the file, as the framework names it                   |
 /// | percentage  | -1                 | progress of the whole job; sent when it is above 0    |
 ///
-/// No setter checks its argument: the framework judges the request. The percentage is sent to
+/// No setter checks its argument: the framework checks the request. The percentage is sent to
 /// frameworks of version 2.3 and later.
 ///
-/// A plain value, with one exception: copies and assignments leave the percentage behind, because it
-/// belongs to the one transfer that it was set for; a copy has -1, and the target of an assignment
-/// keeps its own. A move is a copy. Not synchronised.
+/// A plain value with one exception: the percentage is not copied, because it belongs to the one
+/// transfer that it was set for. A copy has -1, and an assignment keeps the percentage of its target. A
+/// move is a copy. Not synchronised.
 class ZARN_EXPORT DownloadInfo {
  public:
   DownloadInfo();

@@ -1,4 +1,4 @@
-/// What an external handler reported for an export. This header only declares Json::Value: include
+/// The result of an external handler for an export. This header only declares Json::Value: include
 /// <json/value.h> to use it.
 #ifndef ZARN_ARVLAPP_EXTERNAL_DATA_INFO_H_
 #define ZARN_ARVLAPP_EXTERNAL_DATA_INFO_H_
@@ -13,16 +13,15 @@
 namespace ZARN {
 namespace ARVLAPP {
 
-/// The outcome of one external handler, kept with the result of an export.
+/// The result of one external handler, kept with the result of an export.
 ///
-/// | field  | default | meaning                                                  |
-/// |--------|---------|----------------------------------------------------------|
-/// | name   | empty   | the handler                                              |
-/// | type   | empty   | what kind of handler it is                               |
-/// | result | null    | any JSON value; its meaning is between handler and plug-in |
+/// | field  | default | meaning                                                       |
+/// |--------|---------|---------------------------------------------------------------|
+/// | name   | empty   | the name of the handler                                       |
+/// | type   | empty   | the kind of handler                                           |
+/// | result | null    | any JSON value; handler and plug-in agree on its meaning      |
 ///
-/// A plain value: a copy never shares anything with its original, and a move is a copy. Not
-/// synchronised.
+/// A plain value: a copy shares nothing with its original, and a move is a copy. Not synchronised.
 class ZARN_EXPORT ExternalDataInfo {
  public:
   ExternalDataInfo();
@@ -33,10 +32,10 @@ class ZARN_EXPORT ExternalDataInfo {
   /// Replaces all three fields by the members "handler", "handler_type" and "result" of an element
   /// of an export result, as Agent::getExternalHandleResult does.
   ///
-  /// @param element  an object or null; a missing member gives the field's default. An element of a
-  ///                 payload that Util::isValidPacket accepted is safe.
-  /// @throws Json::LogicError from JsonCpp for a name or type that is an array or an object; the
-  ///         fields before it have then been replaced
+  /// @param element  an object or null; a missing member sets the field's default. An element of a
+  ///                 payload that Util::isValidPacket has accepted throws nothing.
+  /// @throws Json::LogicError from JsonCpp if the name or the type is an array or an object; the fields
+  ///         before it have then been replaced
   void setExternalHandleJson(const Json::Value &element);
 
   /// The references stay valid until the record is assigned to, filled again or destroyed.

@@ -10,7 +10,7 @@
 namespace ZARN {
 namespace ARVLAPP {
 
-/// What a listing tells of a file, and what a transfer names as its source.
+/// An entry of a listing, or the source of a transfer.
 ///
 /// | field | default | meaning                                                              |
 /// |-------|---------|----------------------------------------------------------------------|
@@ -20,11 +20,10 @@ namespace ARVLAPP {
 /// | type  | none    | regular file, directory or symbolic link                             |
 /// | temp  | false   | a temporary file; sent with an upload                                |
 ///
-/// Agent::listDir fills all but temp; a transfer sends path and type, an upload temp as well. No
+/// Agent::listDir sets all fields but temp. A transfer sends path and type, and an upload also temp. No
 /// setter checks its argument.
 ///
-/// A plain value: a copy never shares anything with its original, and a move is a copy. Not
-/// synchronised.
+/// A plain value: a copy shares nothing with its original, and a move is a copy. Not synchronised.
 class ZARN_EXPORT FileInfo {
  public:
   FileInfo();
@@ -41,7 +40,7 @@ class ZARN_EXPORT FileInfo {
   void setMtime(long seconds);
   long getMtime() const;
 
-  /// Sets the type. There is no way back to "none".
+  /// Set the type. Nothing sets it back to "none".
   void setRegType();
   void setDirType();
   void setSymlinkType();
@@ -53,8 +52,8 @@ class ZARN_EXPORT FileInfo {
   void setTemp(bool temp);
   bool isTemp() const;
 
-  /// The type as the protocol spells it: "none", "file", "dir" or "symlink"; "err" for any other code,
-  /// which no setter stores.
+  /// Returns the type as the protocol spells it: "none", "file", "dir" or "symlink"; "err" for any other
+  /// code, which no setter stores.
   std::string getTypeStr() const;
 
  private:

@@ -1,8 +1,8 @@
 /// Packet types of the framework protocol, their names, and the rule book of their payloads.
 ///
-/// Both ends of the connection use this header: a plug-in through Agent, which checks every answer
-/// before it hands it over, and whoever plays the framework, for the packets of the plug-in. It only
-/// declares Json::Value: include <json/value.h> to make a payload.
+/// Both ends of the connection use this header: Agent checks every answer with it, and a stand-in for
+/// the framework checks the packets of the plug-in. It only declares Json::Value: include
+/// <json/value.h> to create a payload.
 #ifndef ZARN_ARVLAPP_PROTOCOL_UTIL_H_
 #define ZARN_ARVLAPP_PROTOCOL_UTIL_H_
 
@@ -15,11 +15,11 @@
 namespace ZARN {
 namespace ARVLAPP {
 
-/// Type of a packet, as it stands in the packet header (unsigned, 16 bits, big-endian).
+/// The type of a packet, as in the packet header (unsigned, 16 bits, big-endian).
 ///
 /// The numbers are the wire format: they are never renumbered and never reused. A request with
-/// number n is answered by the response with number n + 1; results and completions are sent by the
-/// plug-in when it ends and are not answered.
+/// number n is answered by the response with number n + 1. Results and completions are sent by the
+/// plug-in when it ends, and are not answered.
 enum PACKET_TYPE : int {
   PACKET_TYPE_NONE = 0,  ///< no packet; never sent
 
@@ -51,30 +51,29 @@ enum PACKET_TYPE : int {
   PACKET_SET_PROGRESS_RESPONSE = 26,     ///< framework
 };
 
-/// What both ends must agree on about packets. Stateless: any thread may call it at any time, as
-/// long as nobody changes the payload during the call. Neither function blocks.
+/// The names of packet types and the rules of payloads. Stateless: any thread may call the functions at
+/// any time, as long as no other thread changes the payload. Neither function blocks.
 class ZARN_EXPORT Util {
  public:
   /// Returns the printable name of a packet type, for log lines and diagnostics.
   ///
-  /// @param type  any value, one from the wire included
+  /// @param type  any value, even an unknown one from the wire
   /// @return "PACKET_TYPE_NONE" for 0; the bare name ("UPLOAD_REQUEST") for 1 to 15; the name with
-  ///         its prefix ("PACKET_LANGUAGE_REQUEST") for 16 to 26. The difference is the protocol's
-  ///         own. Any other value gives "invalid_packet_type" and one line in syslog.
+  ///         its prefix ("PACKET_LANGUAGE_REQUEST") for 16 to 26. The difference is part of the
+  ///         protocol. Any other value returns "invalid_packet_type" and writes one line to syslog.
   static std::string packetString(PACKET_TYPE type);
 
-  /// Tells whether a payload is well-formed for its packet type.
+  /// Checks a payload against the rule of its packet type.
   ///
-  /// @param type     any value; one outside 1 to 26, or a stat type, has no valid payload
-  /// @param payload  the whole payload; only read, never changed. Members that no rule names are
-  ///                 free, and integers are the protocol's: they must fit a signed 32-bit number.
-  /// @return true when the payload satisfies the rule of its type. Otherwise false, after one line
-  ///         in syslog for the check that failed and one for each enclosing check that has a message
-  ///         of its own, innermost first (the stat types alone are refused silently). A valid payload
-  ///         leaves a line in one case: "no member [path]" for a listing request with a token, also
-  ///         where a listing response echoes it.
-  /// @throws Json::LogicError from JsonCpp in one case: in an export-result response with "success"
-  ///         true, "export_result"."success" is converted to a boolean before its type is known.
+  /// @param type     any value; no payload is valid for a type outside 1 to 26 or for a stat type
+  /// @param payload  the whole payload. Members that the rule does not name are ignored. Integers must
+  ///                 fit a signed 32-bit number.
+  /// @return true if the payload is valid. Otherwise false, after one line in syslog for the check that
+  ///         failed and one for each outer check that has its own message, innermost first. Only the
+  ///         stat types are refused without a line. A valid payload writes a line in one case: "no
+  ///         member [path]" for a listing request with a token, even as a part of a listing response.
+  /// @throws Json::LogicError from JsonCpp in one case: if "success" of an export-result response is
+  ///         true and "success" of its "export_result" cannot be converted to a boolean.
   static bool isValidPacket(PACKET_TYPE type, const Json::Value &payload);
 };
 

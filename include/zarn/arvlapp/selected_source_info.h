@@ -1,5 +1,5 @@
-/// What the user selected for a backup. This header only declares Json::Value: include <json/value.h>
-/// to use it.
+/// The user's selection for a backup. This header only declares Json::Value: include <json/value.h> to
+/// use it.
 #ifndef ZARN_ARVLAPP_SELECTED_SOURCE_INFO_H_
 #define ZARN_ARVLAPP_SELECTED_SOURCE_INFO_H_
 
@@ -21,8 +21,7 @@ namespace ARVLAPP {
 /// | folders | empty   | in the framework's order; duplicates and empty names are kept |
 /// | apps    | empty   | likewise                                                      |
 ///
-/// A plain value: a copy never shares anything with its original, and a move is a copy. Not
-/// synchronised.
+/// A plain value: a copy shares nothing with its original, and a move is a copy. Not synchronised.
 class ZARN_EXPORT SelectedSourceInfo {
  public:
   SelectedSourceInfo();
@@ -31,23 +30,21 @@ class ZARN_EXPORT SelectedSourceInfo {
   virtual ~SelectedSourceInfo();
 
   /// Replaces both lists by the names in a selected-source response, as Agent::getSelectedSource
-  /// does.
+  /// does: first the folders, then the applications.
   ///
-  /// Empties the folders and reads them, then empties the applications and reads them.
-  ///
-  /// @param payload  an object or null; of "backup_folders" and "backup_apps", arrays of objects, each
-  ///                 element's "object" is taken. A missing array counts as an empty one, a missing
-  ///                 "object" as an empty name. A payload that Util::isValidPacket accepted is safe.
-  /// @throws Json::LogicError from JsonCpp for a payload of another shape. The list that was being
-  ///         read then holds what had been read; applications that were not reached stay as they were.
+  /// @param payload  an object or null. "backup_folders" and "backup_apps" are arrays of objects, whose
+  ///                 members "object" are the names. A missing array counts as empty, a missing "object"
+  ///                 as an empty name. A payload that Util::isValidPacket has accepted throws nothing.
+  /// @throws Json::LogicError from JsonCpp for a payload of another form. The current list then holds
+  ///         the names read so far, and applications that have not been reached are unchanged.
   void setSelectedSourceJson(const Json::Value &payload);
 
   /// The references stay valid until the record is assigned to, filled again or destroyed.
   const std::list<std::string> &getSelectedFolders() const;
   const std::list<std::string> &getSelectedApps() const;
 
-  /// Both lists as one line for a log or a summary: "Folders: [docs, photos], Apps: [mail]". Names
-  /// are neither quoted nor escaped.
+  /// Returns both lists as one line for a log or a summary: "Folders: [docs, photos], Apps: [mail]".
+  /// Names are neither quoted nor escaped.
   std::string getDisplayString() const;
 
  private:

@@ -20,13 +20,13 @@ namespace ARVLAPP {
 /// | size            | 0       | bytes: st_size of every counted entry                   |
 /// | block count     | 0       | 512-byte blocks: st_blocks of every counted entry       |
 ///
-/// Any number of addOne and addDirRecursive calls add up; a call that fails keeps what it had
-/// counted. The same file counts once for every name it is met under (hard links are not told
-/// apart), and symbolic links count as themselves and are never followed.
+/// The counts of all addOne and addDirRecursive calls add up. A call that fails keeps what it has
+/// counted. A file with several hard links counts once per link. Symbolic links count as themselves and
+/// are never followed.
 ///
-/// A plain value: a copy never shares anything with its original, and a move is a copy. Not
-/// synchronised, and only one addDirRecursive may run at a time in the whole process, because the
-/// POSIX tree walker hands its callback no argument of the caller's.
+/// A plain value: a copy shares nothing with its original, and a move is a copy. Not synchronised. Only
+/// one addDirRecursive may run at a time in the whole process, because nftw(3) passes no argument of
+/// the caller's to its callback.
 class ZARN_EXPORT StorageUsage {
  public:
   StorageUsage();
@@ -37,19 +37,20 @@ class ZARN_EXPORT StorageUsage {
   /// Counts one entry of the file system, as lstat(2) sees it.
   ///
   /// @param path  absolute, or relative to the working directory
-  /// @return false, with nothing counted and one line in syslog, if the entry cannot be examined or
-  ///         is neither a regular file, a directory nor a symbolic link
+  /// @return false, with nothing counted and one line in syslog, if lstat fails or the entry is neither
+  ///         a regular file, a directory nor a symbolic link
   bool addOne(const std::string &path);
 
   /// Counts a directory, itself included, and everything below it on the same file system.
   ///
-  /// Devices, FIFOs and sockets are passed over silently; other file systems mounted below are neither
-  /// counted nor entered. A directory whose reading fails midway is taken for read: nftw(3), which
-  /// walks the tree, does not tell. Blocks meanwhile, with up to 512 descriptors open.
+  /// Skips devices, FIFOs and sockets without a line, and does not count or enter other file systems
+  /// mounted below. Does not notice if reading a directory fails midway, because nftw(3) does not report
+  /// it. Blocks until the walk ends, with up to 512 descriptors open.
   ///
   /// @param path  absolute; a start that is not a directory is counted as one entry
-  /// @return false, with the reason in syslog, if the path is not absolute or does not exist, or if
-  ///         a directory below it cannot be read or an entry cannot be examined: the walk ends there
+  /// @return false, with the reason in syslog, if the path is not absolute or does not exist. The walk
+  ///         also stops with false at a directory that cannot be read and at an entry that lstat fails
+  ///         on.
   bool addDirRecursive(const std::string &path);
 
   /// Returns the number of regular files and symbolic links. The getters are not const, because their

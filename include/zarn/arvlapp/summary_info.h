@@ -10,7 +10,7 @@
 namespace ZARN {
 namespace ARVLAPP {
 
-/// Human-readable summary of what a backup and a restore of the application cover.
+/// A summary of a backup and of a restore of the application, for people to read.
 ///
 /// | field         | default | meaning                     |
 /// |---------------|---------|-----------------------------|
@@ -19,11 +19,10 @@ namespace ARVLAPP {
 /// | restore short | empty   | one line about the restore  |
 /// | restore long  | empty   | the restore in full         |
 ///
-/// Any bytes are stored as given, UTF-8 or not; the summary completion is a failure unless all four
-/// texts are non-empty (see Agent::setSummaryInfo).
+/// Any bytes are stored as given, UTF-8 or not. The summary completion reports a failure unless all
+/// four texts are non-empty (see Agent::setSummaryInfo).
 ///
-/// A plain value: a copy never shares anything with its original. It has no move of its own: a move
-/// is a copy, so that no record is ever left empty. Not synchronised: one thread at a time.
+/// A plain value: a copy shares nothing with its original, and a move is a copy. Not synchronised.
 class ZARN_EXPORT SummaryInfo {
  public:
   SummaryInfo();

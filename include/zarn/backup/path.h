@@ -9,7 +9,7 @@
 namespace ZARN {
 namespace Backup {
 
-/// Functions on path names. Nothing here touches the file system.
+/// Functions on path names. None of them accesses the file system.
 class ZARN_EXPORT Path {
  public:
   /// Returns the last component of a path: the text after its final "/".
@@ -17,7 +17,7 @@ class ZARN_EXPORT Path {
   /// @param path  any text, absolute or relative, without a length limit
   /// @return the whole text when it holds no "/"; empty when it ends in "/" or is empty itself
   ///
-  /// Never fails but for want of memory (std::bad_alloc); any thread may call it at any time.
+  /// Fails only if memory runs out (std::bad_alloc). Any thread may call it at any time.
   static std::string basename(const std::string &path);
 };
 
