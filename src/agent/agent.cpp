@@ -53,6 +53,7 @@ namespace {
 
 // ---- The command line.
 
+// Holds what the command line says.
 class CommandLine {
  public:
   // Reads argv. Values that were read before a failure stay. Logs.
