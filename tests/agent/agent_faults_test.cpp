@@ -430,7 +430,7 @@ TEST(PendingSigpipe, OutlivesAWriteThroughTheLoop) {
     const int small = 4096;
     setsockopt(framework.pluginFd(), SOL_SOCKET, SO_SNDBUF, &small, sizeof small);
     framework.play([&] {
-      framework.readBytes(10);
+      framework.readBytes(500000);  // more than goes out before the loop writes
       framework.close();
     });
     Agent agent;
