@@ -14,6 +14,7 @@
 #include "backup/catalog.h"
 #include "step/exit_code.h"
 #include "step/interruption.h"
+#include "step/outcome.h"
 #include "text/dates.h"
 #include "text/durations.h"
 #include "text/utf8.h"

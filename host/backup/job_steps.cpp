@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "protocol/packet_table.h"
+#include "step/outcome.h"
 #include "step/plugin_folder.h"
 #include "text/durations.h"
 #include "text/hex.h"
@@ -68,7 +70,7 @@ void JobSteps::onGarbage(Side, std::string_view bytes, const std::string &reason
 void JobSteps::onAnswer(PACKET_TYPE request, const Json::Value &payload,
                         const std::optional<std::string> &denial) {
   if (denial) {
-    deny(packetName(request) + " was denied: " + *denial);
+    deny(ZARN::ARVLAPP::packetName(request) + " was denied: " + *denial);
     return;
   }
   if (request == ZARN::ARVLAPP::PACKET_UPLOAD_REQUEST ||

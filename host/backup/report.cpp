@@ -1,6 +1,7 @@
 #include "backup/report.h"
 
 #include "display/progress_line.h"
+#include "step/outcome.h"
 #include "text/durations.h"
 #include "text/sizes.h"
 #include "text/strict_json.h"

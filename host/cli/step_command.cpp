@@ -21,6 +21,8 @@
 #include "display/plugin_line.h"
 #include "files/store.h"
 #include "framework/framework.h"
+#include "protocol/packet_table.h"
+#include "step/outcome.h"
 #include "step/plugin_folder.h"
 #include "step/step_runner.h"
 #include "text/hex.h"
@@ -65,8 +67,8 @@ class Display : public StepListener {
   void onAnswer(ZARN::ARVLAPP::PACKET_TYPE request, const Json::Value &,
                 const std::optional<std::string> &denial) override {
     if (denial) {
-      std::cout << "[host] " << packetName(request) << " was denied: " << visibleText(*denial)
-                << '\n'
+      std::cout << "[host] " << ZARN::ARVLAPP::packetName(request)
+                << " was denied: " << visibleText(*denial) << '\n'
                 << std::flush;
     }
   }

@@ -2,6 +2,7 @@
 
 #include <syslog.h>
 
+#include "step/log_source.h"
 #include "text/utf8.h"
 
 namespace arvl_host {

@@ -131,7 +131,7 @@ void checkFitsPacket(const Json::Value &value) {
   Json::Value answer = success();
   answer["value"] = value;
   const std::string text = toJsonText(answer);
-  if (!fitsPacket(text)) {
+  if (!fitsPacket(text.size())) {
     throw std::runtime_error("this makes an answer of " + std::to_string(text.size()) +
                              " bytes, more than a packet carries");
   }
@@ -206,13 +206,13 @@ Json::Value Framework::transfer(const Json::Value &request,
 
 void Framework::upload(const Json::Value &item) const {
   const Json::Value &source = item["source"];
-  store().upload(pathIn(source), fileTypeOf(source["type"].asString()), source["is_temp"].asBool(),
-                 pathIn(item["destination"]));
+  store().upload(pathIn(source), requireFileType(source["type"].asString()),
+                 source["is_temp"].asBool(), pathIn(item["destination"]));
 }
 
 void Framework::download(const Json::Value &item) const {
   const Json::Value &source = item["source"];
-  store().download(pathIn(source), fileTypeOf(source["type"].asString()),
+  store().download(pathIn(source), requireFileType(source["type"].asString()),
                    pathIn(item["destination"]));
 }
 

@@ -4,7 +4,7 @@
 
 #include <json/forwards.h>
 
-#include "trace/trace_record.h"
+#include "step/verdict.h"
 #include "zarn/arvlapp/protocol_util.h"
 
 namespace arvl_host {

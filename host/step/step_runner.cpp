@@ -29,6 +29,7 @@
 
 #include "protocol/json_text.h"
 #include "protocol/packet_frame.h"
+#include "protocol/packet_table.h"
 #include "step/exit_code.h"
 #include "step/interruption.h"
 #include "step/line_splitter.h"
@@ -74,77 +75,13 @@ timeval toTimeval(milliseconds time) {
   return value;
 }
 
-// The completion that each step owes.
-PACKET_TYPE completionOf(const std::string &step) {
-  const struct {
-    const char *step;
-    PACKET_TYPE type;
-  } rows[] = {
-      {"summary", PACKET_SUMMARY_RESULT},
-      {"estimate_exportion", PACKET_ESTIMATE_EXPORTION_RESULT},
-      {"can_export", PACKET_CAN_EXPORT_RESULT},
-      {"export", PACKET_EXPORT_COMPLETE},
-      {"can_import", PACKET_CAN_IMPORT_RESULT},
-      {"import", PACKET_IMPORT_COMPLETE},
-  };
-  for (const auto &row : rows) {
-    if (step == row.step) {
-      return row.type;
-    }
-  }
-  throw std::logic_error("no such step: " + step);
-}
-
-bool isCompletion(PACKET_TYPE type) {
-  switch (type) {
-    case PACKET_SUMMARY_RESULT:
-    case PACKET_ESTIMATE_EXPORTION_RESULT:
-    case PACKET_CAN_EXPORT_RESULT:
-    case PACKET_EXPORT_COMPLETE:
-    case PACKET_CAN_IMPORT_RESULT:
-    case PACKET_IMPORT_COMPLETE:
-      return true;
-    default:
-      return false;
-  }
-}
-
-bool isRequest(PACKET_TYPE type) {
-  switch (type) {
-    case PACKET_UPLOAD_REQUEST:
-    case PACKET_LIST_DIR_REQUEST:
-    case PACKET_DOWNLOAD_REQUEST:
-    case PACKET_EXPORT_RESULT_REQUEST:
-    case PACKET_CREATE_DIR_REQUEST:
-    case PACKET_SELECTED_SOURCE_REQUEST:
-    case PACKET_EXPORT_CONFIG_REQUEST:
-    case PACKET_LANGUAGE_REQUEST:
-    case PACKET_SET_PROGRESS_REQUEST:
-      return true;
-    default:
-      return false;
-  }
-}
-
-// May take as long as there are files.
-bool touchesFiles(PACKET_TYPE request) {
-  switch (request) {
-    case PACKET_UPLOAD_REQUEST:
-    case PACKET_DOWNLOAD_REQUEST:
-    case PACKET_CREATE_DIR_REQUEST:
-    case PACKET_LIST_DIR_REQUEST:
-      return true;
-    default:
-      return false;
-  }
-}
-
 PACKET_TYPE responseTo(PACKET_TYPE request) {
-  return static_cast<PACKET_TYPE>(request + 1);
+  return findPacket(request)->answer;
 }
 
-bool isResponse(PACKET_TYPE type) {
-  return isRequest(static_cast<PACKET_TYPE>(type - 1));
+PacketKind kindOf(PACKET_TYPE type) {
+  const PacketInfo *packet = findPacket(type);
+  return packet != nullptr ? packet->kind : PacketKind::kNone;
 }
 
 // A packet of the plug-in's, and what the host makes of it.
@@ -162,7 +99,7 @@ void examine(ReceivedPacket &packet) {
   packet.status = parsePayload(packet.text, packet.payload, error);
   if (packet.status != PayloadStatus::kParsed) {
     packet.verdict = {false, {error}};
-  } else if (!isResponse(packet.type)) {
+  } else if (kindOf(packet.type) != PacketKind::kResponse) {
     packet.verdict = judge(packet.type, packet.payload);
   }
 }
@@ -497,9 +434,9 @@ void StepRunner::handlePacket(ReceivedPacket packet) {
     refuse(std::move(packet));
   } else if (isCompleted_) {
     violate("the plug-in sent " + packetName(type) + " after its completion", {});
-  } else if (isCompletion(type)) {
+  } else if (kindOf(type) == PacketKind::kCompletion) {
     handleCompletion(type, std::move(packet.payload));
-  } else if (isRequest(type)) {
+  } else if (kindOf(type) == PacketKind::kRequest) {
     handleRequest(type, std::move(packet.payload));
   } else {
     violate("the plug-in sent " + packetName(type) + ", which is the framework's to send", {});
@@ -520,9 +457,10 @@ void StepRunner::refuse(ReceivedPacket packet) {
 }
 
 void StepRunner::handleCompletion(PACKET_TYPE type, Json::Value payload) {
-  if (type != completionOf(request_.step)) {
+  const PACKET_TYPE owed = findCompletion(request_.step)->type;
+  if (type != owed) {
     violate("the plug-in ended the step " + request_.step + " with " + packetName(type) +
-                " in place of " + packetName(completionOf(request_.step)),
+                " in place of " + packetName(owed),
             {});
     return;
   }
@@ -567,7 +505,7 @@ void StepRunner::disconnect() {
 void StepRunner::handleRequest(PACKET_TYPE type, Json::Value payload) {
   asked_ = type;
   question_ = std::move(payload);
-  if (touchesFiles(type)) {
+  if (findPacket(type)->touchesFiles) {
     work([this] { makeAnswer(); }, &StepRunner::onAnswerMade);
   } else {
     makeAnswer();
@@ -602,7 +540,7 @@ void StepRunner::sendAnswer() {
     return;
   }
   listener_.onAnswer(asked_, question, answer->denial);
-  if (!fitsPacket(answer->text)) {
+  if (!fitsPacket(answer->text.size())) {
     violate("the answer to the plug-in's " + packetName(asked_) + " would have " +
                 std::to_string(answer->text.size()) + " bytes, more than a packet carries",
             {});
@@ -816,53 +754,6 @@ StepResult StepRunner::conclude() {
 }
 
 }  // namespace
-
-// The plug-in's end reads no frame that is larger than the longest payload, its header included.
-bool fitsPacket(const std::string &payload) {
-  return kPacketHeaderSize + payload.size() <= kMaxPayloadLength;
-}
-
-std::string packetName(PACKET_TYPE type) {
-  return type >= 0 && type <= PACKET_SET_PROGRESS_RESPONSE
-             ? Util::packetString(type)
-             : "type " + std::to_string(static_cast<int>(type));
-}
-
-const char *outcomeText(Outcome outcome) {
-  switch (outcome) {
-    case Outcome::kSuccess:
-      return "success";
-    case Outcome::kFailure:
-      return "failure";
-    case Outcome::kProtocolViolation:
-      return "protocol violation";
-    case Outcome::kTimeout:
-      return "time-out";
-    case Outcome::kDied:
-      return "no completion";
-    case Outcome::kInterrupted:
-      return "interrupted";
-  }
-  return "";
-}
-
-int exitCodeOf(Outcome outcome) {
-  switch (outcome) {
-    case Outcome::kSuccess:
-      return kExitSuccess;
-    case Outcome::kFailure:
-      return kExitFailure;
-    case Outcome::kProtocolViolation:
-      return kExitProtocolViolation;
-    case Outcome::kTimeout:
-      return kExitTimeout;
-    case Outcome::kDied:
-      return kExitDied;
-    case Outcome::kInterrupted:
-      return kExitInterrupted;
-  }
-  return kExitHostError;
-}
 
 StepResult runStep(const StepRequest &request, RequestServer &server, StepListener &listener) {
   SignalHold hold;

@@ -6,6 +6,8 @@
 #include <string_view>
 #include <vector>
 
+#include "step/log_source.h"
+#include "step/side.h"
 #include "text/dates.h"
 #include "text/durations.h"
 #include "text/hex.h"

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <ostream>
 
+#include "step/log_source.h"
 #include "text/dates.h"
 #include "text/durations.h"
 #include "text/hex.h"

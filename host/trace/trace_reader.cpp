@@ -9,6 +9,8 @@
 #include <memory>
 #include <utility>
 
+#include "step/log_source.h"
+#include "step/side.h"
 #include "text/hex.h"
 #include "text/strict_json.h"
 #include "text/utf8.h"

@@ -9,25 +9,19 @@
 #include <variant>
 #include <vector>
 
+#include "step/log_source.h"
+#include "step/side.h"
+#include "step/verdict.h"
+
 namespace arvl_host {
 
 // Raised with every change that an older reader would misread.
 constexpr int kTraceFormat = 1;
 
-enum class Side { kPlugin, kFramework };
-enum class LogSource { kStdout, kStderr, kSyslog, kHost };
-
 // In microseconds.
 struct TraceTime {
   std::int64_t wall = 0;     // since the epoch
   std::int64_t elapsed = 0;  // since the trace was begun, by a clock that nobody sets
-};
-
-// What the rule book says of a packet. A valid packet may have lines too: the rule of a listing that
-// is continued leaves one.
-struct Verdict {
-  bool valid = true;
-  std::vector<std::string> lines;
 };
 
 struct TraceHeader {
@@ -91,10 +85,6 @@ struct StepEnd {
 };
 
 using TraceRecord = std::variant<StepStart, PacketRecord, GarbageRecord, LogRecord, StepEnd>;
-
-// As they stand in the file and are shown: "plugin", "stderr".
-const char *sideName(Side side);
-const char *sourceName(LogSource source);
 
 }  // namespace arvl_host
 

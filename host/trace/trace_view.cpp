@@ -1,10 +1,20 @@
 #include "trace/trace_view.h"
 
+#include "protocol/packet_table.h"
 #include "text/sizes.h"
 #include "text/strict_json.h"
 #include "text/utf8.h"
 
 namespace arvl_host {
+
+namespace {
+
+int answerTo(int request) {
+  const ZARN::ARVLAPP::PacketInfo *packet = ZARN::ARVLAPP::findPacket(request);
+  return packet != nullptr ? packet->answer : ZARN::ARVLAPP::PACKET_TYPE_NONE;
+}
+
+}  // namespace
 
 std::optional<std::int64_t> AnswerTimer::time(const PacketRecord &packet) {
   if (packet.from == Side::kPlugin) {
@@ -13,7 +23,7 @@ std::optional<std::int64_t> AnswerTimer::time(const PacketRecord &packet) {
   }
   const std::optional<Request> request = request_;
   request_.reset();
-  if (!request || packet.type != request->type + 1) {
+  if (!request || packet.type != answerTo(request->type)) {
     return std::nullopt;
   }
   return packet.time.elapsed - request->elapsed;

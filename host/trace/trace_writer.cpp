@@ -11,11 +11,13 @@
 #include <cstdio>
 #include <cstring>
 
+#include "protocol/packet_table.h"
+#include "step/log_source.h"
 #include "step/payload_parser.h"
+#include "step/side.h"
 #include "text/hex.h"
 #include "text/strict_json.h"
 #include "text/utf8.h"
-#include "zarn/arvlapp/protocol_util.h"
 
 namespace arvl_host {
 
@@ -30,11 +32,10 @@ TraceWriter::Now systemNow() {
           duration_cast<microseconds>(std::chrono::steady_clock::now().time_since_epoch()).count()};
 }
 
-// Any 16-bit number may come from the wire; asking for the name of one that is no type would log.
-std::string packetName(std::uint16_t type) {
-  using namespace ZARN::ARVLAPP;
-  return type <= PACKET_SET_PROGRESS_RESPONSE ? Util::packetString(static_cast<PACKET_TYPE>(type))
-                                              : "unknown";
+// Any 16-bit number may come from the wire.
+std::string nameInTrace(std::uint16_t type) {
+  const ZARN::ARVLAPP::PacketInfo *packet = ZARN::ARVLAPP::findPacket(type);
+  return packet != nullptr ? packet->name : "unknown";
 }
 
 // True when every byte was written. Sets errno otherwise.
@@ -176,7 +177,7 @@ void TraceWriter::packet(Side from, std::uint16_t type, std::string_view payload
     return;
   }
   Line line("packet", now());
-  line.string("from", sideName(from)).string("name", packetName(type)).number("type", type);
+  line.string("from", sideName(from)).string("name", nameInTrace(type)).number("type", type);
   line.number("bytes", static_cast<std::int64_t>(kFrameHeaderSize + payload.size()));
   line.boolean("valid", verdict.valid);
   if (!verdict.lines.empty()) {

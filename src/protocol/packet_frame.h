@@ -35,6 +35,12 @@ enum class HeaderStatus {
 
 using PacketHeaderBytes = std::array<unsigned char, kPacketHeaderSize>;
 
+// Returns whether the plug-in's end can read a payload of this size: it reads no frame that is larger than
+// the longest payload, header included.
+constexpr bool fitsPacket(std::size_t payloadSize) {
+  return kPacketHeaderSize + payloadSize <= kMaxPayloadLength;
+}
+
 // Encodes any length: the sender must refuse a payload that is too long.
 PacketHeaderBytes encodePacketHeader(const PacketHeader &header);
 

@@ -6,22 +6,40 @@ namespace ARVLAPP {
 namespace {
 
 constexpr PacketInfo none(PACKET_TYPE type, const char *name) {
-  return {type, name, PacketSender::kNone, PacketKind::kNone, PACKET_TYPE_NONE, nullptr, 0, 0};
+  return {type, name, PacketSender::kNone, PacketKind::kNone, PACKET_TYPE_NONE, nullptr, 0,
+          0,    false};
 }
 
 constexpr PacketInfo request(PACKET_TYPE type, const char *name, PACKET_TYPE answer,
                              int sinceMajor = 0, int sinceMinor = 0) {
-  return {type,       name,      PacketSender::kPlugin, PacketKind::kRequest, answer, nullptr,
-          sinceMajor, sinceMinor};
+  PacketInfo row = none(type, name);
+  row.sender = PacketSender::kPlugin;
+  row.kind = PacketKind::kRequest;
+  row.answer = answer;
+  row.sinceMajor = sinceMajor;
+  row.sinceMinor = sinceMinor;
+  return row;
+}
+
+constexpr PacketInfo fileRequest(PACKET_TYPE type, const char *name, PACKET_TYPE answer) {
+  PacketInfo row = request(type, name, answer);
+  row.touchesFiles = true;
+  return row;
 }
 
 constexpr PacketInfo response(PACKET_TYPE type, const char *name) {
-  return {type, name, PacketSender::kFramework, PacketKind::kResponse, PACKET_TYPE_NONE, nullptr,
-          0,    0};
+  PacketInfo row = none(type, name);
+  row.sender = PacketSender::kFramework;
+  row.kind = PacketKind::kResponse;
+  return row;
 }
 
 constexpr PacketInfo completion(PACKET_TYPE type, const char *name, const char *step) {
-  return {type, name, PacketSender::kPlugin, PacketKind::kCompletion, PACKET_TYPE_NONE, step, 0, 0};
+  PacketInfo row = none(type, name);
+  row.sender = PacketSender::kPlugin;
+  row.kind = PacketKind::kCompletion;
+  row.step = step;
+  return row;
 }
 
 // The names of the older types have no prefix and those of the later types have one. Other programs
@@ -32,20 +50,20 @@ constexpr PacketInfo kPackets[] = {
     none(PACKET_TYPE_NONE, "PACKET_TYPE_NONE"),
     completion(PACKET_CAN_EXPORT_RESULT, "CAN_EXPORT_RESULT", "can_export"),
     completion(PACKET_ESTIMATE_EXPORTION_RESULT, "ESTIMATE_EXPORTION_RESULT", "estimate_exportion"),
-    request(PACKET_UPLOAD_REQUEST, "UPLOAD_REQUEST", PACKET_UPLOAD_RESPONSE),
+    fileRequest(PACKET_UPLOAD_REQUEST, "UPLOAD_REQUEST", PACKET_UPLOAD_RESPONSE),
     response(PACKET_UPLOAD_RESPONSE, "UPLOAD_RESPONSE"),
     completion(PACKET_EXPORT_COMPLETE, "EXPORT_COMPLETE", "export"),
     completion(PACKET_CAN_IMPORT_RESULT, "CAN_IMPORT_RESULT", "can_import"),
-    request(PACKET_LIST_DIR_REQUEST, "LIST_DIR_REQUEST", PACKET_LIST_DIR_RESPONSE),
+    fileRequest(PACKET_LIST_DIR_REQUEST, "LIST_DIR_REQUEST", PACKET_LIST_DIR_RESPONSE),
     response(PACKET_LIST_DIR_RESPONSE, "LIST_DIR_RESPONSE"),
     request(PACKET_STAT_REQUEST, "STAT_REQUEST", PACKET_STAT_RESPONSE),
     response(PACKET_STAT_RESPONSE, "STAT_RESPONSE"),
-    request(PACKET_DOWNLOAD_REQUEST, "DOWNLOAD_REQUEST", PACKET_DOWNLOAD_RESPONSE),
+    fileRequest(PACKET_DOWNLOAD_REQUEST, "DOWNLOAD_REQUEST", PACKET_DOWNLOAD_RESPONSE),
     response(PACKET_DOWNLOAD_RESPONSE, "DOWNLOAD_RESPONSE"),
     request(PACKET_EXPORT_RESULT_REQUEST, "EXPORT_RESULT_REQUEST", PACKET_EXPORT_RESULT_RESPONSE),
     response(PACKET_EXPORT_RESULT_RESPONSE, "EXPORT_RESULT_RESPONSE"),
     completion(PACKET_IMPORT_COMPLETE, "IMPORT_COMPLETE", "import"),
-    request(PACKET_CREATE_DIR_REQUEST, "PACKET_CREATE_DIR_REQUEST", PACKET_CREATE_DIR_RESPONSE),
+    fileRequest(PACKET_CREATE_DIR_REQUEST, "PACKET_CREATE_DIR_REQUEST", PACKET_CREATE_DIR_RESPONSE),
     response(PACKET_CREATE_DIR_RESPONSE, "PACKET_CREATE_DIR_RESPONSE"),
     request(PACKET_SELECTED_SOURCE_REQUEST, "PACKET_SELECTED_SOURCE_REQUEST",
             PACKET_SELECTED_SOURCE_RESPONSE, 2, 3),

@@ -81,6 +81,14 @@ TEST(PacketTable, SaysWhichVersionAnswersEachRequest) {
   }
 }
 
+TEST(PacketTable, MarksTheRequestsThatTouchFiles) {
+  for (int type = 0; type < kPacketTypeCount; ++type) {
+    const bool isExpected = type == PACKET_UPLOAD_REQUEST || type == PACKET_DOWNLOAD_REQUEST ||
+                            type == PACKET_CREATE_DIR_REQUEST || type == PACKET_LIST_DIR_REQUEST;
+    EXPECT_EQ(findPacket(type)->touchesFiles, isExpected) << packetName(type);
+  }
+}
+
 TEST(PacketTable, GivesEachStepItsCompletion) {
   for (const auto &[type, step] : kCompletions) {
     SCOPED_TRACE(step);

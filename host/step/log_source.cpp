@@ -1,10 +1,6 @@
-#include "trace/trace_record.h"
+#include "step/log_source.h"
 
 namespace arvl_host {
-
-const char *sideName(Side side) {
-  return side == Side::kPlugin ? "plugin" : "framework";
-}
 
 const char *sourceName(LogSource source) {
   switch (source) {

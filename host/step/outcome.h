@@ -1,0 +1,25 @@
+// How a step ends.
+#ifndef ARVL_HOST_STEP_OUTCOME_H_
+#define ARVL_HOST_STEP_OUTCOME_H_
+
+#include "step/exit_code.h"
+
+namespace arvl_host {
+
+enum class Outcome {
+  kSuccess,
+  kFailure,  // as the plug-in reported it
+  kProtocolViolation,
+  kTimeout,
+  kDied,         // crashed, or ended without a completion
+  kInterrupted,  // SIGINT, SIGTERM or SIGHUP to the host
+};
+
+// Returns the outcome in words: "success", "protocol violation".
+const char *outcomeText(Outcome outcome);
+
+ExitCode exitCodeOf(Outcome outcome);
+
+}  // namespace arvl_host
+
+#endif  // ARVL_HOST_STEP_OUTCOME_H_
