@@ -10,7 +10,7 @@
 #include <optional>
 #include <string>
 
-#include "files/file_copy.h"
+#include "files/file_type.h"
 
 struct sqlite3;
 struct sqlite3_stmt;

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "backup/file_index.h"
-#include "files/file_copy.h"
+#include "files/transfer_watcher.h"
 #include "text/tally.h"
 
 namespace arvl_host {

@@ -74,7 +74,7 @@ bool isFolder(const std::string &path) {
 
 }  // namespace
 
-FileType fileTypeOf(const std::string &text) {
+FileType requireFileType(const std::string &text) {
   const std::optional<FileType> type = fileTypeNamed(text);
   if (!type) {
     throw StoreError("no such type of file: " + quoted(text));

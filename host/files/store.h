@@ -10,14 +10,16 @@
 #include <utility>
 #include <vector>
 
-#include "files/file_copy.h"
+#include "files/copier.h"
+#include "files/file_type.h"
 #include "files/folder_reader.h"
+#include "files/transfer_watcher.h"
 #include "files/unique_fd.h"
 
 namespace arvl_host {
 
-// Throws StoreError for a text that is none of "file", "dir" and "symlink".
-FileType fileTypeOf(const std::string &text);
+// Returns the type that a request names. Throws StoreError for a text that is no type.
+FileType requireFileType(const std::string &text);
 
 struct StoreEntry {
   std::string name;

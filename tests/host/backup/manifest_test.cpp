@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "files/sha256.h"
 #include "host/support/command.h"
 #include "host/support/same_record.h"
 #include "host/support/store_error_of.h"

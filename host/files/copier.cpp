@@ -1,4 +1,4 @@
-#include "files/file_copy.h"
+#include "files/copier.h"
 
 #include <fcntl.h>
 #include <stdio.h>
@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "files/file_type.h"
 #include "files/folder_reader.h"
 #include "files/read_lease.h"
 #include "files/remove_tree.h"
@@ -139,44 +140,6 @@ bool isWithin(int folder, const struct stat &tree) {
 }
 
 }  // namespace
-
-const char *fileTypeText(FileType type) {
-  switch (type) {
-    case FileType::kFile:
-      return "file";
-    case FileType::kDir:
-      return "dir";
-    case FileType::kSymlink:
-      return "symlink";
-  }
-  return "";
-}
-
-std::optional<FileType> fileTypeNamed(const std::string &text) {
-  for (const FileType type : {FileType::kFile, FileType::kDir, FileType::kSymlink}) {
-    if (text == fileTypeText(type)) {
-      return type;
-    }
-  }
-  return std::nullopt;
-}
-
-std::optional<FileType> fileTypeOf(mode_t mode) {
-  switch (mode & S_IFMT) {
-    case S_IFREG:
-      return FileType::kFile;
-    case S_IFDIR:
-      return FileType::kDir;
-    case S_IFLNK:
-      return FileType::kSymlink;
-    default:
-      return std::nullopt;
-  }
-}
-
-std::string skippedText(const std::string &path) {
-  return quoted(path) + " vanished before it was copied, and is skipped";
-}
 
 void Copier::copy(int path, const std::string &shown, const Place &to) {
   checkCanceled();
