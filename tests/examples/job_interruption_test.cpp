@@ -47,23 +47,23 @@ std::vector<std::string> filesBelow(const fs::path &folder, bool (*isMeant)(cons
   return found;
 }
 
-// ---- The blow.
+// ---- The fault.
 
-enum class Blow { kInterrupt, kKillPlugin, kKillHost };
+enum class Fault { kInterrupt, kKillPlugin, kKillHost };
 
 // The host's exit code; minus the number of the signal that ended it.
-int statusAfter(Blow blow) {
-  return blow == Blow::kInterrupt ? 130 : blow == Blow::kKillPlugin ? 5 : -SIGKILL;
+int statusAfter(Fault fault) {
+  return fault == Fault::kInterrupt ? 130 : fault == Fault::kKillPlugin ? 5 : -SIGKILL;
 }
 
 // Strikes once, at the moment that the test chooses, before the write is made.
-class Striker : public Supervisor {
+class FaultInjector : public Supervisor {
  public:
   // packets: how many the trace has, with the one that is being written.
   using IsMoment = std::function<bool(const PendingWrite &write, int packets)>;
 
-  Striker(Blow blow, std::string trace, IsMoment isMoment)
-      : blow_(blow), trace_(std::move(trace)), isMoment_(std::move(isMoment)) {}
+  FaultInjector(Fault fault, std::string trace, IsMoment isMoment)
+      : fault_(fault), trace_(std::move(trace)), isMoment_(std::move(isMoment)) {}
 
   bool hasStruck() const { return hasStruck_; }
 
@@ -74,11 +74,11 @@ class Striker : public Supervisor {
     }
     if (!hasStruck_ && isMoment_(write, packets_)) {
       hasStruck_ = true;
-      strike(write.program);
+      inject(write.program);
     }
   }
 
-  // A plug-in ends by itself only when the host knows that it has completed: whether the blow finds it
+  // A plug-in ends by itself only when the host knows that it has completed: whether the fault finds it
   // alive must not be left to chance.
   bool mayExit(pid_t process) override { return process != plugin_ || hasCompleted_ || hasStruck_; }
 
@@ -97,21 +97,21 @@ class Striker : public Supervisor {
     return !holds(packet, "_REQUEST") && !holds(packet, "_RESPONSE");
   }
 
-  void strike(pid_t host) const {
-    switch (blow_) {
-      case Blow::kInterrupt:
+  void inject(pid_t host) const {
+    switch (fault_) {
+      case Fault::kInterrupt:
         kill(host, SIGINT);
         break;
-      case Blow::kKillPlugin:
+      case Fault::kKillPlugin:
         kill(plugin_, SIGKILL);
         break;
-      case Blow::kKillHost:
+      case Fault::kKillHost:
         kill(host, SIGKILL);
         break;
     }
   }
 
-  const Blow blow_;
+  const Fault fault_;
   const std::string trace_;
   const IsMoment isMoment_;
   pid_t plugin_ = -1;
@@ -121,25 +121,25 @@ class Striker : public Supervisor {
 };
 
 // The host begins to show a line.
-Striker::IsMoment atLine(const std::string &begin) {
+FaultInjector::IsMoment atLine(const std::string &begin) {
   return [begin](const PendingWrite &write, int) {
     return write.text.compare(0, begin.size(), begin) == 0;
   };
 }
 
-Striker::IsMoment atPacket(int number) {
+FaultInjector::IsMoment atPacket(int number) {
   return [number](const PendingWrite &, int packets) { return packets == number; };
 }
 
 // Something of the file has been written already.
-Striker::IsMoment whileCopying() {
+FaultInjector::IsMoment whileCopying() {
   return [writes = 0](const PendingWrite &write, int) mutable {
     return isTemporary(write.file) && ++writes == 2;
   };
 }
 
 // The manifest or its checksums: all else of a backup lies one folder deeper.
-Striker::IsMoment atManifestWrite(int number) {
+FaultInjector::IsMoment atManifestWrite(int number) {
   return [number, writes = 0](const PendingWrite &write, int) mutable {
     return isTemporary(write.file) && isTemporary(fs::path(write.file).parent_path()) &&
            ++writes == number;
@@ -156,20 +156,21 @@ class Jobs : public testing::Test {
   }
 
   void mustRun(const std::string &job) const {
-    const Ended ended = run(command(job), variables_);
-    EXPECT_EQ(ended.status, 0) << job << ": " << ended.out << ended.err;
+    const ProcessResult result = run(command(job), variables_);
+    EXPECT_EQ(result.status, 0) << job << ": " << result.out << result.err;
   }
 
   // Returns when no process is left.
-  Ended strike(const std::string &job, Blow blow, const Striker::IsMoment &isMoment) const {
-    Striker striker(blow, trace_, isMoment);
-    const Ended ended = runSupervised(command(job), variables_, striker);
-    EXPECT_TRUE(striker.hasStruck());
-    EXPECT_EQ(ended.status, statusAfter(blow)) << ended.out << ended.err;
-    if (blow == Blow::kInterrupt) {
-      EXPECT_TRUE(holds(ended.out + ended.err, "interrupted")) << ended.out << ended.err;
+  ProcessResult inject(const std::string &job, Fault fault,
+                       const FaultInjector::IsMoment &isMoment) const {
+    FaultInjector injector(fault, trace_, isMoment);
+    const ProcessResult result = runSupervised(command(job), variables_, injector);
+    EXPECT_TRUE(injector.hasStruck());
+    EXPECT_EQ(result.status, statusAfter(fault)) << result.out << result.err;
+    if (fault == Fault::kInterrupt) {
+      EXPECT_TRUE(holds(result.out + result.err, "interrupted")) << result.out << result.err;
     }
-    return ended;
+    return result;
   }
 
   // Of the job that ran last.
@@ -183,9 +184,9 @@ class Jobs : public testing::Test {
   }
 
   Json::Value listed() const {
-    const Ended ended = run({ARVL_HOST, "list", "--json", "--store", store_});
-    EXPECT_EQ(ended.status, 0) << ended.err;
-    return parseJson(ended.out);
+    const ProcessResult result = run({ARVL_HOST, "list", "--json", "--store", store_});
+    EXPECT_EQ(result.status, 0) << result.err;
+    return parseJson(result.out);
   }
 
   std::vector<std::string> listedBackups() const {
@@ -199,9 +200,9 @@ class Jobs : public testing::Test {
   }
 
   void expectSoundStore() const {
-    const Ended ended = run({ARVL_HOST, "verify", "--store", store_});
+    const ProcessResult result = run({ARVL_HOST, "verify", "--store", store_});
     const int expected = listedBackups().empty() ? 1 : 0;  // there has to be one
-    EXPECT_EQ(ended.status, expected) << ended.out << ended.err;
+    EXPECT_EQ(result.status, expected) << result.out << result.err;
   }
 
   TempDir temp_;
@@ -232,8 +233,8 @@ class NotesJobs : public Jobs {
   std::vector<std::string> leftovers() const { return filesBelow(temp_.path(), isLeftover); }
   std::vector<std::string> temporaries() const { return filesBelow(temp_.path(), isTemporary); }
 
-  void strikeBackups(Blow blow);
-  void strikeRestores(Blow blow);
+  void injectIntoBackups(Fault fault);
+  void injectIntoRestores(Fault fault);
   void expectBackupWithoutLeftovers() const;
 
   const Notes notes_{temp_.makeDir("home") + "/notes"};
@@ -253,16 +254,16 @@ void NotesJobs::expectBackupWithoutLeftovers() const {
   fs::remove_all(now.back());
 }
 
-void NotesJobs::strikeBackups(Blow blow) {
+void NotesJobs::injectIntoBackups(Fault fault) {
   const std::string live = notes_.dump();
   const int packets = tracedPackets();
   ASSERT_GT(packets, 30);
   for (int packet = 1; packet <= packets; ++packet) {
     SCOPED_TRACE("packet " + std::to_string(packet));
-    strike("backup", blow, atPacket(packet));
+    inject("backup", fault, atPacket(packet));
     EXPECT_EQ(listedBackups(), backups_);
-    EXPECT_EQ(listed()["unfinished"].size(), blow == Blow::kKillHost ? 1U : 0U);
-    if (blow != Blow::kKillHost) {
+    EXPECT_EQ(listed()["unfinished"].size(), fault == Fault::kKillHost ? 1U : 0U);
+    if (fault != Fault::kKillHost) {
       EXPECT_EQ(temporaries(), std::vector<std::string>());
     }
     expectSoundStore();
@@ -280,7 +281,7 @@ void NotesJobs::makeOther(const fs::path &kept) const {
   fs::copy(kept, notes_.dir(), fs::copy_options::recursive);
 }
 
-void NotesJobs::strikeRestores(Blow blow) {
+void NotesJobs::injectIntoRestores(Fault fault) {
   const std::string backedUp = notes_.dump();
   notes_.output({"add", "Later", "not backed up"});
   const std::string other = notes_.dump();
@@ -295,8 +296,8 @@ void NotesJobs::strikeRestores(Blow blow) {
   for (int packet = 1; packet <= packets; ++packet) {
     SCOPED_TRACE("packet " + std::to_string(packet));
     makeOther(kept);
-    strike("restore", blow, atPacket(packet));
-    if (blow != Blow::kKillHost) {
+    inject("restore", fault, atPacket(packet));
+    if (fault != Fault::kKillHost) {
       EXPECT_EQ(temporaries(), std::vector<std::string>());
     }
     const std::string state = notes_.dump();
@@ -317,22 +318,22 @@ void NotesJobs::strikeRestores(Blow blow) {
 }
 
 TEST_F(NotesJobs, BackupsLeaveTheStoreWholeWhereverTheyAreInterrupted) {
-  strikeBackups(Blow::kInterrupt);
+  injectIntoBackups(Fault::kInterrupt);
 }
 
 TEST_F(NotesJobs, BackupsLeaveTheStoreWholeWhereverThePluginIsKilled) {
-  strikeBackups(Blow::kKillPlugin);
+  injectIntoBackups(Fault::kKillPlugin);
 }
 
 TEST_F(NotesJobs, BackupsLeaveTheStoreWholeWhereverTheHostIsKilled) {
-  strikeBackups(Blow::kKillHost);
+  injectIntoBackups(Fault::kKillHost);
 }
 
 TEST_F(NotesJobs, BackupsLeaveTheStoreWholeWhenTheyEndEarlyAfterTheLastPacket) {
-  for (const Blow blow : {Blow::kInterrupt, Blow::kKillHost}) {
+  for (const Fault fault : {Fault::kInterrupt, Fault::kKillHost}) {
     for (const int write : {1, 2}) {
-      SCOPED_TRACE(std::to_string(statusAfter(blow)) + " at write " + std::to_string(write));
-      strike("backup", blow, atManifestWrite(write));
+      SCOPED_TRACE(std::to_string(statusAfter(fault)) + " at write " + std::to_string(write));
+      inject("backup", fault, atManifestWrite(write));
       EXPECT_EQ(listedBackups(), backups_);
       expectSoundStore();
       expectBackupWithoutLeftovers();
@@ -341,28 +342,29 @@ TEST_F(NotesJobs, BackupsLeaveTheStoreWholeWhenTheyEndEarlyAfterTheLastPacket) {
 }
 
 TEST_F(NotesJobs, RunNoFurtherStepWhenTheyAreInterruptedBetweenTwo) {
-  const Ended ended = strike("backup", Blow::kInterrupt, atLine("step can_export: success"));
-  EXPECT_EQ(ended.out.find("\nstep export"), std::string::npos) << ended.out;
+  const ProcessResult result =
+      inject("backup", Fault::kInterrupt, atLine("step can_export: success"));
+  EXPECT_EQ(result.out.find("\nstep export"), std::string::npos) << result.out;
   EXPECT_EQ(listedBackups(), backups_);
 }
 
 TEST_F(NotesJobs, RestoresLeaveOneWholeStateWhereverTheyAreInterrupted) {
-  strikeRestores(Blow::kInterrupt);
+  injectIntoRestores(Fault::kInterrupt);
 }
 
 TEST_F(NotesJobs, RestoresLeaveOneWholeStateWhereverThePluginIsKilled) {
-  strikeRestores(Blow::kKillPlugin);
+  injectIntoRestores(Fault::kKillPlugin);
 }
 
 TEST_F(NotesJobs, RestoresLeaveOneWholeStateWhereverTheHostIsKilled) {
-  strikeRestores(Blow::kKillHost);
+  injectIntoRestores(Fault::kKillHost);
 }
 
 TEST_F(NotesJobs, AreTheNextOnesToRemoveTheScratchOfAKilledPlugin) {
   for (const std::string job : {"backup", "restore"}) {
     SCOPED_TRACE(job);
     mustRun(job);
-    strike(job, Blow::kKillPlugin, atPacket(tracedPackets() - 1));
+    inject(job, Fault::kKillPlugin, atPacket(tracedPackets() - 1));
     EXPECT_EQ(leftovers().size(), 1U);
     mustRun(job);
     EXPECT_EQ(leftovers(), std::vector<std::string>());
@@ -370,15 +372,15 @@ TEST_F(NotesJobs, AreTheNextOnesToRemoveTheScratchOfAKilledPlugin) {
 }
 
 TEST_F(NotesJobs, LeaveWhatPruneRemovesWhenTheHostIsKilled) {
-  strike("backup", Blow::kKillHost, atPacket(tracedPackets()));
+  inject("backup", Fault::kKillHost, atPacket(tracedPackets()));
   const Json::Value unfinished = listed()["unfinished"];
   ASSERT_EQ(unfinished.size(), 1U);
   const std::string folder = unfinished[0].asString();
   EXPECT_TRUE(fs::exists(folder + "/data/notes/notes.db"));
 
-  const Ended ended = run({ARVL_HOST, "prune", "--store", store_});
-  EXPECT_EQ(ended.status, 0);
-  EXPECT_EQ(ended.out, "removed " + folder + "\n");
+  const ProcessResult result = run({ARVL_HOST, "prune", "--store", store_});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.out, "removed " + folder + "\n");
   EXPECT_EQ(temporaries(), std::vector<std::string>());
   EXPECT_EQ(listedBackups(), backups_);
 }
@@ -404,7 +406,7 @@ class LargeFile : public Jobs {
 };
 
 TEST_F(LargeFile, ThatAKilledHostWasRestoringIsNamedByTheNextRestoreAlone) {
-  strike("restore", Blow::kKillHost, whileCopying());
+  inject("restore", Fault::kKillHost, whileCopying());
   const std::vector<std::string> left = filesBelow(target_, isTemporary);
   ASSERT_EQ(left.size(), 1U);
   EXPECT_EQ(targetNames(), std::set<std::string>{fs::path(left[0]).filename()});
@@ -418,19 +420,19 @@ TEST_F(LargeFile, ThatAKilledHostWasRestoringIsNamedByTheNextRestoreAlone) {
 
 TEST_F(LargeFile, ThatIsBeingBackedUpIsTakenAwayByAnInterruptedHost) {
   const std::vector<std::string> backups = listedBackups();
-  strike("backup", Blow::kInterrupt, whileCopying());
+  inject("backup", Fault::kInterrupt, whileCopying());
   EXPECT_EQ(filesBelow(store_, isTemporary), std::vector<std::string>());
   EXPECT_EQ(listedBackups(), backups);
   expectSoundStore();
 }
 
 TEST_F(LargeFile, ThatIsBeingRestoredIsTakenAwayByAnInterruptedHost) {
-  strike("restore", Blow::kInterrupt, whileCopying());
+  inject("restore", Fault::kInterrupt, whileCopying());
   EXPECT_EQ(targetNames(), std::set<std::string>());
 }
 
 TEST_F(LargeFile, OfAPluginThatIsKilledMeanwhileIsTakenAwayOrWhole) {
-  strike("restore", Blow::kKillPlugin, whileCopying());
+  inject("restore", Fault::kKillPlugin, whileCopying());
   EXPECT_EQ(filesBelow(target_, isTemporary), std::vector<std::string>());
   if (!targetNames().empty()) {
     EXPECT_EQ(bytesOf(target_ / "documents" / "large"), content_);
@@ -439,7 +441,7 @@ TEST_F(LargeFile, OfAPluginThatIsKilledMeanwhileIsTakenAwayOrWhole) {
 
 TEST_F(LargeFile, ThatAKilledHostWasBackingUpIsRemovedByTheNextBackup) {
   const std::vector<std::string> backups = listedBackups();
-  strike("backup", Blow::kKillHost, whileCopying());
+  inject("backup", Fault::kKillHost, whileCopying());
   EXPECT_EQ(filesBelow(store_, isTemporary).size(), 2U) << "of the backup, and of the file";
   EXPECT_EQ(listedBackups(), backups);
   expectSoundStore();
@@ -462,17 +464,18 @@ class Appender : public Supervisor {
   bool mayExit(pid_t) override { return true; }
 
   const fs::path file_;
-  const Striker::IsMoment isCopying_ = whileCopying();
+  const FaultInjector::IsMoment isCopying_ = whileCopying();
 };
 
 TEST_F(LargeFile, ThatIsWrittenWhileItIsBackedUpIsNamed) {
   const std::string file = documents_ / "large";
   Appender appender(file);
-  const Ended ended = runSupervised(command("backup"), variables_, appender);
-  EXPECT_EQ(ended.status, 0) << ended.err;
-  EXPECT_TRUE(holds(ended.err, "warning: \"" + file +
-                                   "\" was written while it was copied: the copy may hold parts of "
-                                   "both\n"));
+  const ProcessResult result = runSupervised(command("backup"), variables_, appender);
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_TRUE(
+      holds(result.err, "warning: \"" + file +
+                            "\" was written while it was copied: the copy may hold parts of "
+                            "both\n"));
   const Json::Value changed =
       parseJson(bytesOf(listedBackups().back() + "/manifest.json"))["changed"];
   ASSERT_EQ(changed.size(), 1U);
@@ -548,8 +551,8 @@ class HangingPlugin : public Jobs {
 };
 
 TEST_F(HangingPlugin, IsCanceledByASignalThatCameJustBeforeItsStep) {
-  const Ended ended = strike("backup", Blow::kInterrupt, atLine("step summary\n"));
-  EXPECT_TRUE(holds(ended.err, "error: interrupted in the step summary\n"));
+  const ProcessResult result = inject("backup", Fault::kInterrupt, atLine("step summary\n"));
+  EXPECT_TRUE(holds(result.err, "error: interrupted in the step summary\n"));
 }
 
 // ---- What a plug-in starts.
@@ -565,10 +568,11 @@ class ForkingPlugin : public Jobs {
 
 // Never strikes: the plug-in does so itself.
 TEST_F(ForkingPlugin, TakesItsChildrenAlongWhenItDies) {
-  Striker striker(Blow::kKillPlugin, trace_, [](const PendingWrite &, int) { return false; });
-  const Ended ended = runSupervised(command("backup"), variables_, striker);
-  EXPECT_EQ(ended.status, 5) << ended.out << ended.err;
-  EXPECT_TRUE(holds(ended.out + ended.err, "the plug-in crashed: SIGKILL"));
+  FaultInjector injector(Fault::kKillPlugin, trace_,
+                         [](const PendingWrite &, int) { return false; });
+  const ProcessResult result = runSupervised(command("backup"), variables_, injector);
+  EXPECT_EQ(result.status, 5) << result.out << result.err;
+  EXPECT_TRUE(holds(result.out + result.err, "the plug-in crashed: SIGKILL"));
   EXPECT_EQ(filesBelow(store_, isTemporary), std::vector<std::string>());
 }
 

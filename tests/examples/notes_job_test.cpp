@@ -14,7 +14,7 @@ namespace {
 
 class NotesJob : public JobFolder {
  protected:
-  Ended runNotes(const std::string &command, const Notes &notes) const {
+  ProcessResult runNotes(const std::string &command, const Notes &notes) const {
     return run({ARVL_HOST, command, "--plugin", NOTES_PLUGIN_DIR, "--store", at("store")},
                {"NOTES_DIR=" + notes.dir().string()});
   }
@@ -28,7 +28,7 @@ TEST_F(NotesJob, HoldsAPrefixOfWhatWasWrittenMeanwhile) {
   BackgroundProgram writer(live_.command({"write", "--pause", "1"}));
   ASSERT_NE(writer.readLine(), "");  // the writing has begun
   const std::string before = live_.dump();
-  const Ended backup = runNotes("backup", live_);
+  const ProcessResult backup = runNotes("backup", live_);
   ASSERT_EQ(backup.status, 0) << backup.out;
   // Of the last file's transfer: the plug-in reports less by itself.
   EXPECT_TRUE(holds(backup.out, "\n[progress] 100 % Backing up\n"));
@@ -36,7 +36,7 @@ TEST_F(NotesJob, HoldsAPrefixOfWhatWasWrittenMeanwhile) {
   EXPECT_GT(after.size(), before.size());  // written while it was backed up
 
   const Notes restored(at("restored"));
-  const Ended restore = runNotes("restore", restored);
+  const ProcessResult restore = runNotes("restore", restored);
   ASSERT_EQ(restore.status, 0) << restore.out;
   EXPECT_EQ(restored.check(), "ok\n");
   const std::string dump = restored.dump();
@@ -58,7 +58,7 @@ TEST_F(NotesJob, LeavesTheApplicationItsOldStateWhenTheBackupIsDamaged) {
       file /= *attachments.begin();
     }
     flipByte(file);
-    const Ended restore = runNotes("restore", live_);
+    const ProcessResult restore = runNotes("restore", live_);
     EXPECT_EQ(restore.status, 1);
     EXPECT_TRUE(
         holds(restore.err, "warning: DOWNLOAD_REQUEST was denied: \"" +

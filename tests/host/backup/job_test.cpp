@@ -22,7 +22,7 @@ namespace arvl_test {
 namespace {
 
 using Names = std::set<std::string>;
-using Words = std::vector<std::string>;
+using Arguments = std::vector<std::string>;
 
 class Job : public JobFolder {
  protected:
@@ -54,8 +54,8 @@ class MinimalJob : public JobFolder {
     dir_.makeDir("target");
   }
 
-  Ended runMinimal(const std::string &command, const Words &more = {}) const {
-    Words words = storeCommand(command, {"--plugin", MINIMAL_PLUGIN});
+  ProcessResult runMinimal(const std::string &command, const Arguments &more = {}) const {
+    Arguments words = storeCommand(command, {"--plugin", MINIMAL_PLUGIN});
     words.insert(words.end(), more.begin(), more.end());
     return run(words, {"MINIMAL_DIRS=" + at("local/source"), "MINIMAL_TARGET=" + at("target")});
   }
@@ -64,11 +64,11 @@ class MinimalJob : public JobFolder {
 TEST_F(MinimalJob, BringsBackEveryByteNameModeAndTime) {
   const auto before = treeOf(at("local/source"));
   ASSERT_EQ(before.size(), 16u);
-  const Ended backup = runMinimal("backup");
+  const ProcessResult backup = runMinimal("backup");
   ASSERT_EQ(backup.status, 0) << backup.out;
   EXPECT_EQ(treeOf(latest("minimal") / "data/documents/source"), before);
   fs::remove_all(at("local/source"));
-  const Ended restore = runMinimal("restore", {"--list-page", "1"});
+  const ProcessResult restore = runMinimal("restore", {"--list-page", "1"});
   ASSERT_EQ(restore.status, 0) << restore.out;
   EXPECT_EQ(treeOf(at("target/source")), before);
   EXPECT_EQ(onStore("verify").status, 0);
@@ -77,7 +77,8 @@ TEST_F(MinimalJob, BringsBackEveryByteNameModeAndTime) {
 TEST_F(MinimalJob, WritesChecksumsThatSha256sumAccepts) {
   ASSERT_EQ(runMinimal("backup").status, 0);
   const std::string check = "cd \"$0\" && exec sha256sum -c --strict SHA256SUMS";
-  const Ended sound = run({"/bin/sh", "-c", check, latest("minimal").string()}, {"LC_ALL=C"});
+  const ProcessResult sound =
+      run({"/bin/sh", "-c", check, latest("minimal").string()}, {"LC_ALL=C"});
   EXPECT_EQ(sound.status, 0) << sound.out << sound.err;
   EXPECT_EQ(countOf(sound.out, ": OK\n"), 12u) << sound.out;  // eleven files and the manifest
   EXPECT_EQ(sound.err, "");
@@ -87,7 +88,7 @@ TEST_F(MinimalJob, WritesChecksumsThatSha256sumAccepts) {
 }
 
 TEST_F(MinimalJob, TellsOfEachStepAndOfWhatCame) {
-  const Ended backup = runMinimal("backup", {"--language", "ger"});
+  const ProcessResult backup = runMinimal("backup", {"--language", "ger"});
   const std::string id = latest("minimal").filename();
   EXPECT_EQ(backup.out.substr(0, 31), "backup of minimal\nstep summary\n");
   EXPECT_TRUE(holds(backup.out, "\nDokumente\nAlle Dokumente mit ihren Ordnern.\n"));
@@ -97,7 +98,7 @@ TEST_F(MinimalJob, TellsOfEachStepAndOfWhatCame) {
                                     "\n  data      version 1.0\n  estimate  13 files, 3.0 MiB\n"
                                     "  came      11 files, 5 folders, 2 links, 3.0 MiB\n  time "));
   EXPECT_EQ(backup.err, "");
-  const Ended restore = runMinimal("restore");
+  const ProcessResult restore = runMinimal("restore");
   EXPECT_TRUE(holds(restore.out, "restore of minimal\nfrom backup " + id +
                                      ", data version 1.0\nDokumente\nDie Dokumente kommen "));
   EXPECT_TRUE(holds(restore.out,
@@ -117,7 +118,7 @@ TEST_F(MinimalJob, RestoresTheBackupThatIsNamed) {
   ASSERT_EQ(runMinimal("restore").status, 0);
   EXPECT_EQ(bytesOf(at("target/source/plain")), "the second");
 
-  const Ended unknown = runMinimal("restore", {"--backup", "yesterday"});
+  const ProcessResult unknown = runMinimal("restore", {"--backup", "yesterday"});
   EXPECT_EQ(unknown.status, 2);
   EXPECT_EQ(lastLine(unknown.err),
             "error: there is no backup yesterday of minimal; there are " + first + ", " + second);
@@ -186,7 +187,7 @@ TEST_F(Job, KeepsAllThatIsKnownInTheManifest) {
   }
 
   script("import", {{"show external results"}});
-  const Ended restore = this->restore();
+  const ProcessResult restore = this->restore();
   EXPECT_EQ(restore.status, 0);
   EXPECT_TRUE(holds(restore.out, "\n[stdout] mail server {\"boxes\":[1,2]}\n"));
 }
@@ -194,16 +195,16 @@ TEST_F(Job, KeepsAllThatIsKnownInTheManifest) {
 TEST_F(Job, ServesNoExternalResultWhereNoneWasGiven) {
   mustBackUp();
   script("import", {{"show external results"}});
-  const Ended ended = restore();
-  EXPECT_EQ(ended.status, 0);
-  EXPECT_EQ(countOf(ended.out, "[stdout]"), 0u) << ended.out;
+  const ProcessResult result = restore();
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(countOf(result.out, "[stdout]"), 0u) << result.out;
 }
 
 TEST_F(Job, RefusesAnExternalResultThatBreaksTheRules) {
   const std::string file = dir_.makeFile("results.json", R"([{"handler":1}])");
-  const Ended ended = backup({"--external-handler-result", file});
-  EXPECT_EQ(ended.status, 2);
-  EXPECT_TRUE(holds(ended.err, file + ": the rule book refuses the export result:\n"));
+  const ProcessResult result = backup({"--external-handler-result", file});
+  EXPECT_EQ(result.status, 2);
+  EXPECT_TRUE(holds(result.err, file + ": the rule book refuses the export result:\n"));
   EXPECT_EQ(namesIn(at("store")), Names{});
 }
 
@@ -213,11 +214,11 @@ TEST_F(Job, NeedsTheExecutableOfItsTransfer) {
   const std::string plugin = pluginOf({"summary", "can_export", "can_import"});
   for (const auto &[command, step] :
        {std::pair("backup", "export"), std::pair("restore", "import")}) {
-    const Ended ended = run(storeCommand(command, {"--plugin", plugin}), variables());
-    EXPECT_EQ(ended.status, 2);
-    EXPECT_EQ(ended.out, std::string(command) + " of plugin\n");
-    EXPECT_EQ(ended.err, "error: the plug-in in " + plugin + " has no executable \"" + step +
-                             "\": there is no " + command + " without it\n");
+    const ProcessResult result = run(storeCommand(command, {"--plugin", plugin}), variables());
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.out, std::string(command) + " of plugin\n");
+    EXPECT_EQ(result.err, "error: the plug-in in " + plugin + " has no executable \"" + step +
+                              "\": there is no " + command + " without it\n");
   }
   EXPECT_EQ(namesIn(at("store")), Names{});
 }
@@ -230,10 +231,10 @@ TEST_F(Job, DoesNotLeaveOutAStepThatIsThereAndCannotBeRun) {
     ASSERT_EQ(backup().status, 0);
     const std::string path = plugin + "/" + step;
     const auto expectRefusal = [&, command = command](const std::string &name) {
-      const Ended ended =
+      const ProcessResult result =
           run(storeCommand(command, {"--plugin", plugin, "--name", "unruly"}), variables());
-      EXPECT_EQ(ended.status, 2);
-      EXPECT_EQ(ended.err, "error: " + path + " is not an executable file\n") << name;
+      EXPECT_EQ(result.status, 2);
+      EXPECT_EQ(result.err, "error: " + path + " is not an executable file\n") << name;
     };
     std::ofstream(path) << "#!/bin/sh\n";
     expectRefusal("a file without its mode");
@@ -249,7 +250,7 @@ TEST_F(Job, DoesNotLeaveOutAStepThatIsThereAndCannotBeRun) {
 
 TEST_F(Job, LeavesOutTheStepsThatThePluginDoesNotHave) {
   const std::string plugin = pluginOf({"export", "import"});
-  const Ended backup = run(storeCommand("backup", {"--plugin", plugin}), variables());
+  const ProcessResult backup = run(storeCommand("backup", {"--plugin", plugin}), variables());
   EXPECT_EQ(backup.status, 0);
   for (const char *step : {"summary", "estimate_exportion", "can_export"}) {
     EXPECT_TRUE(holds(backup.out, std::string("\nthe plug-in has no executable \"") + step +
@@ -260,19 +261,20 @@ TEST_F(Job, LeavesOutTheStepsThatThePluginDoesNotHave) {
   EXPECT_TRUE(manifest["summary"].isNull());
   EXPECT_TRUE(manifest["estimate"].isNull());
 
-  const Ended restore = run(storeCommand("restore", {"--plugin", plugin, "--json"}), variables());
+  const ProcessResult restore =
+      run(storeCommand("restore", {"--plugin", plugin, "--json"}), variables());
   EXPECT_EQ(restore.status, 0);
   EXPECT_EQ(parseJson(restore.out)["missing_steps"], parseJson(R"(["can_import"])"));
 }
 
 TEST_F(Job, GoesOnAfterAnEstimateThatDoesNotFit) {
   script("estimate_exportion", {{"be", "an estimate of 3 GB"}});
-  const Ended ended = backup();
-  EXPECT_EQ(ended.status, 0);
-  EXPECT_TRUE(holds(ended.err,
+  const ProcessResult result = backup();
+  EXPECT_EQ(result.status, 0);
+  EXPECT_TRUE(holds(result.err,
                     "warning: the estimate is refused: its size of 3000000000 does not fit the "
                     "32 bits that the protocol has for it; the backup goes on\n"));
-  EXPECT_TRUE(holds(ended.out,
+  EXPECT_TRUE(holds(result.out,
                     "\n  estimate  1 file, 2.8 GiB (refused: beyond the protocol's 32 bits)\n"
                     "  came      0 files, 0 B\n"));
   const Json::Value manifest = parseJson(bytesOf(latest() / "manifest.json"));
@@ -282,10 +284,10 @@ TEST_F(Job, GoesOnAfterAnEstimateThatDoesNotFit) {
 
 struct Failure {
   std::string step;
-  Words line;
+  Arguments line;
   int status;
   std::string error;
-  Words more = {};
+  Arguments more = {};
 };
 
 TEST_F(Job, EndsWithTheStepThatFailsAndLeavesNothing) {
@@ -327,9 +329,9 @@ TEST_F(Job, EndsWithTheStepThatFailsAndLeavesNothing) {
   };
   for (const Failure &row : cases) {
     script(row.step, {row.line});
-    const Ended ended = backup(row.more);
-    EXPECT_EQ(ended.status, row.status) << row.error;
-    EXPECT_EQ(lastLine(ended.err).substr(0, row.error.size() + 7), "error: " + row.error);
+    const ProcessResult result = backup(row.more);
+    EXPECT_EQ(result.status, row.status) << row.error;
+    EXPECT_EQ(lastLine(result.err).substr(0, row.error.size() + 7), "error: " + row.error);
     expectNothingLeft();
     fs::remove(at("script/" + row.step));
   }
@@ -338,18 +340,18 @@ TEST_F(Job, EndsWithTheStepThatFailsAndLeavesNothing) {
 TEST_F(Job, EndsARestoreWithTheStepThatFails) {
   mustBackUp();
   script("can_import", {{"fail", "versions", "unknown"}});
-  const Ended ended = restore();
-  EXPECT_EQ(ended.status, 1);
-  EXPECT_EQ(lastLine(ended.err),
+  const ProcessResult result = restore();
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(lastLine(result.err),
             "error: the step can_import ended with failure, section \"versions\", key \"unknown\"");
-  EXPECT_EQ(countOf(ended.out, "step import"), 0u);  // nothing is imported then
+  EXPECT_EQ(countOf(result.out, "step import"), 0u);  // nothing is imported then
 }
 
 TEST_F(Job, ShowsWhatTheRuleBookSays) {
   script("export", {{"be", "an unknown type"}});
-  const Ended ended = backup();
-  EXPECT_EQ(ended.status, 3);
-  EXPECT_TRUE(holds(ended.err, "warning: rule book: invalid packet type 99\n"));
+  const ProcessResult result = backup();
+  EXPECT_EQ(result.status, 3);
+  EXPECT_TRUE(holds(result.err, "warning: rule book: invalid packet type 99\n"));
 }
 
 TEST_F(Job, IsInterruptedAndLeavesNothing) {
@@ -358,11 +360,11 @@ TEST_F(Job, IsInterruptedAndLeavesNothing) {
     Command command(job("backup"), variables());
     ASSERT_TRUE(command.waitFor("[stdout] waiting\n"));
     command.signal(number);
-    const Ended ended = command.finish();
-    EXPECT_EQ(ended.status, 130);
-    EXPECT_TRUE(holds(ended.out, "\ncanceling the plug-in; another Ctrl-C kills it\n"));
-    EXPECT_TRUE(holds(ended.out, "\n[stdout] canceled\n"));
-    EXPECT_TRUE(holds(lastLine(ended.err), "error: interrupted in the step export"));
+    const ProcessResult result = command.finish();
+    EXPECT_EQ(result.status, 130);
+    EXPECT_TRUE(holds(result.out, "\ncanceling the plug-in; another Ctrl-C kills it\n"));
+    EXPECT_TRUE(holds(result.out, "\n[stdout] canceled\n"));
+    EXPECT_TRUE(holds(lastLine(result.err), "error: interrupted in the step export"));
     expectNothingLeft();
   }
 }
@@ -385,9 +387,9 @@ TEST_F(Job, IsInterruptedWhileItReadsWhatWasMoved) {
   Command command(job("backup"), variables());
   ASSERT_TRUE(command.waitFor("\nstep export: success"));
   command.signal(SIGINT);
-  const Ended ended = command.finish();
-  EXPECT_EQ(ended.status, 130);
-  EXPECT_EQ(lastLine(ended.err), "error: interrupted");
+  const ProcessResult result = command.finish();
+  EXPECT_EQ(result.status, 130);
+  EXPECT_EQ(lastLine(result.err), "error: interrupted");
   expectNothingLeft();
 }
 
@@ -422,7 +424,7 @@ TEST_F(Job, KeepsTheLastOfTwoUploadsToOnePath) {
   const fs::path folder = mustBackUp();
   EXPECT_EQ(bytesOf(folder / "data/copied twice"), "the second one");
   EXPECT_EQ(bytesOf(folder / "data/then moved"), "the third");
-  const Ended verified = onStore("verify");
+  const ProcessResult verified = onStore("verify");
   EXPECT_EQ(verified.status, 0) << verified.out;
   EXPECT_EQ(parseJson(bytesOf(folder / "manifest.json"))["actual"]["size"], 14 + 9);
 }
@@ -436,14 +438,14 @@ TEST_F(Job, CopiesWhatIsToBeMovedWhileItIsOpenForWriting) {
   ASSERT_TRUE(command.waitFor("[stdout] waiting\n"));
   writer << " and more" << std::flush;
   release(fifo);
-  const Ended ended = command.finish();
-  EXPECT_EQ(ended.status, 0) << ended.err;
+  const ProcessResult result = command.finish();
+  EXPECT_EQ(result.status, 0) << result.err;
   EXPECT_EQ(bytesOf(latest() / "data/file"), "contents");
   EXPECT_EQ(onStore("verify").status, 0);
-  if (ended.err.empty()) {
+  if (result.err.empty()) {
     GTEST_SKIP() << "the file system has no leases";
   }
-  EXPECT_EQ(ended.err,
+  EXPECT_EQ(result.err,
             "warning: \"" + file +
                 "\" was open for writing when it was to be moved: it was copied, and the "
                 "copy may not hold all that is written\n");
@@ -464,12 +466,12 @@ TEST_F(Job, DoesNotKeepABackupWhoseMovedFileIsWritten) {
   std::ofstream("/proc/self/fd/" + std::to_string(reader), std::ios::app) << " and more";
   close(reader);
   release(fifo);
-  const Ended ended = command.finish();
+  const ProcessResult result = command.finish();
   if (!isMoved) {
     GTEST_SKIP() << "the file system has no leases";
   }
-  EXPECT_EQ(ended.status, 2);
-  EXPECT_EQ(ended.err,
+  EXPECT_EQ(result.status, 2);
+  EXPECT_EQ(result.err,
             "error: \"/file\" was changed after it was moved into the backup: no process may use a "
             "temporary file once it is uploaded\n");
   expectNothingLeft();
@@ -479,9 +481,9 @@ TEST_F(Job, LetsNothingOutOfTheBackup) {
   const std::string file = dir_.makeFile("local/file", "contents");
   script("export",
          {{"upload", "file", file, "/../../../outside"}, {"upload", "file", file, "/folder/.."}});
-  const Ended ended = backup();
-  EXPECT_EQ(ended.status, 0);
-  EXPECT_TRUE(holds(ended.err,
+  const ProcessResult result = backup();
+  EXPECT_EQ(result.status, 0);
+  EXPECT_TRUE(holds(result.err,
                     "warning: UPLOAD_REQUEST was denied: \"/folder/..\" does not end in a "
                     "name\n"));
   EXPECT_EQ(namesIn(latest() / "data"), Names{"outside"});
@@ -492,8 +494,8 @@ TEST_F(Job, LetsNothingOutOfTheBackup) {
 TEST_F(Job, GoesOnWithoutATerminalWhereTheUserSaysSo) {
   const std::string fifo = makeFifo();
   script("export", {{"wait", fifo}});
-  Words words = {"/usr/bin/nohup"};
-  const Words command = job("backup");
+  Arguments words = {"/usr/bin/nohup"};
+  const Arguments command = job("backup");
   words.insert(words.end(), command.begin(), command.end());
   Command running(words, variables());
   ASSERT_TRUE(running.waitFor("[stdout] waiting\n"));
@@ -514,12 +516,12 @@ TEST_F(Job, IsForTheOwnerAlone) {
 TEST_F(Job, TellsOfWhatWasDeniedAfterASuccess) {
   const std::string file = dir_.makeFile("local/file", "contents");
   script("export", {{"upload", "file", file, "/a"}, {"upload", "file", at("local/none"), "/b"}});
-  const Ended ended = backup();
-  EXPECT_EQ(ended.status, 0);
-  EXPECT_TRUE(holds(ended.out, "\n  denied    1 request of the plug-in, as the warnings say\n"));
+  const ProcessResult result = backup();
+  EXPECT_EQ(result.status, 0);
+  EXPECT_TRUE(holds(result.out, "\n  denied    1 request of the plug-in, as the warnings say\n"));
   const std::string denial = "UPLOAD_REQUEST was denied: cannot find \"" + at("local/none") +
                              "\": No such file or directory";
-  EXPECT_EQ(ended.err, "warning: " + denial + "\n");
+  EXPECT_EQ(result.err, "warning: " + denial + "\n");
   const Json::Value manifest = parseJson(bytesOf(latest() / "manifest.json"));
   ASSERT_EQ(manifest["denials"].size(), 1u);
   EXPECT_EQ(manifest["denials"][0], denial);
@@ -531,9 +533,9 @@ TEST_F(Job, KeepsNoFolderOfARequestThatIsDenied) {
     tooLong += "/" + std::string(250, 'n');
   }
   script("export", {{"create", tooLong}, {"create", "/a/" + std::string(256, 'n') + "/b"}});
-  const Ended ended = backup();
-  EXPECT_EQ(ended.status, 0) << lastLine(ended.err);
-  EXPECT_TRUE(holds(ended.out, "\n  denied    2 requests of the plug-in, as the warnings say\n"));
+  const ProcessResult result = backup();
+  EXPECT_EQ(result.status, 0) << lastLine(result.err);
+  EXPECT_TRUE(holds(result.out, "\n  denied    2 requests of the plug-in, as the warnings say\n"));
   EXPECT_EQ(namesIn(latest() / "data"), Names{});
   EXPECT_EQ(onStore("verify").status, 0);
 }
@@ -547,9 +549,9 @@ TEST_F(Job, IsWholeWhateverALongPathOfADeniedUploadLeaves) {
   const std::string tree = dir_.makeDir("local/tree");
   writeBytes(tree + "/" + std::string(250, 'f'), "x");
   script("export", {{"create", deep}, {"upload", "dir", tree, deep}});
-  const Ended ended = backup();
-  EXPECT_EQ(ended.status, 0) << lastLine(ended.err);
-  EXPECT_TRUE(holds(ended.err, "with the path of the store it would be longer than 4095 bytes\n"));
+  const ProcessResult result = backup();
+  EXPECT_EQ(result.status, 0) << lastLine(result.err);
+  EXPECT_TRUE(holds(result.err, "with the path of the store it would be longer than 4095 bytes\n"));
   EXPECT_EQ(onStore("verify").status, 0);
 }
 
@@ -560,8 +562,8 @@ TEST_F(Job, IsWholeWhateverAMoveThatIsDeniedLeaves) {
   writeBytes(tree + "/file", "contents");
   ASSERT_EQ(mkfifo((tree + "/fifo").c_str(), 0600), 0);
   script("export", {{"upload", "dir", own, "/tree"}, {"move", "dir", tree, "/tree"}});
-  const Ended ended = backup();
-  EXPECT_EQ(ended.status, 0) << lastLine(ended.err);
+  const ProcessResult result = backup();
+  EXPECT_EQ(result.status, 0) << lastLine(result.err);
   EXPECT_EQ(namesIn(latest() / "data/tree"), Names{"own"});
   EXPECT_EQ(namesIn(tree), (Names{"fifo", "file"}));
   EXPECT_EQ(onStore("verify").status, 0);
@@ -573,11 +575,12 @@ TEST_F(Job, CountsEveryDenialAndSaysWhenItStopsShowingThem) {
     uploads += "upload\tfile\t" + at("local/none") + std::to_string(i % 149) + "\t/x\n";
   }
   writeBytes(at("script/export"), uploads);
-  const Ended ended = backup();
-  EXPECT_EQ(ended.status, 0);
-  EXPECT_TRUE(holds(ended.out, "\n  denied    150 requests of the plug-in, as the warnings say\n"));
-  EXPECT_EQ(countOf(ended.err, "warning: UPLOAD_REQUEST was denied: "), 100u);
-  EXPECT_EQ(countOf(ended.err,
+  const ProcessResult result = backup();
+  EXPECT_EQ(result.status, 0);
+  EXPECT_TRUE(
+      holds(result.out, "\n  denied    150 requests of the plug-in, as the warnings say\n"));
+  EXPECT_EQ(countOf(result.err, "warning: UPLOAD_REQUEST was denied: "), 100u);
+  EXPECT_EQ(countOf(result.err,
                     "warning: 100 different denials have been shown; further ones are counted, not "
                     "shown\n"),
             1u);
@@ -594,18 +597,18 @@ TEST_F(Job, SkipsAFileThatVanishesFromAFolderAndNamesIt) {
   const std::string vanishing = tree + "/vanishing";
   const std::string skipped =
       "\"" + vanishing + "\" vanished before it was copied, and is skipped\n";
-  Words variables = this->variables();
+  Arguments variables = this->variables();
   variables.insert(variables.end(),
                    {"LD_PRELOAD=" VANISHING_PRELOAD, "ASAN_OPTIONS=verify_asan_link_order=0"});
   writeBytes(tree + "/stays", "contents");
   script("export", {{"upload", "dir", tree, "/tree"}});
 
   writeBytes(vanishing, "");
-  const Ended ended = run(job("backup"), variables);
-  EXPECT_EQ(ended.status, 0);
-  EXPECT_EQ(ended.err, "warning: " + skipped);
-  EXPECT_TRUE(holds(ended.out, "\n  skipped   1 entry that vanished, as the warnings say\n"));
-  EXPECT_EQ(countOf(ended.out, "denied"), 0u) << ended.out;
+  const ProcessResult result = run(job("backup"), variables);
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.err, "warning: " + skipped);
+  EXPECT_TRUE(holds(result.out, "\n  skipped   1 entry that vanished, as the warnings say\n"));
+  EXPECT_EQ(countOf(result.out, "denied"), 0u) << result.out;
   EXPECT_EQ(namesIn(latest() / "data/tree"), Names{"stays"});
   const Json::Value manifest = parseJson(bytesOf(latest() / "manifest.json"));
   ASSERT_EQ(manifest["skipped"].size(), 1u);
@@ -619,7 +622,7 @@ TEST_F(Job, SkipsAFileThatVanishesFromAFolderAndNamesIt) {
   EXPECT_EQ(report["skipped_count"], 1);
 
   writeBytes(vanishing, "");
-  const Ended step = run(
+  const ProcessResult step = run(
       {ARVL_HOST, "step", "export", "--plugin", UNRULY_PLUGIN, "--store", dir_.makeDir("empty")},
       variables);
   EXPECT_EQ(step.status, 0);
@@ -629,9 +632,9 @@ TEST_F(Job, SkipsAFileThatVanishesFromAFolderAndNamesIt) {
 TEST_F(Job, TakesWhatARequestHasBesideItsRule) {
   backUpFile("contents");
   script("import", {{"be", "asks with more than is read"}});
-  const Ended ended = restore();
-  EXPECT_TRUE(holds(ended.out, "\nstep import: ")) << ended.err;
-  EXPECT_EQ(countOf(ended.err, "error: in Json"), 0u) << ended.err;
+  const ProcessResult result = restore();
+  EXPECT_TRUE(holds(result.out, "\nstep import: ")) << result.err;
+  EXPECT_EQ(countOf(result.err, "error: in Json"), 0u) << result.err;
 }
 
 TEST_F(Job, KeepsAndGivesBackATreeDeeperThanTheUsualDescriptors) {
@@ -644,12 +647,12 @@ TEST_F(Job, KeepsAndGivesBackATreeDeeperThanTheUsualDescriptors) {
   writeBytes(folder / "file", "contents");
   script("export", {{"upload", "dir", top.string(), "/tree"}});
   script("import", {{"download", "dir", "/tree", at("back")}});
-  Words words = {"/bin/sh", "-c", "ulimit -Sn 256; exec \"$0\" \"$@\""};
-  const Words command = job("backup");
+  Arguments words = {"/bin/sh", "-c", "ulimit -Sn 256; exec \"$0\" \"$@\""};
+  const Arguments command = job("backup");
   words.insert(words.end(), command.begin(), command.end());
-  const Ended ended = run(words, variables());
-  EXPECT_EQ(ended.status, 0) << ended.err;
-  EXPECT_EQ(ended.err, "");
+  const ProcessResult result = run(words, variables());
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_EQ(result.err, "");
   EXPECT_EQ(restore().status, 0);
   EXPECT_EQ(treeOf(at("back")), treeOf(top));
 }
@@ -674,10 +677,10 @@ TEST_F(Job, IsNotRestoredFromTheFolderOfAnother) {
   const std::string other = at("store/other/") + id;
   const std::string error =
       "\"" + other + "/manifest.json\" is that of unruly " + id + ", not of other " + id;
-  const Ended restored = restore({"--name", "other"});
+  const ProcessResult restored = restore({"--name", "other"});
   EXPECT_EQ(restored.status, 2);
   EXPECT_EQ(restored.err, "error: " + error + "\n");
-  const Ended verified = onStore("verify", {"--name", "other"});
+  const ProcessResult verified = onStore("verify", {"--name", "other"});
   EXPECT_EQ(verified.status, 1);
   EXPECT_EQ(verified.err, "error: other " + id + ": manifest.json: " + error + "\n");
 }
@@ -688,14 +691,14 @@ TEST_F(Job, IsNotWrittenToWhileItIsRestored) {
   script("import", {{"upload", "file", at("local/file"), "/another"},
                     {"move", "file", at("local/file"), "/file"},
                     {"create", "/folder"}});
-  const Ended ended = restore();
-  EXPECT_EQ(ended.status, 0);
-  EXPECT_EQ(countOf(ended.out, "[stdout] upload: refused\n"), 1u);
-  EXPECT_EQ(countOf(ended.out, "[stdout] move: refused\n"), 1u);
-  EXPECT_EQ(countOf(ended.out, "[stdout] create: refused\n"), 1u);
+  const ProcessResult result = restore();
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(countOf(result.out, "[stdout] upload: refused\n"), 1u);
+  EXPECT_EQ(countOf(result.out, "[stdout] move: refused\n"), 1u);
+  EXPECT_EQ(countOf(result.out, "[stdout] create: refused\n"), 1u);
   for (const char *request : {"UPLOAD_REQUEST", "PACKET_CREATE_DIR_REQUEST"}) {
-    EXPECT_EQ(countOf(ended.err, std::string("warning: ") + request +
-                                     " was denied: what is restored from is not written to\n"),
+    EXPECT_EQ(countOf(result.err, std::string("warning: ") + request +
+                                      " was denied: what is restored from is not written to\n"),
               1u);
   }
   EXPECT_EQ(treeOf(folder), before);
@@ -710,14 +713,14 @@ TEST_F(Job, DeniesAListingWithAFileBeyondTheProtocolByName) {
                     {"list", "/folder"},
                     {"list", "/folder"},
                     {"fail", "listings", "refused"}});
-  const Ended ended = backup();
-  EXPECT_EQ(ended.status, 1);
-  EXPECT_EQ(countOf(ended.out, "[stdout] list: refused\n"), 2u);
-  EXPECT_EQ(countOf(ended.err,
+  const ProcessResult result = backup();
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(countOf(result.out, "[stdout] list: refused\n"), 2u);
+  EXPECT_EQ(countOf(result.err,
                     "warning: LIST_DIR_REQUEST was denied: \"/folder/big\" has a size or time "
                     "beyond 32 bits (2147483648 bytes), and a listing cannot carry it\n"),
             1u)
-      << ended.err;
+      << result.err;
 }
 
 TEST_F(Job, ListsALinkAndDeliversIt) {
@@ -725,9 +728,9 @@ TEST_F(Job, ListsALinkAndDeliversIt) {
   script("export", {{"upload", "symlink", at("local/link"), "/link"}});
   mustBackUp();
   script("import", {{"list", "/"}, {"download", "symlink", "/link", at("local/back")}});
-  const Ended ended = restore({"--trace", at("trace"), "--trace-full"});
-  EXPECT_EQ(ended.status, 0);
-  EXPECT_EQ(countOf(ended.out, "denied"), 0u) << ended.out;
+  const ProcessResult result = restore({"--trace", at("trace"), "--trace-full"});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(countOf(result.out, "denied"), 0u) << result.out;
   // A plug-in's own library takes no link from a listing, so the answer is looked up on the wire.
   EXPECT_TRUE(holds(bytesOf(at("trace")), R"("path":"/link","size":11,"type":"symlink")"));
   EXPECT_EQ(fs::read_symlink(at("local/back")), "/etc/passwd");
@@ -740,9 +743,9 @@ TEST_F(Job, DeliversNothingOfADamagedFile) {
   damage(folder / "data/file", "cont", "CONT");
   dir_.makeFile("local/back", "the old state");
   script("import", {{"download", "file", "/file", at("local/back")}, {"fail", "files", "damaged"}});
-  const Ended ended = restore();
-  EXPECT_EQ(ended.status, 1);
-  EXPECT_TRUE(holds(ended.err,
+  const ProcessResult result = restore();
+  EXPECT_EQ(result.status, 1);
+  EXPECT_TRUE(holds(result.err,
                     "warning: DOWNLOAD_REQUEST was denied: \"/file\" is damaged: its "
                     "SHA-256 is " +
                         sha256Sum(folder / "data/file") + ", and was " +
@@ -767,9 +770,9 @@ TEST_F(Job, CountsWhatWasDeliveredAlone) {
   damage(latest() / "data/small", "s", "S");
   script("import", {{"download", "file", "/small", at("local/back")},
                     {"download", "file", "/sound", at("local/back")}});
-  const Ended ended = restore();
-  EXPECT_EQ(ended.status, 0);
-  EXPECT_TRUE(holds(ended.out, "\n  served    1 file, 5 B\n"));
+  const ProcessResult result = restore();
+  EXPECT_EQ(result.status, 0);
+  EXPECT_TRUE(holds(result.out, "\n  served    1 file, 5 B\n"));
   const Json::Value report = parseJson(restore({"--json"}).out);
   EXPECT_EQ(report["files"], 1);
   EXPECT_EQ(report["bytes"], 5);
@@ -800,9 +803,9 @@ TEST_F(Job, DeniesWhatIsNotWhatWasBackedUp) {
   for (const Damaged &row : cases) {
     run({"/bin/cp", "-a", at("sound"), data});
     run({"/bin/sh", "-c", "cd \"$0\" && " + std::string(row.how), data});
-    const Ended ended = restore();
-    EXPECT_TRUE(
-        holds(ended.err, std::string("warning: DOWNLOAD_REQUEST was denied: ") + row.denial + "\n"))
+    const ProcessResult result = restore();
+    EXPECT_TRUE(holds(result.err,
+                      std::string("warning: DOWNLOAD_REQUEST was denied: ") + row.denial + "\n"))
         << row.how;
     fs::remove_all(data);
     fs::remove_all(at("local/back"));
@@ -819,10 +822,10 @@ TEST_F(Job, IsNotRestoredByADamagedManifest) {
   const auto errorWith = [&](const std::string &newManifest, const std::string &newChecksums) {
     writeBytes(folder / "manifest.json", newManifest);
     writeBytes(folder / "SHA256SUMS", newChecksums);
-    const Ended ended = restore();
-    EXPECT_EQ(ended.status, 2);
-    EXPECT_EQ(countOf(ended.out, "step import"), 0u);
-    return replaced(lastLine(ended.err), "error: ", "");
+    const ProcessResult result = restore();
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(countOf(result.out, "step import"), 0u);
+    return replaced(lastLine(result.err), "error: ", "");
   };
   EXPECT_EQ(errorWith(replaced(manifest, "\"0644\"", "\"0645\""), checksums), mismatch);
   EXPECT_EQ(errorWith(manifest.substr(0, manifest.rfind("]}")), checksums), mismatch);
@@ -841,20 +844,20 @@ TEST_F(Job, IsNotRestoredThroughALinkInPlaceOfItsData) {
   const fs::path folder = backUpFile("contents");
   fs::rename(folder / "data", at("outside"));
   fs::create_symlink(at("outside"), folder / "data");
-  const Ended ended = restore();
-  EXPECT_EQ(ended.status, 2);
-  EXPECT_EQ(ended.err, "error: cannot open the store \"" + (folder / "data").string() +
-                           "\": Not a directory\n");
+  const ProcessResult result = restore();
+  EXPECT_EQ(result.status, 2);
+  EXPECT_EQ(result.err, "error: cannot open the store \"" + (folder / "data").string() +
+                            "\": Not a directory\n");
 }
 
 TEST_F(Job, OfANewerHostIsNotRestored) {
   const fs::path folder = mustBackUp();
   damage(folder / "manifest.json", "\"version\":1", "\"version\":2");
-  const Ended ended = restore();
-  EXPECT_EQ(ended.status, 2);
-  EXPECT_EQ(lastLine(ended.err), "error: \"" + (folder / "manifest.json").string() +
-                                     "\" is of version 2, this arvl-host reads up to version 1: "
-                                     "use the newer one");
+  const ProcessResult result = restore();
+  EXPECT_EQ(result.status, 2);
+  EXPECT_EQ(lastLine(result.err), "error: \"" + (folder / "manifest.json").string() +
+                                      "\" is of version 2, this arvl-host reads up to version 1: "
+                                      "use the newer one");
 }
 
 // ---- Several at once, and what a killed one leaves.
@@ -865,7 +868,7 @@ TEST_F(Job, OfOneApplicationRunsAloneAndNamesTheHolder) {
   Command first(job("backup"), variables());
   ASSERT_TRUE(first.waitFor("[stdout] waiting\n"));
   script("export", {});  // whoever gets in does not wait
-  const Ended second = backup();
+  const ProcessResult second = backup();
   EXPECT_EQ(second.status, 2);
   EXPECT_TRUE(holds(second.err, "error: the backups in \"" + at("store/unruly") +
                                     "\" are in use by process " + std::to_string(first.pid()) +
@@ -893,7 +896,7 @@ TEST_F(Job, RemovesWhatAKilledOneLeft) {
   EXPECT_EQ(lastLine(restore().err),
             "error: the store \"" + at("store") + "\" has no finished backup of unruly");
   script("export", {});
-  const Ended next = backup();
+  const ProcessResult next = backup();
   EXPECT_EQ(next.status, 0);
   EXPECT_TRUE(holds(next.out, "\nremoved " + left + ", a backup that did not finish\n"));
   EXPECT_EQ(backups(), Names{latest().filename()});
@@ -909,9 +912,9 @@ TEST_F(Job, DeniesAFileThatDoesNotFitAndLeavesNothing) {
   const fs::path older = backUpFile("contents");
   const std::string large = dir_.makeFile("local/large", std::string(1 << 20, 'x'));
   script("export", {{"upload", "file", large, "/large"}, {"fail", "files", "refused"}});
-  const Ended ended = backup();
-  EXPECT_EQ(ended.status, 1);
-  EXPECT_TRUE(holds(ended.err,
+  const ProcessResult result = backup();
+  EXPECT_EQ(result.status, 1);
+  EXPECT_TRUE(holds(result.err,
                     "warning: UPLOAD_REQUEST was denied: cannot write \"/large\": No space left "
                     "on device\n"));
   EXPECT_EQ(backups(), Names{older.filename()});
@@ -927,9 +930,9 @@ TEST_F(Job, LeavesNothingWhenTheManifestDoesNotFit) {
   const std::string file =
       dir_.makeFile("local/f", std::string((64 << 10) - page, 'x'));  // the lock
   script("export", {{"upload", "file", file, "/f"}});
-  const Ended ended = backup();
-  EXPECT_EQ(ended.status, 2);
-  EXPECT_TRUE(holds(lastLine(ended.err), "/manifest.json\": No space left on device"));
+  const ProcessResult result = backup();
+  EXPECT_EQ(result.status, 2);
+  EXPECT_TRUE(holds(lastLine(result.err), "/manifest.json\": No space left on device"));
   expectNothingLeft();
 }
 
@@ -943,10 +946,10 @@ TEST_F(Job, DeniesAFileThatDoesNotFitWhereItIsRestored) {
     GTEST_SKIP() << "mounting is not permitted here";
   }
   script("import", {{"download", "file", "/large", at("target/large")}, {"fail", "files", "full"}});
-  const Ended ended = restore();
-  EXPECT_EQ(ended.status, 1);
-  EXPECT_TRUE(holds(ended.err, "warning: DOWNLOAD_REQUEST was denied: cannot write \"" +
-                                   at("target/large") + "\": No space left on device\n"));
+  const ProcessResult result = restore();
+  EXPECT_EQ(result.status, 1);
+  EXPECT_TRUE(holds(result.err, "warning: DOWNLOAD_REQUEST was denied: cannot write \"" +
+                                    at("target/large") + "\": No space left on device\n"));
   EXPECT_EQ(namesIn(at("target")), Names{});
 }
 
@@ -955,9 +958,9 @@ TEST_F(Job, LeavesNothingWhenItCannotBegin) {
   if (!disk.isMounted()) {
     GTEST_SKIP() << "mounting is not permitted here";
   }
-  const Ended ended = backup();  // its folder fits, and the one within does not
-  EXPECT_EQ(ended.status, 2);
-  EXPECT_TRUE(holds(lastLine(ended.err), "/data\": No space left on device"));
+  const ProcessResult result = backup();  // its folder fits, and the one within does not
+  EXPECT_EQ(result.status, 2);
+  EXPECT_TRUE(holds(lastLine(result.err), "/data\": No space left on device"));
   expectNothingLeft();
 }
 

@@ -43,17 +43,17 @@ std::string shownDescription(const std::string &description) {
 }
 
 TEST(Help, OfTheCommandAndEverySubcommandFitsATerminal) {
-  const Ended help = run({ARVL_HOST, "--help"});
+  const ProcessResult help = run({ARVL_HOST, "--help"});
   EXPECT_EQ(help.status, 0);
   EXPECT_LT(longestLine(help.out), kTerminalColumns) << help.out;
   arvl_host::CommandLine commandLine;
   const auto commands = commandLine.app().get_subcommands([](const CLI::App *) { return true; });
   EXPECT_GE(commands.size(), 7u);
   for (const CLI::App *command : commands) {
-    const Ended ended = run({ARVL_HOST, command->get_name(), "--help"});
-    EXPECT_EQ(ended.status, 0);
-    EXPECT_EQ(ended.err, "");
-    EXPECT_LT(longestLine(ended.out), kTerminalColumns) << ended.out;
+    const ProcessResult result = run({ARVL_HOST, command->get_name(), "--help"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.err, "");
+    EXPECT_LT(longestLine(result.out), kTerminalColumns) << result.out;
     EXPECT_TRUE(holds(help.out, "\n  " + command->get_name() + " "));
   }
 }
@@ -144,17 +144,17 @@ TEST(CommandLine, SaysWhatItsFirstWordIsNot) {
   for (const WithoutCommand &wrong : cases) {
     std::vector<std::string> words = {ARVL_HOST};
     words.insert(words.end(), wrong.words.begin(), wrong.words.end());
-    const Ended ended = run(words);
-    EXPECT_EQ(ended.status, 2);
-    EXPECT_EQ(ended.out, "");
-    EXPECT_EQ(ended.err, wrong.error + "\nRun with --help for more information.\n");
+    const ProcessResult result = run(words);
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err, wrong.error + "\nRun with --help for more information.\n");
   }
 }
 
 TEST(CommandLine, TellsAReaderOfJsonWhichCommandThereIsNot) {
-  const Ended ended = run({ARVL_HOST, "bakup", "--json"});
-  EXPECT_EQ(ended.status, 2);
-  EXPECT_EQ(parseJson(ended.out)["error"], "there is no command \"bakup\"");
+  const ProcessResult result = run({ARVL_HOST, "bakup", "--json"});
+  EXPECT_EQ(result.status, 2);
+  EXPECT_EQ(parseJson(result.out)["error"], "there is no command \"bakup\"");
 }
 
 }  // namespace

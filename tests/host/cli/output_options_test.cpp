@@ -16,29 +16,29 @@ namespace fs = std::filesystem;
 namespace arvl_test {
 namespace {
 
-using Words = std::vector<std::string>;
+using Arguments = std::vector<std::string>;
 
 const char *const kStoreCommands[] = {"list", "verify", "prune"};
 
 class Output : public JobFolder {
  protected:
   // The one object that standard output has to be, to its last byte.
-  static Json::Value reportOf(const Ended &ended) {
+  static Json::Value reportOf(const ProcessResult &result) {
     Json::CharReaderBuilder builder;
     Json::CharReaderBuilder::strictMode(&builder.settings_);
     const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
     Json::Value value;
     std::string errors;
     EXPECT_TRUE(
-        reader->parse(ended.out.data(), ended.out.data() + ended.out.size(), &value, &errors))
-        << errors << ended.out;
-    EXPECT_EQ(value["exit_code"], ended.status);
-    EXPECT_EQ(value["success"], ended.status == 0);
+        reader->parse(result.out.data(), result.out.data() + result.out.size(), &value, &errors))
+        << errors << result.out;
+    EXPECT_EQ(value["exit_code"], result.status);
+    EXPECT_EQ(value["success"], result.status == 0);
     return value;
   }
 
-  Ended intoFull(const Words &command) const {
-    Words words = {"/bin/sh", "-c", "exec \"$0\" \"$@\" > /dev/full"};
+  ProcessResult intoFull(const Arguments &command) const {
+    Arguments words = {"/bin/sh", "-c", "exec \"$0\" \"$@\" > /dev/full"};
     words.insert(words.end(), command.begin(), command.end());
     return run(words, variables());
   }
@@ -47,8 +47,8 @@ class Output : public JobFolder {
 TEST_F(Output, IsOneReportOfAJobThatSucceeds) {
   dir_.makeFile("local/file", "contents");
   script("export", {{"upload", "file", at("local/file"), "/file"}});
-  const Ended ended = backup({"--json"});
-  Json::Value report = reportOf(ended);
+  const ProcessResult result = backup({"--json"});
+  Json::Value report = reportOf(result);
   ASSERT_EQ(report["steps"].size(), 4u);
   const char *const steps[] = {"summary", "estimate_exportion", "can_export", "export"};
   for (Json::ArrayIndex i = 0; i < 4; ++i) {
@@ -69,16 +69,16 @@ TEST_F(Output, IsOneReportOfAJobThatSucceeds) {
   expected["backup"] = latest().filename().string();
   expected["path"] = latest().string();
   EXPECT_EQ(report, expected);
-  EXPECT_TRUE(holds(ended.err, "backup of unruly\nstep summary\n"));
+  EXPECT_TRUE(holds(result.err, "backup of unruly\nstep summary\n"));
 
-  const Ended restored = restore({"--json"});
+  const ProcessResult restored = restore({"--json"});
   EXPECT_EQ(reportOf(restored)["command"], "restore");
   EXPECT_TRUE(holds(restored.err, "\nstep import: success ("));
 }
 
 TEST_F(Output, IsOneReportOfAJobThatFails) {
   script("export", {{"list", "/none"}, {"fail", "a section", "a key"}});
-  const Ended failed = backup({"--json"});
+  const ProcessResult failed = backup({"--json"});
   EXPECT_EQ(failed.status, 1);
   const Json::Value report = reportOf(failed);
   const std::string error =
@@ -93,10 +93,10 @@ TEST_F(Output, IsOneReportOfAJobThatFails) {
   EXPECT_EQ(report["steps"][3]["completion"]["err_msg"]["key"], "a key");
 
   script("export", {{"be", "breaks the rule"}});
-  const Ended broken = backup({"--json"});
+  const ProcessResult broken = backup({"--json"});
   EXPECT_EQ(broken.status, 3);
   EXPECT_EQ(reportOf(broken)["steps"][3]["outcome"], "protocol violation");
-  const Ended none = restore({"--json"});
+  const ProcessResult none = restore({"--json"});
   EXPECT_EQ(none.status, 2);
   EXPECT_EQ(reportOf(none)["error"],
             "the store \"" + at("store") + "\" has no finished backup of unruly");
@@ -105,20 +105,20 @@ TEST_F(Output, IsOneReportOfAJobThatFails) {
 TEST_F(Output, IsOneReportWhateverThePluginWrites) {
   for (const char *how : {"floods", "a line of a megabyte", "closes its output"}) {
     script("summary", {{"be", how}});
-    const Ended ended = backup({"--json"});
-    const Json::Value report = reportOf(ended);
+    const ProcessResult result = backup({"--json"});
+    const Json::Value report = reportOf(result);
     EXPECT_EQ(report["command"], "backup") << how;
     EXPECT_EQ(report["steps"][0]["step"], "summary") << how;
-    EXPECT_EQ(ended.status, 0) << how << ended.err;
+    EXPECT_EQ(result.status, 0) << how << result.err;
   }
 }
 
 TEST_F(Output, IsOneReportHoweverDeepACompletionNests) {
   mustBackUp();
   script("import", {{"be", "completes in depth"}});
-  const Ended ended = restore({"--json"});
-  EXPECT_EQ(ended.status, 0);
-  const Json::Value report = reportOf(ended);
+  const ProcessResult result = restore({"--json"});
+  EXPECT_EQ(result.status, 0);
+  const Json::Value report = reportOf(result);
   EXPECT_EQ(report["steps"][1]["completion"]["success"], true);
   EXPECT_TRUE(report["steps"][1]["completion"]["deep"].isArray());
 }
@@ -126,18 +126,19 @@ TEST_F(Output, IsOneReportHoweverDeepACompletionNests) {
 TEST_F(Output, IsOneReportOfEachCommandOnTheStore) {
   mustBackUp();
   for (const std::string command : kStoreCommands) {
-    const Ended ended = onStore(command, {"--json"});
-    EXPECT_EQ(ended.status, 0);
-    EXPECT_EQ(reportOf(ended)["command"], command);
+    const ProcessResult result = onStore(command, {"--json"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(reportOf(result)["command"], command);
   }
 }
 
 TEST_F(Output, RefusesValuesThatAreEmpty) {
   mustBackUp();
-  for (const Words &more : {Words{"--backup", ""}, Words{"--trace", ""}, Words{"--trace-full"}}) {
-    const Ended ended = restore(more);
-    EXPECT_EQ(ended.status, 2) << more[0];
-    EXPECT_TRUE(holds(ended.err, more[0]));
+  for (const Arguments &more :
+       {Arguments{"--backup", ""}, Arguments{"--trace", ""}, Arguments{"--trace-full"}}) {
+    const ProcessResult result = restore(more);
+    EXPECT_EQ(result.status, 2) << more[0];
+    EXPECT_TRUE(holds(result.err, more[0]));
   }
   EXPECT_EQ(onStore("verify", {"--name", "unruly", "--backup", ""}).status, 2);
 }
@@ -145,12 +146,12 @@ TEST_F(Output, RefusesValuesThatAreEmpty) {
 // A store whose disk is not mounted is empty, and must not pass for sound.
 TEST_F(Output, OfVerifyIsAFailureWhereThereIsNothingToVerify) {
   const std::string store = "the store \"" + at("store") + "\" has no ";
-  const auto expectFailure = [&](const Words &more, const std::string &what) {
-    const Ended ended = onStore("verify", more);
-    EXPECT_EQ(ended.status, 1) << what;
-    EXPECT_EQ(ended.out, "");
-    EXPECT_EQ(ended.err, "error: " + store + what + ": nothing was verified\n");
-    Words json = {"--json"};
+  const auto expectFailure = [&](const Arguments &more, const std::string &what) {
+    const ProcessResult result = onStore("verify", more);
+    EXPECT_EQ(result.status, 1) << what;
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err, "error: " + store + what + ": nothing was verified\n");
+    Arguments json = {"--json"};
     json.insert(json.end(), more.begin(), more.end());
     Json::Value expected =
         parseJson(R"({"command": "verify", "success": false, "exit_code": 1, "backups": []})");
@@ -168,12 +169,12 @@ TEST_F(Output, OfVerifyIsAFailureWhereThereIsNothingToVerify) {
 }
 
 TEST_F(Output, IsAReportOfWrongUsageToo) {
-  const auto reportOfWords = [this](const Words &more) {
-    Words words = {job("list")[0]};
+  const auto reportOfWords = [this](const Arguments &more) {
+    Arguments words = {job("list")[0]};
     words.insert(words.end(), more.begin(), more.end());
-    const Ended ended = run(words);
-    EXPECT_EQ(ended.status, 2);
-    return parseJson(ended.out);
+    const ProcessResult result = run(words);
+    EXPECT_EQ(result.status, 2);
+    return parseJson(result.out);
   };
   EXPECT_EQ(reportOfWords({"list", "--json"}),
             parseJson(R"({"command": "list", "success": false, "exit_code": 2,
@@ -197,8 +198,8 @@ class OutputForAnotherUser : public Output {
     }
   }
 
-  Ended runOnStore(const std::string &command, const Words &more) const {
-    Words words = {"/usr/bin/setpriv", "--reuid=65534", "--clear-groups"};
+  ProcessResult runOnStore(const std::string &command, const Arguments &more) const {
+    Arguments words = {"/usr/bin/setpriv", "--reuid=65534", "--clear-groups"};
     for (const std::string &word : storeCommand(command, more)) {
       words.push_back(word == ARVL_HOST ? at("program/arvl-host") : word);
     }
@@ -212,13 +213,13 @@ TEST_F(OutputForAnotherUser, ShowsAStoreAsFarAsItCanBeRead) {
   fs::create_directory(at("store/closed"));
   fs::permissions(at("store/closed"), fs::perms::none);
   for (const std::string command : kStoreCommands) {
-    const Ended ended = runOnStore(command, {"--json"});
-    EXPECT_EQ(ended.status, 2) << command << ended.err;
-    const Json::Value report = reportOf(ended);
+    const ProcessResult result = runOnStore(command, {"--json"});
+    EXPECT_EQ(result.status, 2) << command << result.err;
+    const Json::Value report = reportOf(result);
     const std::string closed = "cannot read the folder \"" + at("store/closed") + "\"";
     EXPECT_EQ(report["error"], (command == "verify" ? "cannot open \"" + manifest + "\"" : closed) +
                                    ": Permission denied");
-    EXPECT_TRUE(holds(ended.err, "error: " + closed + ": Permission denied\n"));
+    EXPECT_TRUE(holds(result.err, "error: " + closed + ": Permission denied\n"));
     if (command == "list") {
       EXPECT_EQ(report["backups"].size(), 1u);
     }
@@ -231,22 +232,23 @@ TEST_F(OutputForAnotherUser, OfABackupDoesNotDependOnWhatElseCannotBeRead) {
   fs::create_directory(at("store/closed"));
   fs::permissions(at("store/closed"), fs::perms::none);
   ASSERT_EQ(run({"/bin/chown", "-R", "65534", folder}).status, 0);
-  const Ended ended = runOnStore("verify", {"--name", "unruly", "--backup", folder.filename()});
-  EXPECT_EQ(ended.status, 0);
-  EXPECT_EQ(countOf(ended.err, "error: "), 0u) << ended.err;  // profilers write there, too
-  EXPECT_TRUE(holds(ended.out, "unruly " + folder.filename().string() + ": sound, "));
+  const ProcessResult result =
+      runOnStore("verify", {"--name", "unruly", "--backup", folder.filename()});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(countOf(result.err, "error: "), 0u) << result.err;  // profilers write there, too
+  EXPECT_TRUE(holds(result.out, "unruly " + folder.filename().string() + ": sound, "));
   fs::permissions(at("store/closed"), fs::perms::all);
 }
 
 TEST_F(Output, IsNothingWhereAllIsWellAndQuiet) {
-  for (const Ended &ended : {backup({"--quiet"}), restore({"--quiet"}), onStore("verify", {"-q"}),
-                             onStore("prune", {"-q"})}) {
-    EXPECT_EQ(ended.status, 0);
-    EXPECT_EQ(ended.out, "");
-    EXPECT_EQ(ended.err, "");
+  for (const ProcessResult &result : {backup({"--quiet"}), restore({"--quiet"}),
+                                     onStore("verify", {"-q"}), onStore("prune", {"-q"})}) {
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err, "");
   }
   script("export", {{"fail", "a section", "a key"}});
-  const Ended failed = backup({"--quiet"});
+  const ProcessResult failed = backup({"--quiet"});
   EXPECT_TRUE(holds(failed.out, "step export: failure ("));
   EXPECT_TRUE(holds(failed.err, "error: the step export ended with failure"));
   EXPECT_EQ(countOf(failed.out, "success"), 0u) << failed.out;
@@ -265,12 +267,12 @@ TEST_F(Output, HasColourOnATerminalUnlessThatIsNotWanted) {
   for (const std::string &word : job("backup")) {
     command += "'" + word + "' ";
   }
-  const Words words = {"/usr/bin/script", "-qec", command, "/dev/null"};
-  Words environment = variables();
+  const Arguments words = {"/usr/bin/script", "-qec", command, "/dev/null"};
+  Arguments environment = variables();
   environment.insert(environment.end(), {"TERM=xterm", "NO_COLOR="});
   EXPECT_TRUE(holds(run(words, environment).out, "\x1b[1mbackup of unruly\x1b[0m\r\n"));
   environment.back() = "NO_COLOR=1";
-  const Ended plain = run(words, environment);
+  const ProcessResult plain = run(words, environment);
   EXPECT_EQ(plain.status, 0);
   EXPECT_TRUE(holds(plain.out, "backup of unruly\r\n"));
   EXPECT_EQ(countOf(plain.out, "\x1b[1m"), 0u);
@@ -278,17 +280,17 @@ TEST_F(Output, HasColourOnATerminalUnlessThatIsNotWanted) {
 
 TEST_F(Output, ThatCannotBeWrittenIsAnError) {
   mustBackUp();
-  std::vector<Words> commands = {job("backup"), job("backup", {"--json"}), job("restore"),
-                                 job("restore", {"--json"})};
+  std::vector<Arguments> commands = {job("backup"), job("backup", {"--json"}), job("restore"),
+                                     job("restore", {"--json"})};
   for (const char *command : kStoreCommands) {
     commands.push_back(storeCommand(command, {"--json"}));
   }
   commands.push_back(storeCommand("list"));
   commands.push_back(storeCommand("verify"));
-  for (const Words &command : commands) {
-    const Ended ended = intoFull(command);
-    EXPECT_EQ(ended.status, 2) << command[1];
-    EXPECT_EQ(lastLine(ended.err), "arvl-host: cannot write to standard output") << command[1];
+  for (const Arguments &command : commands) {
+    const ProcessResult result = intoFull(command);
+    EXPECT_EQ(result.status, 2) << command[1];
+    EXPECT_EQ(lastLine(result.err), "arvl-host: cannot write to standard output") << command[1];
   }
 }
 

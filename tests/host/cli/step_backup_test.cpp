@@ -13,43 +13,45 @@ namespace fs = std::filesystem;
 namespace arvl_test {
 namespace {
 
-using Words = std::vector<std::string>;
+using Arguments = std::vector<std::string>;
 
 class StepOnBackup : public JobFolder {
  protected:
   // Of one file, "/file".
-  fs::path backUpFile(const Words &more = {}) const {
+  fs::path backUpFile(const Arguments &more = {}) const {
     script("export", {{"upload", "file", dir_.makeFile("local/file", "contents"), "/file"}});
     return mustBackUp(more);
   }
 
-  Ended step(const std::string &name, const std::string &folder, const Words &more = {}) const {
-    Words words = {ARVL_HOST, "step", name, "--plugin", UNRULY_PLUGIN, "--backup", folder};
+  ProcessResult step(const std::string &name, const std::string &folder,
+                     const Arguments &more = {}) const {
+    Arguments words = {ARVL_HOST, "step", name, "--plugin", UNRULY_PLUGIN, "--backup", folder};
     words.insert(words.end(), more.begin(), more.end());
     return run(words, variables());
   }
 
   // Of a step that does not begin.
   void expectRefusal(const std::string &folder, const std::string &error) const {
-    const Ended ended = step("import", folder);
-    EXPECT_EQ(ended.status, 2) << folder;
-    EXPECT_EQ(ended.out, "");
-    EXPECT_EQ(ended.err, "arvl-host: " + error + "\n");
+    const ProcessResult result = step("import", folder);
+    EXPECT_EQ(result.status, 2) << folder;
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err, "arvl-host: " + error + "\n");
   }
 };
 
 TEST_F(StepOnBackup, IsServedWhatARestoreServes) {
   makeOddTree(at("local/source"));
   dir_.makeDir("target");
-  const Words variables = {"MINIMAL_DIRS=" + at("local/source"), "MINIMAL_TARGET=" + at("target")};
+  const Arguments variables = {"MINIMAL_DIRS=" + at("local/source"),
+                               "MINIMAL_TARGET=" + at("target")};
   ASSERT_EQ(run(storeCommand("backup", {"--plugin", MINIMAL_PLUGIN}), variables).status, 0);
   const fs::path folder = latest("minimal");
   const auto before = treeOf(folder);
   for (const char *name : {"can_import", "import"}) {
-    const Ended ended = run(
+    const ProcessResult result = run(
         {ARVL_HOST, "step", name, "--plugin", MINIMAL_PLUGIN, "--backup", folder.string() + "/"},
         variables);
-    EXPECT_EQ(ended.status, 0) << ended.out << ended.err;
+    EXPECT_EQ(result.status, 0) << result.out << result.err;
   }
   EXPECT_EQ(treeOf(at("target/source")), treeOf(at("local/source")));
   EXPECT_EQ(treeOf(folder), before);
@@ -61,34 +63,34 @@ TEST_F(StepOnBackup, IsHandedTheResultsOfExternalHandlers) {
       backUpFile({"--external-handler-result", dir_.makeFile("results.json", results)});
   for (const char *name : {"can_import", "import"}) {
     script(name, {{"show external results"}});
-    const Ended ended = step(name, folder);
-    EXPECT_EQ(ended.status, 0) << ended.out;
-    EXPECT_TRUE(holds(ended.out, "\n[stdout] mail server [1]\n"));
+    const ProcessResult result = step(name, folder);
+    EXPECT_EQ(result.status, 0) << result.out;
+    EXPECT_TRUE(holds(result.out, "\n[stdout] mail server [1]\n"));
   }
 }
 
 TEST_F(StepOnBackup, TakesAPathFromWithinTheStore) {
   backUpFile();
   const std::string id = latest().filename();
-  const Words words = {
+  const Arguments words = {
       "/bin/sh", "-ec",         "cd \"$2\"; exec \"$0\" step import --plugin \"$1\" --backup .",
       ARVL_HOST, UNRULY_PLUGIN, latest().string()};
-  const Ended ended = run(words, variables());
-  EXPECT_EQ(ended.status, 0) << ended.err;
+  const ProcessResult result = run(words, variables());
+  EXPECT_EQ(result.status, 0) << result.err;
 }
 
 TEST_F(StepOnBackup, WritesNothingToIt) {
   const fs::path folder = backUpFile();
   const auto before = treeOf(folder);
   script("import", {{"move", "file", at("local/file"), "/another"}, {"create", "/folder"}});
-  const Ended ended = step("import", folder);
-  EXPECT_EQ(ended.status, 0);
+  const ProcessResult result = step("import", folder);
+  EXPECT_EQ(result.status, 0);
   for (const char *request : {"UPLOAD_REQUEST", "PACKET_CREATE_DIR_REQUEST"}) {
-    EXPECT_TRUE(holds(ended.out, std::string("\n[host] ") + request +
-                                     " was denied: what is restored from is not written to\n"));
+    EXPECT_TRUE(holds(result.out, std::string("\n[host] ") + request +
+                                      " was denied: what is restored from is not written to\n"));
   }
   EXPECT_EQ(treeOf(folder), before);
-  const Ended exported = step("export", folder);
+  const ProcessResult exported = step("export", folder);
   EXPECT_EQ(exported.status, 2);
   EXPECT_TRUE(
       holds(exported.err, "--backup: a backup is for reading only: give an export --store\n"));
@@ -98,8 +100,9 @@ TEST_F(StepOnBackup, DeliversNothingThatIsDamaged) {
   const fs::path folder = backUpFile();
   damage(folder / "data/file", "cont", "CONT");
   script("import", {{"download", "file", "/file", at("local/back")}});
-  const Ended ended = step("import", folder);
-  EXPECT_TRUE(holds(ended.out, "\n[host] DOWNLOAD_REQUEST was denied: \"/file\" is damaged: its "));
+  const ProcessResult result = step("import", folder);
+  EXPECT_TRUE(
+      holds(result.out, "\n[host] DOWNLOAD_REQUEST was denied: \"/file\" is damaged: its "));
   EXPECT_FALSE(fs::exists(at("local/back")));
 }
 
@@ -124,18 +127,18 @@ TEST_F(StepOnBackup, RefusesAFolderThatIsNoFinishedBackup) {
   const std::string partial = folder.string() + ".partial";
   fs::rename(folder, partial);
   expectRefusal(partial, "\"" + partial + "\" is a backup that did not finish, or that runs now");
-  const Ended missing = step("import", folder);
+  const ProcessResult missing = step("import", folder);
   EXPECT_EQ(missing.status, 2);
   EXPECT_TRUE(holds(missing.err, "--backup: Directory does not exist: " + folder.string()));
 }
 
 TEST_F(StepOnBackup, TakesNoOtherStoreAndNoOtherExportResult) {
   const fs::path folder = backUpFile();
-  for (const Words &more :
-       {Words{"--store", at("store")}, Words{"--export-result", dir_.makeFile("result.json")}}) {
-    const Ended ended = step("import", folder, more);
-    EXPECT_EQ(ended.status, 2);
-    EXPECT_TRUE(holds(ended.err, more[0] + " excludes --backup\n"));
+  for (const Arguments &more : {Arguments{"--store", at("store")},
+                                Arguments{"--export-result", dir_.makeFile("result.json")}}) {
+    const ProcessResult result = step("import", folder, more);
+    EXPECT_EQ(result.status, 2);
+    EXPECT_TRUE(holds(result.err, more[0] + " excludes --backup\n"));
   }
 }
 

@@ -30,8 +30,8 @@ std::vector<std::string> stepCommand(const std::string &step, const std::string 
   return words;
 }
 
-Ended runUnruly(const std::string &how, const std::string &step = "import",
-                const std::vector<std::string> &more = {}) {
+ProcessResult runUnruly(const std::string &how, const std::string &step = "import",
+                        const std::vector<std::string> &more = {}) {
   return run(stepCommand(step, UNRULY_PLUGIN, more), {"UNRULY=" + how});
 }
 
@@ -41,8 +41,8 @@ std::string without(std::string line, const std::string &part) {
 }
 
 // "step import: success", without the time.
-std::string verdictOf(const Ended &ended) {
-  return without(lastLine(ended.out), " (");
+std::string verdictOf(const ProcessResult &result) {
+  return without(lastLine(result.out), " (");
 }
 
 // The number of the plug-in's process, from the first line.
@@ -51,8 +51,8 @@ std::string processOf(const std::string &out) {
   return out.substr(at, out.find(',', at) - at);
 }
 
-int packetsOf(const Ended &ended) {
-  const std::string line = lastLine(ended.out);
+int packetsOf(const ProcessResult &result) {
+  const std::string line = lastLine(result.out);
   return std::atoi(line.c_str() + line.rfind(", ") + 2);
 }
 
@@ -63,66 +63,66 @@ bool isGone(const std::string &pid) {
 TEST(Step, OfEachNameSucceeds) {
   for (const std::string step :
        {"estimate_exportion", "can_export", "export", "can_import", "import"}) {
-    const Ended ended = runUnruly("", step);
-    EXPECT_EQ(ended.status, 0);
-    EXPECT_EQ(verdictOf(ended), "step " + step + ": success");
-    EXPECT_TRUE(holds(lastLine(ended.out), " s, 1 packet)"));
-    EXPECT_EQ(ended.err, "");
+    const ProcessResult result = runUnruly("", step);
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(verdictOf(result), "step " + step + ": success");
+    EXPECT_TRUE(holds(lastLine(result.out), " s, 1 packet)"));
+    EXPECT_EQ(result.err, "");
   }
 }
 
 TEST(Step, ShowsTheReasonOfAFailure) {
-  const Ended ended = runUnruly("fails with a reason");
-  EXPECT_EQ(ended.status, 1);
-  EXPECT_EQ(verdictOf(ended), "step import: failure");
-  EXPECT_TRUE(holds(ended.out, "\n  err_msg.key: a key\n  err_msg.section: a section\n"));
+  const ProcessResult result = runUnruly("fails with a reason");
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(verdictOf(result), "step import: failure");
+  EXPECT_TRUE(holds(result.out, "\n  err_msg.key: a key\n  err_msg.section: a section\n"));
 }
 
 TEST(Step, ShowsEveryLineWithItsSource) {
-  const Ended ended = runUnruly("writes to every channel");
-  EXPECT_EQ(ended.status, 0);
-  EXPECT_TRUE(holds(ended.out, "\n[stdout] to stdout\n"));
-  EXPECT_TRUE(holds(ended.out, "\n[stderr] to stderr\n"));
-  EXPECT_TRUE(holds(ended.out, "\n[stderr] without a line feed\n"));
-  EXPECT_TRUE(holds(ended.out, "\n[syslog info] to syslog 5 %\n"));
-  EXPECT_TRUE(holds(ended.out, "\n[stdout] a \\x1b[31mred\\x1b[0m bell \\x07 and \\xff\n"));
+  const ProcessResult result = runUnruly("writes to every channel");
+  EXPECT_EQ(result.status, 0);
+  EXPECT_TRUE(holds(result.out, "\n[stdout] to stdout\n"));
+  EXPECT_TRUE(holds(result.out, "\n[stderr] to stderr\n"));
+  EXPECT_TRUE(holds(result.out, "\n[stderr] without a line feed\n"));
+  EXPECT_TRUE(holds(result.out, "\n[syslog info] to syslog 5 %\n"));
+  EXPECT_TRUE(holds(result.out, "\n[stdout] a \\x1b[31mred\\x1b[0m bell \\x07 and \\xff\n"));
 }
 
 TEST(Step, ShowsSyslogLinesHoweverTheyAreWritten) {
-  const Ended ended = runUnruly("logs in every way");
-  EXPECT_EQ(ended.status, 0);
+  const ProcessResult result = runUnruly("logs in every way");
+  EXPECT_EQ(result.status, 0);
   for (const char *priority :
        {"emerg", "alert", "crit", "err", "warning", "notice", "info", "debug"}) {
-    EXPECT_TRUE(holds(ended.out, std::string("\n[syslog ") + priority + "] Permission denied\n"));
+    EXPECT_TRUE(holds(result.out, std::string("\n[syslog ") + priority + "] Permission denied\n"));
   }
-  EXPECT_TRUE(holds(ended.out, "\n[stdout] errno is kept\n"));
-  EXPECT_TRUE(holds(ended.out, "\n[syslog err] " + std::string(3000, 'l') + "|\n"));
-  EXPECT_TRUE(holds(ended.out, "\n[syslog err] " + std::string(65534, 'm') + "\n"));
-  EXPECT_TRUE(holds(ended.out, "\n[syslog err] by vsyslog\n"));
-  EXPECT_TRUE(holds(ended.out, "\n[syslog err] by __syslog_chk\n"));
+  EXPECT_TRUE(holds(result.out, "\n[stdout] errno is kept\n"));
+  EXPECT_TRUE(holds(result.out, "\n[syslog err] " + std::string(3000, 'l') + "|\n"));
+  EXPECT_TRUE(holds(result.out, "\n[syslog err] " + std::string(65534, 'm') + "\n"));
+  EXPECT_TRUE(holds(result.out, "\n[syslog err] by vsyslog\n"));
+  EXPECT_TRUE(holds(result.out, "\n[syslog err] by __syslog_chk\n"));
 }
 
 TEST(Step, SendsNoSyslogLineOverADescriptorThatIsThePluginsOwn) {
-  const Ended ended = runUnruly("closes the log channel");
-  EXPECT_EQ(ended.status, 0);
-  EXPECT_TRUE(holds(ended.out, "\n[stdout] nothing arrived\n"));
+  const ProcessResult result = runUnruly("closes the log channel");
+  EXPECT_EQ(result.status, 0);
+  EXPECT_TRUE(holds(result.out, "\n[stdout] nothing arrived\n"));
 }
 
 TEST(Step, KeepsWhatTheUserPreloads) {
-  const Ended ended = run(stepCommand("import", UNRULY_PLUGIN),
-                          {"UNRULY=shows what is preloaded", "LD_PRELOAD=/no/such.so"});
-  EXPECT_EQ(ended.status, 0);
-  EXPECT_TRUE(holds(ended.out, "/libarvl-syslog-preload.so:/no/such.so\n"));
+  const ProcessResult result = run(stepCommand("import", UNRULY_PLUGIN),
+                                   {"UNRULY=shows what is preloaded", "LD_PRELOAD=/no/such.so"});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_TRUE(holds(result.out, "/libarvl-syslog-preload.so:/no/such.so\n"));
 }
 
 TEST(Step, GivesThePluginFiveDescriptorsAndNoMore) {
-  const Ended ended = runUnruly("lists its descriptors");
+  const ProcessResult result = runUnruly("lists its descriptors");
   std::size_t count = 0;
-  for (std::size_t at = 0; (at = ended.out.find("] descriptor", at)) != std::string::npos; ++at) {
+  for (std::size_t at = 0; (at = result.out.find("] descriptor", at)) != std::string::npos; ++at) {
     ++count;
   }
-  EXPECT_EQ(count, 5u) << ended.out;
-  EXPECT_TRUE(holds(ended.out,
+  EXPECT_EQ(count, 5u) << result.out;
+  EXPECT_TRUE(holds(result.out,
                     "[stdout] descriptor /dev/null\n[stdout] descriptor pipe\n"
                     "[stdout] descriptor pipe\n[stdout] descriptor socket\n"
                     "[stdout] descriptor socket\n"));
@@ -134,16 +134,16 @@ TEST(Step, GivesThePluginTheLimitOfDescriptorsThatItHadItself) {
   for (const std::string &word : stepCommand("import", UNRULY_PLUGIN)) {
     words.push_back(word);
   }
-  const Ended ended = run(words, {"UNRULY=shows its limit of descriptors"});
-  EXPECT_EQ(ended.status, 0);
-  EXPECT_TRUE(holds(ended.out, "\n[stdout] at most 256\n"));
+  const ProcessResult result = run(words, {"UNRULY=shows its limit of descriptors"});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_TRUE(holds(result.out, "\n[stdout] at most 256\n"));
 }
 
 TEST(Step, SurvivesAFloodAndALineOfAMegabyte) {
-  const Ended flood = runUnruly("floods");
+  const ProcessResult flood = runUnruly("floods");
   EXPECT_EQ(flood.status, 0);
   EXPECT_GT(flood.out.size(), 2000000u);
-  const Ended longLine = runUnruly("a line of a megabyte");
+  const ProcessResult longLine = runUnruly("a line of a megabyte");
   EXPECT_EQ(longLine.status, 0);
   EXPECT_TRUE(holds(longLine.out, "yyy [1044480 more bytes]\n"));
   EXPECT_LT(longLine.out.size(), 10000u);
@@ -175,10 +175,10 @@ TEST(Step, NamesWhatBreaksTheProtocol) {
       {"an unknown type", "[rule book] invalid packet type 99"},
   };
   for (const Broken &row : cases) {
-    const Ended ended = runUnruly(row.how);
-    EXPECT_EQ(ended.status, 3) << row.how;
-    EXPECT_EQ(verdictOf(ended), "step import: protocol violation");
-    EXPECT_TRUE(holds(ended.out, row.reason)) << row.how;
+    const ProcessResult result = runUnruly(row.how);
+    EXPECT_EQ(result.status, 3) << row.how;
+    EXPECT_EQ(verdictOf(result), "step import: protocol violation");
+    EXPECT_TRUE(holds(result.out, row.reason)) << row.how;
   }
 }
 
@@ -200,29 +200,29 @@ TEST(Step, ReadsAPayloadAsThePluginsEndDoes) {
   for (const Text &row : cases) {
     const TempDir dir;
     const std::string trace = dir.path().string() + "/trace";
-    const Ended ended =
+    const ProcessResult result =
         run(stepCommand("import", UNRULY_PLUGIN, {"--trace", trace}),
             {"UNRULY=completes with a text", std::string("UNRULY_TEXT=") + row.text});
-    EXPECT_EQ(ended.status, row.status) << ended.out;
-    const Ended shown = run({ARVL_HOST, "trace", trace});
+    EXPECT_EQ(result.status, row.status) << result.out;
+    const ProcessResult shown = run({ARVL_HOST, "trace", trace});
     EXPECT_EQ(shown.out.find("INVALID") == std::string::npos, row.status == 0) << shown.out;
     std::ostringstream lines;
     lines << std::ifstream(trace).rdbuf();
     EXPECT_EQ(lines.str().find("payload_text") == std::string::npos, row.status == 0)
         << lines.str();
-    EXPECT_TRUE(holds(ended.out, row.shown));
+    EXPECT_TRUE(holds(result.out, row.shown));
   }
 }
 
-Ended runWithArray(int elements) {
+ProcessResult runWithArray(int elements) {
   return run(stepCommand("import", UNRULY_PLUGIN),
              {"UNRULY=completes with an array", "UNRULY_ELEMENTS=" + std::to_string(elements)});
 }
 
 TEST(Step, RefusesAPayloadOfTooManyValuesBeforeItIsParsed) {
-  const Ended most = runWithArray(99997);  // and the object, "success" and the array
+  const ProcessResult most = runWithArray(99997);  // and the object, "success" and the array
   EXPECT_EQ(most.status, 0) << lastLine(most.out);
-  const Ended more = runWithArray(99998);
+  const ProcessResult more = runWithArray(99998);
   EXPECT_EQ(more.status, 3);
   EXPECT_TRUE(
       holds(more.out,
@@ -231,18 +231,18 @@ TEST(Step, RefusesAPayloadOfTooManyValuesBeforeItIsParsed) {
 }
 
 TEST(Step, TakesTheLongestText) {
-  const Ended ended = runUnruly("completes with a long text");
-  EXPECT_EQ(ended.status, 0);
-  EXPECT_TRUE(holds(ended.out.substr(0, 300), "  text: xxx"));
+  const ProcessResult result = runUnruly("completes with a long text");
+  EXPECT_EQ(result.status, 0);
+  EXPECT_TRUE(holds(result.out.substr(0, 300), "  text: xxx"));
 }
 
 TEST(Step, ReadsNoRequestBeforeTheAnswerToTheLastIsOut) {
   const TempDir store;
-  const Ended ended =
+  const ProcessResult result =
       runUnruly("asks and never reads", "import",
                 {"--timeout", "0.5", "--grace", "0.1", "--store", store.path().string()});
-  EXPECT_EQ(ended.status, 4);
-  EXPECT_LE(packetsOf(ended), 2);  // the answer to the first does not fit the socket
+  EXPECT_EQ(result.status, 4);
+  EXPECT_LE(packetsOf(result), 2);  // the answer to the first does not fit the socket
 }
 
 TEST(Step, HearsACompletionAfterThePluginHasStoppedReading) {
@@ -250,68 +250,68 @@ TEST(Step, HearsACompletionAfterThePluginHasStoppedReading) {
                   {"UNRULY=completes without reading an answer"});
   ASSERT_TRUE(command.waitFor("[progress] 1 % begun\n"));
   kill(std::atoi(processOf(command.outSoFar()).c_str()), SIGUSR1);
-  const Ended ended = command.finish();
-  EXPECT_EQ(ended.status, 0) << ended.out;
-  EXPECT_TRUE(holds(lastLine(ended.out), " s, 3 packets)"));
+  const ProcessResult result = command.finish();
+  EXPECT_EQ(result.status, 0) << result.out;
+  EXPECT_TRUE(holds(lastLine(result.out), " s, 3 packets)"));
 }
 
 TEST(Step, SaysThatAnEstimateDoesNotFit) {
-  const Ended ended = runUnruly("an estimate of 3 GB", "estimate_exportion");
-  EXPECT_EQ(ended.status, 3);
-  EXPECT_TRUE(holds(ended.out,
+  const ProcessResult result = runUnruly("an estimate of 3 GB", "estimate_exportion");
+  EXPECT_EQ(result.status, 3);
+  EXPECT_TRUE(holds(result.out,
                     "the estimate is refused: its size of 3000000000 does not fit the 32 bits that "
                     "the protocol has for it\n"));
 }
 
 TEST(Step, NamesHowAPluginDied) {
-  const Ended exits = runUnruly("exits with 3");
+  const ProcessResult exits = runUnruly("exits with 3");
   EXPECT_EQ(exits.status, 5);
   EXPECT_TRUE(holds(exits.out, "the plug-in ended with status 3 and without a completion\n"));
   EXPECT_EQ(verdictOf(exits), "step import: no completion");
 
-  const Ended crashes = runUnruly("crashes");
+  const ProcessResult crashes = runUnruly("crashes");
   EXPECT_EQ(crashes.status, 5);
   EXPECT_TRUE(holds(crashes.out, "the plug-in crashed: SIGSEGV\n"));
 
-  const Ended late = runUnruly("completes and crashes");
+  const ProcessResult late = runUnruly("completes and crashes");
   EXPECT_EQ(late.status, 5);
   EXPECT_TRUE(holds(late.out, "the plug-in crashed: SIGABRT, after its completion\n"));
 }
 
 TEST(Step, GoesByTheCompletionWhenTheStatusDisagrees) {
-  const Ended ended = runUnruly("completes and exits with 3");
-  EXPECT_EQ(ended.status, 0);
-  EXPECT_TRUE(holds(ended.out, "the plug-in ended with status 3; its completion decides\n"));
+  const ProcessResult result = runUnruly("completes and exits with 3");
+  EXPECT_EQ(result.status, 0);
+  EXPECT_TRUE(holds(result.out, "the plug-in ended with status 3; its completion decides\n"));
 }
 
 TEST(Step, EndsAPluginThatHangs) {
   for (const std::string how :
        {"hangs", "hangs and ignores TERM", "completes and hangs", "logs for good"}) {
-    const Ended ended = runUnruly(how, "import", {"--timeout", "1", "--grace", "0.1"});
-    EXPECT_EQ(ended.status, 4) << how;
-    EXPECT_TRUE(how == "logs for good" || holds(ended.out, "[stdout] hanging\n"));
-    EXPECT_EQ(verdictOf(ended), "step import: time-out");
-    EXPECT_TRUE(isGone(processOf(ended.out)));
+    const ProcessResult result = runUnruly(how, "import", {"--timeout", "1", "--grace", "0.1"});
+    EXPECT_EQ(result.status, 4) << how;
+    EXPECT_TRUE(how == "logs for good" || holds(result.out, "[stdout] hanging\n"));
+    EXPECT_EQ(verdictOf(result), "step import: time-out");
+    EXPECT_TRUE(isGone(processOf(result.out)));
   }
 }
 
 TEST(Step, EndsAPluginThatClosesItsConnectionBeforeItsCompletionAndLivesOn) {
   for (const std::string how : {"closes and lives on", "closes and ignores TERM"}) {
-    const Ended ended = runUnruly(how, "import", {"--grace", "0.1"});
-    EXPECT_EQ(ended.status, 5) << how;
-    EXPECT_TRUE(holds(ended.out,
+    const ProcessResult result = runUnruly(how, "import", {"--grace", "0.1"});
+    EXPECT_EQ(result.status, 5) << how;
+    EXPECT_TRUE(holds(result.out,
                       "the plug-in closed its connection before its completion and did not end\n"));
-    EXPECT_EQ(verdictOf(ended), "step import: no completion");
-    EXPECT_TRUE(isGone(processOf(ended.out)));
+    EXPECT_EQ(verdictOf(result), "step import: no completion");
+    EXPECT_TRUE(isGone(processOf(result.out)));
   }
 }
 
 TEST(Step, EndsAPluginThatClosesItsConnectionInsideAPacketAndLivesOn) {
-  const Ended ended =
+  const ProcessResult result =
       runUnruly("closes inside a packet and lives on", "import", {"--grace", "0.1"});
-  EXPECT_EQ(ended.status, 3);
-  EXPECT_TRUE(holds(ended.out, "\nthe connection ended inside a packet\n"));
-  EXPECT_TRUE(isGone(processOf(ended.out)));
+  EXPECT_EQ(result.status, 3);
+  EXPECT_TRUE(holds(result.out, "\nthe connection ended inside a packet\n"));
+  EXPECT_TRUE(isGone(processOf(result.out)));
 }
 
 TEST(Step, NamesHowAPluginEndedWithinTheGraceAfterItsClose) {
@@ -319,16 +319,16 @@ TEST(Step, NamesHowAPluginEndedWithinTheGraceAfterItsClose) {
                   {"UNRULY=closes and exits with 3 when told"});
   ASSERT_TRUE(command.waitFor("[stdout] closed\n"));
   kill(std::atoi(processOf(command.outSoFar()).c_str()), SIGUSR1);
-  const Ended ended = command.finish();
-  EXPECT_EQ(ended.status, 5);
-  EXPECT_TRUE(holds(ended.out, "the plug-in ended with status 3 and without a completion\n"));
+  const ProcessResult result = command.finish();
+  EXPECT_EQ(result.status, 5);
+  EXPECT_TRUE(holds(result.out, "the plug-in ended with status 3 and without a completion\n"));
 }
 
 TEST(Step, LeavesNoProcessOfThePluginBehind) {
-  const Ended ended = runUnruly("leaves a child that holds its output");
-  EXPECT_EQ(ended.status, 5);
-  const std::size_t at = ended.out.find("[stdout] child ") + 15;
-  EXPECT_TRUE(isGone(ended.out.substr(at, ended.out.find('\n', at) - at)));
+  const ProcessResult result = runUnruly("leaves a child that holds its output");
+  EXPECT_EQ(result.status, 5);
+  const std::size_t at = result.out.find("[stdout] child ") + 15;
+  EXPECT_TRUE(isGone(result.out.substr(at, result.out.find('\n', at) - at)));
 }
 
 TEST(Step, CancelsThePluginOnCtrlC) {
@@ -336,10 +336,10 @@ TEST(Step, CancelsThePluginOnCtrlC) {
     Command command(stepCommand("export", UNRULY_PLUGIN), {"UNRULY=waits for a cancel"});
     ASSERT_TRUE(command.waitFor("[stdout] waiting\n"));
     command.signal(number);
-    const Ended ended = command.finish();
-    EXPECT_EQ(ended.status, 130);
-    EXPECT_TRUE(holds(ended.out, "[stdout] canceled\n"));
-    EXPECT_EQ(verdictOf(ended), "step export: interrupted");
+    const ProcessResult result = command.finish();
+    EXPECT_EQ(result.status, 130);
+    EXPECT_TRUE(holds(result.out, "[stdout] canceled\n"));
+    EXPECT_EQ(verdictOf(result), "step export: interrupted");
   }
 }
 
@@ -365,8 +365,8 @@ TEST(Step, BreaksOffACopyOnCtrlC) {
                   {"UNRULY=uploads", "UNRULY_FILE=" + source});
   ASSERT_TRUE(command.waitFor("[stdout] uploading\n"));
   command.signal(SIGINT);
-  const Ended ended = command.finish();
-  EXPECT_EQ(ended.status, 130);
+  const ProcessResult result = command.finish();
+  EXPECT_EQ(result.status, 130);
   EXPECT_TRUE(std::filesystem::is_empty(store));
 }
 
@@ -401,10 +401,10 @@ TEST(Step, RefusesWrongUsageAndNamesIt) {
   for (const Usage &row : cases) {
     std::vector<std::string> words = {ARVL_HOST};
     words.insert(words.end(), row.words.begin(), row.words.end());
-    const Ended ended = run(words);
-    EXPECT_EQ(ended.status, 2) << row.message;
-    EXPECT_TRUE(holds(ended.err, row.message));
-    EXPECT_EQ(ended.out, "");
+    const ProcessResult result = run(words);
+    EXPECT_EQ(result.status, 2) << row.message;
+    EXPECT_TRUE(holds(result.err, row.message));
+    EXPECT_EQ(result.out, "");
   }
 }
 
@@ -412,19 +412,19 @@ TEST(Step, RefusesAnExecutableThatCannotBeRun) {
   const TempDir dir;
   const std::string path = dir.path().string() + "/export";
   std::ofstream(path) << "no program\n";
-  const Ended notExecutable = run(stepCommand("export", dir.path().string()));
+  const ProcessResult notExecutable = run(stepCommand("export", dir.path().string()));
   EXPECT_EQ(notExecutable.status, 2);
   EXPECT_TRUE(holds(notExecutable.err, path + " is not an executable file"));
 
   std::ofstream(path) << "#!/no/such/interpreter\n";
   chmod(path.c_str(), 0755);
-  const Ended noInterpreter = run(stepCommand("export", dir.path().string()));
+  const ProcessResult noInterpreter = run(stepCommand("export", dir.path().string()));
   EXPECT_EQ(noInterpreter.status, 2);
   EXPECT_TRUE(holds(noInterpreter.err, "cannot run " + path + ": No such file or directory"));
 }
 
 TEST(Step, HelpsWithEverything) {
-  const Ended help = run({ARVL_HOST, "step", "--help"});
+  const ProcessResult help = run({ARVL_HOST, "step", "--help"});
   EXPECT_EQ(help.status, 0);
   for (const char *part : {"--plugin", "--framework-version", "--timeout", "--grace", "--store",
                            "--language", "--folder", "--app", "--export-config", "--export-result",
@@ -452,7 +452,7 @@ class Minimal : public testing::Test {
 
   std::string at(const std::string &name) const { return dir_.path().string() + "/" + name; }
 
-  Ended step(const std::string &name, const std::vector<std::string> &more = {}) const {
+  ProcessResult step(const std::string &name, const std::vector<std::string> &more = {}) const {
     return run(stepCommand(name, MINIMAL_PLUGIN, more),
                {"MINIMAL_DIRS=" + at("source"), "MINIMAL_TARGET=" + at("target")});
   }
@@ -464,15 +464,15 @@ TEST_F(Minimal, IsBackedUpAndRestored) {
   EXPECT_EQ(step("summary").status, 0);
   EXPECT_EQ(step("estimate_exportion").status, 0);
   EXPECT_EQ(step("can_export").status, 0);
-  const Ended exported = step("export", {"--store", at("store")});
+  const ProcessResult exported = step("export", {"--store", at("store")});
   EXPECT_EQ(exported.status, 0);
   EXPECT_TRUE(holds(exported.out, "[progress] 100 % Exporting documents\n"));
   const std::vector<std::string> result = {"--export-result", at("result.json")};
   EXPECT_EQ(step("can_import", result).status, 0);
-  const Ended imported = step(
+  const ProcessResult imported = step(
       "import", {"--store", at("store"), "--export-result", at("result.json"), "--list-page", "1"});
   EXPECT_EQ(imported.status, 0) << imported.out;
-  const Ended diff =
+  const ProcessResult diff =
       run({"/usr/bin/diff", "-r", "--no-dereference", at("source"), at("target/source")});
   EXPECT_EQ(diff.status, 0) << diff.out;
   struct stat status;
@@ -481,9 +481,9 @@ TEST_F(Minimal, IsBackedUpAndRestored) {
 }
 
 TEST_F(Minimal, IsTraced) {
-  const Ended ended = step("export", {"--store", at("store"), "--trace", at("trace")});
-  EXPECT_EQ(ended.status, 0);
-  const Ended shown = run({ARVL_HOST, "trace", at("trace")});
+  const ProcessResult result = step("export", {"--store", at("store"), "--trace", at("trace")});
+  EXPECT_EQ(result.status, 0);
+  const ProcessResult shown = run({ARVL_HOST, "trace", at("trace")});
   EXPECT_EQ(shown.status, 0) << shown.err;
   for (const char *part : {"PACKET_CREATE_DIR_REQUEST", "UPLOAD_RESPONSE", "EXPORT_COMPLETE"}) {
     EXPECT_TRUE(holds(shown.out, part));
@@ -495,10 +495,10 @@ TEST_F(Minimal, IsTraced) {
 
   EXPECT_EQ(step("export", {"--trace", "/no/folder/trace"}).status, 2);
   std::ofstream(at("trace")) << "no trace\n";
-  const Ended broken = run({ARVL_HOST, "trace", at("trace")});
+  const ProcessResult broken = run({ARVL_HOST, "trace", at("trace")});
   EXPECT_EQ(broken.status, 2);
   EXPECT_TRUE(holds(broken.err, at("trace") + ":1: "));
-  const Ended full = run({ARVL_HOST, "trace", at("result.json"), "--html", "/dev/full"});
+  const ProcessResult full = run({ARVL_HOST, "trace", at("result.json"), "--html", "/dev/full"});
   EXPECT_EQ(full.status, 2);
 }
 
@@ -509,36 +509,36 @@ TEST_F(Minimal, IsToldTheLanguage) {
 
 TEST_F(Minimal, IsToldTheConfiguration) {
   std::ofstream(at("config.json")) << "{\"enabled\": false}";
-  const Ended ended = step("can_export", {"--export-config", at("config.json")});
-  EXPECT_EQ(ended.status, 1);
-  EXPECT_TRUE(holds(ended.out, "err_msg.key: export_disabled\n"));
+  const ProcessResult result = step("can_export", {"--export-config", at("config.json")});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_TRUE(holds(result.out, "err_msg.key: export_disabled\n"));
 }
 
 TEST_F(Minimal, IsDeniedFilesWithoutAStore) {
-  const Ended ended = step("export");
-  EXPECT_EQ(ended.status, 1);
-  EXPECT_TRUE(holds(ended.out, "err_msg.key: store_unavailable\n"));
+  const ProcessResult result = step("export");
+  EXPECT_EQ(result.status, 1);
+  EXPECT_TRUE(holds(result.out, "err_msg.key: store_unavailable\n"));
 }
 
 TEST_F(Minimal, FindsNoExportUnlessOneIsGiven) {
-  const Ended ended = step("can_import");
-  EXPECT_EQ(ended.status, 1);
-  EXPECT_TRUE(holds(ended.out, "err_msg.key: no_export\n"));
+  const ProcessResult result = step("can_import");
+  EXPECT_EQ(result.status, 1);
+  EXPECT_TRUE(holds(result.out, "err_msg.key: no_export\n"));
 }
 
 TEST_F(Minimal, IsNotToldWhatAnOldFrameworkDoesNotKnow) {
-  const Ended ended = step("can_export", {"--framework-version", "2.2"});
-  EXPECT_EQ(ended.status, 1);
-  EXPECT_TRUE(holds(ended.out, "Error: Arvelo framework ver [2.2] not support\n"));
+  const ProcessResult result = step("can_export", {"--framework-version", "2.2"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_TRUE(holds(result.out, "Error: Arvelo framework ver [2.2] not support\n"));
 }
 
 TEST_F(Minimal, IsNotStartedOnAnExportResultThatBreaksTheRules) {
   std::ofstream(at("result.json"))
       << R"({"export_result":{"success":true,"app_data_version":"x"}})";
-  const Ended ended = step("import", {"--export-result", at("result.json")});
-  EXPECT_EQ(ended.status, 2);
-  EXPECT_TRUE(holds(ended.err, at("result.json") + ": the rule book refuses the export result:\n"
-                                                   "  invalid app_data_version format [x]\n"));
+  const ProcessResult result = step("import", {"--export-result", at("result.json")});
+  EXPECT_EQ(result.status, 2);
+  EXPECT_TRUE(holds(result.err, at("result.json") + ": the rule book refuses the export result:\n"
+                                                    "  invalid app_data_version format [x]\n"));
   // In a manifest of a backup, null: there were no external handlers.
   std::ofstream(at("manifest.json"))
       << R"({"export_result":{"success":true,"app_data_version":"1.7"},)"

@@ -18,7 +18,7 @@ namespace arvl_test {
 namespace {
 
 using Names = std::set<std::string>;
-using Words = std::vector<std::string>;
+using Arguments = std::vector<std::string>;
 
 class StoreCommand : public JobFolder {
  protected:
@@ -32,9 +32,9 @@ class StoreCommand : public JobFolder {
 
   // What verify says of the latest backup, in lines without the backup's name.
   std::string verify(int status) const {
-    const Ended ended = onStore("verify", {"--name", "unruly"});
-    EXPECT_EQ(ended.status, status) << ended.out;
-    std::string text = ended.out + ended.err;
+    const ProcessResult result = onStore("verify", {"--name", "unruly"});
+    EXPECT_EQ(result.status, status) << result.out;
+    std::string text = result.out + result.err;
     const std::string name = "unruly " + latest().filename().string() + ": ";
     for (std::size_t at = 0; (at = text.find(name, at)) != std::string::npos;) {
       text.erase(at, name.size());
@@ -76,7 +76,7 @@ TEST_F(StoreCommand, ListsTheBackupsOfEachApplication) {
   const std::string second = mustBackUp().filename();
   ASSERT_EQ(backup({"--name", "an application"}).status, 0);
   const std::string third = latest("an application").filename();
-  const Ended all = onStore("list");
+  const ProcessResult all = onStore("list");
   EXPECT_EQ(all.status, 0);
   EXPECT_EQ(all.out,
             "APPLICATION     BACKUP                DATA  CONTENT\n"
@@ -115,8 +115,8 @@ TEST_F(StoreCommand, ListsInJsonWhenEachBackupStarted) {
   const Json::Value report = parseJson(onStore("list", {"--json"}).out);
   ASSERT_EQ(report["backups"].size(), 1u);
   const Json::Value &listed = report["backups"][0];
-  EXPECT_EQ(listed.getMemberNames(), (Words{"actual", "app_data_version", "application", "backup",
-                                            "error", "finished", "path", "started"}));
+  EXPECT_EQ(listed.getMemberNames(), (Arguments{"actual", "app_data_version", "application",
+                                                "backup", "error", "finished", "path", "started"}));
   const std::string started = listed["started"].asString();
   EXPECT_TRUE(std::regex_match(
       started, std::regex("[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}Z")))
@@ -127,10 +127,10 @@ TEST_F(StoreCommand, ListsInJsonWhenEachBackupStarted) {
 
 TEST_F(StoreCommand, RefusesAnApplicationThatTheStoreDoesNotHave) {
   for (const char *command : {"list", "prune"}) {
-    const Ended ended = onStore(command, {"--name", "other"});
-    EXPECT_EQ(ended.status, 2);
-    EXPECT_EQ(ended.out, "");
-    EXPECT_TRUE(holds(ended.err, "the store \"" + at("store") + "\" has no backup of other\n"));
+    const ProcessResult result = onStore(command, {"--name", "other"});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.out, "");
+    EXPECT_TRUE(holds(result.err, "the store \"" + at("store") + "\" has no backup of other\n"));
   }
   EXPECT_EQ(onStore("verify", {"--name", "other"}).status, 1);
   EXPECT_EQ(onStore("verify", {"--name", "../store"}).status, 2);
@@ -143,9 +143,10 @@ TEST_F(StoreCommand, ListsABackupWhoseManifestCannotBeRead) {
   const std::string newer = "\"" + manifest +
                             "\" is of version 2, this arvl-host reads up to version 1: use the "
                             "newer one";
-  const Ended ended = onStore("list");
-  EXPECT_EQ(ended.status, 0);
-  EXPECT_EQ(lastLine(ended.out), "unruly       " + folder.filename().string() + "  -     " + newer);
+  const ProcessResult result = onStore("list");
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(lastLine(result.out),
+            "unruly       " + folder.filename().string() + "  -     " + newer);
   EXPECT_EQ(parseJson(onStore("list", {"--json"}).out)["backups"][0]["error"], newer);
   writeBytes(manifest, "");
   EXPECT_TRUE(holds(onStore("list").out, "  -     \"" + manifest +
@@ -155,9 +156,9 @@ TEST_F(StoreCommand, ListsABackupWhoseManifestCannotBeRead) {
 TEST_F(StoreCommand, ListsAManifestWithAnExportResultOfAnotherKind) {
   const fs::path folder = mustBackUp();
   damage(folder / "manifest.json", "{\"app_data_version\":\"1.0\",\"success\":true}", "\"1.0\"");
-  const Ended ended = onStore("list");
-  EXPECT_EQ(ended.status, 0) << ended.err;
-  EXPECT_TRUE(holds(lastLine(ended.out), "  -     \"" + (folder / "manifest.json").string()));
+  const ProcessResult result = onStore("list");
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_TRUE(holds(lastLine(result.out), "  -     \"" + (folder / "manifest.json").string()));
 }
 
 // ---- verify
@@ -247,7 +248,7 @@ TEST_F(StoreCommand, NamesEachDifference) {
   fs::rename(folder, at("sound"));
   for (const Damage &row : cases) {
     run({"/bin/cp", "-a", at("sound"), folder.string()});
-    const Ended shell = run({"/bin/sh", "-ec", "cd \"$0\"; " + row.how, folder.string()});
+    const ProcessResult shell = run({"/bin/sh", "-ec", "cd \"$0\"; " + row.how, folder.string()});
     ASSERT_EQ(shell.status, 0) << row.how << shell.err;
     EXPECT_EQ(verify(1), row.lines) << row.how;
     fs::remove_all(folder);
@@ -261,7 +262,7 @@ TEST_F(StoreCommand, FollowsNoPathOutOfTheBackup) {
   const std::string problem = ": invalid path \"" + outside + "\": it has a component \"..\"\n";
   forge(folder, "/tree/folder/file", outside);
   EXPECT_TRUE(holds(verify(1), problem));
-  const Ended restored = restore();
+  const ProcessResult restored = restore();
   EXPECT_EQ(restored.status, 2);
   EXPECT_TRUE(holds(restored.err, problem));
 
@@ -298,7 +299,7 @@ TEST_F(StoreCommand, FindsWhateverInAManifestARestoreWouldRefuse) {
     forge(folder, row.part, row.by);
     EXPECT_TRUE(holds(verify(1), "error: ")) << row.by;
     EXPECT_TRUE(holds(verify(1), row.problem)) << row.by;
-    const Ended restored = restore();
+    const ProcessResult restored = restore();
     EXPECT_TRUE(restored.status == 2 || countOf(restored.err, " was denied: ") == 1u) << row.by;
     fs::remove_all(folder);
   }
@@ -309,8 +310,8 @@ TEST_F(StoreCommand, ReportsTheProblemsOfEveryBackupInJson) {
   fs::remove(latest() / "data/tree/link");
   const std::string first = latest().filename();
   const std::string second = mustBackUp().filename();
-  const Ended ended = onStore("verify", {"--json"});
-  EXPECT_EQ(ended.status, 1);
+  const ProcessResult result = onStore("verify", {"--json"});
+  EXPECT_EQ(result.status, 1);
   const Json::Value actual =
       parseJson(R"({"file_count": 2, "dir_count": 2, "symlink_count": 1, "size": 8})");
   Json::Value expected = parseJson(R"({
@@ -321,12 +322,12 @@ TEST_F(StoreCommand, ReportsTheProblemsOfEveryBackupInJson) {
   expected["backups"][0]["backup"] = first;
   expected["backups"][1]["backup"] = second;
   expected["backups"][0]["actual"] = expected["backups"][1]["actual"] = actual;
-  EXPECT_EQ(parseJson(ended.out), expected);
-  EXPECT_EQ(ended.err, "error: unruly " + first + ": data/tree/link: missing\nunruly " + second +
-                           ": sound, 2 files, 2 folders, 1 link, 8 B\n");
+  EXPECT_EQ(parseJson(result.out), expected);
+  EXPECT_EQ(result.err, "error: unruly " + first + ": data/tree/link: missing\nunruly " + second +
+                            ": sound, 2 files, 2 folders, 1 link, 8 B\n");
 
   EXPECT_EQ(onStore("verify", {"--name", "unruly", "--backup", second}).status, 0);
-  const Ended none = onStore("verify", {"--name", "unruly", "--backup", "none"});
+  const ProcessResult none = onStore("verify", {"--name", "unruly", "--backup", "none"});
   EXPECT_EQ(none.status, 1);
   EXPECT_EQ(none.err, "error: there is no backup none of unruly; there are " + first + ", " +
                           second + ": nothing was verified\n");
@@ -340,10 +341,10 @@ TEST_F(StoreCommand, DoesNotJudgeTheBackupOfANewerHostButTheOthers) {
   const std::string error = "\"" + (folder / "manifest.json").string() +
                             "\" is of version 2, this arvl-host reads up to version 1: use the "
                             "newer one";
-  const Ended ended = onStore("verify");
-  EXPECT_EQ(ended.status, 2);
-  EXPECT_EQ(lastLine(ended.err), "error: " + error);
-  EXPECT_TRUE(holds(ended.out, "unruly " + sound + ": sound, "));
+  const ProcessResult result = onStore("verify");
+  EXPECT_EQ(result.status, 2);
+  EXPECT_EQ(lastLine(result.err), "error: " + error);
+  EXPECT_TRUE(holds(result.out, "unruly " + sound + ": sound, "));
   const Json::Value report = parseJson(onStore("verify", {"--json"}).out);
   EXPECT_EQ(report["error"], error);
   EXPECT_EQ(report["backups"].size(), 1u);
@@ -352,16 +353,16 @@ TEST_F(StoreCommand, DoesNotJudgeTheBackupOfANewerHostButTheOthers) {
 TEST_F(StoreCommand, EndsVerifyWhenItIsInterrupted) {
   const fs::path folder = mustBackUp();
   fs::resize_file(folder / "data/tree/folder/file", std::uintmax_t(1) << 38);  // long to read
-  Words words = {"/bin/sh", "-c", "exec \"$0\" \"$@\" 2>&1"};
+  Arguments words = {"/bin/sh", "-c", "exec \"$0\" \"$@\" 2>&1"};
   for (const std::string &word : storeCommand("verify")) {
     words.push_back(word);
   }
   Command verify(words);
   ASSERT_TRUE(verify.waitFor("folder/file: has another time of modification\n"));
   verify.signal(SIGINT);
-  const Ended ended = verify.finish();
-  EXPECT_EQ(ended.status, 130);
-  EXPECT_EQ(lastLine(ended.out), "error: interrupted");
+  const ProcessResult result = verify.finish();
+  EXPECT_EQ(result.status, 130);
+  EXPECT_EQ(lastLine(result.out), "error: interrupted");
 }
 
 // ---- prune
@@ -370,18 +371,18 @@ TEST_F(StoreCommand, RemovesWhatDidNotFinishAndNothingElse) {
   const fs::path finished = mustBackUp();
   const std::string left = leaveUnfinished();
   ASSERT_NE(left, "");
-  const Ended listed = onStore("list");
+  const ProcessResult listed = onStore("list");
   EXPECT_EQ(countOf(listed.out, "\nunruly "), 1u);
   EXPECT_EQ(lastLine(listed.out),
             "and 1 that did not finish, or that run now; prune removes what did not finish");
   EXPECT_EQ(countOf(onStore("verify").out, "partial"), 0u);
   EXPECT_EQ(restore({"--backup", left}).status, 2);
 
-  const Ended pruned = onStore("prune");
+  const ProcessResult pruned = onStore("prune");
   EXPECT_EQ(pruned.status, 0);
   EXPECT_EQ(pruned.out, "removed " + at("store/unruly/") + left + "\n");
   EXPECT_EQ(backups(), Names{finished.filename()});
-  const Ended again = onStore("prune");
+  const ProcessResult again = onStore("prune");
   EXPECT_EQ(again.status, 0);
   EXPECT_EQ(again.out, "");
 }
@@ -389,11 +390,11 @@ TEST_F(StoreCommand, RemovesWhatDidNotFinishAndNothingElse) {
 TEST_F(StoreCommand, RemovesWhatDidNotFinishHoweverDeepItIs) {
   const std::string left = dir_.makeDir("store/unruly") + "/20261121T092532.123Z.partial";
   makeDeepTree(left, 20000);
-  Words words = {"/bin/sh", "-c", "ulimit -n 64 && exec \"$0\" \"$@\""};
+  Arguments words = {"/bin/sh", "-c", "ulimit -n 64 && exec \"$0\" \"$@\""};
   for (const std::string &word : storeCommand("prune")) {
     words.push_back(word);
   }
-  const Ended pruned = run(words);
+  const ProcessResult pruned = run(words);
   EXPECT_EQ(pruned.status, 0) << pruned.err;
   EXPECT_EQ(pruned.out, "removed " + left + "\n");
   EXPECT_EQ(backups(), Names{});
@@ -410,13 +411,13 @@ TEST_F(StoreCommand, GoesOnAfterWhatCannotBeRemoved) {
   }
   const std::string error =
       "cannot remove \"mounted\" in \"" + stuck + "\": Device or resource busy";
-  const Ended pruned = onStore("prune");
+  const ProcessResult pruned = onStore("prune");
   EXPECT_EQ(pruned.status, 2);
   EXPECT_EQ(pruned.out, "removed " + last + "\nremoved " + other + "\n");
   EXPECT_EQ(pruned.err, "error: " + error + "\n");
   EXPECT_EQ(parseJson(onStore("prune", {"--json"}).out)["error"], error);
 
-  const Ended next = backup();
+  const ProcessResult next = backup();
   EXPECT_EQ(next.status, 0);
   EXPECT_EQ(next.err, "warning: " + error + "; the backup goes on, remove the directory by hand\n");
   EXPECT_EQ(onStore("verify", {"--name", "unruly"}).status, 0);
@@ -428,7 +429,7 @@ TEST_F(StoreCommand, LeavesABackupThatRunsAlone) {
   Command running(job("backup"), variables());
   ASSERT_TRUE(running.waitFor("[stdout] waiting\n"));
   const Names before = backups();
-  const Ended pruned = onStore("prune");
+  const ProcessResult pruned = onStore("prune");
   EXPECT_EQ(pruned.status, 0);
   EXPECT_EQ(pruned.err.substr(0, pruned.err.find(" on ")),
             "warning: the backups in \"" + at("store/unruly") + "\" are in use by process " +

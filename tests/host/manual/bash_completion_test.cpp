@@ -19,11 +19,11 @@ namespace {
 
 using namespace arvl_test;
 
-using Words = std::vector<std::string>;
+using Arguments = std::vector<std::string>;
 
-Words linesOf(const std::string &text) {
+Arguments linesOf(const std::string &text) {
   std::istringstream stream(text);
-  Words lines;
+  Arguments lines;
   for (std::string line; std::getline(stream, line);) {
     lines.push_back(line);
   }
@@ -50,21 +50,21 @@ class BashCompletion : public testing::Test {
   std::string script() const { return dir_.at("completion"); }
 
   // The commands run with the completion sourced, in the folder.
-  Words bash(const std::string &commands, const Words &arguments = {}) {
-    Words words = {"/bin/bash", "--norc", "-uc", "cd \"$0\" && . ../completion && " + commands,
-                   dir_.at("work")};
+  Arguments bash(const std::string &commands, const Arguments &arguments = {}) {
+    Arguments words = {"/bin/bash", "--norc", "-uc", "cd \"$0\" && . ../completion && " + commands,
+                       dir_.at("work")};
     words.insert(words.end(), arguments.begin(), arguments.end());
-    const Ended ended = run(words);
-    EXPECT_EQ(ended.status, 0);
-    EXPECT_EQ(ended.err, "");
-    return linesOf(ended.out);
+    const ProcessResult result = run(words);
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.err, "");
+    return linesOf(result.out);
   }
 
   // What is offered for the word at the cursor, the last unless there are words after it.
-  Words offered(Words words, const Words &after = {}) {
+  Arguments offered(Arguments words, const Arguments &after = {}) {
     words.insert(words.begin(), {std::to_string(words.size()), "arvl-host"});
     words.insert(words.end(), after.begin(), after.end());
-    Words replies = bash(
+    Arguments replies = bash(
         "COMP_CWORD=$1 COMP_WORDS=(\"${@:2}\") && _arvl_host && "
         "for reply in \"${COMPREPLY[@]}\"; do echo \"$reply\"; done",
         words);
@@ -77,12 +77,12 @@ class BashCompletion : public testing::Test {
   TempDir dir_;
 };
 
-bool has(const Words &words, const std::string &word) {
+bool has(const Arguments &words, const std::string &word) {
   return std::find(words.begin(), words.end(), word) != words.end();
 }
 
 TEST_F(BashCompletion, BelongsToTheCommand) {
-  EXPECT_EQ(bash("complete -p arvl-host"), Words({"complete -F _arvl_host arvl-host"}));
+  EXPECT_EQ(bash("complete -p arvl-host"), Arguments({"complete -F _arvl_host arvl-host"}));
 }
 
 TEST_F(BashCompletion, IsInstalledAsTheDefinitionsAreNow) {
@@ -95,7 +95,7 @@ TEST_F(BashCompletion, OffersEverySubcommandAndOption) {
   EXPECT_GE(commands.size(), 7u);
   for (const CLI::App *command : commands) {
     EXPECT_TRUE(has(offered({""}), command->get_name()));
-    const Words options = offered({command->get_name(), "-"});
+    const Arguments options = offered({command->get_name(), "-"});
     for (const CLI::Option *option : command->get_options()) {
       EXPECT_TRUE(option->get_positional() || has(options, option->get_name()))
           << command->get_name() << ' ' << option->get_name();
@@ -104,55 +104,57 @@ TEST_F(BashCompletion, OffersEverySubcommandAndOption) {
 }
 
 TEST_F(BashCompletion, OffersTheSubcommandsFirst) {
-  EXPECT_EQ(offered({"tra"}), Words({"trace"}));
-  EXPECT_EQ(offered({"-"}), Words({"--help", "--version", "-h"}));
-  EXPECT_EQ(offered({"nonsense", ""}), Words());
+  EXPECT_EQ(offered({"tra"}), Arguments({"trace"}));
+  EXPECT_EQ(offered({"-"}), Arguments({"--help", "--version", "-h"}));
+  EXPECT_EQ(offered({"nonsense", ""}), Arguments());
 }
 
 TEST_F(BashCompletion, OffersTheStepsThenTheOptions) {
-  const Words steps = {"can_export", "can_import", "estimate_exportion",
-                       "export",     "import",     "summary"};
+  const Arguments steps = {"can_export", "can_import", "estimate_exportion",
+                           "export",     "import",     "summary"};
   EXPECT_EQ(offered({"step", ""}), steps);
   EXPECT_EQ(offered({"step", "--plugin", "deep", ""}), steps);
-  EXPECT_EQ(offered({"step", "can_"}), Words({"can_export", "can_import"}));
-  EXPECT_EQ(offered({"step", "export", "--t"}), Words({"--timeout", "--trace", "--trace-full"}));
+  EXPECT_EQ(offered({"step", "can_"}), Arguments({"can_export", "can_import"}));
+  EXPECT_EQ(offered({"step", "export", "--t"}),
+            Arguments({"--timeout", "--trace", "--trace-full"}));
   EXPECT_TRUE(has(offered({"step", "export", ""}), "--plugin"));
 }
 
 TEST_F(BashCompletion, OffersFilesAndFolders) {
-  EXPECT_EQ(offered({"trace", "d"}), Words({"data one", "deep", "done"}));
-  EXPECT_EQ(offered({"trace", "deep/"}), Words({"deep/inner", "deep/x=y"}));
-  EXPECT_EQ(offered({"step", "--export-config", "da"}), Words({"data one"}));
-  EXPECT_EQ(offered({"step", "--plugin", ""}), Words({"deep"}));
-  EXPECT_EQ(offered({"step", "--store", "deep/"}), Words({"deep/inner"}));
+  EXPECT_EQ(offered({"trace", "d"}), Arguments({"data one", "deep", "done"}));
+  EXPECT_EQ(offered({"trace", "deep/"}), Arguments({"deep/inner", "deep/x=y"}));
+  EXPECT_EQ(offered({"step", "--export-config", "da"}), Arguments({"data one"}));
+  EXPECT_EQ(offered({"step", "--plugin", ""}), Arguments({"deep"}));
+  EXPECT_EQ(offered({"step", "--store", "deep/"}), Arguments({"deep/inner"}));
 }
 
 TEST_F(BashCompletion, OffersNothingForAFreeValue) {
-  EXPECT_EQ(offered({"step", "--timeout", ""}), Words());
-  EXPECT_EQ(offered({"step", "--timeout", "-"}), Words());
-  EXPECT_EQ(offered({"step", "--language="}), Words());
+  EXPECT_EQ(offered({"step", "--timeout", ""}), Arguments());
+  EXPECT_EQ(offered({"step", "--timeout", "-"}), Arguments());
+  EXPECT_EQ(offered({"step", "--language="}), Arguments());
 }
 
 TEST_F(BashCompletion, OffersAnOptionOnceUnlessItMayBeRepeated) {
-  EXPECT_EQ(offered({"step", "--trace", "x", "--tr"}), Words({"--trace-full"}));
-  EXPECT_EQ(offered({"step", "--trace", "=", "x", "--tr"}), Words({"--trace-full"}));
-  EXPECT_EQ(offered({"step", "--tr"}, {"--trace", "x"}), Words({"--trace-full"}));
-  EXPECT_EQ(offered({"step", "--folder", "x", "--fo"}), Words({"--folder"}));
-  EXPECT_EQ(offered({"step", "--folder", "--trace", "--tr"}), Words({"--trace", "--trace-full"}));
-  EXPECT_EQ(offered({"-h", "--"}), Words({"--version"}));
+  EXPECT_EQ(offered({"step", "--trace", "x", "--tr"}), Arguments({"--trace-full"}));
+  EXPECT_EQ(offered({"step", "--trace", "=", "x", "--tr"}), Arguments({"--trace-full"}));
+  EXPECT_EQ(offered({"step", "--tr"}, {"--trace", "x"}), Arguments({"--trace-full"}));
+  EXPECT_EQ(offered({"step", "--folder", "x", "--fo"}), Arguments({"--folder"}));
+  EXPECT_EQ(offered({"step", "--folder", "--trace", "--tr"}),
+            Arguments({"--trace", "--trace-full"}));
+  EXPECT_EQ(offered({"-h", "--"}), Arguments({"--version"}));
 }
 
 TEST_F(BashCompletion, CompletesAValueJoinedByAnEqualsSign) {
-  EXPECT_EQ(offered({"step", "--plugin", "="}), Words({"deep"}));
-  EXPECT_EQ(offered({"step", "--plugin", "=", "de"}), Words({"deep"}));
-  EXPECT_EQ(offered({"step", "--trace", "=", "deep/x", "=", ""}), Words({"y"}));
-  EXPECT_EQ(offered({"step", "--plugin", "=", "deep", "exp"}), Words({"export"}));
+  EXPECT_EQ(offered({"step", "--plugin", "="}), Arguments({"deep"}));
+  EXPECT_EQ(offered({"step", "--plugin", "=", "de"}), Arguments({"deep"}));
+  EXPECT_EQ(offered({"step", "--trace", "=", "deep/x", "=", ""}), Arguments({"y"}));
+  EXPECT_EQ(offered({"step", "--plugin", "=", "deep", "exp"}), Arguments({"export"}));
 }
 
 TEST_F(BashCompletion, CompletesAValueJoinedWhereTheSignBreaksNoWord) {
-  EXPECT_EQ(offered({"step", "--plugin="}), Words({"--plugin=deep"}));
-  EXPECT_EQ(offered({"step", "--export-config=da"}), Words({"--export-config=data one"}));
-  EXPECT_EQ(offered({"step", "--plugin=deep", "exp"}), Words({"export"}));
+  EXPECT_EQ(offered({"step", "--plugin="}), Arguments({"--plugin=deep"}));
+  EXPECT_EQ(offered({"step", "--export-config=da"}), Arguments({"--export-config=data one"}));
+  EXPECT_EQ(offered({"step", "--plugin=deep", "exp"}), Arguments({"export"}));
 }
 
 TEST_F(BashCompletion, OffersPlacesAndChoicesByTheDefinitions) {
@@ -167,11 +169,11 @@ TEST_F(BashCompletion, OffersPlacesAndChoicesByTheDefinitions) {
   command->add_option("--hidden", text, "Not to be seen")->group("");
   use(app);
 
-  EXPECT_EQ(offered({"go", ""}), Words({"--colour", "--help", "--tag", "-c", "-h", "-t"}));
-  EXPECT_EQ(offered({"go", "-c", "r"}), Words({"red"}));
-  EXPECT_EQ(offered({"go", "-c", "red", "-t", "x", "--"}), Words({"--help", "--tag"}));
-  EXPECT_EQ(offered({"go", "x", ""}), Words({"left", "right"}));
-  EXPECT_EQ(offered({"go", "x", "left", "right", "le"}), Words({"left"}));
+  EXPECT_EQ(offered({"go", ""}), Arguments({"--colour", "--help", "--tag", "-c", "-h", "-t"}));
+  EXPECT_EQ(offered({"go", "-c", "r"}), Arguments({"red"}));
+  EXPECT_EQ(offered({"go", "-c", "red", "-t", "x", "--"}), Arguments({"--help", "--tag"}));
+  EXPECT_EQ(offered({"go", "x", ""}), Arguments({"left", "right"}));
+  EXPECT_EQ(offered({"go", "x", "left", "right", "le"}), Arguments({"left"}));
 }
 
 }  // namespace

@@ -24,7 +24,7 @@ std::string pageOf(const CLI::App &app, const std::string &version = "1.2") {
   return page.str();
 }
 
-Ended groff(const std::string &page, const std::string &options) {
+ProcessResult groff(const std::string &page, const std::string &options) {
   const TempDir dir;
   const std::string file = dir.makeFile("page.1", page);
   return run({"/bin/sh", "-c", "groff -man -ww -Tascii -P-cbou " + options + " \"$0\"", file});
@@ -84,9 +84,9 @@ TEST(ManPage, IsInstalledAsTheDefinitionsAreNow) {
 
 TEST(ManPage, OfTheCommandMakesGroffWarnOfNothing) {
   arvl_host::CommandLine commandLine;
-  const Ended ended = groff(pageOf(commandLine.app()), "-z");
-  EXPECT_EQ(ended.status, 0);
-  EXPECT_EQ(ended.err, "");
+  const ProcessResult result = groff(pageOf(commandLine.app()), "-z");
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.err, "");
 }
 
 TEST(ManPage, TellsAllThatTheDefinitionsSay) {
@@ -168,13 +168,13 @@ TEST(ManPage, ShowsWhatRoffWouldTakeForItsOwn) {
   CLI::App app("Does things.", "program");
   CLI::App *command = app.add_subcommand("go", ".so \\fBno\\fR \\n \"q\" -z `a` ^ ~");
   command->footer("'br one\n.br two\n...");
-  const Ended ended = groff(pageOf(app), "");
-  EXPECT_EQ(ended.status, 0);
-  EXPECT_EQ(ended.err, "");
+  const ProcessResult result = groff(pageOf(app), "");
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.err, "");
   for (const char *line : {".so \\fBno\\fR \\n \"q\" -z `a` ^ ~", "'br one", ".br two", "..."}) {
-    EXPECT_NE(ended.out.find("\n       " + std::string(line) + '\n'), std::string::npos)
+    EXPECT_NE(result.out.find("\n       " + std::string(line) + '\n'), std::string::npos)
         << line << " is not in:\n"
-        << ended.out;
+        << result.out;
   }
 }
 

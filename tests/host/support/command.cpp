@@ -68,16 +68,16 @@ bool Command::readMore() {
     return false;
   }
   if (both[0].revents != 0) {
-    readSome(out_, ended_.out);
+    readSome(out_, result_.out);
   }
   if (both[1].revents != 0) {
-    readSome(err_, ended_.err);
+    readSome(err_, result_.err);
   }
   return true;
 }
 
 bool Command::waitFor(const std::string &text) {
-  while (ended_.out.find(text) == std::string::npos) {
+  while (result_.out.find(text) == std::string::npos) {
     if (!readMore()) {
       return false;
     }
@@ -89,17 +89,18 @@ void Command::signal(int number) const {
   kill(pid_, number);
 }
 
-Ended Command::finish() {
+ProcessResult Command::finish() {
   while (readMore()) {
   }
   int status = 0;
   waitpid(pid_, &status, 0);
   pid_ = -1;
-  ended_.status = WIFSIGNALED(status) ? -WTERMSIG(status) : WEXITSTATUS(status);
-  return ended_;
+  result_.status = WIFSIGNALED(status) ? -WTERMSIG(status) : WEXITSTATUS(status);
+  return result_;
 }
 
-Ended run(const std::vector<std::string> &words, const std::vector<std::string> &variables) {
+ProcessResult run(const std::vector<std::string> &words,
+                  const std::vector<std::string> &variables) {
   return Command(words, variables).finish();
 }
 

@@ -10,7 +10,7 @@
 
 namespace arvl_test {
 
-struct Ended {
+struct ProcessResult {
   int status = -1;  // the exit code; minus the number of the signal that ended it
   std::string out;
   std::string err;
@@ -27,10 +27,10 @@ class Command {
 
   // Reads on until stdout holds the text; false if it ends before.
   bool waitFor(const std::string &text);
-  const std::string &outSoFar() const { return ended_.out; }
+  const std::string &outSoFar() const { return result_.out; }
   pid_t pid() const { return pid_; }
   void signal(int number) const;
-  Ended finish();
+  ProcessResult finish();
 
  private:
   bool readMore();
@@ -38,10 +38,11 @@ class Command {
   pid_t pid_ = -1;
   int out_ = -1;
   int err_ = -1;
-  Ended ended_;
+  ProcessResult result_;
 };
 
-Ended run(const std::vector<std::string> &words, const std::vector<std::string> &variables = {});
+ProcessResult run(const std::vector<std::string> &words,
+                  const std::vector<std::string> &variables = {});
 
 // Says what was there in its place.
 testing::AssertionResult holds(const std::string &text, const std::string &part);

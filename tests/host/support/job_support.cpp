@@ -100,9 +100,9 @@ JobFolder::JobFolder() {
   dir_.makeDir("local");
 }
 
-void JobFolder::script(const std::string &step, std::initializer_list<Words> lines) const {
+void JobFolder::script(const std::string &step, std::initializer_list<Arguments> lines) const {
   std::string text;
-  for (const Words &words : lines) {
+  for (const Arguments &words : lines) {
     for (const std::string &word : words) {
       text += word + "\t";
     }
@@ -111,21 +111,22 @@ void JobFolder::script(const std::string &step, std::initializer_list<Words> lin
   writeBytes(at("script/" + step), text);
 }
 
-JobFolder::Words JobFolder::job(const std::string &command, const Words &more) const {
-  Words words = storeCommand(command, {"--plugin", UNRULY_PLUGIN});
+JobFolder::Arguments JobFolder::job(const std::string &command, const Arguments &more) const {
+  Arguments words = storeCommand(command, {"--plugin", UNRULY_PLUGIN});
   words.insert(words.end(), more.begin(), more.end());
   return words;
 }
 
-JobFolder::Words JobFolder::storeCommand(const std::string &command, const Words &more) const {
-  Words words = {ARVL_HOST, command, "--store", at("store")};
+JobFolder::Arguments JobFolder::storeCommand(const std::string &command,
+                                             const Arguments &more) const {
+  Arguments words = {ARVL_HOST, command, "--store", at("store")};
   words.insert(words.end(), more.begin(), more.end());
   return words;
 }
 
-fs::path JobFolder::mustBackUp(const Words &more) const {
-  const Ended ended = backup(more);
-  EXPECT_EQ(ended.status, 0) << ended.out << ended.err;
+fs::path JobFolder::mustBackUp(const Arguments &more) const {
+  const ProcessResult result = backup(more);
+  EXPECT_EQ(result.status, 0) << result.out << result.err;
   return latest();
 }
 

@@ -34,28 +34,32 @@ void makeOddTree(const std::filesystem::path &folder);
 
 class JobFolder : public testing::Test {
  protected:
-  using Words = std::vector<std::string>;
+  using Arguments = std::vector<std::string>;
 
   JobFolder();
 
   std::string at(const std::string &name) const { return dir_.at(name); }
 
   // Each line is the words of one thing that the step does; see the unruly plug-in.
-  void script(const std::string &step, std::initializer_list<Words> lines) const;
+  void script(const std::string &step, std::initializer_list<Arguments> lines) const;
 
   // The command on the store, of a plug-in that the script leads.
-  Words job(const std::string &command, const Words &more = {}) const;
-  Words storeCommand(const std::string &command, const Words &more = {}) const;
-  Words variables() const { return {"UNRULY_SCRIPT=" + at("script"), "UNRULY="}; }
+  Arguments job(const std::string &command, const Arguments &more = {}) const;
+  Arguments storeCommand(const std::string &command, const Arguments &more = {}) const;
+  Arguments variables() const { return {"UNRULY_SCRIPT=" + at("script"), "UNRULY="}; }
 
-  Ended backup(const Words &more = {}) const { return run(job("backup", more), variables()); }
-  Ended restore(const Words &more = {}) const { return run(job("restore", more), variables()); }
-  Ended onStore(const std::string &command, const Words &more = {}) const {
+  ProcessResult backup(const Arguments &more = {}) const {
+    return run(job("backup", more), variables());
+  }
+  ProcessResult restore(const Arguments &more = {}) const {
+    return run(job("restore", more), variables());
+  }
+  ProcessResult onStore(const std::string &command, const Arguments &more = {}) const {
     return run(storeCommand(command, more));
   }
 
   // A backup that must succeed; its folder.
-  std::filesystem::path mustBackUp(const Words &more = {}) const;
+  std::filesystem::path mustBackUp(const Arguments &more = {}) const;
   std::filesystem::path latest(const std::string &application = "unruly") const;
   std::set<std::string> backups(const std::string &application = "unruly") const;
 

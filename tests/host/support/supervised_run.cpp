@@ -169,7 +169,7 @@ class Run {
   Run(const Run &) = delete;
   Run &operator=(const Run &) = delete;
 
-  Ended finish();
+  ProcessResult finish();
 
  private:
   enum Channel { kCalls, kChildren, kOut, kErr, kChannels };
@@ -193,7 +193,7 @@ class Run {
   pollfd channels_[kChannels] = {
       {-1, POLLIN, 0}, {-1, POLLIN, 0}, {-1, POLLIN, 0}, {-1, POLLIN, 0}};
   std::vector<std::pair<std::uint64_t, pid_t>> heldExits_;
-  Ended ended_;
+  ProcessResult result_;
 };
 
 void Run::start() {
@@ -261,7 +261,7 @@ Run::~Run() {
   sigprocmask(SIG_SETMASK, &oldMask_, nullptr);
 }
 
-Ended Run::finish() {
+ProcessResult Run::finish() {
   start();
   while (!reap()) {
     const int ready = poll(channels_, kChannels, kPatience);
@@ -277,15 +277,15 @@ Ended Run::finish() {
       close(kCalls);
     }
     releaseExits();
-    read(kOut, ended_.out);
-    read(kErr, ended_.err);
+    read(kOut, result_.out);
+    read(kErr, result_.err);
   }
   while (channels_[kOut].fd >= 0 || channels_[kErr].fd >= 0) {
     poll(channels_, kChannels, -1);
-    read(kOut, ended_.out);
-    read(kErr, ended_.err);
+    read(kOut, result_.out);
+    read(kErr, result_.err);
   }
-  return ended_;
+  return result_;
 }
 
 void Run::handleCall() {
@@ -363,7 +363,7 @@ bool Run::reap() {
   pid_t pid = 0;
   while ((pid = waitpid(-1, &status, WNOHANG)) > 0) {
     if (pid == program_) {
-      ended_.status = WIFSIGNALED(status) ? -WTERMSIG(status) : WEXITSTATUS(status);
+      result_.status = WIFSIGNALED(status) ? -WTERMSIG(status) : WEXITSTATUS(status);
     }
   }
   return pid < 0;
@@ -371,8 +371,8 @@ bool Run::reap() {
 
 }  // namespace
 
-Ended runSupervised(const std::vector<std::string> &words,
-                    const std::vector<std::string> &variables, Supervisor &supervisor) {
+ProcessResult runSupervised(const std::vector<std::string> &words,
+                            const std::vector<std::string> &variables, Supervisor &supervisor) {
   return Run(words, variables, supervisor).finish();
 }
 

@@ -38,8 +38,8 @@ class Supervisor {
 
 // Returns when the program and every process that came of it are gone. Throws if nothing happens for
 // thirty seconds, and kills what is left; throws where the kernel cannot supervise.
-Ended runSupervised(const std::vector<std::string> &words,
-                    const std::vector<std::string> &variables, Supervisor &supervisor);
+ProcessResult runSupervised(const std::vector<std::string> &words,
+                            const std::vector<std::string> &variables, Supervisor &supervisor);
 
 }  // namespace arvl_test
 

@@ -231,14 +231,14 @@ void logOverAnotherDescriptor() {
 
 using ZARN::ARVLAPP::Agent;
 using ZARN::ARVLAPP::FileInfo;
-using Words = std::vector<std::string>;
+using Arguments = std::vector<std::string>;
 
-std::vector<Words> scriptOf(const std::string &step) {
-  std::vector<Words> script;
+std::vector<Arguments> scriptOf(const std::string &step) {
+  std::vector<Arguments> script;
   const char *folder = getenv("UNRULY_SCRIPT");
   std::ifstream file(folder != nullptr ? folder + ("/" + step) : "");
   for (std::string line; std::getline(file, line);) {
-    Words &words = script.emplace_back();
+    Arguments &words = script.emplace_back();
     std::istringstream text(line);
     for (std::string word; std::getline(text, word, '\t');) {
       words.push_back(word);
@@ -247,7 +247,7 @@ std::vector<Words> scriptOf(const std::string &step) {
   return script;
 }
 
-std::string behaviourOf(const std::vector<Words> &script) {
+std::string behaviourOf(const std::vector<Arguments> &script) {
   if (!script.empty() && script[0][0] == "be") {
     return script[0].at(1);
   }
@@ -268,7 +268,7 @@ FileInfo fileOf(const std::string &type, const std::string &path) {
   return file;
 }
 
-bool upload(Agent &agent, const Words &words) {
+bool upload(Agent &agent, const Arguments &words) {
   FileInfo source = fileOf(words.at(1), words.at(2));
   source.setTemp(words[0] == "move");
   ZARN::ARVLAPP::UploadInfo info;
@@ -277,7 +277,7 @@ bool upload(Agent &agent, const Words &words) {
   return agent.upload(info);
 }
 
-bool download(Agent &agent, const Words &words) {
+bool download(Agent &agent, const Arguments &words) {
   ZARN::ARVLAPP::DownloadInfo info;
   info.setSource(fileOf(words.at(1), words.at(2)));
   info.setDestinationPath(words.at(3));
@@ -313,7 +313,7 @@ bool waitFor(const std::string &fifo) {
   return open(fifo.c_str(), O_RDONLY | O_CLOEXEC) >= 0;
 }
 
-bool perform(Agent &agent, const Words &words) {
+bool perform(Agent &agent, const Arguments &words) {
   const std::string &verb = words[0];
   if (verb == "upload" || verb == "move") {
     return upload(agent, words);
@@ -334,8 +334,8 @@ bool perform(Agent &agent, const Words &words) {
 }
 
 // A script goes on after what is refused, and ends with "fail", a section and a key.
-bool follow(Agent &agent, const std::vector<Words> &script) {
-  for (const Words &words : script) {
+bool follow(Agent &agent, const std::vector<Arguments> &script) {
+  for (const Arguments &words : script) {
     if (words[0] == "fail") {
       agent.setErrorMsg(words.at(1), words.at(2));
       return false;
@@ -402,7 +402,7 @@ void listDescriptors() {
 
 int main(int argc, char **argv) {
   const std::string step = std::filesystem::path(argv[0]).filename();
-  const std::vector<Words> script = scriptOf(step);
+  const std::vector<Arguments> script = scriptOf(step);
   const std::string how = behaviourOf(script);
   if (behaveWithoutCompletion(how) || behaveRaw(how, atoi(argv[2]))) {
     return 0;

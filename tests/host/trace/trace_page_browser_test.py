@@ -64,7 +64,7 @@ class Browser:
         # Proxies of the environment are not for the machine itself.
         opener = urllib.request.build_opener(urllib.request.ProxyHandler({}))
         try:
-            with opener.open(request, timeout=60) as response:
+            with opener.open(request, timeout=180) as response:
                 return json.load(response)["value"]
         except urllib.error.HTTPError as refusal:
             raise RuntimeError(json.load(refusal)["value"]["message"]) from None
