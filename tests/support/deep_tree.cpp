@@ -21,12 +21,13 @@ void check(bool isDone, const std::string &what) {
 }  // namespace
 
 void makeDeepTree(const std::string &top, unsigned levels) {
+  const std::string name(100, 'd');
   check(mkdir(top.c_str(), 0755) == 0, top);
   int folder = open(top.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   check(folder >= 0, top);
   for (unsigned level = 1; level < levels; ++level) {
-    check(mkdirat(folder, "d", 0755) == 0, top);
-    const int next = openat(folder, "d", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    check(mkdirat(folder, name.c_str(), 0755) == 0, top);
+    const int next = openat(folder, name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     check(next >= 0, top);
     close(folder);
     folder = next;

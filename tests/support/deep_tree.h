@@ -5,9 +5,12 @@
 
 namespace arvl_test {
 
-// Makes a chain of directories with a file in the deepest. Its path may be far longer than the system takes
-// at once.
-void makeDeepTree(const std::string &top, unsigned levels);
+// Three times the descriptors that DescriptorLimit(64) leaves. A busy disk takes most of a minute to remove 20,000.
+constexpr unsigned kManyLevels = 200;
+
+// Makes a chain of directories, of long names, with a file in the deepest. The path of the deepest of kManyLevels is
+// longer than the system takes at once (4096 bytes).
+void makeDeepTree(const std::string &top, unsigned levels = kManyLevels);
 
 // Lowers the soft limit of open descriptors for the lifetime of the object.
 class DescriptorLimit {

@@ -193,7 +193,7 @@ TEST_F(CatalogOf, RemovesFoldersThatAreForReadingOnly) {
 TEST_F(CatalogOf, RemovesWhatDidNotFinishHoweverDeepItIs) {
   const std::string left = "20261121T092532.123Z.partial";
   make({"app"});
-  arvl_test::makeDeepTree(dir_.at("app/" + left), 20000);
+  arvl_test::makeDeepTree(dir_.at("app/" + left));
   const arvl_test::DescriptorLimit limit(64);
   const NewBackup backup(catalog_, "app");
   EXPECT_EQ(backup.unfinished().removed, Names{left});
@@ -204,7 +204,7 @@ TEST_F(CatalogOf, LeavesNothingOfABackupThatIsNotFinishedHoweverDeepItIs) {
   const arvl_test::DescriptorLimit limit(64);
   {
     const NewBackup backup(catalog_, "app");
-    arvl_test::makeDeepTree(backup.partialFolder() / "data/deep", 5000);
+    arvl_test::makeDeepTree(backup.partialFolder() / "data/deep");
   }
   EXPECT_EQ(catalog_.unfinished("app"), Names{});
 }

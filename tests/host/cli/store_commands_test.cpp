@@ -389,7 +389,7 @@ TEST_F(StoreCommand, RemovesWhatDidNotFinishAndNothingElse) {
 
 TEST_F(StoreCommand, RemovesWhatDidNotFinishHoweverDeepItIs) {
   const std::string left = dir_.makeDir("store/unruly") + "/20261121T092532.123Z.partial";
-  makeDeepTree(left, 20000);
+  makeDeepTree(left);
   Arguments words = {"/bin/sh", "-c", "ulimit -n 64 && exec \"$0\" \"$@\""};
   for (const std::string &word : storeCommand("prune")) {
     words.push_back(word);
