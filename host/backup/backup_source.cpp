@@ -25,21 +25,21 @@ Manifest readManifest(const fs::path &folder, FileIndex &index,
 
 }  // namespace
 
-Json::Value exportResultOf(const Manifest &manifest, const fs::path &folder) {
+Json::Value exportResultOf(const Manifest &manifest, const std::string &shown) {
   Json::Value content(Json::objectValue);
   content["export_result"] = manifest.exportResult;
   content["external_handler_result"] = manifest.externalHandlerResult;
   try {
     return makeExportResult(content);
   } catch (const std::runtime_error &error) {
-    throw StoreError(quoted(folder / kManifestName) + ": " + error.what());
+    throw StoreError(shown + ": " + error.what());
   }
 }
 
 BackupSource::BackupSource(const fs::path &folder, TransferMeter &meter,
                            const std::function<void()> &checkpoint)
     : manifest_(readManifest(folder, index_, checkpoint)),
-      exportResult_(exportResultOf(manifest_, folder)),
+      exportResult_(exportResultOf(manifest_, quoted(folder / kManifestName))),
       watcher_(index_, meter),
       store_(folder / kDataName, {{&watcher_, Durability::kEachFile}, true}) {}
 

@@ -6,6 +6,7 @@
 
 #include <filesystem>
 #include <functional>
+#include <string>
 
 #include "backup/file_index.h"
 #include "backup/manifest.h"
@@ -14,9 +15,9 @@
 
 namespace arvl_host {
 
-// Makes the answer to an export-result request from the manifest of the backup in this folder. Throws
-// StoreError if the answer would break the rule book.
-Json::Value exportResultOf(const Manifest &manifest, const std::filesystem::path &folder);
+// Makes the answer to an export-result request from a manifest. Throws StoreError, which begins with what is
+// shown of the manifest, if no packet could carry the answer or the rule book refuses it.
+Json::Value exportResultOf(const Manifest &manifest, const std::string &shown);
 
 // Serves the data for reading only, and compares each entry with the manifest before it is delivered.
 class BackupSource {

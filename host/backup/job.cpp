@@ -235,6 +235,7 @@ void BackupJob::exportTo(const fs::path &data, Manifest &manifest) {
     steps_.expectBytes(size.asUInt64());
   }
   manifest.exportResult = run(Agent::PLUGIN_NAME_EXPORT, framework).completion;
+  exportResultOf(manifest, "the completion of export cannot be handed to an import");
   manifest.changed = watcher.changed();
   for (const std::string &warning : watcher.warnings()) {
     display_.warning(warning);

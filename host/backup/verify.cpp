@@ -108,7 +108,7 @@ void Verifier::readManifest() {
 // An import is handed it.
 void Verifier::checkExportResult(const Manifest &manifest) {
   try {
-    exportResultOf(manifest, folder_);
+    exportResultOf(manifest, quoted(folder_ / kManifestName));
   } catch (const StoreError &error) {
     report(kManifestName, error.what());
   }

@@ -282,6 +282,16 @@ TEST_F(Job, GoesOnAfterAnEstimateThatDoesNotFit) {
   EXPECT_EQ(manifest["estimate"]["size"].asInt64(), 3000000000);
 }
 
+TEST_F(Job, FailsIfNoPacketCouldHandTheExportResultToAnImport) {
+  script("export", {{"be", "exports a result for no packet"}});
+  const ProcessResult result = backup();
+  EXPECT_EQ(result.status, 2);
+  EXPECT_TRUE(holds(result.err,
+                    "error: the completion of export cannot be handed to an import: this makes an "
+                    "answer of 33554491 bytes, more than a packet carries\n"));
+  EXPECT_EQ(backups(), std::set<std::string>{});
+}
+
 struct Failure {
   std::string step;
   Arguments line;

@@ -110,6 +110,10 @@ bool behaveRaw(const std::string &how, int fd) {
     writeAll(fd, frame(15, R"({"success":true,"array":[)" + array + "]}"));
   } else if (how == "completes with a long text") {
     writeAll(fd, frame(15, R"({"success":true,"text":")" + std::string(33554400, 'x') + "\"}"));
+  } else if (how ==
+             "exports a result for no packet") {  // the answer has more than the result alone
+    const std::string begin = R"({"success":true,"app_data_version":"1.0","text":")";
+    writeAll(fd, frame(5, begin + std::string(0x2000000 - begin.size() - 2, 'x') + "\"}"));
   } else if (how == "breaks the rule") {
     writeAll(fd, frame(15, "{\"success\":\"yes\"}"));
   } else if (how == "a packet after the completion") {
