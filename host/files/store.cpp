@@ -62,11 +62,11 @@ UniqueFd openLocalFolder(const std::string &path) {
   return folder;
 }
 
-// False for what does not exist.
+// False for what does not exist, and for a link that leads to itself, which is replaced as any other.
 bool isFolder(const std::string &path) {
   std::error_code error;
   const std::filesystem::file_status status = std::filesystem::status(path, error);
-  if (status.type() == std::filesystem::file_type::none) {
+  if (status.type() == std::filesystem::file_type::none && error.value() != ELOOP) {
     failWith(error.value(), "cannot examine " + quoted(path));
   }
   return std::filesystem::is_directory(status);

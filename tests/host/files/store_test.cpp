@@ -272,6 +272,14 @@ TEST_F(StoreFolder, GivesAFileAtAPathOrIntoAFolder) {
   EXPECT_EQ(fs::read_symlink(at("local/l")), "nowhere");
 }
 
+TEST_F(StoreFolder, ReplacesALinkThatLeadsToItself) {
+  write("store/f", "text");
+  fs::create_symlink("g", at("local/g"));
+  store_->download("/f", FileType::kFile, at("local/g"));
+  EXPECT_FALSE(fs::is_symlink(at("local/g")));
+  EXPECT_EQ(read("local/g"), "text");
+}
+
 TEST_F(StoreFolder, GivesATreeWithItsModesAndTimes) {
   fs::create_directories(at("store/t/sub"));
   write("store/t/sub/f", "x");
