@@ -161,7 +161,7 @@ Json::Value readExportResult(const std::string &file) {
 
 fs::path backupFolder(const StepOptions &options) {
   if (options.step == Agent::PLUGIN_NAME_EXPORT) {
-    throw CLI::ValidationError("--backup", "a backup is for reading only: give an export --store");
+    throw CLI::ValidationError("--backup", "a backup is read-only: give --store for an export");
   }
   return finishedBackup(options.backupDir);
 }

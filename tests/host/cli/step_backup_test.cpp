@@ -93,7 +93,7 @@ TEST_F(StepOnBackup, WritesNothingToIt) {
   const ProcessResult exported = step("export", folder);
   EXPECT_EQ(exported.status, 2);
   EXPECT_TRUE(
-      holds(exported.err, "--backup: a backup is for reading only: give an export --store\n"));
+      holds(exported.err, "--backup: a backup is read-only: give --store for an export\n"));
 }
 
 TEST_F(StepOnBackup, DeliversNothingThatIsDamaged) {
