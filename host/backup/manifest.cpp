@@ -376,13 +376,17 @@ void ManifestReader::readHead() {
   }
   std::string head = "{";
   while (line_ <= kMaxHeadLines && readLine(line) && line != kFilesBegin) {
-    head += line + "\n";
+    line += '\n';
+    head += line;
+    std::string().swap(
+        line);  // it may be longer than any payload, and an assignment would keep its memory
   }
   if (line != kFilesBegin) {
     fail("the manifest ends too early");
   }
   try {
-    manifest_ = manifestOf(parse(head + "\"files\":[]}"));
+    head += "\"files\":[]}";
+    manifest_ = manifestOf(parse(head));
     manifest_.dataVersion();  // of an export result that is not one
     manifest_.restoreTexts();
   } catch (const Json::Exception &error) {

@@ -151,16 +151,22 @@ void TemporaryFile::commit(Durability durability) {
 }
 
 void TextWriter::add(std::string_view text) {
-  buffer_ += text;
-  if (buffer_.size() >= kTextChunk) {
-    flush();
+  if (buffer_.size() + text.size() < kTextChunk) {
+    buffer_ += text;
+    return;
   }
+  flush();
+  write(text);
 }
 
 void TextWriter::flush() {
-  digest_.add(buffer_.data(), buffer_.size());
-  file_.write(buffer_.data(), buffer_.size());
+  write(buffer_);
   buffer_.clear();
+}
+
+void TextWriter::write(std::string_view text) {
+  digest_.add(text.data(), text.size());
+  file_.write(text.data(), text.size());
 }
 
 std::string TextWriter::finish() {

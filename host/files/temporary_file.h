@@ -71,6 +71,7 @@ class TextWriter {
 
  private:
   void flush();
+  void write(std::string_view text);
 
   TemporaryFile &file_;
   std::string buffer_;

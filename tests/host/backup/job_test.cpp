@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -290,6 +291,25 @@ TEST_F(Job, FailsIfNoPacketCouldHandTheExportResultToAnImport) {
                     "error: the completion of export cannot be handed to an import: this makes an "
                     "answer of 33554491 bytes, more than a packet carries\n"));
   EXPECT_EQ(backups(), std::set<std::string>{});
+}
+
+// In KiB, of any child so far.
+long peakMemoryOfChildren() {
+  rusage usage = {};
+  getrusage(RUSAGE_CHILDREN, &usage);
+  return usage.ru_maxrss;
+}
+
+TEST_F(Job, TakesBoundedMemoryForTheLargestManifest) {
+  script("summary", {{"be", "a summary that JSON makes longer"}});
+  EXPECT_EQ(backup().status, 0);
+  EXPECT_GT(fs::file_size(latest() / "manifest.json"), 200000000u);
+  EXPECT_EQ(onStore("list").status, 0);
+  EXPECT_EQ(onStore("verify").status, 0);
+#if !defined(__SANITIZE_ADDRESS__) && \
+    !defined(__SANITIZE_THREAD__)  // they take memory of their own
+  EXPECT_LT(peakMemoryOfChildren(), 512 * 1024);
+#endif
 }
 
 struct Failure {
