@@ -5,11 +5,12 @@
 
 namespace arvl_test {
 
-// Three times the descriptors that DescriptorLimit(64) leaves. A busy disk takes most of a minute to remove 20,000.
+// Three times the descriptors that DescriptorLimit(64) leaves. To remove 20,000 takes a busy disk most of a
+// minute.
 constexpr unsigned kManyLevels = 200;
 
-// Makes a chain of directories, of long names, with a file in the deepest. The path of the deepest of kManyLevels is
-// longer than the system takes at once (4096 bytes).
+// Makes a chain of directories, of long names, with a file in the deepest. The path of kManyLevels is longer
+// than the system takes at once (4096 bytes).
 void makeDeepTree(const std::string &top, unsigned levels = kManyLevels);
 
 // Lowers the soft limit of open descriptors for the lifetime of the object.
