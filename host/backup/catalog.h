@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "files/store_error.h"
+#include "files/file_error.h"
 #include "files/unique_fd.h"
 
 namespace arvl_host {

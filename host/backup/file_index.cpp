@@ -2,7 +2,7 @@
 
 #include <sqlite3.h>
 
-#include "files/store_error.h"
+#include "files/file_error.h"
 
 namespace arvl_host {
 

@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "backup/file_index.h"
-#include "files/store_error.h"
+#include "files/file_error.h"
 #include "text/tally.h"
 
 namespace arvl_host {

@@ -1,6 +1,6 @@
 #include "backup/transfer_watchers.h"
 
-#include "files/store_error.h"
+#include "files/file_error.h"
 
 namespace arvl_host {
 

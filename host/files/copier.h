@@ -12,8 +12,8 @@
 #include <string>
 #include <vector>
 
+#include "files/file_error.h"
 #include "files/sha256.h"
-#include "files/store_error.h"
 #include "files/temporary_file.h"
 #include "files/transfer_watcher.h"
 

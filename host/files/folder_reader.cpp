@@ -6,7 +6,7 @@
 #include <string_view>
 #include <utility>
 
-#include "files/store_error.h"
+#include "files/file_error.h"
 
 namespace arvl_host {
 

@@ -10,8 +10,8 @@
 #include <string>
 #include <utility>
 
+#include "files/file_error.h"
 #include "files/folder_reader.h"
-#include "files/store_error.h"
 
 namespace arvl_host {
 

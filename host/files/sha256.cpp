@@ -6,7 +6,7 @@
 #include <stdexcept>
 #include <vector>
 
-#include "files/store_error.h"
+#include "files/file_error.h"
 #include "text/hex.h"
 
 namespace arvl_host {

@@ -8,7 +8,7 @@
 
 #include <cerrno>
 
-#include "files/store_error.h"
+#include "files/file_error.h"
 
 namespace arvl_host {
 

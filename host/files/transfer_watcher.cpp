@@ -1,6 +1,6 @@
 #include "files/transfer_watcher.h"
 
-#include "files/store_error.h"
+#include "files/file_error.h"
 
 namespace arvl_host {
 

@@ -12,7 +12,7 @@
 #include <fstream>
 #include <string>
 
-#include "files/store_error.h"
+#include "files/file_error.h"
 #include "host/support/store_error_of.h"
 #include "support/files.h"
 #include "support/temp_dir.h"

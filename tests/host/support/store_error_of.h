@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "files/store_error.h"
+#include "files/file_error.h"
 
 namespace arvl_test {
 

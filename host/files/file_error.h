@@ -1,6 +1,6 @@
-// How what goes wrong with files is said.
-#ifndef ARVL_HOST_FILES_STORE_ERROR_H_
-#define ARVL_HOST_FILES_STORE_ERROR_H_
+// File errors and their messages.
+#ifndef ARVL_HOST_FILES_FILE_ERROR_H_
+#define ARVL_HOST_FILES_FILE_ERROR_H_
 
 #include <stdexcept>
 #include <string>
@@ -27,4 +27,4 @@ std::string quoted(const std::string &shown);
 
 }  // namespace arvl_host
 
-#endif  // ARVL_HOST_FILES_STORE_ERROR_H_
+#endif  // ARVL_HOST_FILES_FILE_ERROR_H_

@@ -1,4 +1,4 @@
-#include "files/store_error.h"
+#include "files/file_error.h"
 
 #include <climits>
 #include <cstring>
