@@ -1,5 +1,6 @@
 #include "files/sha256.h"
 
+#include <openssl/evp.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -15,7 +16,7 @@ namespace {
 
 constexpr std::size_t kChunk = 0x40000;  // bytes that are read at once
 
-// Looked up once: the library would do so at each beginning, which takes longer than a short text.
+// Looked up only once: a lookup takes longer than the digest of a short text.
 const EVP_MD *algorithm() {
   static EVP_MD *const found = EVP_MD_fetch(nullptr, "SHA256", nullptr);
   return found;
@@ -23,25 +24,36 @@ const EVP_MD *algorithm() {
 
 }  // namespace
 
-Sha256::Sha256() : context_(EVP_MD_CTX_new()) {
+struct Sha256::Context {
+  Context() = default;
+  ~Context() { EVP_MD_CTX_free(evp); }
+  Context(const Context &) = delete;
+  Context &operator=(const Context &) = delete;
+
+  EVP_MD_CTX *const evp = EVP_MD_CTX_new();
+};
+
+Sha256::Sha256() : context_(std::make_unique<Context>()) {
   begin();
 }
 
+Sha256::~Sha256() = default;
+
 void Sha256::begin() {
-  if (context_ == nullptr || algorithm() == nullptr ||
-      EVP_DigestInit_ex(context_.get(), algorithm(), nullptr) != 1) {
+  if (context_->evp == nullptr || algorithm() == nullptr ||
+      EVP_DigestInit_ex(context_->evp, algorithm(), nullptr) != 1) {
     throw std::runtime_error("cannot compute SHA-256 checksums");
   }
 }
 
 void Sha256::add(const void *data, std::size_t size) {
-  EVP_DigestUpdate(context_.get(), data, size);
+  EVP_DigestUpdate(context_->evp, data, size);
 }
 
 std::string Sha256::finish() {
   unsigned char digest[EVP_MAX_MD_SIZE];
   unsigned size = 0;
-  EVP_DigestFinal_ex(context_.get(), digest, &size);
+  EVP_DigestFinal_ex(context_->evp, digest, &size);
   begin();
   return toHex({reinterpret_cast<const char *>(digest), size});
 }

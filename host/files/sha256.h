@@ -1,8 +1,6 @@
-// SHA-256, by the system's cryptographic library.
+// SHA-256 checksums of texts and files.
 #ifndef ARVL_HOST_FILES_SHA256_H_
 #define ARVL_HOST_FILES_SHA256_H_
-
-#include <openssl/evp.h>
 
 #include <cstddef>
 #include <functional>
@@ -12,29 +10,29 @@
 
 namespace arvl_host {
 
-// The digest of what has been added. Throws std::runtime_error where the library offers no SHA-256.
+// Computes the digest of the bytes that are added. Throws std::runtime_error if the library offers no SHA-256.
 class Sha256 {
  public:
   Sha256();
+  ~Sha256();
 
   void add(const void *data, std::size_t size);
 
-  // In hexadecimal digits. Begins anew.
+  // Returns the digest in hexadecimal digits and starts a new one.
   std::string finish();
 
  private:
+  struct Context;  // of the cryptographic library
+
   void begin();
 
-  struct Deleter {
-    void operator()(EVP_MD_CTX *context) const { EVP_MD_CTX_free(context); }
-  };
-  std::unique_ptr<EVP_MD_CTX, Deleter> context_;
+  const std::unique_ptr<Context> context_;
 };
 
 std::string sha256Of(std::string_view text);
 
-// Of the rest of a file. What onBytes, which hears of each stretch that has been read, throws ends it.
-// Throws StoreError; shown is how it names the file.
+// Returns the digest of the rest of a file, which `shown` names in errors. Calls `onBytes` with the size of each
+// read; an exception from it propagates. Throws StoreError.
 std::string sha256OfFile(int file, const std::string &shown,
                          const std::function<void(std::size_t)> &onBytes = {});
 
