@@ -1,10 +1,7 @@
 #include "display/progress_line.h"
-#include "text/durations.h"
-#include "text/sizes.h"
 
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <limits>
 
 namespace arvl_host {
@@ -36,39 +33,6 @@ std::string timeLeft(const std::string &line) {
   const std::size_t end = line.rfind(" left");
   const std::size_t begin = line.rfind("  ") + 2;
   return end == std::string::npos ? "" : line.substr(begin, end - begin);
-}
-
-TEST(SizeText, HasTheUnitThatFits) {
-  EXPECT_EQ(sizeText(0), "0 B");
-  EXPECT_EQ(sizeText(999), "999 B");
-  EXPECT_EQ(sizeText(1023), "1023 B");
-  EXPECT_EQ(sizeText(1024), "1.0 KiB");
-  EXPECT_EQ(sizeText(1536), "1.5 KiB");
-  EXPECT_EQ(sizeText(58825114), "56.1 MiB");
-  EXPECT_EQ(sizeText(3 * 1024 * kMebibyte), "3.0 GiB");
-  EXPECT_EQ(sizeText(kMost), "16.0 EiB");
-}
-
-TEST(SizeText, NeverRoundsUpTo1024) {
-  EXPECT_EQ(sizeText(kMebibyte - 1), "1.0 MiB");
-  EXPECT_EQ(sizeText(kMebibyte - 103), "1023.9 KiB");
-  EXPECT_EQ(sizeText(1024 * kMebibyte - 1), "1.0 GiB");
-}
-
-TEST(ClockText, HasHoursOnlyWhereThereAreAny) {
-  EXPECT_EQ(clockText(0), "0:00");
-  EXPECT_EQ(clockText(7.9), "0:07");
-  EXPECT_EQ(clockText(60), "1:00");
-  EXPECT_EQ(clockText(3599.9), "59:59");
-  EXPECT_EQ(clockText(3600), "1:00:00");
-  EXPECT_EQ(clockText(3723), "1:02:03");
-  EXPECT_EQ(clockText(360000), "100:00:00");
-}
-
-TEST(ClockText, TakesAnyNumber) {
-  EXPECT_EQ(clockText(-1), "0:00");
-  EXPECT_EQ(clockText(std::nan("")), "0:00");
-  EXPECT_EQ(clockText(std::numeric_limits<double>::infinity()), "277777777777:46:40");
 }
 
 TEST(ProgressLine, SaysAllThatIsKnown) {

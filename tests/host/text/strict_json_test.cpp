@@ -1,3 +1,4 @@
+#include "text/strict_json.h"
 
 #include <gtest/gtest.h>
 #include <json/reader.h>
@@ -5,14 +6,8 @@
 
 #include <limits>
 #include <memory>
-
-#include "text/dates.h"
-#include "text/durations.h"
-#include "text/hex.h"
-#include "text/sizes.h"
-#include "text/strict_json.h"
-#include "text/utf8.h"
-#include "trace/html.h"
+#include <string>
+#include <string_view>
 
 namespace arvl_host {
 namespace {
@@ -118,46 +113,6 @@ TEST(JsonText, RefusesToNestDeeperThanReadersDo) {
   Json::Value deeper;
   deeper["a"] = value;
   EXPECT_FALSE(appendJson(out, deeper, JsonLayout::kCompact));
-}
-
-TEST(CutText, CutsNoCharacterInTwo) {
-  EXPECT_EQ(cutText("a☃b", 9), "a☃b");
-  EXPECT_EQ(cutText("a☃b", 4), "a☃");
-  EXPECT_EQ(cutText("a☃b", 3), "a");
-  EXPECT_EQ(cutText("a☃b", 2), "a");
-  EXPECT_EQ(cutText("a☃b", 1), "a");
-  EXPECT_EQ(cutText("😀", 3), "");
-  EXPECT_EQ(cutText("a\x80\x80\x80\x80", 3), "a\x80\x80");
-}
-
-TEST(VisibleText, ShowsControlCharactersAndStrayBytes) {
-  EXPECT_EQ(visibleText(std::string_view("a\n\t\0\x1b[31m\x7f \xff ☃", 16)),
-            "a\\n\\t\\x00\\x1b[31m\\x7f \\xff ☃");
-  EXPECT_EQ(visibleText("\u0085\u202eevil"), "\\u0085\\u202eevil");
-}
-
-TEST(EscapeHtml, LeavesNothingThatAPageCouldTakeForMarkup) {
-  EXPECT_EQ(escapeHtml("<a href=\"x\" b='y'>&amp;"),
-            "&lt;a href=&quot;x&quot; b=&#39;y&#39;&gt;&amp;amp;");
-}
-
-TEST(Hex, IsReadBack) {
-  std::string bytes;
-  EXPECT_EQ(toHex(std::string_view("\x00\x7f\xff", 3)), "007fff");
-  ASSERT_TRUE(fromHex("007fff", bytes));
-  EXPECT_EQ(bytes, std::string("\x00\x7f\xff", 3));
-  EXPECT_FALSE(fromHex("007", bytes));
-  EXPECT_FALSE(fromHex("0g", bytes));
-}
-
-TEST(Texts, NameDurationsCountsAndDates) {
-  EXPECT_EQ(durationText(999), "999 µs");
-  EXPECT_EQ(durationText(1000), "1.0 ms");
-  EXPECT_EQ(durationText(48210), "48.2 ms");
-  EXPECT_EQ(durationText(1234567), "1.23 s");
-  EXPECT_EQ(countText(0, "packet"), "0 packets");
-  EXPECT_EQ(countText(1, "packet"), "1 packet");
-  EXPECT_EQ(dateText(1767261845123456), "2026-01-01 10:04:05 UTC");
 }
 
 }  // namespace
