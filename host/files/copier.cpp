@@ -21,18 +21,18 @@ namespace {
   failWith(errno, what);
 }
 
-// The source of a copy or a move is no longer there.
+// The source of a copy or a move no longer exists.
 class Vanished : public StoreError {
  public:
   explicit Vanished(const std::string &what) : StoreError(what + ": " + std::strerror(ENOENT)) {}
 };
 
-constexpr std::size_t kChunk = 0x40000;  // bytes that are copied at once
+constexpr std::size_t kChunk = 0x40000;  // bytes of one read
 
-constexpr std::int64_t kStatBlock = 512;  // bytes of a block that stat counts
+constexpr std::int64_t kStatBlock = 512;  // bytes of a block in st_blocks
 
-// Half a tree is not left behind, if it can be removed. The error that ended the copy is the one to report.
-void removeHalfATree(const Place &place) {
+// Ignores errors: the error that ended the copy is the one to report.
+void removePartialTree(const Place &place) {
   try {
     removeTree(place);
   } catch (const StoreError &) {
@@ -56,7 +56,7 @@ struct stat examine(int fd, const std::string &shown) {
   return status;
 }
 
-// Owners are not kept, and a program must not run as another one than it did.
+// Drops set-user-ID and set-group-ID if the copy has another owner: a program must not run as another user.
 mode_t deliveredMode(const struct stat &status, int to, const std::string &shown) {
   constexpr mode_t kRunAs = S_ISUID | S_ISGID;
   const mode_t mode = status.st_mode & 07777;
@@ -87,8 +87,8 @@ std::string readLink(int link, const std::string &shown) {
   return target;
 }
 
-// Opens for reading what has been examined, and no other. A file that would block is an error in place
-// of a wait: some below /proc do.
+// Opens the entry of an O_PATH descriptor for reading. O_NONBLOCK makes a read that would wait fail, as of some
+// files below /proc.
 UniqueFd reopen(int path, int flags, const std::string &shown) {
   UniqueFd fd(open(("/proc/self/fd/" + std::to_string(path)).c_str(),
                    flags | O_RDONLY | O_NONBLOCK | O_CLOEXEC));
@@ -98,22 +98,22 @@ UniqueFd reopen(int path, int flags, const std::string &shown) {
   return fd;
 }
 
-std::string below(std::string folder, const std::string &name) {
-  folder += '/';
-  folder += name;
-  return folder;
+std::string below(std::string directory, const std::string &name) {
+  directory += '/';
+  directory += name;
+  return directory;
 }
 
 struct stat examine(const Place &place) {
   struct stat status;
-  if (fstatat(place.folder, place.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
+  if (fstatat(place.directory, place.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
     fail("cannot examine " + quoted(place.shown));
   }
   return status;
 }
 
 UniqueFd openSource(const Place &place) {
-  UniqueFd path(openat(place.folder, place.name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+  UniqueFd path(openat(place.directory, place.name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
   if (!path && errno == ENOENT) {
     throw Vanished("cannot find " + quoted(place.shown));
   }
@@ -123,9 +123,9 @@ UniqueFd openSource(const Place &place) {
   return path;
 }
 
-// Whether the directory is that one or lies below it.
-bool isWithin(int folder, const struct stat &tree) {
-  UniqueFd at(openat(folder, ".", O_PATH | O_DIRECTORY | O_CLOEXEC));
+// Returns whether the directory is the top of the tree or lies below it.
+bool isWithin(int directory, const struct stat &tree) {
+  UniqueFd at(openat(directory, ".", O_PATH | O_DIRECTORY | O_CLOEXEC));
   struct stat status;
   struct stat last = {};
   while (at && fstat(at.get(), &status) == 0 &&
@@ -159,15 +159,15 @@ void Copier::copy(int path, const std::string &shown, const Place &to) {
       return;
     default:
       throw StoreError(quoted(shown) +
-                       " is neither a file, a folder nor a link, and is not copied");
+                       " is neither a file, a directory nor a link, and is not copied");
   }
 }
 
-// False where that is left to a copy: for a directory, another file system, a directory that does not let the
-// entry go, and a file that is or could be written by others, who would write into the store.
+// Returns false if the entry has to be copied: a directory, an entry that cannot be renamed, and a file that
+// another process could still write to, through a descriptor or another name.
 bool Copier::moveByName(const struct stat &status, int path, const Place &from, const Place &to) {
   const auto rename = [&] {
-    return renameat(from.folder, from.name.c_str(), to.folder, to.name.c_str()) == 0;
+    return renameat(from.directory, from.name.c_str(), to.directory, to.name.c_str()) == 0;
   };
   if (S_ISLNK(status.st_mode)) {
     return rename();
@@ -177,7 +177,7 @@ bool Copier::moveByName(const struct stat &status, int path, const Place &from, 
   }
   const ReadLease lease(path);
   const bool isMoved = status.st_nlink == 1 && lease.isHeld() && rename();
-  // A process that began to open the file before it was moved gets it with the end of the lease.
+  // A process that was opening the file during the rename gets it when the lease ends.
   const bool hasWriter = lease.isRefusedByWriter() || (isMoved && !lease.isHeld());
   if (hasWriter && options_.watcher != nullptr) {
     options_.watcher->onOpenForWriting(from.shown);
@@ -185,14 +185,14 @@ bool Copier::moveByName(const struct stat &status, int path, const Place &from, 
   return isMoved && !hasWriter;
 }
 
-// Refuses a tree that holds what cannot be moved, before anything of it has left its place.
+// Throws if the tree holds an entry that cannot be moved.
 void Copier::checkMovable(const Place &from, const std::string &shownTo) const {
   checkCanceled();
   const UniqueFd source = openSource(from);
   const struct stat status = examine(source.get(), from.shown);
   if (!fileTypeOf(status.st_mode)) {
     throw StoreError(quoted(from.shown) +
-                     " is neither a file, a folder nor a link, and is not moved");
+                     " is neither a file, a directory nor a link, and is not moved");
   }
   if (shownTo.size() - rootLength_ > options_.maxBelow) {
     throw PathTooLong(shownTo);
@@ -205,7 +205,7 @@ void Copier::checkMovable(const Place &from, const std::string &shownTo) const {
     try {
       checkMovable({source.get(), name, below(from.shown, name)}, below(shownTo, name));
     } catch (const Vanished &) {
-      // It is not moved either.
+      // move() skips it as well.
     }
   }
 }
@@ -224,14 +224,14 @@ void Copier::move(const Place &from, const Place &to) {
     }
     return;
   }
-  if (!isMoving_ && S_ISDIR(status.st_mode) && isWithin(to.folder, status)) {
-    throw StoreError("cannot move the folder " + quoted(from.shown) + " into itself");
+  if (!isMoving_ && S_ISDIR(status.st_mode) && isWithin(to.directory, status)) {
+    throw StoreError("cannot move the directory " + quoted(from.shown) + " into itself");
   }
   isMoving_ = true;
   copy(entry.get(), from.shown, to);
-  // What cannot be removed stays: it has been delivered.
-  if (unlinkat(from.folder, from.name.c_str(), 0) != 0 && errno == EISDIR) {
-    unlinkat(from.folder, from.name.c_str(), AT_REMOVEDIR);
+  // A source that cannot be removed stays: its copy is complete.
+  if (unlinkat(from.directory, from.name.c_str(), 0) != 0 && errno == EISDIR) {
+    unlinkat(from.directory, from.name.c_str(), AT_REMOVEDIR);
   }
 }
 
@@ -254,7 +254,7 @@ void Copier::copyFile(int path, const std::string &shown, const struct stat &sta
   }
 }
 
-// By way of a temporary name, as a file: it replaces what is there.
+// Creates the link under a temporary name and renames it, to replace an existing entry.
 void Copier::copyLink(int link, const std::string &shown, const Place &to) {
   const std::string target = readLink(link, shown);
   if (options_.watcher != nullptr) {
@@ -262,12 +262,12 @@ void Copier::copyLink(int link, const std::string &shown, const Place &to) {
   }
   const std::string temporary = temporaryName(to.name);
   removeLeftover(to, temporary);
-  if (symlinkat(target.c_str(), to.folder, temporary.c_str()) != 0) {
+  if (symlinkat(target.c_str(), to.directory, temporary.c_str()) != 0) {
     fail("cannot create " + quoted(to.shown));
   }
-  if (renameat(to.folder, temporary.c_str(), to.folder, to.name.c_str()) != 0) {
+  if (renameat(to.directory, temporary.c_str(), to.directory, to.name.c_str()) != 0) {
     const int error = errno;
-    unlinkat(to.folder, temporary.c_str(), 0);
+    unlinkat(to.directory, temporary.c_str(), 0);
     failWith(error, "cannot write " + quoted(to.shown));
   }
 }
@@ -275,18 +275,19 @@ void Copier::copyLink(int link, const std::string &shown, const Place &to) {
 void Copier::copyTree(int path, const std::string &shown, const struct stat &status,
                       const Place &to) {
   if (root_ && isSame(status, *root_)) {
-    throw StoreError("cannot copy the folder " + quoted(shown) + " into itself");
+    throw StoreError("cannot copy the directory " + quoted(shown) + " into itself");
   }
-  if (isMoving_ && (status.st_mode & S_IRWXU) != S_IRWXU) {  // it would keep what it holds
+  if (isMoving_ &&
+      (status.st_mode & S_IRWXU) != S_IRWXU) {  // else its entries could not be removed
     chmod(("/proc/self/fd/" + std::to_string(path)).c_str(), (status.st_mode & 07777) | S_IRWXU);
   }
   const UniqueFd source = reopen(path, O_DIRECTORY, shown);
-  const bool isMade = mkdirat(to.folder, to.name.c_str(), 0700) == 0;
-  if (!isMade && errno != EEXIST) {
-    fail("cannot make the folder " + quoted(to.shown));
+  const bool isCreated = mkdirat(to.directory, to.name.c_str(), 0700) == 0;
+  if (!isCreated && errno != EEXIST) {
+    fail("cannot create the directory " + quoted(to.shown));
   }
   const UniqueFd target(
-      openat(to.folder, to.name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+      openat(to.directory, to.name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   if (!target) {
     fail("cannot write into " + quoted(to.shown));
   }
@@ -295,23 +296,23 @@ void Copier::copyTree(int path, const std::string &shown, const struct stat &sta
     root_ = examine(target.get(), to.shown);
     rootLength_ = to.shown.size();
     if (isSame(status, *root_)) {
-      throw StoreError("cannot copy the folder " + quoted(shown) + " onto itself");
+      throw StoreError("cannot copy the directory " + quoted(shown) + " onto itself");
     }
   }
   try {
-    copyFolder(source.get(), shown, target.get(), to.shown);
+    copyDirectory(source.get(), shown, target.get(), to.shown);
   } catch (const StoreError &) {
-    if (isTop && isMade && !isMoving_ && !canceled_) {
-      removeHalfATree(to);
+    if (isTop && isCreated && !isMoving_ && !canceled_) {
+      removePartialTree(to);
     }
     throw;
   }
-  if (isMade) {
+  if (isCreated) {
     copyMetadata(status, target.get(), to.shown);
   }
 }
 
-void Copier::copyFolder(int from, const std::string &shown, int to, const std::string &shownTo) {
+void Copier::copyDirectory(int from, const std::string &shown, int to, const std::string &shownTo) {
   FolderReader reader(from, shown);
   std::uint64_t entries = 0;
   while (const char *name = reader.next()) {
@@ -320,7 +321,7 @@ void Copier::copyFolder(int from, const std::string &shown, int to, const std::s
     try {
       copyEntry(source, target);
       ++entries;
-    } catch (const Vanished &) {  // as an application that goes on makes happen at any time
+    } catch (const Vanished &) {  // a running application may remove its files
       if (options_.watcher != nullptr) {
         options_.watcher->onVanished(source.shown);
       }
@@ -368,8 +369,8 @@ std::string Copier::copyBytes(int from, const std::string &shown, const struct s
   }
 }
 
-// Up to the next data, or to the end as it was when the copy began. How much is to be read there at most, not
-// to fill the next hole.
+// Skips the hole at the current offset, which may be empty, up to the next data or the original end of the file.
+// Returns the number of bytes to read next, which ends before the next hole.
 std::size_t Copier::copyHole(int from, const std::string &shown, std::int64_t end,
                              TemporaryFile &to) {
   static const std::vector<char> zeros(kChunk);

@@ -1,5 +1,4 @@
-// Copies entries of the file system by descriptor, so that nothing that is swapped in meanwhile leads
-// elsewhere.
+// Copies and moves files, links and trees by descriptor. A link that is swapped in meanwhile is not followed.
 #ifndef ARVL_HOST_FILES_COPIER_H_
 #define ARVL_HOST_FILES_COPIER_H_
 
@@ -22,26 +21,28 @@ namespace arvl_host {
 struct CopyOptions {
   TransferWatcher *watcher = nullptr;
   Durability durability = Durability::kEachFile;
-  std::size_t maxBelow = SIZE_MAX;  // bytes that a path may have below the destination of a tree
+  std::size_t maxBelow = SIZE_MAX;  // limit of the path below the destination of a tree, in bytes
 };
 
-// Makes one copy or one move: of a file, by way of a temporary name, with its mode, times and holes; of a
-// link, as itself; of a whole tree, merged into one that is there, whose folders keep their own mode and
-// times. Anything else is refused unopened, and so is a tree that would be copied into itself. An entry of a
-// tree that vanishes meanwhile is left out. What a killed host left under a temporary name is removed by
-// the next copy to the same place. Throws StoreError.
+// Makes one copy or one move. Throws StoreError.
+// - A file keeps its mode, times and holes. It is written under a temporary name and then renamed. The next
+//   copy to the same place removes the temporary file of a killed host.
+// - A link is copied itself.
+// - A tree is merged into an existing one, whose directories keep their mode and times. Entries that vanish
+//   during the copy are skipped. A tree is not copied into itself.
+// - Entries of other types are refused without being opened.
 class Copier {
  public:
-  // Once canceled is true, the copy ends with an error, and no file is left half written.
+  // Once `canceled` is true, the copy fails and leaves no partly written file.
   explicit Copier(const std::atomic<bool> &canceled, const CopyOptions &options = {})
       : canceled_(canceled), options_(options) {}
 
-  // path is an O_PATH descriptor: what has been examined through it is what is copied.
+  // Copies the entry that the O_PATH descriptor refers to. Messages name it `shown`.
   void copy(int path, const std::string &shown, const Place &to);
 
-  // Goes through a tree entry by entry. Renames files that no process has open for writing, and links; copies
-  // and removes the rest. What cannot be removed stays. A tree that holds what a copy would refuse is refused
-  // before anything of it is moved.
+  // Renames links, and files that no process has open for writing. Copies and removes other files, and moves
+  // trees entry by entry. Leaves a source that it cannot remove. Moves nothing of a tree that holds an entry
+  // which a copy refuses.
   void move(const Place &from, const Place &to);
 
  private:
@@ -50,9 +51,9 @@ class Copier {
   void copyFile(int path, const std::string &shown, const struct stat &status, const Place &to);
   void copyLink(int link, const std::string &shown, const Place &to);
   void copyTree(int path, const std::string &shown, const struct stat &status, const Place &to);
-  void copyFolder(int from, const std::string &shown, int to, const std::string &shownTo);
+  void copyDirectory(int from, const std::string &shown, int to, const std::string &shownTo);
   void copyEntry(const Place &from, const Place &to);
-  // The checksum of what has been copied; empty without a watcher.
+  // Returns the checksum of the copied bytes, or an empty string without a watcher.
   std::string copyBytes(int from, const std::string &shown, const struct stat &status,
                         TemporaryFile &to);
   std::size_t copyHole(int from, const std::string &shown, std::int64_t end, TemporaryFile &to);
@@ -62,10 +63,10 @@ class Copier {
   const std::atomic<bool> &canceled_;
   const CopyOptions options_;
   bool isMoving_ = false;
-  std::optional<struct stat> root_;  // the folder that a tree is copied to
-  std::size_t rootLength_ = 0;       // of the path by which messages show it
+  std::optional<struct stat> root_;  // the top directory of the copy of a tree
+  std::size_t rootLength_ = 0;       // of the path that messages name it by
   std::vector<char> buffer_;
-  std::optional<Sha256> digest_;  // of the file that is copied; none without a watcher
+  std::optional<Sha256> digest_;  // of the current file, if there is a watcher
 };
 
 }  // namespace arvl_host

@@ -14,10 +14,10 @@ enum class FileType { kFile, kDir, kSymlink };
 // Returns the type as packets and manifests name it: "file", "dir", "symlink".
 const char *fileTypeText(FileType type);
 
-// Returns the type of that name, or nothing for another text.
+// Returns the type of that name, or nothing for an unknown name.
 std::optional<FileType> fileTypeNamed(const std::string &text);
 
-// Returns the type in a mode of stat(2), or nothing for another kind of entry.
+// Returns the type in a mode of stat(2), or nothing for a FIFO, socket or device.
 std::optional<FileType> fileTypeOf(mode_t mode);
 
 }  // namespace arvl_host

@@ -10,11 +10,11 @@
 
 namespace arvl_host {
 
-FolderReader::FolderReader(int folder, std::string shown) : shown_(std::move(shown)) {
-  UniqueFd own(openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));  // with its own offset
+FolderReader::FolderReader(int directory, std::string shown) : shown_(std::move(shown)) {
+  UniqueFd own(openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));  // with its own offset
   dir_.reset(own ? fdopendir(own.get()) : nullptr);
   if (dir_ == nullptr) {
-    failWith(errno, "cannot read the folder " + quoted(shown_));
+    failWith(errno, "cannot read the directory " + quoted(shown_));
   }
   own.release();
 }
@@ -25,7 +25,7 @@ const char *FolderReader::next() {
     const dirent *entry = readdir(dir_.get());
     if (entry == nullptr) {
       if (errno != 0) {
-        failWith(errno, "cannot read the folder " + quoted(shown_));
+        failWith(errno, "cannot read the directory " + quoted(shown_));
       }
       return nullptr;
     }

@@ -1,4 +1,4 @@
-// Reads the names of a folder one by one, however many there are.
+// Reads the names in a directory one by one.
 #ifndef ARVL_HOST_FILES_FOLDER_READER_H_
 #define ARVL_HOST_FILES_FOLDER_READER_H_
 
@@ -11,13 +11,13 @@
 
 namespace arvl_host {
 
-// In the order in which the file system keeps them. Throws StoreError.
+// Returns the names in the order of the file system. Owns a descriptor of the directory. Throws StoreError.
 class FolderReader {
  public:
-  // folder may be an O_PATH descriptor; it is not kept. shown is how messages name it.
-  FolderReader(int folder, std::string shown);
+  // `directory` may be an O_PATH descriptor and may be closed afterwards. Messages name it `shown`.
+  FolderReader(int directory, std::string shown);
 
-  // The next name, null at the end; "." and ".." are left out. Valid until the next call.
+  // Returns the next name except "." and "..", or null at the end. It is valid until the next call.
   const char *next();
   void rewind();
 

@@ -19,7 +19,7 @@ ReadLease::ReadLease(int path)
   }
 }
 
-// The type of a lease that another process waits for is already the one to come.
+// F_GETLEASE already returns F_UNLCK while another process waits for the end of the lease.
 bool ReadLease::isHeld() const {
   return file_ && fcntl(file_.get(), F_GETLEASE) == F_RDLCK;
 }

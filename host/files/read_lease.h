@@ -13,8 +13,8 @@ class ReadLease {
   // path is an O_PATH descriptor.
   explicit ReadLease(int path);
 
-  // Whether no process had the file open for writing since the lease was taken, or waits to open it. False where
-  // leases are not possible: on some file systems, and for another user's file.
+  // Returns whether no process has opened the file for writing, or waits to do so, since the lease was taken.
+  // Returns false if a lease is not possible: on some file systems, and for another user's file.
   bool isHeld() const;
   bool isRefusedByWriter() const { return isRefusedByWriter_; }
 

@@ -18,16 +18,16 @@ namespace arvl_host {
 namespace {
 
 // Removes a file, a link or an empty directory. Returns 0 or the error.
-int removeEntry(int folder, const char *name) {
-  if (unlinkat(folder, name, 0) == 0 || errno == ENOENT) {
+int removeEntry(int directory, const char *name) {
+  if (unlinkat(directory, name, 0) == 0 || errno == ENOENT) {
     return 0;
   }
   const int error = errno;
-  // POSIX has EPERM for a directory, Linux EISDIR.
+  // For a directory, POSIX returns EPERM and Linux EISDIR.
   if (error != EISDIR && error != EPERM) {
     return error;
   }
-  if (unlinkat(folder, name, AT_REMOVEDIR) == 0) {
+  if (unlinkat(directory, name, AT_REMOVEDIR) == 0) {
     return 0;
   }
   return errno == ENOTDIR ? error : errno;
@@ -37,13 +37,13 @@ bool isNotEmpty(int error) {
   return error == ENOTEMPTY || error == EEXIST;
 }
 
-// A directory that denies access keeps what it holds. If this fails, its removal fails and reports why.
-void giveAccess(int folder, const char *name) {
-  fchmodat(folder, name, S_IRWXU, AT_SYMLINK_NOFOLLOW);
+// Makes a directory accessible, so that its entries can be removed. A failure shows when it is removed.
+void giveAccess(int directory, const char *name) {
+  fchmodat(directory, name, S_IRWXU, AT_SYMLINK_NOFOLLOW);
 }
 
-UniqueFd openFolder(int folder, const char *name) {
-  return UniqueFd(openat(folder, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+UniqueFd openDirectory(int directory, const char *name) {
+  return UniqueFd(openat(directory, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
 }
 
 // Empties a directory. A subdirectory that is not empty is first moved up into that directory, so that no
@@ -74,30 +74,30 @@ class TreeRemover {
       return;
     }
     giveAccess(top_.get(), name);
-    const UniqueFd folder = openFolder(top_.get(), name);
-    if (!folder) {
+    const UniqueFd directory = openDirectory(top_.get(), name);
+    if (!directory) {
       note(errno, name);
       return;
     }
-    empty(folder.get(), name);
+    empty(directory.get(), name);
     if (removeEntry(top_.get(), name) == 0) {
       hasProgress_ = true;
     }
   }
 
-  void empty(int folder, const char *shown) {
-    FolderReader reader(folder, shown);
+  void empty(int directory, const char *shown) {
+    FolderReader reader(directory, shown);
     while (const char *name = reader.next()) {
-      const int error = removeEntry(folder, name);
-      note(isNotEmpty(error) ? moveUp(folder, name) : error, name);
+      const int error = removeEntry(directory, name);
+      note(isNotEmpty(error) ? moveUp(directory, name) : error, name);
     }
   }
 
-  int moveUp(int folder, const char *name) {
-    giveAccess(folder, name);  // a directory has to be writable to get another parent
+  int moveUp(int directory, const char *name) {
+    giveAccess(directory, name);  // a directory has to be writable to get another parent
     for (;;) {
       const std::string free = ".removed-" + std::to_string(++moved_);
-      if (renameat(folder, name, top_.get(), free.c_str()) == 0) {
+      if (renameat(directory, name, top_.get(), free.c_str()) == 0) {
         return 0;
       }
       if (!isNotEmpty(errno) && errno != ENOTDIR) {  // the name is not taken
@@ -126,15 +126,15 @@ class TreeRemover {
 }  // namespace
 
 void removeTree(const Place &place) {
-  int error = removeEntry(place.folder, place.name.c_str());
+  int error = removeEntry(place.directory, place.name.c_str());
   if (isNotEmpty(error)) {
-    giveAccess(place.folder, place.name.c_str());
-    UniqueFd top = openFolder(place.folder, place.name.c_str());
+    giveAccess(place.directory, place.name.c_str());
+    UniqueFd top = openDirectory(place.directory, place.name.c_str());
     if (!top) {
       failWith(errno, "cannot remove " + quoted(place.shown));
     }
     TreeRemover(std::move(top), place.shown).run();
-    error = removeEntry(place.folder, place.name.c_str());
+    error = removeEntry(place.directory, place.name.c_str());
   }
   if (error != 0) {
     failWith(error, "cannot remove " + quoted(place.shown));

@@ -14,14 +14,14 @@ namespace arvl_host {
 
 namespace {
 
-// JSON may put a NUL into a path, and the kernel would take what stands before it.
+// A path from JSON may contain a NUL, at which the kernel would cut it.
 void checkText(const std::string &path) {
   if (path.find('\0') != std::string::npos) {
-    throw StoreError(quoted(path) + " is no path: it holds a NUL");
+    throw StoreError(quoted(path) + " is not a valid path: it contains a NUL byte");
   }
 }
 
-// A path without a last component, or with one that is no name, holds nothing that could be written.
+// Throws StoreError for a path that does not name an entry, such as "/" or "/..".
 SplitPath split(const std::string &path) {
   checkText(path);
   std::string trimmed = path;
@@ -30,7 +30,7 @@ SplitPath split(const std::string &path) {
   }
   const std::size_t slash = trimmed.rfind('/');
   SplitPath parts;
-  parts.folder = trimmed.substr(0, slash + 1);
+  parts.directory = trimmed.substr(0, slash + 1);
   parts.name = trimmed.substr(slash + 1);
   if (parts.name.empty() || parts.name == "." || parts.name == "..") {
     throw StoreError(quoted(path) + " does not end in a name");
@@ -45,7 +45,7 @@ void expectType(const UniqueFd &path, FileType type, const std::string &shown) {
   }
   const std::optional<FileType> found = fileTypeOf(status.st_mode);
   if (!found) {
-    throw StoreError(quoted(shown) + " is neither a file, a folder nor a link");
+    throw StoreError(quoted(shown) + " is neither a file, a directory nor a link");
   }
   if (*found != type) {
     throw StoreError(quoted(shown) + " is of type " + fileTypeText(*found) + ", not " +
@@ -53,17 +53,17 @@ void expectType(const UniqueFd &path, FileType type, const std::string &shown) {
   }
 }
 
-// A local folder; links on the way to it are the user's own.
-UniqueFd openLocalFolder(const std::string &path) {
-  UniqueFd folder(open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-  if (!folder) {
-    failWith(errno, "cannot open the folder " + quoted(path));
+// Follows links in the path: they are the user's own.
+UniqueFd openLocalDirectory(const std::string &path) {
+  UniqueFd directory(open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  if (!directory) {
+    failWith(errno, "cannot open the directory " + quoted(path));
   }
-  return folder;
+  return directory;
 }
 
-// False for what does not exist, and for a link that leads to itself, which is replaced as any other.
-bool isFolder(const std::string &path) {
+// Returns false if the path does not exist, or is a link that leads to itself: a download replaces such a link.
+bool isDirectory(const std::string &path) {
   std::error_code error;
   const std::filesystem::file_status status = std::filesystem::status(path, error);
   if (status.type() == std::filesystem::file_type::none && error.value() != ELOOP) {
@@ -77,7 +77,7 @@ bool isFolder(const std::string &path) {
 FileType requireFileType(const std::string &text) {
   const std::optional<FileType> type = fileTypeNamed(text);
   if (!type) {
-    throw StoreError("no such type of file: " + quoted(text));
+    throw StoreError("unknown file type " + quoted(text));
   }
   return *type;
 }
@@ -87,7 +87,7 @@ std::optional<StoreEntry> StoreListing::next() {
     struct stat status;
     if (fstatat(reader_.fd(), name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
       if (errno == ENOENT) {
-        continue;  // gone meanwhile
+        continue;  // removed meanwhile
       }
       failWith(errno, "cannot examine " + quoted(path_ + "/" + name));
     }
@@ -112,13 +112,13 @@ void StoreListing::rewind() {
   entries_ = 0;
 }
 
-Store::Store(const std::string &folder, const StoreOptions &options)
-    : root_(open(folder.c_str(),
+Store::Store(const std::string &directory, const StoreOptions &options)
+    : root_(open(directory.c_str(),
                  O_PATH | O_DIRECTORY | O_CLOEXEC | (options.isReadOnly ? O_NOFOLLOW : 0))),
-      rootLength_(folder.size()),
+      rootLength_(directory.size()),
       options_(options) {
   if (!root_) {
-    failWith(errno, "cannot open the store " + quoted(folder));
+    failWith(errno, "cannot open the store " + quoted(directory));
   }
 }
 
@@ -129,7 +129,7 @@ UniqueFd Store::tryOpen(const std::string &path, int flags, std::uint64_t resolv
   how.flags = static_cast<std::uint64_t>(flags | O_CLOEXEC);
   how.resolve = RESOLVE_IN_ROOT | resolve;
   UniqueFd fd;
-  do {  // EAGAIN: a rename went on beside, and the kernel could not tell that the path stays inside
+  do {  // EAGAIN: because of a rename, the kernel could not check that the path stays inside
     fd.reset(static_cast<int>(syscall(SYS_openat2, root_.get(), path.c_str(), &how, sizeof how)));
   } while (!fd && errno == EAGAIN);
   return fd;
@@ -152,8 +152,8 @@ UniqueFd Store::openInside(const std::string &path, int flags) const {
   return fd;
 }
 
-// What has been opened, by its one path inside the store, "" for the store itself: a request may have come
-// by way of links. A store that is moved meanwhile leaves the path of the request.
+// Returns the path of an open entry inside the store, without links; "" for the store itself. Returns `path`
+// if the store was moved meanwhile.
 std::string Store::realPath(int fd, const std::string &path) const {
   const auto pathOf = [](int open) {
     std::error_code error;
@@ -167,44 +167,44 @@ std::string Store::realPath(int fd, const std::string &path) const {
   return whole.compare(0, root.size(), root) == 0 ? whole.substr(root.size()) : path;
 }
 
-// Bytes that a path may have below the folder, its first slash included.
-std::size_t Store::roomIn(const UniqueFd &folder, const std::string &path) const {
-  const std::size_t length = rootLength_ + realPath(folder.get(), path).size();
+// Returns the longest path that fits below the directory, in bytes, with its leading slash.
+std::size_t Store::roomIn(const UniqueFd &directory, const std::string &path) const {
+  const std::size_t length = rootLength_ + realPath(directory.get(), path).size();
   return length < PATH_MAX ? PATH_MAX - 1 - length : 0;
 }
 
 void Store::checkWritable() const {
   if (options_.isReadOnly) {
-    throw StoreError("what is restored from is not written to");
+    throw StoreError("the store is read-only during a restore");
   }
 }
 
 StoreListing Store::list(const std::string &path) const {
-  const UniqueFd folder = openInside(path, O_PATH | O_DIRECTORY);
-  const std::string real = realPath(folder.get(), path);
+  const UniqueFd directory = openInside(path, O_PATH | O_DIRECTORY);
+  const std::string real = realPath(directory.get(), path);
   if (options_.copies.watcher != nullptr && !real.empty()) {
     struct stat status;
-    if (fstat(folder.get(), &status) != 0) {
+    if (fstat(directory.get(), &status) != 0) {
       failWith(errno, "cannot examine " + quoted(path));
     }
     options_.copies.watcher->onEntry(real, status);
   }
-  return StoreListing(FolderReader(folder.get(), path), real, options_.copies.watcher);
+  return StoreListing(FolderReader(directory.get(), path), real, options_.copies.watcher);
 }
 
 void Store::createDir(const std::string &path) const {
   checkWritable();
   checkText(path);
-  std::vector<SplitPath> made;
+  std::vector<SplitPath> created;
   try {
-    makeFolders(path, made);
+    createDirectories(path, created);
   } catch (const StoreError &) {
-    removeFolders(made);
+    removeDirectories(created);
     throw;
   }
 }
 
-void Store::makeFolders(const std::string &path, std::vector<SplitPath> &made) const {
+void Store::createDirectories(const std::string &path, std::vector<SplitPath> &created) const {
   std::string reached = "/";
   for (const std::filesystem::path &part : std::filesystem::path(path).relative_path()) {
     if (part.empty()) {
@@ -212,26 +212,26 @@ void Store::makeFolders(const std::string &path, std::vector<SplitPath> &made) c
     }
     const UniqueFd parent = openInside(reached, O_PATH | O_DIRECTORY);
     if (mkdirat(parent.get(), part.c_str(), 0777) == 0) {
-      made.push_back({reached, part});
+      created.push_back({reached, part});
       if (part.native().size() + 1 > roomIn(parent, reached)) {
         throw PathTooLong(path);
       }
     } else if (errno != EEXIST) {
-      failWith(errno, "cannot make the folder " + quoted(path));
+      failWith(errno, "cannot create the directory " + quoted(path));
     }
     reached += part.string() + "/";
   }
-  openInside(reached, O_PATH | O_DIRECTORY);  // it may be there as something else
+  openInside(reached, O_PATH | O_DIRECTORY);  // fails if it exists with another type
 }
 
-// The innermost first. One that somebody else has put something into stays.
-void Store::removeFolders(const std::vector<SplitPath> &made) const {
-  for (auto folder = made.rbegin(); folder != made.rend(); ++folder) {
+// Removes the innermost first. A directory that is no longer empty stays.
+void Store::removeDirectories(const std::vector<SplitPath> &created) const {
+  for (auto directory = created.rbegin(); directory != created.rend(); ++directory) {
     try {
-      const UniqueFd parent = openInside(folder->folder, O_PATH | O_DIRECTORY);
-      unlinkat(parent.get(), folder->name.c_str(), AT_REMOVEDIR);
+      const UniqueFd parent = openInside(directory->directory, O_PATH | O_DIRECTORY);
+      unlinkat(parent.get(), directory->name.c_str(), AT_REMOVEDIR);
     } catch (const StoreError &) {
-      return;  // the request is denied for its own reason
+      return;  // the first error is the one to report
     }
   }
 }
@@ -241,15 +241,15 @@ void Store::upload(const std::string &source, FileType type, bool isTemporary,
   checkWritable();
   const SplitPath from = split(source);
   const SplitPath to = split(destination);
-  const UniqueFd folder = openLocalFolder(from.folder);
-  const UniqueFd entry(openat(folder.get(), from.name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+  const UniqueFd directory = openLocalDirectory(from.directory);
+  const UniqueFd entry(openat(directory.get(), from.name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
   if (!entry) {
     failWith(errno, (errno == ENOENT ? "cannot find " : "cannot open ") + quoted(source));
   }
   expectType(entry, type, source);
-  const UniqueFd target = openInside(to.folder, O_PATH | O_DIRECTORY);
+  const UniqueFd target = openInside(to.directory, O_PATH | O_DIRECTORY);
 
-  const std::size_t room = roomIn(target, to.folder);
+  const std::size_t room = roomIn(target, to.directory);
   const std::size_t needed = to.name.size() + 1;
   if (needed > room) {
     throw PathTooLong(destination);
@@ -259,7 +259,7 @@ void Store::upload(const std::string &source, FileType type, bool isTemporary,
   const Place place = {target.get(), to.name, destination};
   transfer(options, [&](Copier &copier) {
     if (isTemporary) {
-      copier.move({folder.get(), from.name, source}, place);
+      copier.move({directory.get(), from.name, source}, place);
     } else {
       copier.copy(entry.get(), source, place);
     }
@@ -270,15 +270,15 @@ void Store::download(const std::string &source, FileType type,
                      const std::string &destination) const {
   const SplitPath from = split(source);
   checkText(destination);
-  const bool into = isFolder(destination);
+  const bool into = isDirectory(destination);
   if (!into && type != FileType::kDir && destination.back() == '/') {
-    throw StoreError(quoted(destination) + " is not a folder");
+    throw StoreError(quoted(destination) + " is not a directory");
   }
   const SplitPath to = into ? SplitPath{destination, from.name} : split(destination);
   const std::string shownTo = into ? destination + "/" + from.name : destination;
-  const UniqueFd target = openLocalFolder(to.folder);
+  const UniqueFd target = openLocalDirectory(to.directory);
 
-  // A link is meant itself; of anything else, links inside the store lead to it.
+  // A link is downloaded itself. For other types, links in the store are followed.
   const UniqueFd entry = type == FileType::kSymlink ? openInside(source, O_PATH | O_NOFOLLOW)
                                                     : openInside(source, O_PATH);
   expectType(entry, type, source);

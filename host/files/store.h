@@ -1,4 +1,4 @@
-// The framework's side of file transfers: a folder that no path leads out of.
+// The framework's side of file transfers: a directory that no path leads out of.
 #ifndef ARVL_HOST_FILES_STORE_H_
 #define ARVL_HOST_FILES_STORE_H_
 
@@ -18,7 +18,7 @@
 
 namespace arvl_host {
 
-// Returns the type that a request names. Throws StoreError for a text that is no type.
+// Returns the type that a request names. Throws StoreError for an unknown name.
 FileType requireFileType(const std::string &text);
 
 struct StoreEntry {
@@ -28,14 +28,13 @@ struct StoreEntry {
   std::int64_t mtime = 0;  // seconds since the epoch
 };
 
-// The entries of a folder of the store, in the order of the file system. What is neither file, folder nor
-// link is left out.
+// Lists the files, directories and links in a directory of the store, in the order of the file system.
 class StoreListing {
  public:
   StoreListing(FolderReader reader, std::string path, TransferWatcher *watcher)
       : reader_(std::move(reader)), path_(std::move(path)), watcher_(watcher) {}
 
-  // Nothing at the end. Throws StoreError.
+  // Returns the next entry, or nothing at the end. Throws StoreError.
   std::optional<StoreEntry> next();
   void rewind();
 
@@ -46,60 +45,60 @@ class StoreListing {
   std::uint64_t entries_ = 0;
 };
 
-// "/a/b" as "/a/" and "b".
+// The path "/a/b" in two parts, "/a/" and "b".
 struct SplitPath {
-  std::string folder;
+  std::string directory;
   std::string name;
 };
 
 struct StoreOptions {
   CopyOptions copies;
-  bool isReadOnly = false;  // the data of a backup, which is no link
+  bool isReadOnly = false;  // for a restore; the directory must not be a link
 };
 
-// Store paths are absolute and resolved inside the folder by the kernel: "..", absolute links and links
-// that are swapped in meanwhile stay inside, or lead nowhere, which is an error. FIFOs, sockets and
-// devices are refused without being opened. Files are written under a temporary name and renamed, so
-// that none is ever seen half written. Every operation throws StoreError. One thread uses a store at a
-// time; cancel alone may come from another.
+// A directory that a plug-in reads and writes by absolute paths. The kernel resolves them inside the directory:
+// "..", absolute links and links that are swapped in meanwhile stay inside, or the operation fails. FIFOs,
+// sockets and devices are refused without being opened. Files are written under a temporary name and renamed, so
+// that nobody sees a partly written file. Every operation throws StoreError. Only cancel() may be called from
+// another thread.
 class Store {
  public:
-  // A watcher among the options has to outlive it.
-  explicit Store(const std::string &folder, const StoreOptions &options = {});
+  // The watcher must outlive the store.
+  explicit Store(const std::string &directory, const StoreOptions &options = {});
 
   StoreListing list(const std::string &path) const;
 
-  // Opens an entry with the flags of open(2) and follows no link, not even on the way to it. Returns an
-  // empty descriptor if there is no such entry.
+  // Opens an entry with the flags of open(2) without following links, not even in the path before it. Returns
+  // an empty descriptor if the entry does not exist.
   UniqueFd openEntry(const std::string &path, int flags) const;
 
-  // With its parents; a folder that exists is fine. Where it fails, it leaves none that it made.
+  // Creates a directory and its parents if they do not exist. Removes those that it created if it fails.
   void createDir(const std::string &path) const;
 
-  // Copies a local file, link or whole tree to exactly that path; the folder that holds it must exist.
-  // A temporary source is moved. A tree is merged into one that is there.
+  // Copies a local file, link or tree to exactly this path, whose parent must exist. Moves a temporary source.
+  // Merges a tree into an existing one.
   void upload(const std::string &source, FileType type, bool isTemporary,
               const std::string &destination) const;
 
-  // Copies to a local path, or into it where that is a folder.
+  // Copies to a local path, or into it if it is a directory.
   void download(const std::string &source, FileType type, const std::string &destination) const;
 
-  // Transfers end with an error from now on, the one that runs and all that follow.
+  // Makes the current transfer and all later ones fail.
   void cancel() { canceled_ = true; }
 
  private:
   UniqueFd tryOpen(const std::string &path, int flags, std::uint64_t resolve) const;
   UniqueFd openInside(const std::string &path, int flags) const;
   std::string realPath(int fd, const std::string &path) const;
-  std::size_t roomIn(const UniqueFd &folder, const std::string &path) const;
+  std::size_t roomIn(const UniqueFd &directory, const std::string &path) const;
   void checkWritable() const;
-  // Appends each folder that it makes, even where it throws.
-  void makeFolders(const std::string &path, std::vector<SplitPath> &made) const;
-  void removeFolders(const std::vector<SplitPath> &made) const;
+  // Adds each directory that it creates to `created`, even if it throws later.
+  void createDirectories(const std::string &path, std::vector<SplitPath> &created) const;
+  void removeDirectories(const std::vector<SplitPath> &created) const;
   void transfer(const CopyOptions &options, const std::function<void(Copier &)> &work) const;
 
   UniqueFd root_;
-  const std::size_t rootLength_;  // of the path by which it was opened
+  const std::size_t rootLength_;  // of the path that opened it
   const StoreOptions options_;
   std::atomic<bool> canceled_{false};
 };

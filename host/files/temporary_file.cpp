@@ -16,8 +16,8 @@ namespace {
 
 constexpr std::size_t kTextChunk = 0x10000;
 
-// Bytes at which the disk is told to begin. It writes beside the copy, and whoever syncs the file waits
-// for the rest alone and hears of every error.
+// After this many bytes, the kernel is asked to write them to disk during the copy. A later sync then waits for
+// the rest only, and still reports every error.
 constexpr off_t kWriteBehind = 0x800000;
 
 // Returns 0 or the error, EWOULDBLOCK if another process holds the lock.
@@ -33,18 +33,18 @@ bool hasName(int file, const Place &place, const std::string &name) {
   struct stat opened;
   struct stat named;
   return fstat(file, &opened) == 0 &&
-         fstatat(place.folder, name.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
+         fstatat(place.directory, name.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
          opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
 }
 
-// Opens a regular file and nothing else: to open a device or a FIFO may have effects.
-UniqueFd openRegular(int folder, const std::string &name) {
+// Opens only a regular file: opening a device or a FIFO may have side effects.
+UniqueFd openRegular(int directory, const std::string &name) {
   struct stat status;
-  if (fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 ||
+  if (fstatat(directory, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 ||
       !S_ISREG(status.st_mode)) {
     return {};
   }
-  return UniqueFd(openat(folder, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  return UniqueFd(openat(directory, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
 }
 
 }  // namespace
@@ -55,7 +55,7 @@ std::string temporaryName(const std::string &name) {
 
 void removeLeftover(const Place &place, const std::string &name) {
   const std::string shown = place.shown.substr(0, place.shown.rfind('/') + 1) + name;
-  const UniqueFd file = openRegular(place.folder, name);
+  const UniqueFd file = openRegular(place.directory, name);
   const int error = file ? tryToLock(file.get()) : 0;
   if (error == EWOULDBLOCK) {
     failAsBusy(place);
@@ -64,9 +64,9 @@ void removeLeftover(const Place &place, const std::string &name) {
     failWith(error, "cannot lock the leftover " + quoted(shown));
   }
   if (file && !hasName(file.get(), place, name)) {
-    return;  // the transfer that had the lock has renamed or removed it meanwhile
+    return;  // the previous lock holder has renamed or removed the file
   }
-  if (unlinkat(place.folder, name.c_str(), 0) != 0 && errno != ENOENT) {
+  if (unlinkat(place.directory, name.c_str(), 0) != 0 && errno != ENOENT) {
     failWith(errno, "cannot remove the leftover " + quoted(shown));
   }
 }
@@ -79,13 +79,13 @@ TemporaryFile::TemporaryFile(const Place &to) : to_(to), name_(temporaryName(to.
 
 TemporaryFile::~TemporaryFile() {
   if (file_ && !isCommitted_ && isOurs()) {
-    unlinkat(to_.folder, name_.c_str(), 0);
+    unlinkat(to_.directory, name_.c_str(), 0);
   }
 }
 
-// False if something has the name.
+// Returns false if the temporary name is in use.
 bool TemporaryFile::create() {
-  file_.reset(openat(to_.folder, name_.c_str(),
+  file_.reset(openat(to_.directory, name_.c_str(),
                      O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
   if (!file_ && errno == EEXIST) {
     return false;
@@ -94,17 +94,17 @@ bool TemporaryFile::create() {
     failWith(errno, "cannot create " + quoted(to_.shown));
   }
   const int error = tryToLock(file_.get());
-  if (error == EWOULDBLOCK) {  // another transfer takes it for a leftover
+  if (error == EWOULDBLOCK) {  // another transfer is removing it as a leftover
     failAsBusy(to_);
   }
   if (error != 0) {
-    unlinkat(to_.folder, name_.c_str(), 0);
+    unlinkat(to_.directory, name_.c_str(), 0);
     failWith(error, "cannot lock " + quoted(to_.shown));
   }
   return isOurs();
 }
 
-// A transfer that could not see the lock may have taken the file for a leftover.
+// Another transfer may have removed the file as a leftover before it was locked.
 bool TemporaryFile::isOurs() const {
   return hasName(file_.get(), to_, name_);
 }
@@ -144,7 +144,7 @@ void TemporaryFile::commit(Durability durability) {
   if (!isOurs()) {
     failAsBusy(to_);
   }
-  if (renameat(to_.folder, name_.c_str(), to_.folder, to_.name.c_str()) != 0) {
+  if (renameat(to_.directory, name_.c_str(), to_.directory, to_.name.c_str()) != 0) {
     failWith(errno, "cannot write " + quoted(to_.shown));
   }
   isCommitted_ = true;

@@ -1,4 +1,4 @@
-// Files that are written under another name, and get their own when they are whole.
+// Files that are written under a temporary name and renamed when they are complete.
 #ifndef ARVL_HOST_FILES_TEMPORARY_FILE_H_
 #define ARVL_HOST_FILES_TEMPORARY_FILE_H_
 
@@ -11,30 +11,31 @@
 
 namespace arvl_host {
 
-// An entry by the folder that holds it; shown is how messages name it.
+// An entry, given by a descriptor of its directory and its name. Messages name it `shown`.
 struct Place {
-  int folder;
+  int directory;
   std::string name;
   std::string shown;
 };
 
-// When a file is safe from a loss of power: before it gets its name, or when the caller has synced the
-// whole file system.
-enum class Durability { kEachFile, kLeftToCaller };
+enum class Durability {
+  kEachFile,      // each file is synced before it is renamed
+  kLeftToCaller,  // the caller syncs the whole file system later
+};
 
-// Made from the name that it stands for: what a killed host left is found again, and two hosts that
-// write the same file meet.
+// Returns the temporary name for a file. It depends on the file's name alone, so that a host finds the leftover of
+// a killed one, and notices another one that writes the same file.
 std::string temporaryName(const std::string &name);
 
-// Removes what has that name in the directory of the place. Throws StoreError if another transfer writes it,
-// or if it cannot be removed.
+// Removes the entry `name` from the directory of the place. Throws StoreError if another transfer is writing it
+// or it cannot be removed.
 void removeLeftover(const Place &place, const std::string &name);
 
-// A file beside the place that nobody else writes, taken away again unless it is committed. It is always a new
-// one: a leftover may have other names, or be another user's. Throws StoreError.
+// A locked temporary file in the directory of the place. The destructor removes it unless it was committed. It is
+// always a new file: a leftover may have other names or belong to another user. Throws StoreError.
 class TemporaryFile {
  public:
-  // to has to outlive it.
+  // `to` must outlive it.
   explicit TemporaryFile(const Place &to);
   ~TemporaryFile();
   TemporaryFile(const TemporaryFile &) = delete;
@@ -42,10 +43,10 @@ class TemporaryFile {
 
   int fd() const { return file_.get(); }
   void write(const char *data, std::size_t size);
-  // Leaves a hole of so many bytes, even at the end.
+  // Leaves a hole of `size` bytes, even at the end.
   void skip(off_t size);
 
-  // Replaces what has the name.
+  // Renames the file to its place, and replaces an existing entry.
   void commit(Durability durability);
 
  private:
@@ -57,16 +58,16 @@ class TemporaryFile {
   UniqueFd file_;
   bool isCommitted_ = false;
   off_t size_ = 0;
-  off_t begun_ = 0;  // what the disk has been told to write
+  off_t begun_ = 0;  // bytes that the kernel was asked to write to disk
 };
 
-// Text for such a file, gathered into larger writes.
+// Gathers text for a temporary file into large writes.
 class TextWriter {
  public:
   explicit TextWriter(TemporaryFile &file) : file_(file) {}
 
   void add(std::string_view text);
-  // Writes what is left. The checksum of all that was added.
+  // Writes the remaining text and returns the checksum of the whole.
   std::string finish();
 
  private:

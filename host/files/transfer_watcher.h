@@ -1,4 +1,4 @@
-// Follows what a transfer reads and writes.
+// The events of a file transfer.
 #ifndef ARVL_HOST_FILES_TRANSFER_WATCHER_H_
 #define ARVL_HOST_FILES_TRANSFER_WATCHER_H_
 
@@ -9,35 +9,36 @@
 
 namespace arvl_host {
 
-// Follows what is read and written, on the thread that does it. What it throws ends the transfer, and a
-// file or link that it refuses is not delivered. Paths are those of the source, as messages show them.
+// Receives the events of a transfer, on the thread of the transfer. An exception ends the transfer; one from
+// onFile() or onLink() also keeps that entry from being delivered. Paths are those of the source.
 class TransferWatcher {
  public:
   virtual ~TransferWatcher() = default;
-  // An entry is copied or listed. What this changes of its mode and times is what is delivered.
+  // An entry is copied or listed. Its copy gets the mode and times that the watcher leaves in the status.
   virtual void onEntry(const std::string & /*path*/, struct stat &) {}
-  // An entry of a folder vanished after its name was read. It is left out, and not counted below.
+  // An entry of a directory vanished after its name was read. It is skipped, and not counted by onFolderEnd().
   virtual void onVanished(const std::string & /*path*/) {}
-  // A folder has been read to its end, each entry as above: how many they were.
+  // A directory was read to its end and had that many entries.
   virtual void onFolderEnd(const std::string & /*path*/, std::uint64_t /*entries*/) {}
-  // So many more bytes have been copied.
+  // `count` more bytes were copied.
   virtual void onBytes(std::uint64_t /*count*/) {}
-  // A file was written while it was copied: the copy may hold parts of both.
+  // A file was written while it was copied. The copy may mix old and new contents.
   virtual void onChanged(const std::string & /*path*/) {}
-  // A file was to be moved while a process had it open for writing. It is copied instead.
+  // A file was copied instead of moved, because a process had it open for writing.
   virtual void onOpenForWriting(const std::string & /*path*/) {}
-  // A copy is complete, and gets its name next.
+  // The copy of a file is complete and is renamed next.
   virtual void onFile(const std::string & /*path*/, const std::string & /*sha256*/) {}
+  // A link is created next.
   virtual void onLink(const std::string & /*path*/, const std::string & /*target*/) {}
-  // A file's copy has its name: its status from then on.
+  // The copy of a file has its name and this status.
   virtual void onStored(const struct stat &, const std::string & /*sha256*/) {}
-  // A file or link was moved by its name alone: its status from then on.
+  // A file or link was renamed and has this status.
   virtual void onMoved(const struct stat &) {}
-  // A request has been served, or is denied whatever came before.
+  // The request was served or denied. If it was denied, ignore the events before.
   virtual void onTransferEnd(bool /*isDelivered*/) {}
 };
 
-// How a person is told of an entry that vanished.
+// Returns the message about an entry that vanished.
 std::string skippedText(const std::string &path);
 
 }  // namespace arvl_host

@@ -1,4 +1,4 @@
-// A descriptor that is closed when its owner goes.
+// Owns a file descriptor and closes it.
 #ifndef ARVL_HOST_FILES_UNIQUE_FD_H_
 #define ARVL_HOST_FILES_UNIQUE_FD_H_
 

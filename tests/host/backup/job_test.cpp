@@ -728,7 +728,7 @@ TEST_F(Job, IsNotWrittenToWhileItIsRestored) {
   EXPECT_EQ(countOf(result.out, "[stdout] create: refused\n"), 1u);
   for (const char *request : {"UPLOAD_REQUEST", "PACKET_CREATE_DIR_REQUEST"}) {
     EXPECT_EQ(countOf(result.err, std::string("warning: ") + request +
-                                      " was denied: what is restored from is not written to\n"),
+                                      " was denied: the store is read-only during a restore\n"),
               1u);
   }
   EXPECT_EQ(treeOf(folder), before);

@@ -87,7 +87,7 @@ TEST_F(StepOnBackup, WritesNothingToIt) {
   EXPECT_EQ(result.status, 0);
   for (const char *request : {"UPLOAD_REQUEST", "PACKET_CREATE_DIR_REQUEST"}) {
     EXPECT_TRUE(holds(result.out, std::string("\n[host] ") + request +
-                                      " was denied: what is restored from is not written to\n"));
+                                      " was denied: the store is read-only during a restore\n"));
   }
   EXPECT_EQ(treeOf(folder), before);
   const ProcessResult exported = step("export", folder);

@@ -43,8 +43,8 @@ TEST_F(ReadLeaseOf, IsRefusedByAWriter) {
   EXPECT_TRUE(ReadLease(path_.get()).isHeld());
 }
 
-// The signal that goes to the holder must not end this process.
-TEST_F(ReadLeaseOf, IsLostToAWriterThatComesAndSurvivesIt) {
+// The signal to the lease holder must not end this process.
+TEST_F(ReadLeaseOf, IsLostToALaterWriterWithoutEndingTheProcess) {
   const ReadLease lease(path_.get());
   ASSERT_TRUE(lease.isHeld());
   EXPECT_FALSE(openFor(O_WRONLY | O_NONBLOCK));
@@ -53,8 +53,8 @@ TEST_F(ReadLeaseOf, IsLostToAWriterThatComesAndSurvivesIt) {
 }
 
 TEST_F(ReadLeaseOf, IsNotPossibleOnADirectory) {
-  const UniqueFd folder(open(dir_.path().c_str(), O_PATH | O_CLOEXEC));
-  const ReadLease lease(folder.get());
+  const UniqueFd directory(open(dir_.path().c_str(), O_PATH | O_CLOEXEC));
+  const ReadLease lease(directory.get());
   EXPECT_FALSE(lease.isHeld());
   EXPECT_FALSE(lease.isRefusedByWriter());
 }

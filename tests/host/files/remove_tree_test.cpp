@@ -27,18 +27,18 @@ using Names = std::set<std::string>;
 
 class RemoveTree : public testing::Test {
  protected:
-  // What it throws; empty if nothing.
+  // Returns the error, or an empty string.
   std::string remove(const std::string &name) const {
-    return storeErrorOf([&] { removeTree({folder_.get(), name, "/shown/" + name}); });
+    return storeErrorOf([&] { removeTree({directory_.get(), name, "/shown/" + name}); });
   }
 
   Names left() const { return namesIn(dir_.path()); }
 
   const arvl_test::TempDir dir_;
-  const UniqueFd folder_{open(dir_.path().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)};
+  const UniqueFd directory_{open(dir_.path().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)};
 };
 
-TEST_F(RemoveTree, RemovesWhateverHasTheNameAndNothingElse) {
+TEST_F(RemoveTree, RemovesAnEntryOfAnyTypeAndNothingElse) {
   dir_.makeFile("file");
   dir_.makeFile("other");
   dir_.makeDir("empty");
@@ -49,11 +49,11 @@ TEST_F(RemoveTree, RemovesWhateverHasTheNameAndNothingElse) {
   EXPECT_EQ(left(), Names{"other"});
 }
 
-TEST_F(RemoveTree, RemovesATreeOfManyBranches) {
+TEST_F(RemoveTree, RemovesATreeWithManyBranches) {
   for (const char *name : {"t/a/b/c", "t/a/b2/c", "t/x/.removed-1/y", "t/x/y/z"}) {
     dir_.makeFile(dir_.makeDir(name) + "/file");
   }
-  dir_.makeFile("t/.removed-1");  // the names that it gives for a while are taken
+  dir_.makeFile("t/.removed-1");  // the names that it gives moved directories are in use
   dir_.makeFile(dir_.makeDir("t/.removed-2") + "/file");
   EXPECT_EQ(remove("t"), "");
   EXPECT_EQ(left(), Names{});
@@ -92,7 +92,7 @@ TEST_F(RemoveTree, FollowsNoLink) {
   EXPECT_EQ(fs::status(dir_.at("precious")).permissions(), fs::perms(0500));
 }
 
-// The superuser has access anyway: it becomes another user meanwhile.
+// Root always has access, so the test becomes another user.
 TEST_F(RemoveTree, RemovesDirectoriesThatDenyAccess) {
   fs::permissions(dir_.path(), fs::perms::all);
   const bool isSuperuser = geteuid() == 0;
@@ -111,7 +111,7 @@ TEST_F(RemoveTree, RemovesDirectoriesThatDenyAccess) {
   EXPECT_EQ(left(), Names{});
 }
 
-TEST_F(RemoveTree, RemovesTheRestOfWhatCannotBeRemovedAndNamesIt) {
+TEST_F(RemoveTree, RemovesEverythingButABusyEntryAndNamesIt) {
   dir_.makeFile(dir_.makeDir("t/a/b") + "/file");
   dir_.makeFile("t/file");
   dir_.makeDir("t/a/mounted");

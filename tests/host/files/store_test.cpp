@@ -1,4 +1,4 @@
-// The store against what a hostile plug-in or a hostile store may hold.
+// Tests of the store, also with hostile requests and a hostile store.
 
 #include "files/store.h"
 
@@ -34,7 +34,7 @@ using arvl_test::storeErrorOf;
 using arvl_test::TempDir;
 namespace fs = std::filesystem;
 
-// By their names.
+// Returns the other entries by name.
 std::map<std::string, StoreEntry> remaining(StoreListing &listing) {
   std::map<std::string, StoreEntry> entries;
   while (const std::optional<StoreEntry> entry = listing.next()) {
@@ -43,7 +43,7 @@ std::map<std::string, StoreEntry> remaining(StoreListing &listing) {
   return entries;
 }
 
-// Notes what it hears, a line each, and refuses what it is told to.
+// Records each event as a line. Throws at the event `refused`.
 class Witness : public TransferWatcher {
  public:
   void onEntry(const std::string &path, struct stat &status) override {
@@ -89,9 +89,9 @@ class Witness : public TransferWatcher {
 
   std::vector<std::string> lines;
   std::string refused;
-  std::optional<unsigned> mode;  // that every entry is to have
-  std::string written;           // a file that is written to, once, when something has been copied
-  std::vector<std::string> rivals;  // once one is copied or moved, the others are removed
+  std::optional<unsigned> mode;     // to set for every entry
+  std::string written;              // a file to write to once, after the first bytes
+  std::vector<std::string> rivals;  // when one is copied or moved, the others are removed
 
  private:
   void removeRivalsOf(const std::string &path) {
@@ -110,9 +110,9 @@ class Witness : public TransferWatcher {
   }
 };
 
-class StoreFolder : public testing::Test {
+class StoreTest : public testing::Test {
  protected:
-  StoreFolder() {
+  StoreTest() {
     fs::create_directory(at("store"));
     fs::create_directory(at("local"));
     store_ = std::make_unique<Store>(at("store"));
@@ -130,17 +130,17 @@ class StoreFolder : public testing::Test {
     return text.str();
   }
 
-  // All below the folder, to see that nothing has been left or lost.
-  std::vector<std::string> namesIn(const std::string &folder) const {
+  // Returns the paths of all entries below the directory.
+  std::vector<std::string> namesIn(const std::string &directory) const {
     std::vector<std::string> names;
-    for (const auto &entry : fs::recursive_directory_iterator(at(folder))) {
-      names.push_back(entry.path().lexically_relative(at(folder)));
+    for (const auto &entry : fs::recursive_directory_iterator(at(directory))) {
+      names.push_back(entry.path().lexically_relative(at(directory)));
     }
     std::sort(names.begin(), names.end());
     return names;
   }
 
-  // The superuser may do everything: it lays that down for the time of the operation.
+  // Runs the operation as another user if the test runs as root, and returns the error.
   std::string asOtherUser(const std::function<void()> &operation) const {
     fs::permissions(dir_.path(), fs::perms(0777));
     fs::permissions(at("store"), fs::perms(0777));
@@ -151,7 +151,7 @@ class StoreFolder : public testing::Test {
     return error;
   }
 
-  // Whether a file that no process writes is moved by its name here.
+  // Returns whether the file system has leases, without which files are copied instead of moved.
   bool hasLeases() const {
     write("lease", "");
     return ReadLease(UniqueFd(open(at("lease").c_str(), O_PATH | O_CLOEXEC)).get()).isHeld();
@@ -163,7 +163,7 @@ class StoreFolder : public testing::Test {
   std::unique_ptr<Store> store_;
 };
 
-TEST_F(StoreFolder, TakesAFileWithItsModeAndTime) {
+TEST_F(StoreTest, UploadsAFileWithItsModeAndTime) {
   write("local/f", "text");
   fs::permissions(at("local/f"), fs::perms(0604));
   const timespec times[2] = {{100, 0}, {200, 5}};
@@ -181,8 +181,8 @@ TEST_F(StoreFolder, TakesAFileWithItsModeAndTime) {
   EXPECT_EQ(namesIn("store"), Names{"g"});
 }
 
-TEST_F(StoreFolder, TakesAFileWithItsHoles) {
-  // Data at the begin, alone between two holes, before a last one.
+TEST_F(StoreTest, UploadsAFileWithItsHoles) {
+  // Data at the beginning and between two holes, and a hole at the end.
   constexpr off_t kHole = 8 << 20;
   const UniqueFd file(open(at("local/f").c_str(), O_RDWR | O_CREAT, 0600));
   ASSERT_EQ(pwrite(file.get(), "begin", 5, 0), 5);
@@ -202,19 +202,19 @@ TEST_F(StoreFolder, TakesAFileWithItsHoles) {
             "stored " + std::to_string(text.size()) + " " + sha256Of(text).substr(0, 8));
 
   ASSERT_EQ(ftruncate(file.get(), 0), 0);
-  ASSERT_EQ(ftruncate(file.get(), kHole), 0);  // nothing but a hole
+  ASSERT_EQ(ftruncate(file.get(), kHole), 0);  // only a hole
   watched.upload(at("local/f"), FileType::kFile, false, "/g");
   EXPECT_EQ(read("store/g"), std::string(kHole, '\0'));
 }
 
-TEST_F(StoreFolder, MovesATemporarySource) {
+TEST_F(StoreTest, MovesATemporarySource) {
   write("local/f", "text");
   store_->upload(at("local/f"), FileType::kFile, true, "/g");
   EXPECT_FALSE(fs::exists(at("local/f")));
   EXPECT_EQ(read("store/g"), "text");
 }
 
-TEST_F(StoreFolder, MovesATemporaryTreeIntoOneThatIsThere) {
+TEST_F(StoreTest, MovesATemporaryTreeIntoAnExistingOne) {
   fs::create_directories(at("local/t/sub/deep"));
   write("local/t/sub/f", "new");
   write("local/t/sub/g", "new");
@@ -229,7 +229,7 @@ TEST_F(StoreFolder, MovesATemporaryTreeIntoOneThatIsThere) {
   EXPECT_EQ(namesIn("local"), Names{});
 }
 
-TEST_F(StoreFolder, MovesATemporarySourceFromAnotherFileSystem) {
+TEST_F(StoreTest, MovesATemporarySourceFromAnotherFileSystem) {
   struct stat here;
   struct stat there;
   const std::string shm = "/dev/shm/arvl-test-" + std::to_string(getpid());
@@ -237,7 +237,7 @@ TEST_F(StoreFolder, MovesATemporarySourceFromAnotherFileSystem) {
   if (!fs::create_directory(shm, error) || stat(shm.c_str(), &there) != 0 ||
       stat(at("store").c_str(), &here) != 0 || here.st_dev == there.st_dev) {
     fs::remove_all(shm, error);
-    GTEST_SKIP() << "/dev/shm is no file system of its own";
+    GTEST_SKIP() << "/dev/shm is not a separate file system";
   }
   fs::create_directory(shm + "/sub");
   std::ofstream(shm + "/sub/f") << "text";
@@ -248,7 +248,7 @@ TEST_F(StoreFolder, MovesATemporarySourceFromAnotherFileSystem) {
   fs::remove_all(shm);
 }
 
-TEST_F(StoreFolder, TakesATreeAndALinkAsItself) {
+TEST_F(StoreTest, UploadsTreesAndLinks) {
   fs::create_directories(at("local/t/sub"));
   write("local/t/sub/f\nwith a line feed", "x");
   fs::create_symlink("/etc/passwd", at("local/t/l"));
@@ -257,11 +257,11 @@ TEST_F(StoreFolder, TakesATreeAndALinkAsItself) {
   EXPECT_EQ(fs::read_symlink(at("store/t/l")), "/etc/passwd");
   store_->upload(at("local/t/l"), FileType::kSymlink, false, "/l");
   EXPECT_EQ(fs::read_symlink(at("store/l")), "/etc/passwd");
-  store_->upload(at("local/t"), FileType::kDir, false, "/t");  // into what is there
+  store_->upload(at("local/t"), FileType::kDir, false, "/t");  // into the existing tree
   EXPECT_EQ(namesIn("store").size(), 5u);
 }
 
-TEST_F(StoreFolder, GivesAFileAtAPathOrIntoAFolder) {
+TEST_F(StoreTest, DownloadsAFileToAPathOrIntoADirectory) {
   write("store/f", "text");
   store_->download("/f", FileType::kFile, at("local/g"));
   EXPECT_EQ(read("local/g"), "text");
@@ -272,7 +272,7 @@ TEST_F(StoreFolder, GivesAFileAtAPathOrIntoAFolder) {
   EXPECT_EQ(fs::read_symlink(at("local/l")), "nowhere");
 }
 
-TEST_F(StoreFolder, ReplacesALinkThatLeadsToItself) {
+TEST_F(StoreTest, ReplacesALinkThatLeadsToItself) {
   write("store/f", "text");
   fs::create_symlink("g", at("local/g"));
   store_->download("/f", FileType::kFile, at("local/g"));
@@ -280,7 +280,7 @@ TEST_F(StoreFolder, ReplacesALinkThatLeadsToItself) {
   EXPECT_EQ(read("local/g"), "text");
 }
 
-TEST_F(StoreFolder, GivesATreeWithItsModesAndTimes) {
+TEST_F(StoreTest, DownloadsATreeWithItsModesAndTimes) {
   fs::create_directories(at("store/t/sub"));
   write("store/t/sub/f", "x");
   fs::permissions(at("store/t"), fs::perms(0750));
@@ -294,7 +294,7 @@ TEST_F(StoreFolder, GivesATreeWithItsModesAndTimes) {
   EXPECT_EQ(read("local/copy/sub/f"), "x");
 }
 
-TEST_F(StoreFolder, LeavesTheModeOfAFolderThatIsThere) {
+TEST_F(StoreTest, KeepsTheModeOfAnExistingDirectory) {
   fs::create_directories(at("store/t/sub"));
   fs::create_directories(at("local/t/sub"));
   fs::permissions(at("local/t"), fs::perms(01777));
@@ -304,24 +304,24 @@ TEST_F(StoreFolder, LeavesTheModeOfAFolderThatIsThere) {
   EXPECT_EQ(fs::status(at("local/t/sub")).permissions(), fs::perms(0700));
 }
 
-TEST_F(StoreFolder, GivesAFileOnlyToAFolderWhereOneIsMeant) {
+TEST_F(StoreTest, RejectsADestinationWithASlashThatIsNotADirectory) {
   write("store/f", "text");
   EXPECT_EQ(storeErrorOf([&] { store_->download("/f", FileType::kFile, at("local/no/")); }),
-            "\"" + at("local/no/") + "\" is not a folder");
+            "\"" + at("local/no/") + "\" is not a directory");
   EXPECT_EQ(namesIn("local"), Names{});
 }
 
-TEST_F(StoreFolder, RefusesToCopyATreeIntoItself) {
+TEST_F(StoreTest, RefusesToCopyATreeIntoItself) {
   fs::create_directories(at("store/t/sub"));
   EXPECT_EQ(storeErrorOf([&] { store_->upload(at("store/t"), FileType::kDir, false, "/t/sub/t"); }),
-            "cannot copy the folder \"" + at("store/t/sub/t") + "\" into itself");
+            "cannot copy the directory \"" + at("store/t/sub/t") + "\" into itself");
   EXPECT_EQ(storeErrorOf([&] { store_->upload(at("store/t"), FileType::kDir, false, "/t"); }),
-            "cannot copy the folder \"" + at("store/t") + "\" onto itself");
+            "cannot copy the directory \"" + at("store/t") + "\" onto itself");
 }
 
-TEST_F(StoreFolder, RefusesAPathThatHoldsANul) {
+TEST_F(StoreTest, RejectsAPathThatContainsANul) {
   const std::string path("/a\0b", 4);
-  const std::string error = "\"/a\\x00b\" is no path: it holds a NUL";
+  const std::string error = "\"/a\\x00b\" is not a valid path: it contains a NUL byte";
   write("local/f", "x");
   write("store/f", "x");
   EXPECT_EQ(storeErrorOf([&] { store_->createDir(path); }), error);
@@ -334,7 +334,7 @@ TEST_F(StoreFolder, RefusesAPathThatHoldsANul) {
   EXPECT_EQ(namesIn("store"), Names{"f"});
 }
 
-TEST_F(StoreFolder, TransfersNothingOnceCanceled) {
+TEST_F(StoreTest, TransfersNothingAfterACancel) {
   write("local/f", "x");
   write("store/g", "x");
   store_->cancel();
@@ -346,7 +346,7 @@ TEST_F(StoreFolder, TransfersNothingOnceCanceled) {
   EXPECT_EQ(namesIn("local"), Names{"f"});
 }
 
-TEST_F(StoreFolder, MakesFoldersWithTheirParents) {
+TEST_F(StoreTest, CreatesDirectoriesWithTheirParents) {
   store_->createDir("/a/b//c/");
   store_->createDir("/a/b");
   store_->createDir("/");
@@ -356,7 +356,7 @@ TEST_F(StoreFolder, MakesFoldersWithTheirParents) {
   EXPECT_NE(storeErrorOf([&] { store_->createDir("/f"); }), "");
 }
 
-TEST_F(StoreFolder, LeavesNoFolderOfARequestThatIsDenied) {
+TEST_F(StoreTest, RemovesTheDirectoriesOfADeniedRequest) {
   const std::string tooLong(256, 'n');
   store_->createDir("/a");
   write("store/f", "");
@@ -367,7 +367,7 @@ TEST_F(StoreFolder, LeavesNoFolderOfARequestThatIsDenied) {
   }
 }
 
-TEST_F(StoreFolder, TakesNoEntryBeyondTheLengthOfAPath) {
+TEST_F(StoreTest, RejectsAnEntryWhosePathIsTooLong) {
   std::string deep;
   while (at("store").size() + deep.size() < PATH_MAX - 1 - 202) {
     deep += "/" + std::string(100, 'n');
@@ -383,7 +383,7 @@ TEST_F(StoreFolder, TakesNoEntryBeyondTheLengthOfAPath) {
   write("local/file", "x");
   fs::create_directory(at("local/tree"));
   write("local/tree/" + beyond, "x");
-  fs::create_symlink("." + deep, at("store/way"));  // no shorter, whatever leads there
+  fs::create_symlink("." + deep, at("store/way"));  // the path counts without the link
   EXPECT_EQ(storeErrorOf([&] { store_->createDir("/way/" + beyond); }), errorOf("/way/" + beyond));
   for (const bool isTemporary : {false, true}) {
     EXPECT_EQ(storeErrorOf([&] {
@@ -391,7 +391,7 @@ TEST_F(StoreFolder, TakesNoEntryBeyondTheLengthOfAPath) {
               }),
               errorOf("/way/" + beyond));
   }
-  write("store" + deep + "/own", "");  // the tree is merged, and what it has brought stays
+  write("store" + deep + "/own", "");  // the tree is merged, and its own entries stay
   for (const bool isTemporary : {false, true}) {
     EXPECT_EQ(
         storeErrorOf([&] { store_->upload(at("local/tree"), FileType::kDir, isTemporary, deep); }),
@@ -407,7 +407,7 @@ TEST_F(StoreFolder, TakesNoEntryBeyondTheLengthOfAPath) {
   EXPECT_EQ(namesIn("store" + deep), (Names{fits, "own"}));
 }
 
-TEST_F(StoreFolder, ListsWhatAListingCanCarry) {
+TEST_F(StoreTest, ListsFilesDirectoriesAndLinks) {
   fs::create_directory(at("store/b"));
   write("store/a", "12345");
   fs::create_symlink("x", at("store/c"));
@@ -425,7 +425,7 @@ TEST_F(StoreFolder, ListsWhatAListingCanCarry) {
 
 using Lines = std::vector<std::string>;
 
-TEST_F(StoreFolder, TellsItsWatcherWhatIsCopiedAndItsChecksum) {
+TEST_F(StoreTest, TellsItsWatcherOfACopyAndItsChecksum) {
   Witness witness;
   Store watched(at("store"), {{&witness, Durability::kLeftToCaller}, false});
   write("local/f", "abc");
@@ -440,7 +440,7 @@ TEST_F(StoreFolder, TellsItsWatcherWhatIsCopiedAndItsChecksum) {
   }
 }
 
-TEST_F(StoreFolder, TellsItsWatcherOfATreeByItsRealPath) {
+TEST_F(StoreTest, TellsItsWatcherOfATreeByItsRealPath) {
   fs::create_directories(at("store/real/t"));
   write("store/real/t/f", "abc");
   fs::create_symlink("f", at("store/real/t/l"));
@@ -461,7 +461,7 @@ TEST_F(StoreFolder, TellsItsWatcherOfATreeByItsRealPath) {
                                   "entry symlink /real/t/l"}));
 }
 
-TEST_F(StoreFolder, TellsItsWatcherOfAFileThatIsWrittenMeanwhile) {
+TEST_F(StoreTest, TellsItsWatcherOfAFileThatChangesDuringTheCopy) {
   write("local/f", std::string(1 << 20, 'x'));
   Witness witness;
   Store watched(at("store"), {{&witness, Durability::kLeftToCaller}, false});
@@ -473,7 +473,7 @@ TEST_F(StoreFolder, TellsItsWatcherOfAFileThatIsWrittenMeanwhile) {
   EXPECT_EQ(std::count(witness.lines.begin(), witness.lines.end(), changed), 1);
 }
 
-TEST_F(StoreFolder, SkipsWhatVanishesFromATreeAndNamesIt) {
+TEST_F(StoreTest, SkipsAnEntryThatVanishesFromATreeAndNamesIt) {
   const std::function<void(const std::string &)> makers[] = {
       [](const std::string &path) { std::ofstream(path) << "x"; },
       [](const std::string &path) { fs::create_directories(path + "/deep"); },
@@ -505,7 +505,7 @@ TEST_F(StoreFolder, SkipsWhatVanishesFromATreeAndNamesIt) {
   }
 }
 
-TEST_F(StoreFolder, DeliversTheModesAndTimesOfItsWatcher) {
+TEST_F(StoreTest, SetsTheModesAndTimesThatItsWatcherGives) {
   fs::create_directories(at("store/t"));
   write("store/t/f", "abc");
   Witness witness;
@@ -523,13 +523,13 @@ TEST_F(StoreFolder, DeliversTheModesAndTimesOfItsWatcher) {
   EXPECT_EQ(remaining(listing)["f"].mtime, 100);
 }
 
-// Only the superuser may give a file away.
-TEST_F(StoreFolder, LetsNoFileRunAsAnotherUserThanItDid) {
+// Only root can change the owner of a file.
+TEST_F(StoreTest, DropsSetUserIdIfTheOwnerChanges) {
   write("local/f", "text");
   fs::create_directory(at("local/d"));
   for (const char *name : {"local/f", "local/d"}) {
     if (geteuid() != 0 || chown(at(name).c_str(), 65534, 65534) != 0) {
-      GTEST_SKIP() << "cannot give a file away";
+      GTEST_SKIP() << "cannot change the owner of a file";
     }
     ASSERT_EQ(chmod(at(name).c_str(), 06755), 0);
   }
@@ -547,7 +547,7 @@ TEST_F(StoreFolder, LetsNoFileRunAsAnotherUserThanItDid) {
   EXPECT_EQ(modeOf("store/own"), 04755u);
 }
 
-TEST_F(StoreFolder, CopiesATemporarySourceThatHasOtherNames) {
+TEST_F(StoreTest, CopiesATemporarySourceThatHasOtherNames) {
   write("local/f", "text");
   fs::create_hard_link(at("local/f"), at("local/other"));
   store_->upload(at("local/f"), FileType::kFile, true, "/f");
@@ -556,7 +556,7 @@ TEST_F(StoreFolder, CopiesATemporarySourceThatHasOtherNames) {
   EXPECT_EQ(namesIn("local"), Names{"other"});
 }
 
-TEST_F(StoreFolder, CopiesATemporarySourceThatIsOpenForWriting) {
+TEST_F(StoreTest, CopiesATemporarySourceThatIsOpenForWriting) {
   write("local/f", "text");
   Witness witness;
   const Store watched(at("store"), {{&witness, Durability::kLeftToCaller}, false});
@@ -570,7 +570,7 @@ TEST_F(StoreFolder, CopiesATemporarySourceThatIsOpenForWriting) {
   }
 }
 
-TEST_F(StoreFolder, CopiesOfATemporaryTreeOnlyWhatIsOpenForWriting) {
+TEST_F(StoreTest, CopiesOnlyTheFilesOfATemporaryTreeThatAreOpenForWriting) {
   if (!hasLeases()) {
     GTEST_SKIP() << "the file system has no leases";
   }
@@ -594,15 +594,15 @@ TEST_F(StoreFolder, CopiesOfATemporaryTreeOnlyWhatIsOpenForWriting) {
   EXPECT_EQ(countOf("moved 4"), 1);  // the other file
 }
 
-TEST_F(StoreFolder, LeavesNoWayIntoATreeThatWasMoved) {
+TEST_F(StoreTest, LeavesNoOpenDirectoryIntoAMovedTree) {
   fs::create_directories(at("local/t/sub"));
-  const UniqueFd folder(open(at("local/t/sub").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const UniqueFd directory(open(at("local/t/sub").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   store_->upload(at("local/t"), FileType::kDir, true, "/t");
-  EXPECT_FALSE(UniqueFd(openat(folder.get(), "new", O_WRONLY | O_CREAT | O_CLOEXEC, 0600)));
+  EXPECT_FALSE(UniqueFd(openat(directory.get(), "new", O_WRONLY | O_CREAT | O_CLOEXEC, 0600)));
   EXPECT_EQ(namesIn("store"), (Names{"t", "t/sub"}));
 }
 
-TEST_F(StoreFolder, MovesATreeThatIsForReadingOnly) {
+TEST_F(StoreTest, MovesAReadOnlyTree) {
   fs::permissions(at("local"), fs::perms::all);
   const std::string error = asOtherUser([&] {
     fs::create_directories(at("local/t/sub"));
@@ -620,33 +620,33 @@ TEST_F(StoreFolder, MovesATreeThatIsForReadingOnly) {
   fs::permissions(at("store/t/sub"), fs::perms(0700));
 }
 
-TEST_F(StoreFolder, RefusesToMoveATreeIntoItself) {
+TEST_F(StoreTest, RefusesToMoveATreeIntoItself) {
   fs::create_directories(at("store/t/sub"));
   write("store/t/f", "text");
   EXPECT_EQ(storeErrorOf([&] { store_->upload(at("store/t"), FileType::kDir, true, "/t/sub/t"); }),
-            "cannot move the folder \"" + at("store/t") + "\" into itself");
+            "cannot move the directory \"" + at("store/t") + "\" into itself");
   EXPECT_EQ(namesIn("store"), (Names{"t", "t/f", "t/sub"}));
 }
 
-TEST_F(StoreFolder, LeavesNoHalfATree) {
+TEST_F(StoreTest, LeavesNoPartialTree) {
   fs::create_directories(at("local/t/deep"));
   write("local/t/deep/f", "x");
   mkfifo(at("local/t/deep/pipe").c_str(), 0600);
   EXPECT_NE(storeErrorOf([&] { store_->upload(at("local/t"), FileType::kDir, false, "/t"); }), "");
   EXPECT_EQ(namesIn("store"), Names{});
   fs::create_directory(at("store/t"));
-  write("store/t/own", "x");  // a tree that is there is merged into, and stays
+  write("store/t/own", "x");  // an existing tree stays
   EXPECT_NE(storeErrorOf([&] { store_->upload(at("local/t"), FileType::kDir, false, "/t"); }), "");
   EXPECT_TRUE(fs::exists(at("store/t/own")));
 }
 
-TEST_F(StoreFolder, MovesNothingOfATreeThatItCannotKeep) {
+TEST_F(StoreTest, MovesNothingOfATreeThatHoldsAFifo) {
   fs::create_directories(at("local/t/deep"));
   write("local/t/f", "x");
   const std::string fifo = at("local/t/deep/pipe");
   mkfifo(fifo.c_str(), 0600);
   const std::string error =
-      "\"" + fifo + "\" is neither a file, a folder nor a link, and is not moved";
+      "\"" + fifo + "\" is neither a file, a directory nor a link, and is not moved";
   EXPECT_EQ(storeErrorOf([&] { store_->upload(at("local/t"), FileType::kDir, true, "/t"); }),
             error);
   EXPECT_EQ(namesIn("store"), Names{});
@@ -658,7 +658,7 @@ TEST_F(StoreFolder, MovesNothingOfATreeThatItCannotKeep) {
   EXPECT_EQ(namesIn("local"), (Names{"t", "t/deep", "t/deep/pipe", "t/f"}));
 }
 
-TEST_F(StoreFolder, DeliversNothingThatItsWatcherRefuses) {
+TEST_F(StoreTest, DeliversNothingThatItsWatcherRefuses) {
   write("store/f", "abc");
   fs::create_symlink("f", at("store/l"));
   Witness witness;
@@ -673,20 +673,20 @@ TEST_F(StoreFolder, DeliversNothingThatItsWatcherRefuses) {
   EXPECT_EQ(std::count(witness.lines.begin(), witness.lines.end(), "delivered"), 0);
 }
 
-TEST_F(StoreFolder, ThatIsForReadingTakesNothing) {
+TEST_F(StoreTest, WritesNothingDuringARestore) {
   write("local/f", "x");
   const Store reading(at("store"), {{}, true});
-  const std::string error = "what is restored from is not written to";
+  const std::string error = "the store is read-only during a restore";
   EXPECT_EQ(storeErrorOf([&] { reading.createDir("/d"); }), error);
   EXPECT_EQ(storeErrorOf([&] { reading.upload(at("local/f"), FileType::kFile, true, "/f"); }),
             error);
   EXPECT_EQ(namesIn("store"), Names{});
 }
 
-// Of a file or link "f": SHA-256 of its name begins so.
+// The temporary name of "f", with the first digits of the SHA-256 of "f".
 constexpr const char *kTemporaryOfF = ".arvl-252f10c83610ebca.partial";
 
-TEST_F(StoreFolder, OverwritesWhatAKilledHostLeft) {
+TEST_F(StoreTest, ReplacesTheLeftoverOfAKilledHost) {
   write("local/f", "text");
   for (const char *leftover : {"a much longer text", "x", ""}) {
     write(std::string("store/") + kTemporaryOfF, leftover);
@@ -706,7 +706,7 @@ TEST_F(StoreFolder, OverwritesWhatAKilledHostLeft) {
   EXPECT_EQ(read("store/f"), "text");
 }
 
-TEST_F(StoreFolder, DoesNotWriteWhatAnotherHostIsWriting) {
+TEST_F(StoreTest, RejectsAFileThatAnotherHostIsWriting) {
   write("local/f", "text");
   fs::create_symlink("target", at("local/l"));
   write(std::string("store/") + kTemporaryOfF, "half");
@@ -719,7 +719,7 @@ TEST_F(StoreFolder, DoesNotWriteWhatAnotherHostIsWriting) {
   EXPECT_EQ(read(std::string("store/") + kTemporaryOfF), "half");
 }
 
-TEST_F(StoreFolder, IsNeverLeftByDotsOrLinks) {
+TEST_F(StoreTest, ResolvesDotsAndLinksInsideTheStore) {
   write("local/secret", "secret");
   fs::create_symlink(at("local"), at("store/out"));
   fs::create_symlink("../local/secret", at("store/up"));
@@ -744,32 +744,32 @@ TEST_F(StoreFolder, IsNeverLeftByDotsOrLinks) {
   EXPECT_EQ(namesIn("local"), (Names{"f", "secret"}));
   EXPECT_FALSE(fs::exists(at("f3")));
 
-  // An absolute link that leads somewhere inside stays inside.
+  // An absolute link is resolved inside the store.
   fs::create_directory(at("store/etc"));
   write("store/etc/passwd", "the store's own");
   store_->download("/passwd", FileType::kFile, at("local/got"));
   EXPECT_EQ(read("local/got"), "the store's own");
 }
 
-TEST_F(StoreFolder, OpensAnEntryItselfAndFollowsNoLink) {
-  fs::create_directories(at("store/folder"));
-  std::ofstream(at("store/folder/file")) << "contents";
+TEST_F(StoreTest, OpensAnEntryWithoutFollowingLinks) {
+  fs::create_directories(at("store/directory"));
+  std::ofstream(at("store/directory/file")) << "contents";
   std::ofstream(at("outside")) << "outside";
-  fs::create_symlink("folder", at("store/inner"));
+  fs::create_symlink("directory", at("store/inner"));
   fs::create_symlink(dir_.path(), at("store/outer"));
   const Store store(at("store"));
   EXPECT_TRUE(store.openEntry("/", O_PATH));
-  EXPECT_TRUE(store.openEntry("/folder/file", O_RDONLY));
+  EXPECT_TRUE(store.openEntry("/directory/file", O_RDONLY));
   EXPECT_TRUE(store.openEntry("/inner", O_PATH));  // the link
-  for (const char *path :
-       {"/inner", "/inner/file", "/outer/outside", "/../outside", "/none", "/folder/file/below"}) {
+  for (const char *path : {"/inner", "/inner/file", "/outer/outside", "/../outside", "/none",
+                           "/directory/file/below"}) {
     EXPECT_FALSE(store.openEntry(path, O_RDONLY)) << path;
   }
   EXPECT_EQ(storeErrorOf([&] { store.openEntry(std::string(5000, 'n'), O_PATH); }),
             "cannot open \"" + std::string(5000, 'n') + "\" in the store: File name too long");
 }
 
-TEST_F(StoreFolder, IsNotLeftByALinkThatIsSwappedInMeanwhile) {
+TEST_F(StoreTest, StaysInsideWhileALinkIsSwappedIn) {
   write("local/f", "text");
   fs::create_directories(at("local/t/sub"));
   write("local/t/sub/g", "text");
@@ -805,7 +805,7 @@ TEST_F(StoreFolder, IsNotLeftByALinkThatIsSwappedInMeanwhile) {
   EXPECT_GT(swaps, 0);
 }
 
-TEST_F(StoreFolder, ReplacesALinkAndDoesNotWriteThroughIt) {
+TEST_F(StoreTest, ReplacesALinkAndDoesNotWriteThroughIt) {
   write("local/victim", "untouched");
   fs::create_symlink(at("local/victim"), at("store/f"));
   write("local/f", "new");
@@ -815,7 +815,7 @@ TEST_F(StoreFolder, ReplacesALinkAndDoesNotWriteThroughIt) {
   EXPECT_EQ(read("store/f"), "new");
 }
 
-TEST_F(StoreFolder, RefusesAFolderThatIsALinkInAMergedTree) {
+TEST_F(StoreTest, FollowsNoLinkInAMergedTree) {
   fs::create_directories(at("local/t/sub"));
   write("local/t/sub/f", "x");
   fs::create_directories(at("store/t"));
@@ -825,21 +825,21 @@ TEST_F(StoreFolder, RefusesAFolderThatIsALinkInAMergedTree) {
   EXPECT_TRUE(fs::is_empty(at("local/elsewhere")));
 }
 
-TEST_F(StoreFolder, RefusesAFifoWithoutOpeningIt) {
-  mkfifo(at("local/fifo").c_str(), 0600);  // opening it would block for good
+TEST_F(StoreTest, RefusesAFifoWithoutOpeningIt) {
+  mkfifo(at("local/fifo").c_str(), 0600);  // opening it would block
   mkfifo(at("store/fifo").c_str(), 0600);
   EXPECT_EQ(storeErrorOf([&] { store_->upload(at("local/fifo"), FileType::kFile, false, "/f"); }),
-            "\"" + at("local/fifo") + "\" is neither a file, a folder nor a link");
+            "\"" + at("local/fifo") + "\" is neither a file, a directory nor a link");
   EXPECT_EQ(storeErrorOf([&] { store_->download("/fifo", FileType::kFile, at("local/f")); }),
-            "\"/fifo\" is neither a file, a folder nor a link");
+            "\"/fifo\" is neither a file, a directory nor a link");
   fs::create_directory(at("local/t"));
   mkfifo(at("local/t/fifo").c_str(), 0600);
-  EXPECT_EQ(
-      storeErrorOf([&] { store_->upload(at("local/t"), FileType::kDir, false, "/t"); }),
-      "\"" + at("local/t/fifo") + "\" is neither a file, a folder nor a link, and is not copied");
+  EXPECT_EQ(storeErrorOf([&] { store_->upload(at("local/t"), FileType::kDir, false, "/t"); }),
+            "\"" + at("local/t/fifo") +
+                "\" is neither a file, a directory nor a link, and is not copied");
 }
 
-TEST_F(StoreFolder, RefusesASourceOfAnotherTypeThanItIsSaidToBe) {
+TEST_F(StoreTest, RejectsASourceOfAnotherType) {
   write("local/f", "x");
   fs::create_symlink("f", at("local/l"));
   EXPECT_EQ(storeErrorOf([&] { store_->upload(at("local/f"), FileType::kDir, false, "/f"); }),
@@ -849,7 +849,7 @@ TEST_F(StoreFolder, RefusesASourceOfAnotherTypeThanItIsSaidToBe) {
   EXPECT_EQ(namesIn("store"), Names{});
 }
 
-TEST_F(StoreFolder, NamesWhatIsMissing) {
+TEST_F(StoreTest, NamesAMissingPath) {
   write("local/f", "x");
   EXPECT_EQ(storeErrorOf([&] { store_->upload(at("local/g"), FileType::kFile, false, "/g"); }),
             "cannot find \"" + at("local/g") + "\": No such file or directory");
@@ -863,22 +863,22 @@ TEST_F(StoreFolder, NamesWhatIsMissing) {
             "\"/..\" does not end in a name");
 }
 
-TEST_F(StoreFolder, SaysThatAPathIsNoFolder) {
+TEST_F(StoreTest, RejectsAListingOfAFile) {
   write("store/f", "");
   EXPECT_EQ(storeErrorOf([&] { store_->list("/f"); }),
             "cannot open \"/f\" in the store: Not a directory");
 }
 
-TEST_F(StoreFolder, DoesNotTakeAFolderItCannotExamineForEmpty) {
+TEST_F(StoreTest, RejectsAListingOfAnUnreadableDirectory) {
   fs::create_directory(at("store/d"));
   write("store/d/f", "x");
   fs::permissions(at("store/d"), fs::perms(0444));
   EXPECT_EQ(asOtherUser([&] { store_->list("/d"); }),
-            "cannot read the folder \"/d\": Permission denied");
+            "cannot read the directory \"/d\": Permission denied");
   fs::permissions(at("store/d"), fs::perms(0755));
 }
 
-TEST_F(StoreFolder, NamesAFileThatCannotBeRead) {
+TEST_F(StoreTest, NamesAFileThatCannotBeRead) {
   write("local/f", "x");
   fs::permissions(at("local/f"), fs::perms(0));
   const std::string error =
@@ -887,10 +887,10 @@ TEST_F(StoreFolder, NamesAFileThatCannotBeRead) {
   EXPECT_EQ(namesIn("store"), Names{});
 }
 
-// What it says of a destination that it may not use, without the path of the test's directory.
-class DestinationOf : public StoreFolder {
+// Tests the errors of destinations, without the path of the test's directory.
+class StoreDestination : public StoreTest {
  protected:
-  DestinationOf() {
+  StoreDestination() {
     fs::create_directories(at("store/t/sub"));
     write("store/f", "text");
     write("store/t/f", "text");
@@ -906,17 +906,17 @@ class DestinationOf : public StoreFolder {
   }
 };
 
-TEST_F(DestinationOf, NamesADirectoryThatIsNotWritable) {
+TEST_F(StoreDestination, NamesADirectoryThatIsNotWritable) {
   fs::permissions(at("local"), fs::perms(0555));
   EXPECT_EQ(download("/f", FileType::kFile, "local"),
             "cannot create \"local/f\": Permission denied");
   EXPECT_EQ(download("/l", FileType::kSymlink, "local/g"),
             "cannot create \"local/g\": Permission denied");
   EXPECT_EQ(download("/t", FileType::kDir, "local"),
-            "cannot make the folder \"local/t\": Permission denied");
+            "cannot create the directory \"local/t\": Permission denied");
 }
 
-TEST_F(DestinationOf, NamesADirectoryThatIsNotSearchable) {
+TEST_F(StoreDestination, NamesADirectoryThatIsNotSearchable) {
   fs::create_directory(at("local/d"));
   write("local/d/f", "old");
   fs::permissions(at("local/d"), fs::perms(0666));
@@ -927,12 +927,12 @@ TEST_F(DestinationOf, NamesADirectoryThatIsNotSearchable) {
   EXPECT_EQ(download("/f", FileType::kFile, "local/d/e/"),
             "cannot examine \"local/d/e/\": Permission denied");
   EXPECT_EQ(download("/t", FileType::kDir, "local/d"),
-            "cannot make the folder \"local/d/t\": Permission denied");
+            "cannot create the directory \"local/d/t\": Permission denied");
   fs::permissions(at("local/d"), fs::perms(0755));
   EXPECT_EQ(read("local/d/f"), "old");
 }
 
-TEST_F(DestinationOf, NamesAReadOnlyFileSystem) {
+TEST_F(StoreDestination, NamesAReadOnlyFileSystem) {
   const SmallFileSystem disk(at("local"), "size=64k");
   if (!disk.isMounted() ||
       mount(nullptr, at("local").c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr) != 0) {
@@ -941,10 +941,10 @@ TEST_F(DestinationOf, NamesAReadOnlyFileSystem) {
   EXPECT_EQ(download("/f", FileType::kFile, "local"),
             "cannot create \"local/f\": Read-only file system");
   EXPECT_EQ(download("/t", FileType::kDir, "local/t"),
-            "cannot make the folder \"local/t\": Read-only file system");
+            "cannot create the directory \"local/t\": Read-only file system");
 }
 
-TEST_F(StoreFolder, NamesASourceInADirectoryThatIsNotSearchable) {
+TEST_F(StoreTest, NamesASourceInADirectoryThatIsNotSearchable) {
   write("local/f", "x");
   fs::permissions(at("local"), fs::perms(0666));
   EXPECT_EQ(asOtherUser([&] { store_->upload(at("local/f"), FileType::kFile, false, "/f"); }),
@@ -952,7 +952,7 @@ TEST_F(StoreFolder, NamesASourceInADirectoryThatIsNotSearchable) {
   fs::permissions(at("local"), fs::perms(0755));
 }
 
-TEST_F(StoreFolder, LeavesNothingOfAFileThatDoesNotFit) {
+TEST_F(StoreTest, LeavesNothingOfAFileThatDoesNotFit) {
   write("local/f", std::string(1 << 20, 'x'));
   const SmallFileSystem disk(at("store"), "size=64k");
   if (!disk.isMounted()) {

@@ -25,7 +25,7 @@ namespace {
 using arvl_test::bytesOf;
 using arvl_test::storeErrorOf;
 
-// No file of this process grows beyond the size.
+// Limits the size of the files that this process writes.
 class FileSizeLimit {
  public:
   explicit FileSizeLimit(rlim_t bytes) : oldHandler_(signal(SIGXFSZ, SIG_IGN)) {
@@ -51,17 +51,17 @@ class TemporaryFileIn : public testing::Test {
   bool isEmpty() const { return fs::is_empty(dir_.path()); }
 
   const arvl_test::TempDir dir_;
-  const UniqueFd folder_{open(dir_.path().c_str(), O_PATH | O_DIRECTORY)};
-  const Place place_{folder_.get(), "file", "/shown"};
+  const UniqueFd directory_{open(dir_.path().c_str(), O_PATH | O_DIRECTORY)};
+  const Place place_{directory_.get(), "file", "/shown"};
 };
 
-TEST(TemporaryName, IsOneForEachNameAndNoLongerThanAny) {
+TEST(TemporaryName, DiffersForEachNameAndHasOneLength) {
   EXPECT_EQ(temporaryName("f"), ".arvl-252f10c83610ebca.partial");
   EXPECT_NE(temporaryName("f"), temporaryName("g"));
   EXPECT_EQ(temporaryName(std::string(255, 'n')).size(), temporaryName("f").size());
 }
 
-TEST_F(TemporaryFileIn, GetsItsNameByACommit) {
+TEST_F(TemporaryFileIn, IsRenamedByACommit) {
   for (const Durability durability : {Durability::kEachFile, Durability::kLeftToCaller}) {
     TemporaryFile file(place_);
     file.write("con\0tents", 9);
@@ -83,14 +83,14 @@ TEST_F(TemporaryFileIn, LeavesTheOldContentWithoutACommit) {
   EXPECT_FALSE(fs::exists(temporary()));
 }
 
-TEST_F(TemporaryFileIn, IsForTheOwnerAlone) {
+TEST_F(TemporaryFileIn, IsAccessibleToItsOwnerOnly) {
   const TemporaryFile file(place_);
   struct stat status;
   ASSERT_EQ(fstat(file.fd(), &status), 0);
   EXPECT_EQ(status.st_mode & 0777, 0600u);
 }
 
-TEST_F(TemporaryFileIn, BeginsAnewOnALeftover) {
+TEST_F(TemporaryFileIn, ReplacesALeftover) {
   dir_.makeFile(temporaryName("file"), "what a killed process left, longer than the next");
   TemporaryFile file(place_);
   file.write("short", 5);
@@ -109,10 +109,10 @@ TEST_F(TemporaryFileIn, IsNotWrittenThroughAnotherNameOfALeftover) {
   EXPECT_EQ(fs::hard_link_count(dir_.at("file")), 1u);
 }
 
-TEST_F(TemporaryFileIn, IsNeverAnotherUsersLeftover) {
+TEST_F(TemporaryFileIn, ReplacesALeftoverOfAnotherUser) {
   dir_.makeFile(temporaryName("file"), "of another user");
   if (geteuid() != 0 || chown(temporary().c_str(), 65534, 65534) != 0) {
-    GTEST_SKIP() << "cannot give a file away";
+    GTEST_SKIP() << "cannot change the owner of a file";
   }
   const TemporaryFile file(place_);
   struct stat status;
@@ -122,7 +122,7 @@ TEST_F(TemporaryFileIn, IsNeverAnotherUsersLeftover) {
 }
 
 TEST_F(TemporaryFileIn, ReplacesALeftoverOfAnyKindWithoutOpeningIt) {
-  ASSERT_EQ(mkfifo(temporary().c_str(), 0600), 0);  // to open it would wait
+  ASSERT_EQ(mkfifo(temporary().c_str(), 0600), 0);  // opening it would block
   TemporaryFile file(place_);
   file.write("text", 4);
   file.commit(Durability::kEachFile);
@@ -136,7 +136,7 @@ TEST_F(TemporaryFileIn, NamesALeftoverThatCannotBeRemoved) {
 }
 
 // In a directory like /tmp, only its owner may remove a file.
-TEST_F(TemporaryFileIn, NamesALeftoverThatItMayNotRemove) {
+TEST_F(TemporaryFileIn, NamesALeftoverThatItIsNotPermittedToRemove) {
   dir_.makeFile(temporaryName("file"), "of another user");
   fs::permissions(dir_.path(), fs::perms(01777));
   if (geteuid() != 0) {
@@ -150,7 +150,7 @@ TEST_F(TemporaryFileIn, NamesALeftoverThatItMayNotRemove) {
   EXPECT_EQ(bytesOf(temporary()), "of another user");
 }
 
-TEST_F(TemporaryFileIn, IsNotTakenForOneThatReplacedIt) {
+TEST_F(TemporaryFileIn, IsNotCommittedIfAnotherFileReplacedIt) {
   TemporaryFile file(place_);
   file.write("ours", 4);
   fs::remove(temporary());
@@ -160,7 +160,7 @@ TEST_F(TemporaryFileIn, IsNotTakenForOneThatReplacedIt) {
   EXPECT_FALSE(fs::exists(dir_.at("file")));
 }
 
-TEST_F(TemporaryFileIn, LeavesOneThatReplacedIt) {
+TEST_F(TemporaryFileIn, LeavesAFileThatReplacedIt) {
   {
     const TemporaryFile file(place_);
     fs::remove(temporary());
@@ -169,12 +169,12 @@ TEST_F(TemporaryFileIn, LeavesOneThatReplacedIt) {
   EXPECT_EQ(bytesOf(temporary()), "of another transfer");
 }
 
-TEST_F(TemporaryFileIn, IsOneWritersAtATime) {
+TEST_F(TemporaryFileIn, HasOneWriterAtATime) {
   TemporaryFile first(place_);
   first.write("the first", 9);
   EXPECT_EQ(storeErrorOf([&] { TemporaryFile second(place_); }),
             "another transfer is writing \"/shown\"");
-  EXPECT_EQ(bytesOf(temporary()), "the first");  // and the loser takes nothing away
+  EXPECT_EQ(bytesOf(temporary()), "the first");  // the second one removes nothing
   first.commit(Durability::kEachFile);
   EXPECT_EQ(storeErrorOf([&] { TemporaryFile second(place_); }), "");
   EXPECT_EQ(bytesOf(dir_.at("file")), "the first");
@@ -184,14 +184,14 @@ TEST_F(TemporaryFileIn, IsNotWrittenThroughALink) {
   const std::string precious = dir_.makeFile("precious", "contents");
   fs::create_symlink(precious, temporary());
   {
-    TemporaryFile file(place_);  // in the place of what a killed host left of a link
+    TemporaryFile file(place_);  // replaces the leftover link
     file.write("text", 4);
     EXPECT_FALSE(fs::is_symlink(temporary()));
   }
   EXPECT_EQ(bytesOf(precious), "contents");
 }
 
-TEST_F(TemporaryFileIn, SaysThatItCannotBeWritten) {
+TEST_F(TemporaryFileIn, ReportsAFailedWrite) {
   {
     const FileSizeLimit limit(4);
     TemporaryFile file(place_);
@@ -202,13 +202,13 @@ TEST_F(TemporaryFileIn, SaysThatItCannotBeWritten) {
   EXPECT_TRUE(isEmpty());
 }
 
-TEST_F(TemporaryFileIn, SaysThatItCannotBeMade) {
+TEST_F(TemporaryFileIn, ReportsAFailedCreation) {
   const Place gone = {-1, "file", "/shown"};
   EXPECT_EQ(storeErrorOf([&] { TemporaryFile file(gone); }),
             "cannot create \"/shown\": Bad file descriptor");
 }
 
-TEST_F(TemporaryFileIn, SaysThatItCannotHaveItsName) {
+TEST_F(TemporaryFileIn, ReportsAFailedRename) {
   dir_.makeDir("file/full");
   {
     TemporaryFile file(place_);
@@ -219,7 +219,7 @@ TEST_F(TemporaryFileIn, SaysThatItCannotHaveItsName) {
   EXPECT_TRUE(fs::exists(dir_.at("file/full")));
 }
 
-TEST_F(TemporaryFileIn, IsWrittenAsTextInOrderAndWithItsChecksum) {
+TEST_F(TemporaryFileIn, GetsTheTextOfAWriterInOrder) {
   std::string whole;
   TemporaryFile file(place_);
   TextWriter writer(file);
@@ -233,14 +233,14 @@ TEST_F(TemporaryFileIn, IsWrittenAsTextInOrderAndWithItsChecksum) {
   EXPECT_EQ(bytesOf(dir_.at("file")), whole);
 }
 
-TEST_F(TemporaryFileIn, FailsAsTextOnceItsBufferIsFull) {
+TEST_F(TemporaryFileIn, ReportsAFailedWriteOfAWriter) {
   const FileSizeLimit limit(1 << 16);
   TemporaryFile file(place_);
   TextWriter writer(file);
   const std::string half(1 << 15, 'x');
   writer.add(half);
   writer.add(half);
-  writer.add("x");  // kept back
+  writer.add("x");  // stays in the buffer
   EXPECT_EQ(storeErrorOf([&] { writer.finish(); }), "cannot write \"/shown\": File too large");
 }
 
