@@ -8,7 +8,7 @@ namespace arvl_host {
 
 namespace {
 
-// The C library decodes UTF-8 and knows its cells in a UTF-8 locale only, whatever the user's is.
+// Switches this thread to a UTF-8 locale, the only kind in which the C library decodes UTF-8 and knows its width.
 class Utf8Scope {
  public:
   Utf8Scope() : previous_(uselocale(utf8())) {}
@@ -41,7 +41,7 @@ Extent firstCharacter(std::string_view text) {
   return {bytes, cells < 0 ? 1 : static_cast<unsigned>(cells)};
 }
 
-// As much from the front of text as fits; what combines with the last character belongs to it.
+// Returns the longest beginning of the text that fits, with the combining characters of its last character.
 Extent fit(std::string_view text, unsigned columns) {
   const Utf8Scope scope;
   Extent whole;

@@ -1,4 +1,4 @@
-// How much room texts take on a terminal.
+// The width of text on a terminal.
 #ifndef ARVL_HOST_DISPLAY_CELLS_H_
 #define ARVL_HOST_DISPLAY_CELLS_H_
 
@@ -7,11 +7,11 @@
 
 namespace arvl_host {
 
-// Of UTF-8, whatever the user's locale is: a wide character takes two cells, one that combines with the
-// last takes none, a byte that belongs to no character takes one.
+// Returns the number of cells that UTF-8 text takes, in any locale: two for a wide character, none for a combining
+// one, one for an invalid byte.
 unsigned cellsOf(std::string_view text);
 
-// Text that takes no more cells: what is cut off is replaced by "…".
+// Returns text of at most `columns` cells. Replaces the rest of longer text with "…".
 std::string cutToCells(const std::string &text, unsigned columns);
 
 }  // namespace arvl_host

@@ -21,7 +21,7 @@ constexpr unsigned kUsualColumns = 80;
 
 constexpr double kShowEvery = 0.2;  // seconds
 
-constexpr std::size_t kMaxShown = 1000;  // stages and tenths that are remembered
+constexpr std::size_t kMaxShown = 1000;  // limit of the remembered stages and tenths
 
 constexpr const char *kBold = "\x1b[1m";
 constexpr const char *kRed = "\x1b[31m";
@@ -43,7 +43,7 @@ bool isTrouble(const PluginLine &line) {
   return line.source == LogSource::kSyslog && LOG_PRI(line.priority) <= LOG_WARNING;
 }
 
-// Fractions of a second matter only to what is short.
+// Shows fractions of a second only below a minute.
 std::string tookText(double seconds) {
   return seconds < 60 ? durationText(static_cast<std::int64_t>(seconds * 1e6)) : clockText(seconds);
 }
@@ -118,7 +118,7 @@ void JobDisplay::progress(const StepProgress &progress) {
     return;
   }
   if (options_.isTerminal) {
-    // The last column stays free: a terminal may begin a new line as soon as it is filled.
+    // The last column stays free: some terminals start a new line once it is filled.
     const unsigned columns = options_.columns();
     drawLive(progressLine(progress, columns > 0 ? columns - 1 : 0));
   } else {
@@ -150,7 +150,7 @@ void JobDisplay::writeError(const std::string &text, const char *style) {
   writeAbove(errors_, styled(text, style, options_.hasErrorColour));
 }
 
-// Above the live line. Both streams may be the same terminal.
+// Writes a line above the live line. Both streams may be the same terminal.
 void JobDisplay::writeAbove(std::ostream &stream, const std::string &line) {
   if (!live_.empty()) {
     out_ << '\r' << kEraseToEnd << std::flush;

@@ -1,4 +1,4 @@
-// What a person sees of a job while it runs.
+// Shows a running job to a person.
 #ifndef ARVL_HOST_DISPLAY_JOB_DISPLAY_H_
 #define ARVL_HOST_DISPLAY_JOB_DISPLAY_H_
 
@@ -14,51 +14,50 @@
 namespace arvl_host {
 
 enum class Verbosity {
-  kQuiet,  // warnings and errors, those of a plug-in's syslog and failed steps among them
+  kQuiet,  // warnings and errors, also from a plug-in's syslog, and failed steps
   kNormal,
   kVerbose,
 };
 
 struct DisplayOptions {
   Verbosity verbosity = Verbosity::kNormal;
-  bool isTerminal = false;  // whether a line can be drawn again in its place
+  bool isTerminal = false;  // whether a line can be redrawn
   bool hasColour = false;
-  bool hasErrorColour = false;        // likewise of the stream of the errors
-  std::function<unsigned()> columns;  // of the terminal, asked for whenever a line is drawn
+  bool hasErrorColour = false;        // of the error stream
+  std::function<unsigned()> columns;  // of the terminal; called for each live line
 };
 
-// For what is written to two descriptors, the first of which has to stay open while its columns are
-// asked for. Heeds NO_COLOR and TERM.
+// Returns the options for output to two descriptors, by NO_COLOR and TERM. The first descriptor must stay open
+// while the options are used.
 DisplayOptions terminalOptions(int out, int errors, Verbosity verbosity);
 
-// Writes lines about a job, each at once: warnings and errors to a stream of their own. On a terminal the
-// last line is live: it is taken away before any other line is written, and drawn again after it. Texts are
-// made visible, each is one line. Not for several threads at a time. Errors of a stream are left to its
-// owner.
+// Writes lines about a job and flushes each. Warnings and errors go to a stream of their own. On a terminal the
+// last line is live: it is erased before any other line is written, and redrawn after it. Each text becomes one
+// line, with hidden characters escaped. Not thread-safe. Does not check the streams for errors.
 class JobDisplay {
  public:
-  // The streams, which may be one, have to outlive it.
+  // The streams must outlive the display. They may be the same one.
   JobDisplay(std::ostream &out, std::ostream &errors, DisplayOptions options);
-  ~JobDisplay();  // leaves no live line behind
+  ~JobDisplay();  // erases the live line
   JobDisplay(const JobDisplay &) = delete;
   JobDisplay &operator=(const JobDisplay &) = delete;
 
   void heading(const std::string &text);
   void stepBegins(const std::string &step);
   void pluginLine(const PluginLine &line);
-  void note(const std::string &text);     // what the host itself has to say
+  void note(const std::string &text);     // a line of the host itself
   void warning(const std::string &text);  // "warning: text"
   void error(const std::string &text);    // "error: text"
-  void detail(const std::string &text);   // only where verbose
+  void detail(const std::string &text);   // only if verbose
 
-  // Cheap enough for every packet. Off a terminal, one line at most for each stage and tenth.
+  // Cheap enough for every packet. Without a terminal, writes at most one line for each stage and 10 %.
   void progress(const StepProgress &progress);
 
-  // What the host itself is at: on a terminal only, and not before it has taken a while.
+  // Shows the work of the host itself, on a terminal only and not during its first moments.
   void working(const StepProgress &work);
   void workEnds() { drawLive(""); }
 
-  // "step export: success (4.20 s)"; ends the live line.
+  // Erases the live line and writes "step export: success (4.20 s)".
   void stepEnds(const std::string &outcomeText, bool isSuccess, double seconds);
 
  private:
@@ -73,9 +72,10 @@ class JobDisplay {
   std::ostream &errors_;
   const DisplayOptions options_;
   std::string step_;
-  std::string live_;         // as it stands on the terminal; empty: there is none
-  double workingShown_ = 0;  // the seconds of the work that was drawn last
-  std::set<std::pair<std::string, int>> shown_;  // of this step, off a terminal: stage and tenth
+  std::string live_;         // on the terminal; empty if there is none
+  double workingShown_ = 0;  // seconds of the work when it was last drawn
+  std::set<std::pair<std::string, int>>
+      shown_;  // stages and tenths of this step, without a terminal
 };
 
 }  // namespace arvl_host

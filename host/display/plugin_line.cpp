@@ -9,7 +9,7 @@ namespace arvl_host {
 
 namespace {
 
-// As syslog's own tools spell them.
+// Returns the name that syslog's own tools use.
 const char *priorityName(int priority) {
   static constexpr const char *kNames[] = {"emerg",   "alert",  "crit", "err",
                                            "warning", "notice", "info", "debug"};

@@ -1,4 +1,4 @@
-// What a plug-in says beside its packets, as a person reads it.
+// Formats the output and log lines of a plug-in for people.
 #ifndef ARVL_HOST_DISPLAY_PLUGIN_LINE_H_
 #define ARVL_HOST_DISPLAY_PLUGIN_LINE_H_
 
@@ -8,7 +8,7 @@
 
 namespace arvl_host {
 
-// "[stdout] text", "[syslog err] text": one line for a terminal, without a line feed.
+// Returns one line for a terminal, without a line feed: "[stdout] text", "[syslog err] text".
 std::string pluginLineText(const PluginLine &line);
 
 }  // namespace arvl_host

@@ -13,7 +13,7 @@ namespace arvl_host {
 
 namespace {
 
-// Beyond it an estimate is no help to anyone.
+// In seconds. A longer estimate helps nobody.
 constexpr double kLongestTimeLeft = 100.0 * 3600;
 
 // "1,234 files"
@@ -26,7 +26,7 @@ std::string filesText(std::uint64_t files) {
   return text;
 }
 
-// The estimate is of use until what it expected is there.
+// Uses the expected bytes until they are reached, then the percentage.
 std::optional<double> secondsLeft(const StepProgress &progress) {
   std::optional<double> left;
   if (progress.bytes > 0 && progress.bytes < progress.expectedBytes) {

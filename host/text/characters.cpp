@@ -14,7 +14,7 @@ bool isContinuation(std::string_view text, std::size_t index) {
   return index < text.size() && (byteAt(text, index) & 0xC0U) == 0x80U;
 }
 
-// The bytes that a lead byte announces, 0 for a byte that leads nothing.
+// Returns the length of the character that begins with `lead`, or 0 if none does.
 std::size_t announcedLength(unsigned lead) {
   if (lead < 0x80) {
     return 1;

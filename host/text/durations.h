@@ -1,4 +1,4 @@
-// Durations, measured and for people.
+// Measures durations and formats them for people.
 #ifndef ARVL_HOST_TEXT_DURATIONS_H_
 #define ARVL_HOST_TEXT_DURATIONS_H_
 
@@ -8,7 +8,7 @@
 
 namespace arvl_host {
 
-// Returns the seconds that have passed by the monotonic clock.
+// Returns the seconds since then, by the monotonic clock.
 double secondsSince(std::chrono::steady_clock::time_point begin);
 
 // "350 µs", "12.3 ms", "4.20 s"

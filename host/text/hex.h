@@ -9,7 +9,7 @@ namespace arvl_host {
 
 std::string toHex(std::string_view bytes);
 
-// Returns false for text that is not pairs of hexadecimal digits.
+// Decodes pairs of lowercase hexadecimal digits into `bytes`. Returns false for any other text.
 bool fromHex(std::string_view hex, std::string &bytes);
 
 }  // namespace arvl_host

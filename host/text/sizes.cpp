@@ -9,7 +9,7 @@ std::string sizeText(std::uint64_t bytes) {
   static constexpr const char *kUnits[] = {"B", "KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};
   auto size = static_cast<double>(bytes);
   const char *const *unit = kUnits;
-  // What would be rounded to 1024.0 is 1.0 of the next unit.
+  // A size that would be rounded to 1024.0 becomes 1.0 of the next unit.
   while (size >= 1023.95 && unit != std::end(kUnits) - 1) {
     size /= 1024;
     ++unit;

@@ -1,4 +1,4 @@
-// Sizes and counts for people.
+// Formats sizes and counts for people.
 #ifndef ARVL_HOST_TEXT_SIZES_H_
 #define ARVL_HOST_TEXT_SIZES_H_
 

@@ -13,8 +13,7 @@ namespace arvl_host {
 
 namespace {
 
-// Deep enough for any sensible payload, and within the 256 levels that jq reads, with room for the
-// line around it.
+// Deep enough for any sensible payload. jq reads 256 levels, and the line around the payload needs some.
 constexpr int kMaxDepth = 200;
 
 void appendJsonCharacter(std::string &out, std::string_view bytes, const Character &c) {
@@ -31,7 +30,7 @@ void appendJsonCharacter(std::string &out, std::string_view bytes, const Charact
   }
 }
 
-// Writes one value with all that it holds.
+// Writes one value and everything in it.
 class JsonPrinter {
  public:
   JsonPrinter(std::string &out, JsonLayout layout) : out_(out), layout_(layout) {}
@@ -71,7 +70,7 @@ class JsonPrinter {
     }
   }
 
-  // In place: a payload may be one string.
+  // Does not copy the string, which may be a whole payload.
   void printString(const Json::Value &value) {
     const char *begin = nullptr;
     const char *end = nullptr;
@@ -166,7 +165,7 @@ bool appendJson(std::string &out, const Json::Value &value, JsonLayout layout) {
   return JsonPrinter(out, layout).print(value);
 }
 
-// JsonCpp makes three bytes of a lone surrogate: ED B2 80 to ED B3 BF stand for the bytes 80 to FF.
+// JsonCpp encodes a lone surrogate in three bytes: ED B2 80 to ED B3 BF mean the bytes 80 to FF.
 std::string restoreBytes(std::string_view parsed) {
   std::string bytes;
   bytes.reserve(parsed.size());

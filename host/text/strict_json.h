@@ -1,4 +1,4 @@
-// Values as strict JSON, which every reader of JSON accepts, whatever bytes their strings hold.
+// Writes strict JSON, which every reader accepts, even for strings of any bytes.
 #ifndef ARVL_HOST_TEXT_STRICT_JSON_H_
 #define ARVL_HOST_TEXT_STRICT_JSON_H_
 
@@ -11,17 +11,16 @@ namespace arvl_host {
 
 enum class JsonLayout { kCompact, kIndented };
 
-// Appends text as a JSON string. Characters that are invisible, or that change how others appear, are
-// escaped. A byte that belongs to no character is written as a lone surrogate from \udc80 to \udcff;
-// restoreBytes() turns it into the byte again.
+// Appends text as a JSON string. Escapes characters that are invisible or reorder others. Writes a byte that is
+// not valid UTF-8 as a lone surrogate from \udc80 to \udcff, which restoreBytes() turns back into the byte.
 void appendJsonString(std::string &out, std::string_view text);
 
-// Appends a value as strict JSON. Returns false, with an unfinished text in out, for a value that nests
-// too deep for the usual readers of JSON.
+// Appends a value as strict JSON. Returns false, with incomplete text in `out`, if the value is nested too deeply
+// for common readers.
 bool appendJson(std::string &out, const Json::Value &value, JsonLayout layout);
 
-// Return what appendJsonString() was given, from what JsonCpp reads. The second form does so for every
-// string and key inside a value.
+// Returns the original text of a string that appendJsonString() wrote and JsonCpp parsed. The second form restores
+// every string and key in a value.
 std::string restoreBytes(std::string_view parsed);
 Json::Value restoreBytes(const Json::Value &parsed);
 

@@ -1,4 +1,4 @@
-// Counts what happens, and keeps the first different texts about it.
+// Counts events and keeps the first different texts about them.
 #ifndef ARVL_HOST_TEXT_TALLY_H_
 #define ARVL_HOST_TEXT_TALLY_H_
 
@@ -13,10 +13,10 @@ namespace arvl_host {
 struct Tally {
   enum class Added { kNew, kKnown, kNotKept };
 
-  static constexpr std::size_t kMaxTexts = 100;  // bounds the memory
+  static constexpr std::size_t kMaxTexts = 100;  // limits the memory
 
-  std::uint64_t count = 0;         // of all that were added
-  std::vector<std::string> texts;  // each once
+  std::uint64_t count = 0;         // of all texts that were added
+  std::vector<std::string> texts;  // without duplicates
 
   Added add(const std::string &text) {
     ++count;

@@ -49,11 +49,11 @@ PluginLine syslogLine(int priority) {
   return {LogSource::kSyslog, priority, "text"};
 }
 
-// A display and what it has written.
+// A display and its output.
 struct Screen {
   explicit Screen(DisplayOptions options) : display(std::in_place, out, out, std::move(options)) {}
 
-  // What was written since this was last asked.
+  // Returns the output since the last call.
   std::string news() {
     std::string text = out.str();
     out.str("");
@@ -64,7 +64,7 @@ struct Screen {
   std::optional<JobDisplay> display;
 };
 
-// One of everything.
+// Returns the output of a job with lines of every kind.
 std::string wholeJob(DisplayOptions options) {
   Screen screen(std::move(options));
   JobDisplay &display = *screen.display;
@@ -84,7 +84,7 @@ std::string wholeJob(DisplayOptions options) {
   return screen.news();
 }
 
-TEST(PluginLineText, SaysWhereALineComesFrom) {
+TEST(PluginLineText, NamesTheSourceOfALine) {
   EXPECT_EQ(pluginLineText({LogSource::kStdout, 0, "text"}), "[stdout] text");
   EXPECT_EQ(pluginLineText({LogSource::kStderr, 0, "text"}), "[stderr] text");
   EXPECT_EQ(pluginLineText({LogSource::kHost, 0, "text"}), "[host] text");
@@ -93,11 +93,11 @@ TEST(PluginLineText, SaysWhereALineComesFrom) {
   EXPECT_EQ(pluginLineText(syslogLine(LOG_USER | LOG_ERR)), "[syslog err] text");
 }
 
-TEST(PluginLineText, IsVisible) {
+TEST(PluginLineText, EscapesHiddenCharacters) {
   EXPECT_EQ(pluginLineText({LogSource::kStdout, 0, "a\x1b[2J\xff"}), R"([stdout] a\x1b[2J\xff)");
 }
 
-TEST(JobDisplay, WritesPlainLinesOffATerminal) {
+TEST(JobDisplay, WritesPlainLinesWithoutATerminal) {
   EXPECT_EQ(wholeJob(plain()),
             "backup of notes\n"
             "step export\n"
@@ -112,7 +112,7 @@ TEST(JobDisplay, WritesPlainLinesOffATerminal) {
             "error: cannot go on\n");
 }
 
-TEST(JobDisplay, WritesDetailsWhereVerbose) {
+TEST(JobDisplay, WritesDetailsIfVerbose) {
   EXPECT_EQ(wholeJob(plain(Verbosity::kVerbose)),
             "backup of notes\n"
             "step export\n"
@@ -128,7 +128,7 @@ TEST(JobDisplay, WritesDetailsWhereVerbose) {
             "error: cannot go on\n");
 }
 
-TEST(JobDisplay, WritesErrorsAndWarningsAloneWhereQuiet) {
+TEST(JobDisplay, WritesOnlyErrorsAndWarningsIfQuiet) {
   const char *lines =
       "[syslog err] no such note\n"
       "warning: the estimate was wrong\n"
@@ -138,7 +138,7 @@ TEST(JobDisplay, WritesErrorsAndWarningsAloneWhereQuiet) {
   EXPECT_EQ(wholeJob(terminal(Verbosity::kQuiet)), lines);
 }
 
-TEST(JobDisplay, WritesAPluginsWarningsAndWorseWhereQuiet) {
+TEST(JobDisplay, WritesTheWarningsAndErrorsOfAPluginIfQuiet) {
   Screen screen(plain(Verbosity::kQuiet));
   for (int priority = LOG_EMERG; priority <= LOG_DEBUG; ++priority) {
     screen.display->pluginLine(syslogLine(LOG_USER | priority));
@@ -167,7 +167,7 @@ TEST(JobDisplay, KeepsTheLiveLineBelowAllOthersOnATerminal) {
             "error: cannot go on\n");
 }
 
-TEST(JobDisplay, StylesWhatStandsOutWhereThereIsColour) {
+TEST(JobDisplay, StylesHeadingsWarningsAndErrorsInColour) {
   EXPECT_EQ(wholeJob(coloured()),
             "\x1b[1mbackup of notes\x1b[0m\n"
             "step export\n"
@@ -182,7 +182,7 @@ TEST(JobDisplay, StylesWhatStandsOutWhereThereIsColour) {
             "\x1b[31merror: cannot go on\x1b[0m\n");
 }
 
-TEST(JobDisplay, DrawsTheLiveLineAgainOnlyWhenItChanged) {
+TEST(JobDisplay, RedrawsTheLiveLineOnlyIfItChanged) {
   Screen screen(terminal());
   screen.display->progress(at("Copying", 42));
   EXPECT_EQ(screen.news(), "\rexport: Copying  42 %\x1b[K");
@@ -192,7 +192,7 @@ TEST(JobDisplay, DrawsTheLiveLineAgainOnlyWhenItChanged) {
   EXPECT_EQ(screen.news(), "\rexport: Copying  43 %\x1b[K");
 }
 
-// The host's own work.
+// Returns the progress of work of the host.
 StepProgress workAt(double seconds) {
   StepProgress work;
   work.step = "verify";
@@ -262,7 +262,7 @@ TEST(JobDisplay, LeavesTheLastColumnFree) {
   }
 }
 
-TEST(JobDisplay, WritesNoProgressTwiceOffATerminal) {
+TEST(JobDisplay, WritesNoProgressTwiceWithoutATerminal) {
   Screen screen(plain());
   screen.display->stepBegins("export");
   screen.display->progress(at(""));
@@ -286,7 +286,7 @@ TEST(JobDisplay, WritesNoProgressTwiceOffATerminal) {
   EXPECT_EQ(screen.news(), "step import\n[progress] 2 % Copying\n");
 }
 
-TEST(JobDisplay, WritesALineForEachPercentOfTheBytesOffATerminal) {
+TEST(JobDisplay, WritesALineForEachTenthOfTheBytesWithoutATerminal) {
   Screen screen(plain());
   StepProgress progress = at("");
   progress.expectedBytes = 1000;
@@ -296,7 +296,7 @@ TEST(JobDisplay, WritesALineForEachPercentOfTheBytesOffATerminal) {
   EXPECT_EQ(screen.news(), "[progress] 0 %\n[progress] 10 %\n[progress] 20 %\n");
 }
 
-TEST(JobDisplay, MakesEveryTextVisible) {
+TEST(JobDisplay, EscapesHiddenCharactersOfEveryText) {
   Screen screen(coloured());
   screen.display->heading("a\n");
   screen.display->note("b\x1b[2J");
@@ -317,7 +317,7 @@ TEST(JobDisplay, MakesEveryTextVisible) {
   EXPECT_EQ(log.news(), "[progress] 1 % f\\x1b\n");
 }
 
-TEST(JobDisplay, SaysMinutesOfALongStep) {
+TEST(JobDisplay, ShowsMinutesForALongStep) {
   Screen screen(plain());
   screen.display->stepBegins("export");
   screen.display->stepEnds("success", true, 59);
@@ -328,7 +328,7 @@ TEST(JobDisplay, SaysMinutesOfALongStep) {
             "step export: success (1:02:03)\n");
 }
 
-TEST(JobDisplay, WritesTroubleToTheStreamOfErrorsAndKeepsTheLiveLine) {
+TEST(JobDisplay, WritesErrorsToTheirStreamAndKeepsTheLiveLine) {
   std::ostringstream out;
   std::ostringstream errors;
   DisplayOptions options = terminal();
@@ -343,7 +343,7 @@ TEST(JobDisplay, WritesTroubleToTheStreamOfErrorsAndKeepsTheLiveLine) {
   EXPECT_EQ(out.str(), again + again);
 }
 
-TEST(JobDisplay, WritesEachLineAtOnce) {
+TEST(JobDisplay, FlushesEachLine) {
   struct Counter : std::stringbuf {
     int sync() override { return ++flushes, 0; }
     int flushes = 0;
@@ -358,7 +358,7 @@ TEST(JobDisplay, WritesEachLineAtOnce) {
 
 // ---- terminalOptions
 
-// Of the environment, for as long as it lives.
+// Sets an environment variable and restores it when destroyed.
 class Variable {
  public:
   Variable(const char *name, const char *value) : name_(name) {
@@ -411,7 +411,7 @@ class TerminalOptions : public ::testing::Test {
   UniqueFd slave_;
 };
 
-TEST_F(TerminalOptions, KnowsATerminalAndItsColumns) {
+TEST_F(TerminalOptions, DetectsATerminalAndItsColumns) {
   const DisplayOptions found = options();
   EXPECT_EQ(found.verbosity, Verbosity::kVerbose);
   EXPECT_TRUE(found.isTerminal);
@@ -424,7 +424,7 @@ TEST_F(TerminalOptions, KnowsATerminalAndItsColumns) {
   EXPECT_EQ(found.columns(), 80U);
 }
 
-TEST_F(TerminalOptions, KnowsWhatIsNoTerminal) {
+TEST_F(TerminalOptions, DetectsThatAFileIsNotATerminal) {
   const UniqueFd file(open("/dev/null", O_WRONLY | O_CLOEXEC));
   const DisplayOptions found = terminalOptions(file.get(), file.get(), Verbosity::kQuiet);
   EXPECT_EQ(found.verbosity, Verbosity::kQuiet);
@@ -441,7 +441,7 @@ TEST_F(TerminalOptions, HeedsNoColorUnlessItIsEmpty) {
   EXPECT_TRUE(options().hasColour);
 }
 
-TEST_F(TerminalOptions, AsksNothingOfADumbTerminal) {
+TEST_F(TerminalOptions, TreatsADumbTerminalAsAFile) {
   term_.set("dumb");
   EXPECT_FALSE(options().isTerminal);
   EXPECT_FALSE(options().hasColour);

@@ -28,19 +28,19 @@ StepProgress busy() {
   return progress;
 }
 
-// "0:07" of a line that ends in "  0:07 left"
+// Returns "0:07" from a line that ends in "  0:07 left".
 std::string timeLeft(const std::string &line) {
   const std::size_t end = line.rfind(" left");
   const std::size_t begin = line.rfind("  ") + 2;
   return end == std::string::npos ? "" : line.substr(begin, end - begin);
 }
 
-TEST(ProgressLine, SaysAllThatIsKnown) {
+TEST(ProgressLine, ShowsEveryKnownFigure) {
   EXPECT_EQ(progressLine(busy(), 200),
             "export: Copying mail  42 %  1,234 files  56.0 MiB  8.0 MiB/s  0:07 left");
 }
 
-TEST(ProgressLine, LeavesOutWhatIsNotKnown) {
+TEST(ProgressLine, OmitsUnknownFigures) {
   StepProgress progress = stageOf("");
   EXPECT_EQ(progressLine(progress, 80), "export");
   progress.seconds = 5;
@@ -71,7 +71,7 @@ TEST(ProgressLine, GroupsTheDigitsOfManyFiles) {
   }
 }
 
-TEST(PercentageOf, IsThePluginsOrWhatIsThereOfWhatIsExpected) {
+TEST(PercentageOf, IsThePluginsOrThatOfTheExpectedBytes) {
   struct Row {
     std::optional<int> said;
     std::uint64_t bytes;
@@ -113,7 +113,7 @@ TEST(ProgressLine, EstimatesTheTimeLeft) {
     const char *left;
   };
   const Row rows[] = {
-      // From the bytes that are missing, whatever the percentage.
+      // From the missing bytes, whatever the percentage.
       {std::nullopt, 100, 400, 10, "0:30"},
       {90, 100, 400, 10, "0:30"},
       {0, 100, 400, 10, "0:30"},
@@ -124,7 +124,7 @@ TEST(ProgressLine, EstimatesTheTimeLeft) {
       {25, 100, std::nullopt, 10, "0:30"},
       {25, 0, 400, 10, "0:30"},
       {99, 0, std::nullopt, 99, "0:01"},
-      // The expectation is met or was wrong.
+      // The expected bytes are reached or exceeded.
       {25, 400, 400, 10, "0:30"},
       {25, 500, 400, 10, "0:30"},
       {25, 500, 0, 10, "0:30"},
@@ -138,7 +138,7 @@ TEST(ProgressLine, EstimatesTheTimeLeft) {
       {0, 0, std::nullopt, 10, ""},
       {100, 0, std::nullopt, 10, ""},
       {25, 100, 400, 0, ""},
-      // Longer than anyone waits.
+      // Limit of the shown time.
       {std::nullopt, 1, kMost, 10, ""},
       {1, 0, std::nullopt, 3636, "99:59:24"},
       {1, 0, std::nullopt, 3637, ""},
@@ -169,7 +169,7 @@ TEST(ProgressLine, DropsFiguresFromTheEnd) {
   EXPECT_EQ(progressLine(busy(), 12), "export  42 %");
 }
 
-TEST(ProgressLine, IsNoWiderThanTheTerminalHoweverNarrow) {
+TEST(ProgressLine, FitsIntoANarrowTerminal) {
   EXPECT_EQ(progressLine(busy(), 11), "export: Co…");
   EXPECT_EQ(progressLine(busy(), 10), "export: C…");
   EXPECT_EQ(progressLine(busy(), 8), "export");
@@ -187,7 +187,7 @@ TEST(ProgressLine, GivesWideCharactersTwoCells) {
   EXPECT_EQ(progressLine(progress, 10), "export: …");
 }
 
-TEST(ProgressLine, GivesCombiningCharactersNoneOfTheirOwn) {
+TEST(ProgressLine, GivesCombiningCharactersNoCell) {
   const std::string accented = "e\u0301\u0323";
   const StepProgress progress = stageOf(accented + accented + accented);
   EXPECT_EQ(progressLine(progress, 11), "export: " + accented + accented + accented);
@@ -195,20 +195,20 @@ TEST(ProgressLine, GivesCombiningCharactersNoneOfTheirOwn) {
   EXPECT_EQ(progressLine(progress, 9), "export: …");
 }
 
-TEST(ProgressLine, CutsNoCharacterInTwo) {
+TEST(ProgressLine, SplitsNoCharacter) {
   const StepProgress progress = stageOf("Größe");
   EXPECT_EQ(progressLine(progress, 13), "export: Größe");
   EXPECT_EQ(progressLine(progress, 12), "export: Grö…");
   EXPECT_EQ(progressLine(progress, 11), "export: Gr…");
 }
 
-TEST(ProgressLine, ShowsControlCharactersAndStrayBytes) {
+TEST(ProgressLine, EscapesControlCharactersAndInvalidBytes) {
   EXPECT_EQ(progressLine(stageOf("a\x1b[2J\r\n\xff\u202e"), 80),
             R"(export: a\x1b[2J\r\n\xff\u202e)");
   EXPECT_EQ(progressLine(stageOf("a\x1b[2J"), 12), R"(export: a\x…)") << "as wide as it shows";
 }
 
-TEST(ProgressLine, GivesACharacterThatIsNotInUseOneCell) {
+TEST(ProgressLine, GivesAnUnassignedCharacterOneCell) {
   EXPECT_EQ(progressLine(stageOf("\u0378\u0378"), 10), "export: \u0378\u0378");
   EXPECT_EQ(progressLine(stageOf("\u0378\u0378"), 9), "export: …");
 }

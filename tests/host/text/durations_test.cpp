@@ -15,7 +15,7 @@ TEST(DurationText, HasTheUnitThatFits) {
   EXPECT_EQ(durationText(1234567), "1.23 s");
 }
 
-TEST(ClockText, HasHoursOnlyWhereThereAreAny) {
+TEST(ClockText, OmitsZeroHours) {
   EXPECT_EQ(clockText(0), "0:00");
   EXPECT_EQ(clockText(7.9), "0:07");
   EXPECT_EQ(clockText(60), "1:00");
@@ -25,7 +25,7 @@ TEST(ClockText, HasHoursOnlyWhereThereAreAny) {
   EXPECT_EQ(clockText(360000), "100:00:00");
 }
 
-TEST(ClockText, TakesAnyNumber) {
+TEST(ClockText, AcceptsAnyNumber) {
   EXPECT_EQ(clockText(-1), "0:00");
   EXPECT_EQ(clockText(std::nan("")), "0:00");
   EXPECT_EQ(clockText(std::numeric_limits<double>::infinity()), "277777777777:46:40");

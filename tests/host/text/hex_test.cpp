@@ -8,7 +8,7 @@
 namespace arvl_host {
 namespace {
 
-TEST(Hex, IsReadBack) {
+TEST(Hex, DecodesItsOwnText) {
   std::string bytes;
   EXPECT_EQ(toHex(std::string_view("\x00\x7f\xff", 3)), "007fff");
   ASSERT_TRUE(fromHex("007fff", bytes));

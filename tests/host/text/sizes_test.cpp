@@ -28,7 +28,7 @@ TEST(SizeText, NeverRoundsUpTo1024) {
   EXPECT_EQ(sizeText(1024 * kMebibyte - 1), "1.0 GiB");
 }
 
-TEST(CountText, HasThePluralOfEveryCountButOne) {
+TEST(CountText, UsesTheSingularForOneOnly) {
   EXPECT_EQ(countText(0, "packet"), "0 packets");
   EXPECT_EQ(countText(1, "packet"), "1 packet");
 }

@@ -41,29 +41,29 @@ TEST(JsonString, KeepsTextAsItIs) {
   EXPECT_EQ(jsonString("Größe ☃ 😀 100% /"), "\"Größe ☃ 😀 100% /\"");
 }
 
-TEST(JsonString, EscapesWhatJsonAsksFor) {
+TEST(JsonString, EscapesTheCharactersThatJsonRequires) {
   EXPECT_EQ(jsonString(std::string_view("\"\\\b\f\n\r\t\0\x1f", 9)),
             R"("\"\\\b\f\n\r\t\u0000\u001f")");
 }
 
-TEST(JsonString, EscapesWhatWouldNotBeSeen) {
+TEST(JsonString, EscapesHiddenCharacters) {
   EXPECT_EQ(jsonString("\x7f\u0085\u200b\u202e\u2066\ufeff"),
             R"("\u007f\u0085\u200b\u202e\u2066\ufeff")");
 }
 
-TEST(JsonString, EscapesBytesThatBelongToNoCharacter) {
+TEST(JsonString, EscapesInvalidBytes) {
   EXPECT_EQ(jsonString("a\xff\x80z"), R"("a\udcff\udc80z")");
 }
 
-TEST(JsonString, TakesNoMalformedUtf8ForACharacter) {
-  EXPECT_EQ(jsonString("\xc0\xaf"), R"("\udcc0\udcaf")") << "longer than need be";
-  EXPECT_EQ(jsonString("\xe0\x80\xaf"), R"("\udce0\udc80\udcaf")") << "longer than need be";
+TEST(JsonString, EscapesMalformedUtf8) {
+  EXPECT_EQ(jsonString("\xc0\xaf"), R"("\udcc0\udcaf")") << "overlong";
+  EXPECT_EQ(jsonString("\xe0\x80\xaf"), R"("\udce0\udc80\udcaf")") << "overlong";
   EXPECT_EQ(jsonString("\xed\xb2\x80"), R"("\udced\udcb2\udc80")") << "a surrogate";
   EXPECT_EQ(jsonString("\xf4\x90\x80\x80"), R"("\udcf4\udc90\udc80\udc80")") << "beyond Unicode";
   EXPECT_EQ(jsonString("\xe2\x98"), R"("\udce2\udc98")") << "cut";
 }
 
-TEST(JsonString, LosesNoByte) {
+TEST(JsonString, KeepsEveryByte) {
   std::string every;
   for (int first = 0; first < 256; ++first) {
     for (const int second : {0x00, 0x41, 0x80, 0xb2, 0xff}) {
@@ -88,12 +88,12 @@ TEST(JsonText, RestoresTheBytesOfKeysAndValues) {
   EXPECT_EQ(restoreBytes(parse(compact(value))), value);
 }
 
-TEST(JsonText, WritesNullForANumberThatJsonCannotHold) {
+TEST(JsonText, WritesNullForInfinityAndNan) {
   EXPECT_EQ(compact(Json::Value(std::numeric_limits<double>::infinity())), "null");
   EXPECT_EQ(compact(Json::Value(std::numeric_limits<double>::quiet_NaN())), "null");
 }
 
-TEST(JsonText, IndentsForPeople) {
+TEST(JsonText, IndentsOnRequest) {
   std::string out;
   ASSERT_TRUE(
       appendJson(out, parse(R"({"a":[1,2],"b":{},"c":{"d":null}})"), JsonLayout::kIndented));
@@ -101,7 +101,7 @@ TEST(JsonText, IndentsForPeople) {
       out, "{\n  \"a\": [\n    1,\n    2\n  ],\n  \"b\": {},\n  \"c\": {\n    \"d\": null\n  }\n}");
 }
 
-TEST(JsonText, RefusesToNestDeeperThanReadersDo) {
+TEST(JsonText, RejectsNestingThatIsTooDeepForReaders) {
   Json::Value value;
   for (int depth = 0; depth < 200; ++depth) {
     Json::Value outer(Json::arrayValue);

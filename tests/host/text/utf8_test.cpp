@@ -14,7 +14,7 @@ TEST(IsUtf8, AcceptsWellFormedTextOnly) {
   EXPECT_FALSE(isUtf8("\xe2\x98")) << "cut";
 }
 
-TEST(CutText, CutsNoCharacterInTwo) {
+TEST(CutText, SplitsNoCharacter) {
   EXPECT_EQ(cutText("a☃b", 9), "a☃b");
   EXPECT_EQ(cutText("a☃b", 4), "a☃");
   EXPECT_EQ(cutText("a☃b", 3), "a");
@@ -24,7 +24,7 @@ TEST(CutText, CutsNoCharacterInTwo) {
   EXPECT_EQ(cutText("a\x80\x80\x80\x80", 3), "a\x80\x80");
 }
 
-TEST(VisibleText, ShowsControlCharactersAndStrayBytes) {
+TEST(VisibleText, EscapesHiddenCharactersAndInvalidBytes) {
   EXPECT_EQ(visibleText(std::string_view("a\n\t\0\x1b[31m\x7f \xff ☃", 16)),
             "a\\n\\t\\x00\\x1b[31m\\x7f \\xff ☃");
   EXPECT_EQ(visibleText("\u0085\u202eevil"), "\\u0085\\u202eevil");
