@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "files/file_error.h"
+#include "files/place.h"
 #include "files/sha256.h"
 #include "files/temporary_file.h"
 #include "files/transfer_watcher.h"

@@ -12,6 +12,7 @@
 
 #include "files/file_error.h"
 #include "files/folder_reader.h"
+#include "files/unique_fd.h"
 
 namespace arvl_host {
 

@@ -2,7 +2,7 @@
 #ifndef ARVL_HOST_FILES_REMOVE_TREE_H_
 #define ARVL_HOST_FILES_REMOVE_TREE_H_
 
-#include "files/temporary_file.h"
+#include "files/place.h"
 
 namespace arvl_host {
 

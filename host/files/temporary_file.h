@@ -6,17 +6,11 @@
 #include <string>
 #include <string_view>
 
+#include "files/place.h"
 #include "files/sha256.h"
 #include "files/unique_fd.h"
 
 namespace arvl_host {
-
-// An entry, given by a descriptor of its directory and its name. Messages name it `shown`.
-struct Place {
-  int directory;
-  std::string name;
-  std::string shown;
-};
 
 enum class Durability {
   kEachFile,      // each file is synced before it is renamed

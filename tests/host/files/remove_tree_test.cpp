@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <string>
 
+#include "files/unique_fd.h"
 #include "host/support/store_error_of.h"
 #include "support/deep_tree.h"
 #include "support/files.h"
