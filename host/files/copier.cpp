@@ -211,11 +211,19 @@ void Copier::checkMovable(const Place &from, const std::string &shownTo) const {
 }
 
 void Copier::move(const Place &from, const Place &to) {
-  checkCanceled();
-  if (!isMoving_) {
-    rootLength_ = to.shown.size();
-    checkMovable(from, to.shown);
+  rootLength_ = to.shown.size();
+  checkMovable(from, to.shown);
+  const UniqueFd source = openSource(from);
+  const struct stat status = examine(source.get(), from.shown);
+  if (S_ISDIR(status.st_mode) && isWithin(to.directory, status)) {
+    throw StoreError("cannot move the directory " + quoted(from.shown) + " into itself");
   }
+  isMoving_ = true;
+  moveEntry(from, to);
+}
+
+void Copier::moveEntry(const Place &from, const Place &to) {
+  checkCanceled();
   const UniqueFd entry = openSource(from);
   const struct stat status = examine(entry.get(), from.shown);
   if (moveByName(status, entry.get(), from, to)) {
@@ -224,10 +232,6 @@ void Copier::move(const Place &from, const Place &to) {
     }
     return;
   }
-  if (!isMoving_ && S_ISDIR(status.st_mode) && isWithin(to.directory, status)) {
-    throw StoreError("cannot move the directory " + quoted(from.shown) + " into itself");
-  }
-  isMoving_ = true;
   copy(entry.get(), from.shown, to);
   // A source that cannot be removed stays: its copy is complete.
   if (unlinkat(from.directory, from.name.c_str(), 0) != 0 && errno == EISDIR) {
@@ -337,7 +341,7 @@ void Copier::copyEntry(const Place &from, const Place &to) {
     throw PathTooLong(to.shown);
   }
   if (isMoving_) {
-    move(from, to);
+    moveEntry(from, to);
   } else {
     copy(openSource(from).get(), from.shown, to);
   }

@@ -47,6 +47,7 @@ class Copier {
   void move(const Place &from, const Place &to);
 
  private:
+  void moveEntry(const Place &from, const Place &to);
   bool moveByName(const struct stat &status, int path, const Place &from, const Place &to);
   void checkMovable(const Place &from, const std::string &shownTo) const;
   void copyFile(int path, const std::string &shown, const struct stat &status, const Place &to);
