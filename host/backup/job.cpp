@@ -125,7 +125,7 @@ class Job {
 
   const JobOptions &options_;
   JobDisplay &display_;
-  const Interruption interruption_;
+  Interruption interruption_;
   TransferMeter meter_;
   JobSteps steps_;
   JobReport report_;

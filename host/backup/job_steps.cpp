@@ -19,7 +19,7 @@ using ZARN::ARVLAPP::PACKET_TYPE;
 }  // namespace
 
 JobSteps::JobSteps(const PluginRun &run, JobDisplay &display, TraceWriter &trace,
-                   const TransferMeter &meter, const Interruption &interruption)
+                   const TransferMeter &meter, Interruption &interruption)
     : run_(run), display_(display), trace_(trace), meter_(meter), interruption_(interruption) {}
 
 bool JobSteps::has(const std::string &step) const {
@@ -49,7 +49,7 @@ const StepResult &JobSteps::run(const std::string &step, RequestServer &server) 
   bytesBefore_ = meter_.bytes;
   display_.stepBegins(step);
   TracingListener listener(*this, trace_);
-  StepResult result = runStep(request, server, listener);
+  StepResult result = runStep(request, server, interruption_, listener);
   trace_.stepEnded(outcomeText(result.outcome), exitCodeOf(result.outcome));
   display_.stepEnds(outcomeText(result.outcome), result.outcome == Outcome::kSuccess,
                     result.seconds);
@@ -95,7 +95,6 @@ void JobSteps::onCancel(Outcome why) {
 }
 
 void JobSteps::onTick() {
-  interruption_.forward();
   showProgress();
 }
 

@@ -35,7 +35,7 @@ class JobSteps : private StepListener {
  public:
   // All have to outlive it. A trace without a file writes nothing.
   JobSteps(const PluginRun &run, JobDisplay &display, TraceWriter &trace,
-           const TransferMeter &meter, const Interruption &interruption);
+           const TransferMeter &meter, Interruption &interruption);
 
   // Whether the plug-in has the step's executable. Throws std::runtime_error for one that cannot be run.
   bool has(const std::string &step) const;
@@ -71,7 +71,7 @@ class JobSteps : private StepListener {
   JobDisplay &display_;
   TraceWriter &trace_;
   const TransferMeter &meter_;
-  const Interruption &interruption_;
+  Interruption &interruption_;
   std::optional<std::uint64_t> expectedBytes_;
 
   StepProgress progress_;  // of the step that runs

@@ -22,6 +22,7 @@
 #include "files/store.h"
 #include "framework/framework.h"
 #include "protocol/packet_table.h"
+#include "step/interruption.h"
 #include "step/outcome.h"
 #include "step/plugin_folder.h"
 #include "step/step_runner.h"
@@ -170,6 +171,12 @@ void showProgress(const std::string &stage, int percentage) {
   std::cout << "[progress] " << percentage << " % " << visibleText(stage) << '\n' << std::flush;
 }
 
+// Lets go of the signals when the step is over, so that the output after it can be interrupted.
+StepResult runOneStep(const StepRequest &request, RequestServer &server, StepListener &listener) {
+  Interruption interruption;
+  return runStep(request, server, interruption, listener);
+}
+
 int runStepCommand(const StepOptions &options) {
   StepRequest request;
   request.step = options.step;
@@ -200,7 +207,7 @@ int runStepCommand(const StepOptions &options) {
   TraceWriter trace;
   openTrace(options.plugin, trace);
   TracingListener listener(display, trace);
-  const StepResult result = runStep(request, framework, listener);
+  const StepResult result = runOneStep(request, framework, listener);
   trace.stepEnded(outcomeText(result.outcome), exitCodeOf(result.outcome));
   printSkipped(watcher.skipped());
   printResult(options.step, result);

@@ -1,40 +1,45 @@
-// Lets a job be interrupted between its steps as well as in them.
+// Receives the signals that interrupt a job, from its start to its end.
 #ifndef ARVL_HOST_STEP_INTERRUPTION_H_
 #define ARVL_HOST_STEP_INTERRUPTION_H_
 
 #include <signal.h>
 
 #include <array>
+#include <cstdint>
 #include <exception>
 
+#include "files/unique_fd.h"
+
 namespace arvl_host {
-
-// What cancels a job. The last is the terminal's end; who ignores it, as nohup does, goes on.
-constexpr std::array<int, 3> kCancelSignals = {SIGINT, SIGTERM, SIGHUP};
-
-// Whether the signal is to be taken.
-bool isTaken(int signal);
 
 struct Interrupted : std::exception {
   const char *what() const noexcept override { return "interrupted"; }
 };
 
-// While it lives, these signals are noted instead of ending the program. A step that runs meanwhile
-// takes them itself. One at a time in a process.
+// Receives SIGINT, SIGTERM and SIGHUP as long as it exists, and restores the previous handlers. Does not
+// receive a SIGHUP that is ignored, as under nohup. Leaves signal masks alone. Only one may exist in a
+// process at a time.
 class Interruption {
  public:
+  // Throws std::runtime_error if there is no descriptor left.
   Interruption();
   ~Interruption();
   Interruption(const Interruption &) = delete;
   Interruption &operator=(const Interruption &) = delete;
 
-  // Throws Interrupted if one of the signals came.
+  // Throws Interrupted if a signal has arrived, even if take() has returned it.
   void check() const;
-  // Hands a signal that came before a step took them itself on to the step.
-  void forward() const;
+
+  // Returns a descriptor for an event loop: it is readable while there are signals to take.
+  int fd() const { return arrivals_.get(); }
+  // Returns the number of signals that have arrived since the last call. Does not block.
+  std::uint64_t take();
 
  private:
-  std::array<struct sigaction, kCancelSignals.size()> old_;
+  static constexpr std::array<int, 3> kSignals = {SIGINT, SIGTERM, SIGHUP};
+
+  UniqueFd arrivals_;  // an event counter
+  std::array<struct sigaction, kSignals.size()> previous_;
 };
 
 }  // namespace arvl_host

@@ -130,33 +130,11 @@ std::string signalText(int number) {
   return name != nullptr ? std::string("SIG") + name : "signal " + std::to_string(number);
 }
 
-// Keeps the signals that cancel waiting, from begin() on, for whoever handles them when it is gone.
-class SignalHold {
- public:
-  SignalHold() { pthread_sigmask(SIG_SETMASK, nullptr, &mask_); }
-  ~SignalHold() { pthread_sigmask(SIG_SETMASK, &mask_, nullptr); }
-  SignalHold(const SignalHold &) = delete;
-  SignalHold &operator=(const SignalHold &) = delete;
-
-  void begin() {
-    sigset_t held;
-    sigemptyset(&held);
-    for (const int number : kCancelSignals) {
-      sigaddset(&held, number);
-    }
-    pthread_sigmask(SIG_BLOCK, &held, nullptr);
-  }
-
- private:
-  sigset_t mask_;
-};
-
 class StepRunner {
  public:
-  // hold has to outlive it.
-  StepRunner(const StepRequest &request, RequestServer &server, StepListener &listener,
-             SignalHold &hold)
-      : request_(request), server_(server), listener_(listener), hold_(hold) {}
+  StepRunner(const StepRequest &request, RequestServer &server, Interruption &interruption,
+             StepListener &listener)
+      : request_(request), server_(server), interruption_(interruption), listener_(listener) {}
   ~StepRunner();
   StepRunner(const StepRunner &) = delete;
   StepRunner &operator=(const StepRunner &) = delete;
@@ -226,6 +204,7 @@ class StepRunner {
   void cancel(Outcome outcome, const std::string &reason);
   void armGrace();
   void escalate();
+  void takeSignals();
   void onSignal();
   void onTimeout();
   void onTick() { listener_.onTick(); }
@@ -236,15 +215,14 @@ class StepRunner {
 
   const StepRequest &request_;
   RequestServer &server_;
+  Interruption &interruption_;
   StepListener &listener_;
-  SignalHold &hold_;
 
   Owned<event_base> base_;
   PluginProcess plugin_;
   Owned<bufferevent> connection_;
   Owned<event> outputWatcher_, errorWatcher_, logWatcher_;
-  std::vector<Owned<event>> signalWatchers_;
-  Owned<event> childWatcher_;
+  Owned<event> signalWatcher_, childWatcher_;
   Owned<event> timeoutTimer_, graceTimer_, tickTimer_, workWatcher_;
   LineSplitter outputLines_{[this](std::string_view line) {
     listener_.onLine({LogSource::kStdout, LOG_INFO, line});
@@ -285,13 +263,7 @@ StepResult StepRunner::run() {
   if (base_ == nullptr) {
     throw std::runtime_error("cannot make an event loop");
   }
-  // Before the plug-in starts, so that no signal is missed.
-  for (const int number : kCancelSignals) {
-    if (isTaken(number)) {
-      signalWatchers_.push_back(watch<&StepRunner::onSignal>(number, EV_SIGNAL | EV_PERSIST));
-      event_add(signalWatchers_.back().get(), nullptr);
-    }
-  }
+  // Before the plug-in starts, so that its end is not missed.
   childWatcher_ = watch<&StepRunner::onChild>(SIGCHLD, EV_SIGNAL | EV_PERSIST);
   event_add(childWatcher_.get(), nullptr);
 
@@ -301,11 +273,10 @@ StepResult StepRunner::run() {
   listener_.onStart(request_, plugin_.pid);
   connect();
   event_base_dispatch(base_.get());
-  hold_.begin();
-  event_base_loop(base_.get(), EVLOOP_NONBLOCK);  // for a signal that has just come
   if (failure_) {
     std::rethrow_exception(failure_);
   }
+  takeSignals();  // one may have arrived just now
   return conclude();
 }
 
@@ -351,6 +322,9 @@ void StepRunner::connect() {
   event_add(outputWatcher_.get(), nullptr);
   event_add(errorWatcher_.get(), nullptr);
   event_add(logWatcher_.get(), nullptr);
+
+  signalWatcher_ = watch<&StepRunner::takeSignals>(interruption_.fd(), EV_READ | EV_PERSIST);
+  event_add(signalWatcher_.get(), nullptr);
 
   timeoutTimer_ = watch<&StepRunner::onTimeout>(-1, 0);
   graceTimer_ = watch<&StepRunner::escalate>(-1, 0);
@@ -682,6 +656,12 @@ void StepRunner::escalate() {
   armGrace();
 }
 
+void StepRunner::takeSignals() {
+  for (std::uint64_t left = interruption_.take(); left > 0; --left) {
+    onSignal();
+  }
+}
+
 void StepRunner::onSignal() {
   if (isDecided_ && !isGroupGone_) {
     kill(-plugin_.pid, SIGKILL);
@@ -755,9 +735,9 @@ StepResult StepRunner::conclude() {
 
 }  // namespace
 
-StepResult runStep(const StepRequest &request, RequestServer &server, StepListener &listener) {
-  SignalHold hold;
-  return StepRunner(request, server, listener, hold).run();
+StepResult runStep(const StepRequest &request, RequestServer &server, Interruption &interruption,
+                   StepListener &listener) {
+  return StepRunner(request, server, interruption, listener).run();
 }
 
 }  // namespace arvl_host

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "step/interruption.h"
 #include "step/outcome.h"
 #include "step/request_server.h"
 #include "step/step_listener.h"
@@ -25,9 +26,11 @@ struct StepResult {
   int packets = 0;  // in both directions
 };
 
-// Blocks until the plug-in and its process group are gone. SIGINT, SIGTERM and SIGHUP cancel the plug-in by
-// closing its socket; a second one kills it. Throws std::runtime_error if it could not be started.
-StepResult runStep(const StepRequest &request, RequestServer &server, StepListener &listener);
+// Blocks until the plug-in and its process group are gone. A signal of the interruption, even one that
+// arrived before the call, cancels the plug-in by closing its socket; a second one kills it. Throws
+// std::runtime_error if it could not be started.
+StepResult runStep(const StepRequest &request, RequestServer &server, Interruption &interruption,
+                   StepListener &listener);
 
 }  // namespace arvl_host
 

@@ -81,6 +81,7 @@ StepRequest requestOf(const std::string &how, std::chrono::milliseconds grace) {
 
 TEST(StepRunner, IsCanceledWhileItReadsALargePayload) {
   NoServer server;
+  Interruption interruption;
   Listener listener;
   const std::thread::id loop = std::this_thread::get_id();
   parser = [&] {
@@ -92,23 +93,47 @@ TEST(StepRunner, IsCanceledWhileItReadsALargePayload) {
     listener.canceled.get_future().wait();
     return true;
   };
-  const StepResult result =
-      runStep(requestOf("completes with a long text", std::chrono::hours(1)), server, listener);
+  const StepResult result = runStep(requestOf("completes with a long text", std::chrono::hours(1)),
+                                    server, interruption, listener);
   EXPECT_EQ(result.outcome, Outcome::kInterrupted);
   EXPECT_GT(listener.bytes, 33554400u);  // a trace has the packet all the same
+}
+
+TEST(StepRunner, IsCanceledByASignalThatArrivedBeforeIt) {
+  NoServer server;
+  Interruption interruption;
+  Listener listener;
+  raise(SIGTERM);
+  const StepResult result = runStep(requestOf("waits for a cancel", std::chrono::hours(1)), server,
+                                    interruption, listener);
+  EXPECT_EQ(result.outcome, Outcome::kInterrupted);
+  EXPECT_THROW(interruption.check(), Interrupted);
+}
+
+TEST(StepRunner, KillsThePluginAfterTwoSignalsThatArrivedBeforeIt) {
+  NoServer server;
+  Interruption interruption;
+  Listener listener;
+  raise(SIGINT);
+  raise(SIGINT);
+  const StepResult result = runStep(requestOf("hangs and ignores TERM", std::chrono::hours(1)),
+                                    server, interruption, listener);
+  EXPECT_EQ(result.outcome, Outcome::kInterrupted);
 }
 
 // The completion that is being read counts, although the grace after the end is over.
 TEST(StepRunner, ReadsTheLastPayloadOfAPluginThatIsGone) {
   NoServer server;
+  Interruption interruption;
   Listener listener;
   parser = [&] {
     listener.graceIsOver.get_future().wait_for(
         std::chrono::seconds(30));  // the loop is gone if it is not
     return true;
   };
-  const StepResult result = runStep(
-      requestOf("completes with a long text", std::chrono::milliseconds(1)), server, listener);
+  const StepResult result =
+      runStep(requestOf("completes with a long text", std::chrono::milliseconds(1)), server,
+              interruption, listener);
   EXPECT_EQ(result.outcome, Outcome::kSuccess);
 }
 
