@@ -292,14 +292,14 @@ class PageWriter {
         closeExchange(type + ", no payload", "");
         break;
       case Payload::Form::kJson:
-        closeExchange(type, payloadText(packet.payload, true));
+        closeExchange(type, indentedPayload(packet.payload));
         break;
       case Payload::Form::kText:
-        closeExchange(type + ", shown as text", payloadText(packet.payload, true));
+        closeExchange(type + ", shown as text", indentedPayload(packet.payload));
         break;
       case Payload::Form::kAbbreviated:
         closeExchange(type + ", abbreviated to " + countText(packet.payload.text.size(), "byte"),
-                      payloadText(packet.payload, true) + "\u2026");
+                      indentedPayload(packet.payload) + "\u2026");
         break;
     }
   }

@@ -70,7 +70,7 @@ void TracePrinter::printRecord(const PacketRecord &packet) {
   }
   line += valid ? "" : ", INVALID";
   if (packet.payload.form != Payload::Form::kNone) {
-    line += "  " + shortPayloadText(packet.payload, kPayloadWidth);
+    line += "  " + shortPayload(packet.payload, kPayloadWidth);
   }
   const Colour sender = packet.from == Side::kPlugin ? Colour::kPlugin : Colour::kFramework;
   printLine(valid ? sender : Colour::kInvalid, line);

@@ -14,6 +14,15 @@ int answerTo(int request) {
   return packet != nullptr ? packet->answer : ZARN::ARVLAPP::PACKET_TYPE_NONE;
 }
 
+std::string payloadText(const Payload &payload, JsonLayout layout) {
+  if (payload.form != Payload::Form::kJson) {
+    return visibleText(payload.text);  // empty where there is no payload
+  }
+  std::string text;
+  appendJson(text, payload.value, layout);
+  return text;
+}
+
 }  // namespace
 
 std::optional<std::int64_t> AnswerTimer::time(const PacketRecord &packet) {
@@ -45,17 +54,12 @@ std::string packetTitle(const PacketRecord &packet) {
                                   : visibleText(packet.name);
 }
 
-std::string payloadText(const Payload &payload, bool indented) {
-  if (payload.form != Payload::Form::kJson) {
-    return visibleText(payload.text);  // empty where there is no payload
-  }
-  std::string text;
-  appendJson(text, payload.value, indented ? JsonLayout::kIndented : JsonLayout::kCompact);
-  return text;
+std::string indentedPayload(const Payload &payload) {
+  return payloadText(payload, JsonLayout::kIndented);
 }
 
-std::string shortPayloadText(const Payload &payload, std::size_t limit) {
-  std::string text = payloadText(payload, false);
+std::string shortPayload(const Payload &payload, std::size_t limit) {
+  std::string text = payloadText(payload, JsonLayout::kCompact);
   if (text.size() <= limit && payload.form != Payload::Form::kAbbreviated) {
     return text;
   }

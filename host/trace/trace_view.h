@@ -36,11 +36,11 @@ struct StepCounts {
 // "UPLOAD_REQUEST", "unknown type 300"
 std::string packetTitle(const PacketRecord &packet);
 
-// The whole payload, or what the trace holds of it, as text that is safe to show.
-std::string payloadText(const Payload &payload, bool indented);
+// Returns the payload as far as the trace has it, without control characters, with one JSON value a line.
+std::string indentedPayload(const Payload &payload);
 
-// payloadText() on one line, of at most limit bytes.
-std::string shortPayloadText(const Payload &payload, std::size_t limit);
+// Returns the payload on one line of at most `limit` bytes.
+std::string shortPayload(const Payload &payload, std::size_t limit);
 
 // "143 bytes"
 std::string sizeText(const PacketRecord &packet);
