@@ -48,8 +48,8 @@ const StepResult &JobSteps::run(const std::string &step, RequestServer &server) 
   filesBefore_ = meter_.files;
   bytesBefore_ = meter_.bytes;
   display_.stepBegins(step);
-  TracingListener listener(*this, trace_);
-  StepResult result = runStep(request, server, interruption_, listener);
+  TracingListener tracer(trace_);
+  StepResult result = runStep(request, server, interruption_, {&tracer, this});
   trace_.stepEnded(outcomeText(result.outcome), exitCodeOf(result.outcome));
   display_.stepEnds(outcomeText(result.outcome), result.outcome == Outcome::kSuccess,
                     result.seconds);

@@ -56,7 +56,6 @@ class JobSteps : private StepListener {
  private:
   void onStart(const StepRequest &request, std::int64_t pid) override;
   void onLine(const PluginLine &line) override { display_.pluginLine(line); }
-  void onPacket(Side, std::uint16_t, std::string_view, const Verdict &) override {}
   void onGarbage(Side from, std::string_view bytes, const std::string &reason) override;
   void onAnswer(ZARN::ARVLAPP::PACKET_TYPE request, const Json::Value &payload,
                 const std::optional<std::string> &denial) override;

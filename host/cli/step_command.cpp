@@ -61,7 +61,6 @@ class Display : public StepListener {
   void onLine(const PluginLine &line) override {
     std::cout << pluginLineText(line) << '\n' << std::flush;
   }
-  void onPacket(Side, std::uint16_t, std::string_view, const Verdict &) override {}
   void onGarbage(Side, std::string_view bytes, const std::string &reason) override {
     std::cout << "[host] " << reason << "; the bytes begin with " << toHex(bytes) << '\n';
   }
@@ -172,9 +171,10 @@ void showProgress(const std::string &stage, int percentage) {
 }
 
 // Lets go of the signals when the step is over, so that the output after it can be interrupted.
-StepResult runOneStep(const StepRequest &request, RequestServer &server, StepListener &listener) {
+StepResult runOneStep(const StepRequest &request, RequestServer &server,
+                      const StepListeners &listeners) {
   Interruption interruption;
-  return runStep(request, server, interruption, listener);
+  return runStep(request, server, interruption, listeners);
 }
 
 int runStepCommand(const StepOptions &options) {
@@ -206,8 +206,8 @@ int runStepCommand(const StepOptions &options) {
   Display display;
   TraceWriter trace;
   openTrace(options.plugin, trace);
-  TracingListener listener(display, trace);
-  const StepResult result = runOneStep(request, framework, listener);
+  TracingListener tracer(trace);
+  const StepResult result = runOneStep(request, framework, {&tracer, &display});
   trace.stepEnded(outcomeText(result.outcome), exitCodeOf(result.outcome));
   printSkipped(watcher.skipped());
   printResult(options.step, result);

@@ -1,4 +1,4 @@
-// Sees what happens during a step.
+// What a step reports while it runs.
 #ifndef ARVL_HOST_STEP_STEP_LISTENER_H_
 #define ARVL_HOST_STEP_STEP_LISTENER_H_
 
@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "step/log_source.h"
 #include "step/outcome.h"
@@ -18,23 +19,26 @@
 
 namespace arvl_host {
 
-// What a plug-in says beside its packets.
+// A line that a plug-in writes to stdout, stderr or syslog.
 struct PluginLine {
   LogSource source;
   int priority;  // of a syslog line, LOG_EMERG to LOG_DEBUG
   std::string_view text;
 };
 
-// Sees what happens, as it happens.
+// Is called during a step as things happen, on the thread of the event loop. Each function does nothing
+// unless a listener overrides it.
 class StepListener {
  public:
   virtual ~StepListener() = default;
-  virtual void onStart(const StepRequest &request, std::int64_t pid) = 0;
-  virtual void onLine(const PluginLine &line) = 0;
-  virtual void onPacket(Side from, std::uint16_t type, std::string_view payload,
-                        const Verdict &verdict) = 0;
-  virtual void onGarbage(Side from, std::string_view bytes, const std::string &reason) = 0;
-  // A request that the rule book found valid is answered; with a failure, if there is a reason of one.
+  virtual void onStart(const StepRequest & /*request*/, std::int64_t /*pid*/) {}
+  virtual void onLine(const PluginLine & /*line*/) {}
+  virtual void onPacket(Side /*from*/, std::uint16_t /*type*/, std::string_view /*payload*/,
+                        const Verdict & /*verdict*/) {}
+  // Bytes that are not a packet, and the reason.
+  virtual void onGarbage(Side /*from*/, std::string_view /*bytes*/,
+                         const std::string & /*reason*/) {}
+  // A valid request is answered. A denial is the reason of a failure.
   virtual void onAnswer(ZARN::ARVLAPP::PACKET_TYPE /*request*/, const Json::Value & /*payload*/,
                         const std::optional<std::string> & /*denial*/) {}
   // The step ends early: the plug-in is being canceled.
@@ -42,6 +46,9 @@ class StepListener {
   // Ten times a second.
   virtual void onTick() {}
 };
+
+// Called in this order.
+using StepListeners = std::vector<StepListener *>;
 
 }  // namespace arvl_host
 

@@ -133,8 +133,8 @@ std::string signalText(int number) {
 class StepRunner {
  public:
   StepRunner(const StepRequest &request, RequestServer &server, Interruption &interruption,
-             StepListener &listener)
-      : request_(request), server_(server), interruption_(interruption), listener_(listener) {}
+             const StepListeners &listeners)
+      : request_(request), server_(server), interruption_(interruption), listeners_(listeners) {}
   ~StepRunner();
   StepRunner(const StepRunner &) = delete;
   StepRunner &operator=(const StepRunner &) = delete;
@@ -165,6 +165,12 @@ class StepRunner {
     } catch (...) {
       failure_ = std::current_exception();
       event_base_loopbreak(base_.get());
+    }
+  }
+  template <typename... Parameters, typename... Arguments>
+  void tell(void (StepListener::*event)(Parameters...), const Arguments &...arguments) {
+    for (StepListener *listener : listeners_) {
+      (listener->*event)(arguments...);
     }
   }
 
@@ -207,7 +213,7 @@ class StepRunner {
   void takeSignals();
   void onSignal();
   void onTimeout();
-  void onTick() { listener_.onTick(); }
+  void onTick() { tell(&StepListener::onTick); }
   void onChild();
   void finishIfOver();
   void finish();
@@ -216,7 +222,7 @@ class StepRunner {
   const StepRequest &request_;
   RequestServer &server_;
   Interruption &interruption_;
-  StepListener &listener_;
+  const StepListeners &listeners_;
 
   Owned<event_base> base_;
   PluginProcess plugin_;
@@ -225,10 +231,10 @@ class StepRunner {
   Owned<event> signalWatcher_, childWatcher_;
   Owned<event> timeoutTimer_, graceTimer_, tickTimer_, workWatcher_;
   LineSplitter outputLines_{[this](std::string_view line) {
-    listener_.onLine({LogSource::kStdout, LOG_INFO, line});
+    tell(&StepListener::onLine, PluginLine{LogSource::kStdout, LOG_INFO, line});
   }};
   LineSplitter errorLines_{[this](std::string_view line) {
-    listener_.onLine({LogSource::kStderr, LOG_INFO, line});
+    tell(&StepListener::onLine, PluginLine{LogSource::kStderr, LOG_INFO, line});
   }};
 
   steady_clock::time_point begin_;
@@ -270,7 +276,7 @@ StepResult StepRunner::run() {
   prctl(PR_SET_CHILD_SUBREAPER, 1);  // orphans of the plug-in come to the host, which reaps them
   begin_ = steady_clock::now();
   plugin_ = startPlugin(request_.executable, request_.frameworkVersion);
-  listener_.onStart(request_, plugin_.pid);
+  tell(&StepListener::onStart, request_, plugin_.pid);
   connect();
   event_base_dispatch(base_.get());
   if (failure_) {
@@ -369,7 +375,8 @@ bool StepRunner::readPacket(evbuffer *input) {
                   " bytes; the protocol allows " + std::to_string(kMaxPayloadLength);
     const std::size_t shown = std::min<std::size_t>(buffered, 64);
     const auto *bytes = evbuffer_pullup(input, static_cast<ev_ssize_t>(shown));
-    listener_.onGarbage(Side::kPlugin, {reinterpret_cast<const char *>(bytes), shown}, reason);
+    tell(&StepListener::onGarbage, Side::kPlugin,
+         std::string_view(reinterpret_cast<const char *>(bytes), shown), reason);
     violate(reason, {});
     return false;
   }
@@ -399,7 +406,8 @@ void StepRunner::onPacketExamined() {
 void StepRunner::handlePacket(ReceivedPacket packet) {
   const PACKET_TYPE type = packet.type;
   ++result_.packets;
-  listener_.onPacket(Side::kPlugin, static_cast<std::uint16_t>(type), packet.text, packet.verdict);
+  tell(&StepListener::onPacket, Side::kPlugin, static_cast<std::uint16_t>(type), packet.text,
+       packet.verdict);
   if (connection_ == nullptr) {
     return;  // the step was canceled while the packet was examined
   }
@@ -459,8 +467,8 @@ void StepRunner::onDisconnect() {
     endedInsidePacket_ = true;
     const std::size_t shown = std::min<std::size_t>(left, 64);
     const auto *bytes = evbuffer_pullup(input, static_cast<ev_ssize_t>(shown));
-    listener_.onGarbage(Side::kPlugin, {reinterpret_cast<const char *>(bytes), shown},
-                        kEndedInsidePacket);
+    tell(&StepListener::onGarbage, Side::kPlugin,
+         std::string_view(reinterpret_cast<const char *>(bytes), shown), kEndedInsidePacket);
   }
   disconnect();
   if (!isCompleted_ || endedInsidePacket_) {
@@ -513,7 +521,7 @@ void StepRunner::sendAnswer() {
     violate(packetName(asked_) + " is not served here", {});
     return;
   }
-  listener_.onAnswer(asked_, question, answer->denial);
+  tell(&StepListener::onAnswer, asked_, question, answer->denial);
   if (!fitsPacket(answer->text.size())) {
     violate("the answer to the plug-in's " + packetName(asked_) + " would have " +
                 std::to_string(answer->text.size()) + " bytes, more than a packet carries",
@@ -525,7 +533,7 @@ void StepRunner::sendAnswer() {
   header.payloadLength = static_cast<std::uint32_t>(answer->text.size());
   const PacketHeaderBytes bytes = encodePacketHeader(header);
   ++result_.packets;
-  listener_.onPacket(Side::kFramework, header.type, answer->text, answer->verdict);
+  tell(&StepListener::onPacket, Side::kFramework, header.type, answer->text, answer->verdict);
   if (canWrite_) {
     bufferevent_write(connection_.get(), bytes.data(), bytes.size());
     bufferevent_write(connection_.get(), answer->text.data(), answer->text.size());
@@ -599,7 +607,7 @@ bool StepRunner::readLogLine() {
     return false;
   }
   const std::string_view text(record + 1, static_cast<std::size_t>(size) - 1);
-  listener_.onLine({LogSource::kSyslog, record[0], text});
+  tell(&StepListener::onLine, PluginLine{LogSource::kSyslog, record[0], text});
   return true;
 }
 
@@ -620,7 +628,7 @@ void StepRunner::cancel(Outcome outcome, const std::string &reason) {
   isDecided_ = true;
   result_.outcome = outcome;
   result_.reason = reason;
-  listener_.onCancel(outcome);
+  tell(&StepListener::onCancel, outcome);
   server_.cancel();
   event_del(timeoutTimer_.get());
   signalToSend_ = SIGTERM;
@@ -736,8 +744,8 @@ StepResult StepRunner::conclude() {
 }  // namespace
 
 StepResult runStep(const StepRequest &request, RequestServer &server, Interruption &interruption,
-                   StepListener &listener) {
-  return StepRunner(request, server, interruption, listener).run();
+                   const StepListeners &listeners) {
+  return StepRunner(request, server, interruption, listeners).run();
 }
 
 }  // namespace arvl_host

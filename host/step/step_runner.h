@@ -30,7 +30,7 @@ struct StepResult {
 // arrived before the call, cancels the plug-in by closing its socket; a second one kills it. Throws
 // std::runtime_error if it could not be started.
 StepResult runStep(const StepRequest &request, RequestServer &server, Interruption &interruption,
-                   StepListener &listener);
+                   const StepListeners &listeners);
 
 }  // namespace arvl_host
 

@@ -45,11 +45,9 @@ class NoServer : public RequestServer {
 class Listener : public StepListener {
  public:
   void onStart(const StepRequest &, std::int64_t pid) override { pid_ = static_cast<pid_t>(pid); }
-  void onLine(const PluginLine &) override {}
   void onPacket(Side, std::uint16_t, std::string_view payload, const Verdict &) override {
     bytes += payload.size();
   }
-  void onGarbage(Side, std::string_view, const std::string &) override {}
   void onCancel(Outcome) override { canceled.set_value(); }
 
   // Of the two ticks after the plug-in has been reaped, the second comes after a grace that is shorter.
@@ -94,7 +92,7 @@ TEST(StepRunner, IsCanceledWhileItReadsALargePayload) {
     return true;
   };
   const StepResult result = runStep(requestOf("completes with a long text", std::chrono::hours(1)),
-                                    server, interruption, listener);
+                                    server, interruption, {&listener});
   EXPECT_EQ(result.outcome, Outcome::kInterrupted);
   EXPECT_GT(listener.bytes, 33554400u);  // a trace has the packet all the same
 }
@@ -105,7 +103,7 @@ TEST(StepRunner, IsCanceledByASignalThatArrivedBeforeIt) {
   Listener listener;
   raise(SIGTERM);
   const StepResult result = runStep(requestOf("waits for a cancel", std::chrono::hours(1)), server,
-                                    interruption, listener);
+                                    interruption, {&listener});
   EXPECT_EQ(result.outcome, Outcome::kInterrupted);
   EXPECT_THROW(interruption.check(), Interrupted);
 }
@@ -117,8 +115,33 @@ TEST(StepRunner, KillsThePluginAfterTwoSignalsThatArrivedBeforeIt) {
   raise(SIGINT);
   raise(SIGINT);
   const StepResult result = runStep(requestOf("hangs and ignores TERM", std::chrono::hours(1)),
-                                    server, interruption, listener);
+                                    server, interruption, {&listener});
   EXPECT_EQ(result.outcome, Outcome::kInterrupted);
+}
+
+// Appends its name to a common list, which shows the order of the calls.
+class NamedListener : public StepListener {
+ public:
+  NamedListener(std::string name, std::string &calls) : name_(std::move(name)), calls_(calls) {}
+
+  void onStart(const StepRequest &, std::int64_t) override { calls_ += name_ + " start, "; }
+  void onCancel(Outcome) override { calls_ += name_ + " cancel, "; }
+
+ private:
+  const std::string name_;
+  std::string &calls_;
+};
+
+TEST(StepRunner, CallsEachListenerInOrder) {
+  NoServer server;
+  Interruption interruption;
+  std::string calls;
+  NamedListener first("first", calls);
+  NamedListener second("second", calls);
+  raise(SIGINT);
+  runStep(requestOf("waits for a cancel", std::chrono::hours(1)), server, interruption,
+          {&first, &second});
+  EXPECT_EQ(calls, "first start, second start, first cancel, second cancel, ");
 }
 
 // The completion that is being read counts, although the grace after the end is over.
@@ -133,7 +156,7 @@ TEST(StepRunner, ReadsTheLastPayloadOfAPluginThatIsGone) {
   };
   const StepResult result =
       runStep(requestOf("completes with a long text", std::chrono::milliseconds(1)), server,
-              interruption, listener);
+              interruption, {&listener});
   EXPECT_EQ(result.outcome, Outcome::kSuccess);
 }
 
