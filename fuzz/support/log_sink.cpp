@@ -4,8 +4,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "protocol/log_functions.h"
 #include "support/check.h"
-#include "util/log_functions.h"
 
 namespace arvl_fuzz {
 

@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <exception>
 
-#include "util/log_functions.h"
+#include "protocol/log_functions.h"
 
 namespace arvl_host {
 

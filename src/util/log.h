@@ -2,7 +2,7 @@
 // source file and the line of the logging statement.
 //
 // The macro calls syslog directly, so that the compiler checks each format against its arguments and a
-// process can interpose syslog to receive the lines, see log_functions.h. Keep each use on one physical
+// process can interpose syslog to receive the lines, see protocol/log_functions.h. Keep each use on one physical
 // line: compilers disagree about __LINE__ in a wrapped call. __extension__ allows "%m", a conversion of
 // syslog.
 #ifndef ZARN_UTIL_LOG_H_

@@ -6,7 +6,7 @@
 #include <mutex>
 #include <utility>
 
-#include "util/log_functions.h"
+#include "protocol/log_functions.h"
 
 namespace arvl_test {
 

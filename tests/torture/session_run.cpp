@@ -16,8 +16,8 @@
 #include <new>
 #include <thread>
 
+#include "protocol/log_functions.h"
 #include "protocol/packet_frame.h"
-#include "util/log_functions.h"
 
 namespace arvl_test {
 

@@ -13,8 +13,8 @@
 #include <memory>
 #include <new>
 
+#include "protocol/log_functions.h"
 #include "step/log_channel.h"
-#include "util/log_functions.h"
 
 namespace {
 

@@ -2,8 +2,8 @@
 // and __syslog_chk, which a build with _FORTIFY_SOURCE (as of every Debian package) calls instead.
 //
 // One source file of a program or of a preloaded object includes this header and defines takeLogLine.
-#ifndef ZARN_UTIL_LOG_FUNCTIONS_H_
-#define ZARN_UTIL_LOG_FUNCTIONS_H_
+#ifndef ZARN_PROTOCOL_LOG_FUNCTIONS_H_
+#define ZARN_PROTOCOL_LOG_FUNCTIONS_H_
 
 #include <syslog.h>
 
@@ -35,4 +35,4 @@ extern "C" ZARN_EXPORT __attribute__((format(printf, 3, 4))) void __syslog_chk(i
   va_end(arguments);
 }
 
-#endif  // ZARN_UTIL_LOG_FUNCTIONS_H_
+#endif  // ZARN_PROTOCOL_LOG_FUNCTIONS_H_
