@@ -36,23 +36,24 @@ bool fitsProtocol(std::int64_t number) {
          number <= std::numeric_limits<std::int32_t>::max();
 }
 
-// What a page takes of a packet at most; the rest is room for what stands around the entries.
+// The maximum size of the entries of a page. The rest of the packet is for the other members.
 constexpr std::size_t kMaxPageBytes = kMaxPayloadLength - (1 << 20);
 
-// Of a text that is shown again and again; what is longer is cut.
+// Longer stages are cut, because they are shown many times.
 constexpr std::size_t kMaxShownStage = 4096;
 
-// Listings that a plug-in may have open at once. One that begins more loses the oldest.
+// The maximum number of open listings. A further one replaces the oldest.
 constexpr std::size_t kMaxListings = 16;
 
-// At least what the entry takes in a page: a character that is not plain is written as \u1234.
+// Returns an upper bound of the size of an entry in a page. JSON text has \u1234 for a character that is
+// not plain.
 std::size_t jsonBytes(const std::string &path) {
   const auto isPlain = [](char c) { return c >= ' ' && c <= '~' && c != '"' && c != '\\'; };
   const auto plain = static_cast<std::size_t>(std::count_if(path.begin(), path.end(), isPlain));
   return 100 + plain + 6 * (path.size() - plain);
 }
 
-// What a listing cannot say is an error that names the entry.
+// Throws StoreError that names the entry if a listing cannot represent it.
 void checkListable(const std::string &path, const StoreEntry &entry) {
   const std::string whole = path + "/" + entry.name;
   const std::string shown = "\"" + visibleText(whole) + "\"";
@@ -65,8 +66,8 @@ void checkListable(const std::string &path, const StoreEntry &entry) {
   }
 }
 
-// One that the kernel would refuse anyway is not taken apart, nor repeated in an error: it may have the
-// length of a packet.
+// Returns the path. Throws StoreError for a path that the kernel would refuse for its length, and does not
+// repeat it: it may be as long as a packet.
 std::string pathIn(const Json::Value &object) {
   std::string path = object["path"].asString();
   if (path.size() > PATH_MAX + NAME_MAX) {
@@ -122,7 +123,7 @@ Json::Value makeExportResult(const Json::Value &content) {
 void checkExternalHandlerResult(const Json::Value &value) {
   Json::Value content(Json::objectValue);
   content["export_result"] = success();
-  content["export_result"]["app_data_version"] = "1.0";  // any will do
+  content["export_result"]["app_data_version"] = "1.0";  // any version
   content["external_handler_result"] = value;
   makeExportResult(content);
 }
@@ -182,8 +183,8 @@ const Store &Framework::store() const {
   return *store_;
 }
 
-// Even a failure carries its items, each with what became of it; an item that fails does not stop the
-// others.
+// Transfers every item, even after one has failed. The answer has the result of each item, also if it is a
+// failure.
 Json::Value Framework::transfer(const Json::Value &request,
                                 const TransferItem &transferItem) const {
   Json::Value outcomes(Json::arrayValue);
@@ -227,7 +228,7 @@ Json::Value Framework::createDir(const Json::Value &request) const {
   return answer;
 }
 
-// A folder that a listing cannot tell of in full is not listed at all.
+// Checks all entries first: a directory with an entry that cannot be listed is not listed at all.
 Framework::Listing Framework::beginListing(const std::string &path) const {
   Listing listing = {"", path.substr(0, path.find_last_not_of('/') + 1),  // "" for the root
                      store().list(path), std::nullopt};
@@ -244,7 +245,7 @@ Framework::Listing Framework::continueListing(const std::string &token) {
       std::find_if(listings_.begin(), listings_.end(),
                    [&token](const Listing &listing) { return listing.token == token; });
   if (found == listings_.end()) {
-    throw StoreError("no listing goes on with this request_id");
+    throw StoreError("unknown request_id");
   }
   Listing listing = std::move(*found);
   listings_.erase(found);
@@ -262,7 +263,7 @@ Json::Value Framework::takePage(Listing &listing, std::size_t limit) const {
   std::size_t bytes = 0;
   Json::Value entries(Json::arrayValue);
   for (; listing.next && entries.size() < limit; listing.next = listing.entries.next()) {
-    checkListable(listing.path, *listing.next);  // it may be new since the listing was begun
+    checkListable(listing.path, *listing.next);  // it may be newer than the listing
     Json::Value entry = describe(listing.path, *listing.next);
     bytes += jsonBytes(entry["path"].asString());
     if (bytes > kMaxPageBytes && !entries.empty()) {

@@ -1,4 +1,4 @@
-// What the framework knows and serves: answers every request of a plug-in.
+// Answers the requests of a plug-in, from values and a store.
 #ifndef ARVL_HOST_FRAMEWORK_FRAMEWORK_H_
 #define ARVL_HOST_FRAMEWORK_FRAMEWORK_H_
 
@@ -21,27 +21,27 @@ struct FrameworkValues {
   std::string language = "enu";
   std::vector<std::string> folders;
   std::vector<std::string> apps;
-  Json::Value exportResult;     // the whole answer; null: there is none
-  std::size_t listPage = 1000;  // entries a page, at most
+  Json::Value exportResult;     // the complete answer; null: none
+  std::size_t listPage = 1000;  // maximum entries per page
 };
 
-// Makes the answer out of what a file holds: an object with "export_result" and, optionally,
-// "external_handler_result" (null: there is none), or the export result alone. Throws std::runtime_error, with the lines of
-// the rule book, if the answer would break it.
+// Returns the answer to a request for the export result. `content` is an object with "export_result" and,
+// optionally, "external_handler_result" (null: none), or the export result alone. Throws std::runtime_error
+// with the lines of the rule book if the answer would be invalid.
 Json::Value makeExportResult(const Json::Value &content);
 
-// Throws std::runtime_error, with the lines of the rule book, if an export result could not be handed out
-// with it.
+// Throws std::runtime_error with the lines of the rule book if an export result with this value would be
+// invalid.
 void checkExternalHandlerResult(const Json::Value &value);
 
-// Throws std::runtime_error if an answer with this value would be more than a packet carries.
+// Throws std::runtime_error if an answer with this value would not fit a packet.
 void checkFitsPacket(const Json::Value &value);
 
 class Framework : public RequestServer {
  public:
   using Progress = std::function<void(const std::string &stage, int percentage)>;
 
-  // store may be null: requests for files are then denied. It has to outlive this.
+  // `store` must outlive the framework. If it is null, requests for files are denied.
   Framework(FrameworkValues values, Store *store, Progress progress);
 
   std::optional<Json::Value> answer(ZARN::ARVLAPP::PACKET_TYPE request,
@@ -51,13 +51,12 @@ class Framework : public RequestServer {
  private:
   using TransferItem = std::function<void(const Json::Value &item)>;
 
-  // A listing that has been begun, and how far it has been handed out. It is read page by page: a folder
-  // may hold more than the memory.
+  // A listing in progress. It is read page by page, as a directory may have more entries than fit in memory.
   struct Listing {
-    std::string token;  // of the page that comes next
+    std::string token;  // the request_id of the next page
     std::string path;
     StoreListing entries;
-    std::optional<StoreEntry> next;  // the first that is not handed out
+    std::optional<StoreEntry> next;  // the first entry of the next page
   };
 
   Json::Value transfer(const Json::Value &request, const TransferItem &transferItem) const;

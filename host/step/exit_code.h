@@ -1,4 +1,4 @@
-// What arvl-host ends with. Each command's help and the README tell people of them.
+// The exit codes of arvl-host. The help of each command and the README list them.
 #ifndef ARVL_HOST_STEP_EXIT_CODE_H_
 #define ARVL_HOST_STEP_EXIT_CODE_H_
 
@@ -6,12 +6,12 @@ namespace arvl_host {
 
 enum ExitCode : int {
   kExitSuccess = 0,
-  kExitFailure = 1,    // the plug-in's word, or no sound backup
-  kExitHostError = 2,  // wrong usage, or what the host could not do
+  kExitFailure = 1,    // reported by the plug-in, or no valid backup
+  kExitHostError = 2,  // wrong usage, or an error of the host
   kExitProtocolViolation = 3,
   kExitTimeout = 4,
   kExitDied = 5,
-  kExitInterrupted = 130,  // 128 and SIGINT's number, as of a shell
+  kExitInterrupted = 130,  // 128 + SIGINT, as in a shell
 };
 
 }  // namespace arvl_host

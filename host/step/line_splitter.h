@@ -1,4 +1,4 @@
-// Lines out of a stream that may hold anything, in bounded memory.
+// Splits a stream of any bytes into lines, in bounded memory.
 #ifndef ARVL_HOST_STEP_LINE_SPLITTER_H_
 #define ARVL_HOST_STEP_LINE_SPLITTER_H_
 
@@ -11,7 +11,7 @@ namespace arvl_host {
 
 class LineSplitter {
  public:
-  // Of a longer line, what follows these bytes is counted and not kept.
+  // The bytes of a line beyond this are counted and dropped.
   static constexpr std::size_t kMaxLine = 4096;
 
   using Sink = std::function<void(std::string_view line)>;
@@ -19,7 +19,7 @@ class LineSplitter {
   explicit LineSplitter(Sink sink) : sink_(std::move(sink)) {}
 
   void add(std::string_view bytes);
-  // What the stream ended with, if that was not a line feed.
+  // Emits the last line if the stream did not end with a line feed.
   void finish();
 
  private:

@@ -1,7 +1,7 @@
-// How the syslog lines of a plug-in reach the host: the preload object sends each as one record over a
+// The channel for the syslog lines of a plug-in. The preload object sends each line as one record to a
 // descriptor that the plug-in inherits.
 //
-// A record is the line's priority, one byte, and then its text, cut to what fits.
+// A record is one byte of priority and the text, which is cut to fit.
 #ifndef ARVL_HOST_STEP_LOG_CHANNEL_H_
 #define ARVL_HOST_STEP_LOG_CHANNEL_H_
 
@@ -9,8 +9,8 @@
 
 namespace arvl_host {
 
-// Environment: the number of the descriptor, a datagram socket, and the number of its inode, by which a
-// plug-in that closed the one and uses its number for something else is told from one that did not.
+// Environment variables with the number of the descriptor, a datagram socket, and its inode number. The inode
+// shows whether the plug-in has closed the socket and reused the number.
 constexpr const char *kLogChannelVariable = "ARVL_HOST_LOG_FD";
 constexpr const char *kLogChannelInodeVariable = "ARVL_HOST_LOG_INODE";
 

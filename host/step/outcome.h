@@ -8,11 +8,11 @@ namespace arvl_host {
 
 enum class Outcome {
   kSuccess,
-  kFailure,  // as the plug-in reported it
+  kFailure,  // reported by the plug-in
   kProtocolViolation,
   kTimeout,
   kDied,         // crashed, or ended without a completion
-  kInterrupted,  // SIGINT, SIGTERM or SIGHUP to the host
+  kInterrupted,  // the host received SIGINT, SIGTERM or SIGHUP
 };
 
 // Returns the outcome in words: "success", "protocol violation".

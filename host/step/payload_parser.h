@@ -1,5 +1,4 @@
-// The payloads of packets as values. Their senders may be anybody: what would take too much memory is not
-// parsed.
+// Parses payloads from untrusted senders within a memory limit.
 #ifndef ARVL_HOST_STEP_PAYLOAD_PARSER_H_
 #define ARVL_HOST_STEP_PAYLOAD_PARSER_H_
 
@@ -11,13 +10,13 @@
 
 namespace arvl_host {
 
-// A value takes up to 160 bytes beside its text, and the host holds a payload several times while it answers:
-// together with the longest text, below 512 MiB.
+// A value takes up to 160 bytes in addition to its text, and an answer holds several copies of a payload.
+// With this limit they stay below 512 MiB even with the longest text.
 constexpr std::size_t kMaxPayloadValues = 100000;
 
 enum class PayloadStatus { kParsed, kNotJson, kTooManyValues };
 
-// A request without content has no text at all, which reads as null. error says what is wrong.
+// Parses `text` into `payload`; an empty text gives null. On failure, sets `error` to the reason.
 PayloadStatus parsePayload(std::string_view text, Json::Value &payload, std::string &error);
 
 }  // namespace arvl_host

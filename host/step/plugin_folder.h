@@ -1,4 +1,4 @@
-// The folder of a plug-in: one executable for each step that it has.
+// Finds the executables of a plug-in: its directory has one for each step.
 #ifndef ARVL_HOST_STEP_PLUGIN_FOLDER_H_
 #define ARVL_HOST_STEP_PLUGIN_FOLDER_H_
 
@@ -6,9 +6,8 @@
 
 namespace arvl_host {
 
-// The absolute path of the step's executable; empty if there is none. What is there and cannot be run is
-// a mistake of the plug-in's author, and no sign that the step is not wanted: throws std::runtime_error
-// that names it.
+// Returns the absolute path of the step's executable, or an empty string if there is none. Throws
+// std::runtime_error that names a file which cannot be run: its author meant the plug-in to have the step.
 std::string findStep(const std::string &folder, const std::string &step);
 
 }  // namespace arvl_host

@@ -32,16 +32,16 @@ constexpr const char *kPreloadName = "libarvl-syslog-preload.so";
 std::pair<UniqueFd, UniqueFd> makeSocketPair(int type) {
   int ends[2];
   if (socketpair(AF_UNIX, type | SOCK_CLOEXEC, 0, ends) != 0) {
-    fail("cannot make a socket pair");
+    fail("cannot create a socket pair");
   }
   return {UniqueFd(ends[0]), UniqueFd(ends[1])};
 }
 
-// Reading end, writing end.
+// Returns the read end and the write end.
 std::pair<UniqueFd, UniqueFd> makePipe() {
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) {
-    fail("cannot make a pipe");
+    fail("cannot create a pipe");
   }
   return {UniqueFd(ends[0]), UniqueFd(ends[1])};
 }
@@ -50,9 +50,9 @@ void makeNonBlocking(int fd) {
   fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK);
 }
 
-// Beside the program in the build tree, below the library folder of the same prefix when installed.
-// Empty if it is not there, or below a folder whose name the loader would take for two: syslog lines then
-// go where they always go.
+// Returns the path of the preload object, next to the program in the build tree or in the library directory
+// of its prefix. Returns an empty string if there is none, or if its path has a character at which the loader
+// splits LD_PRELOAD: syslog lines then go to the system log.
 std::string findPreload() {
   std::error_code error;
   const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe", error);
@@ -75,7 +75,7 @@ std::string inodeOf(int fd) {
   return std::to_string(status.st_ino);
 }
 
-// A list that the user's own environment may have begun: ours goes first.
+// Returns a list variable with our entry in front of the entries of the user's environment.
 std::string listVariable(const std::string &name, const std::string &ours) {
   const char *theirs = std::getenv(name.c_str());
   return name + "=" + ours + (theirs != nullptr ? ":" + std::string(theirs) : "");
@@ -123,8 +123,8 @@ void resetSignals() {
   sigprocmask(SIG_SETMASK, &none, nullptr);
 }
 
-// A signal that comes between fork and exec must not run the host's handlers in the child: in the child,
-// signals are held back until it has handlers of its own. Zero there.
+// Forks with all signals blocked, or a signal before exec would run the host's handlers in the child. They
+// stay blocked in the child, where this returns 0.
 pid_t forkQuietly() {
   sigset_t all;
   sigset_t mask;
@@ -142,11 +142,11 @@ pid_t forkQuietly() {
   return pid;
 }
 
-// Of the host before it raised its own.
+// The limit before the host raised its own.
 rlimit pluginDescriptors = {};
 
-// In the child, between fork and exec: calls nothing that allocates. Returns only if it failed, with
-// the reason in errno.
+// Runs in the child between fork and exec, so it must not allocate. Returns only on failure, with the reason
+// in errno.
 void becomePlugin(char **arguments, char **environment, int socket, int output, int error,
                   int logChannel) {
   setpgid(0, 0);
@@ -197,7 +197,7 @@ PluginProcess startPlugin(const std::string &executable, const std::string &fram
     [[maybe_unused]] const ssize_t sent = write(pluginFailure.get(), &reason, sizeof reason);
     _exit(127);
   }
-  setpgid(plugin.pid, plugin.pid);  // whoever comes first; the child's own call may still be due
+  setpgid(plugin.pid, plugin.pid);  // the child may not have called it yet
 
   pluginFailure.reset();
   int reason = 0;

@@ -1,4 +1,4 @@
-// A plug-in started as the framework starts it, with every channel to it.
+// Starts a plug-in the way the framework does, with a channel to each of its streams.
 #ifndef ARVL_HOST_STEP_PLUGIN_PROCESS_H_
 #define ARVL_HOST_STEP_PLUGIN_PROCESS_H_
 
@@ -12,14 +12,14 @@ namespace arvl_host {
 
 struct PluginProcess {
   pid_t pid = -1;     // also the number of its process group
-  UniqueFd socket;    // the framework's end; non-blocking, as the channels below
+  UniqueFd socket;    // the framework's end; non-blocking, like the channels below
   UniqueFd output;    // its stdout
   UniqueFd error;     // its stderr
-  UniqueFd logLines;  // its syslog, see log_channel.h; a datagram each
+  UniqueFd logLines;  // its syslog lines, see log_channel.h
 };
 
-// Lets the host open as many descriptors as the system allows it: each level of a folder that is copied takes
-// some. Plug-ins keep the limit that there was.
+// Raises the host's limit of open descriptors to the maximum: a copy needs some for each directory level.
+// Plug-ins get the original limit.
 void raiseDescriptorLimit();
 
 // Runs executable with "-f" and "-v", in a process group of its own, with the default signal

@@ -1,4 +1,4 @@
-// The part of a framework that answers requests.
+// The interface of a framework that answers requests.
 #ifndef ARVL_HOST_STEP_REQUEST_SERVER_H_
 #define ARVL_HOST_STEP_REQUEST_SERVER_H_
 
@@ -10,15 +10,14 @@
 
 namespace arvl_host {
 
-// Answers requests that the rule book has found valid, one at a time; those that touch files on a
-// thread of their own.
+// Answers valid requests, one at a time. Requests that touch files are answered on the worker thread.
 class RequestServer {
  public:
   virtual ~RequestServer() = default;
-  // The payload of the response; nothing if the request is not served at all.
+  // Returns the payload of the response, or nothing if the request is not served.
   virtual std::optional<Json::Value> answer(ZARN::ARVLAPP::PACKET_TYPE request,
                                             const Json::Value &payload) = 0;
-  // The step ends: an answer that is under way is not waited for. Called beside it.
+  // Breaks off an answer in progress, because the step ends. May be called from another thread.
   virtual void cancel() = 0;
 };
 

@@ -12,7 +12,7 @@ namespace arvl_host {
 
 namespace {
 
-// Where the lines go while this thread judges a packet; null at other times.
+// Collects the lines while this thread judges a packet; null otherwise.
 thread_local std::vector<std::string> *collector = nullptr;
 
 std::string render(const char *format, va_list arguments) {
@@ -21,7 +21,7 @@ std::string render(const char *format, va_list arguments) {
   return text;
 }
 
-// "protocol_util.cpp:104 no member [path]" without the place in the source.
+// Returns "no member [path]" of "protocol_util.cpp:104 no member [path]".
 std::string withoutPlace(const std::string &line) {
   return line.substr(line.find(' ') + 1);
 }

@@ -1,4 +1,4 @@
-// The rule book with its reasons: what it logs while it judges a packet is collected.
+// Validates a packet with the rule book and collects the lines that it logs.
 #ifndef ARVL_HOST_STEP_RULE_BOOK_H_
 #define ARVL_HOST_STEP_RULE_BOOK_H_
 

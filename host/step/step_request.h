@@ -1,4 +1,4 @@
-// What a step is started with.
+// The parameters of a step.
 #ifndef ARVL_HOST_STEP_STEP_REQUEST_H_
 #define ARVL_HOST_STEP_STEP_REQUEST_H_
 
@@ -12,7 +12,7 @@ struct StepRequest {
   std::string executable;
   std::string frameworkVersion;
   std::chrono::milliseconds timeout;  // of the whole step
-  std::chrono::milliseconds grace;    // between closing the socket, TERM and KILL
+  std::chrono::milliseconds grace;    // before SIGTERM, and again before SIGKILL
 };
 
 }  // namespace arvl_host

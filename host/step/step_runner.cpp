@@ -1,10 +1,10 @@
-// The life of a step: running, then, once there is a reason to end it early, canceled (the socket is
-// closed), asked to end (TERM) and killed (KILL), each after a time of grace. It is over when the
-// plug-in has been reaped and its channels have been read to their end.
+// Runs a step. To end it early, the runner closes the socket, then sends SIGTERM, then SIGKILL, each after
+// the grace. The step is over when the plug-in has been reaped and its channels have been read to their
+// end.
 //
-// One event loop hears everything and never blocks; a request that touches files is served on a thread
-// beside it. The next packet is read when the answer to the one before has been written out, so that a
-// plug-in which only asks cannot fill the memory.
+// One event loop serves all channels and never blocks. A worker thread answers the requests that touch
+// files. The next packet is read only after the previous answer has been written, so that a plug-in that
+// sends requests and reads no answers cannot exhaust the memory.
 
 #include "step/step_runner.h"
 
@@ -56,14 +56,12 @@ struct EventDeleter {
 template <typename T>
 using Owned = std::unique_ptr<T, EventDeleter>;
 
-// Lines of the log channel that are read at once, before the loop looks at its other events; and more
-// than the kernel keeps of them.
-constexpr int kLogBatch = 64;
-constexpr int kLogQueue = 10000;
+constexpr int kLogBatch = 64;     // log lines per event, so that other events get their turn
+constexpr int kLogQueue = 10000;  // more log lines than the kernel queues
 
 constexpr milliseconds kTick{100};
 
-// A payload that is longer is read beside the loop, which takes some milliseconds otherwise.
+// A longer payload is parsed on the worker thread, or it would block the loop for milliseconds.
 constexpr std::size_t kReadAtOnce = 65536;
 
 constexpr const char *kEndedInsidePacket = "the connection ended inside a packet";
@@ -84,7 +82,7 @@ PacketKind kindOf(PACKET_TYPE type) {
   return packet != nullptr ? packet->kind : PacketKind::kNone;
 }
 
-// A packet of the plug-in's, and what the host makes of it.
+// A packet from the plug-in, with its payload and its verdict.
 struct ReceivedPacket {
   PACKET_TYPE type = PACKET_TYPE_NONE;
   std::string text;
@@ -93,7 +91,7 @@ struct ReceivedPacket {
   Verdict verdict;
 };
 
-// The rule book is not asked about what is the framework's to send.
+// Leaves out the rule book for packets that only the framework may send.
 void examine(ReceivedPacket &packet) {
   std::string error;
   packet.status = parsePayload(packet.text, packet.payload, error);
@@ -104,7 +102,7 @@ void examine(ReceivedPacket &packet) {
   }
 }
 
-// What the rule book leaves unsaid of an estimate that it refuses.
+// Returns why an estimate does not fit the protocol, or an empty string. The rule book does not say it.
 std::string explainEstimate(const Json::Value &estimate) {
   if (!estimate.isObject()) {
     return "";
@@ -118,11 +116,11 @@ std::string explainEstimate(const Json::Value &estimate) {
   return "";
 }
 
-// As it goes into a packet.
+// The payload of an answer as JSON text.
 struct Answer {
   std::string text;
   Verdict verdict;
-  std::optional<std::string> denial;  // of a failure, its reason
+  std::optional<std::string> denial;  // the reason of a failure
 };
 
 std::string signalText(int number) {
@@ -143,7 +141,7 @@ class StepRunner {
 
  private:
   // ---- Set-up.
-  // An event that calls the member function; for a signal, its number stands for the descriptor.
+  // Returns an event that calls the member function. For a signal, fd is its number.
   template <void (StepRunner::*Handler)()>
   Owned<event> watch(int fd, short what) {
     const auto callback = [](evutil_socket_t, short, void *self) {
@@ -157,7 +155,7 @@ class StepRunner {
     return watcher;
   }
   void connect();
-  // No exception may cross the event loop: it ends the loop, and run() throws it again.
+  // Keeps an exception from crossing the event loop: ends the loop, and run() rethrows it.
   template <typename Function>
   void guard(Function function) noexcept {
     try {
@@ -239,12 +237,12 @@ class StepRunner {
 
   steady_clock::time_point begin_;
   StepResult result_;
-  std::exception_ptr failure_;  // of the host's own
+  std::exception_ptr failure_;  // an error of the host
   bool canWrite_ = true;        // the plug-in still reads
-  bool isDecided_ = false;      // the outcome stands, whatever the plug-in does from now on
+  bool isDecided_ = false;      // the outcome cannot change any more
   bool isCompleted_ = false;
   bool endedInsidePacket_ = false;
-  int signalToSend_ = 0;  // when the grace is over
+  int signalToSend_ = 0;  // after the grace
   bool isReaped_ = false;
   bool isGroupGone_ = false;
   int status_ = 0;
@@ -256,7 +254,7 @@ class StepRunner {
   Json::Value question_;
   std::optional<Answer> answer_;
 
-  // The worker comes last, to be gone before what it works on.
+  // Declared last, so that it is destroyed before the data it works on.
   bool isWorking_ = false;
   void (StepRunner::*next_)() = nullptr;  // once it is done
   std::unique_ptr<Worker> worker_;
@@ -267,13 +265,13 @@ class StepRunner {
 StepResult StepRunner::run() {
   base_.reset(event_base_new());
   if (base_ == nullptr) {
-    throw std::runtime_error("cannot make an event loop");
+    throw std::runtime_error("cannot create an event loop");
   }
   // Before the plug-in starts, so that its end is not missed.
   childWatcher_ = watch<&StepRunner::onChild>(SIGCHLD, EV_SIGNAL | EV_PERSIST);
   event_add(childWatcher_.get(), nullptr);
 
-  prctl(PR_SET_CHILD_SUBREAPER, 1);  // orphans of the plug-in come to the host, which reaps them
+  prctl(PR_SET_CHILD_SUBREAPER, 1);  // the host reaps the orphans of the plug-in
   begin_ = steady_clock::now();
   plugin_ = startPlugin(request_.executable, request_.frameworkVersion);
   tell(&StepListener::onStart, request_, plugin_.pid);
@@ -286,7 +284,7 @@ StepResult StepRunner::run() {
   return conclude();
 }
 
-// After a failure of the host's own the plug-in is still there; an answer may be, after any.
+// After an error of the host, the plug-in may still run and an answer may still be in progress.
 StepRunner::~StepRunner() {
   if (isWorking_) {
     server_.cancel();
@@ -343,8 +341,8 @@ void StepRunner::connect() {
 
 // ---- The socket.
 
-// Also called when a packet has been examined or an answer written out, for the packets that came
-// meanwhile. A packet may have the connection closed.
+// Handles the packets in the buffer, also those that arrived during an examination or an answer. A packet
+// may close the connection.
 void StepRunner::readPackets() {
   while (connection_ != nullptr && !isAnswering() &&
          readPacket(bufferevent_get_input(connection_.get()))) {
@@ -359,7 +357,7 @@ bool StepRunner::isAnswering() const {
          (canWrite_ && evbuffer_get_length(bufferevent_get_output(connection_.get())) > 0);
 }
 
-// False when there is no whole packet.
+// Returns false if there is no complete packet.
 bool StepRunner::readPacket(evbuffer *input) {
   const std::size_t buffered = evbuffer_get_length(input);
   if (buffered < kPacketHeaderSize) {
@@ -450,7 +448,7 @@ void StepRunner::handleCompletion(PACKET_TYPE type, Json::Value payload) {
   result_.completion = std::move(payload);
 }
 
-// A plug-in that no longer reads may have written before: its packets are read to their end.
+// A plug-in that no longer reads may have sent packets before: they are still read.
 void StepRunner::onConnectionEvent(short what) {
   if ((what & BEV_EVENT_WRITING) != 0) {
     canWrite_ = false;
@@ -472,11 +470,11 @@ void StepRunner::onDisconnect() {
   }
   disconnect();
   if (!isCompleted_ || endedInsidePacket_) {
-    armGrace();  // as a rule it is ending, and how it ends says more than the close
+    armGrace();  // the plug-in is probably ending, and its exit status says more than the close
   }
 }
 
-// The plug-in's view: the framework is gone.
+// Closes the socket. To the plug-in, the framework is gone.
 void StepRunner::disconnect() {
   connection_.reset();
   finishIfOver();
@@ -548,7 +546,7 @@ void StepRunner::work(std::function<void()> task, void (StepRunner::*next)()) {
   worker_->start(std::move(task));
 }
 
-// The connection may be closed by now.
+// The connection may have been closed during the work.
 void StepRunner::onWorkDone() {
   worker_->finish();
   isWorking_ = false;
@@ -573,7 +571,7 @@ void StepRunner::readError() {
   }
 }
 
-// False once the stream has ended.
+// Returns false when the stream has ended.
 bool StepRunner::readStream(UniqueFd &fd, Owned<event> &watcher, LineSplitter &lines) {
   char buffer[64 * 1024];
   const ssize_t size = read(fd.get(), buffer, sizeof buffer);
@@ -599,7 +597,7 @@ void StepRunner::readLogLines(int limit) {
   }
 }
 
-// False when there is none.
+// Returns false if there is no line.
 bool StepRunner::readLogLine() {
   char record[kMaxLogRecord];
   const ssize_t size = recv(plugin_.logLines.get(), record, sizeof record, MSG_DONTWAIT);
@@ -620,7 +618,7 @@ void StepRunner::violate(const std::string &reason, const std::vector<std::strin
   cancel(Outcome::kProtocolViolation, reason);
 }
 
-// The first reason to end the step is the one that counts.
+// Only the first reason to end the step counts.
 void StepRunner::cancel(Outcome outcome, const std::string &reason) {
   if (isDecided_) {
     return;
@@ -641,12 +639,12 @@ void StepRunner::armGrace() {
   event_add(graceTimer_.get(), &grace);
 }
 
-// The grace is over: ask, then kill. It may be that of a close, which nobody has decided on before. When
-// the plug-in itself is gone already, something that left its process group still holds one of its
-// channels, and nobody waits for that.
+// Sends SIGTERM, then SIGKILL. After a close by the plug-in, this also decides the outcome. If the plug-in
+// is gone, a process outside its group still holds one of its channels: the step ends without waiting for
+// it.
 void StepRunner::escalate() {
   if (isReaped_ && isExamining()) {
-    armGrace();  // it may be the completion
+    armGrace();  // the packet may be the completion
     return;
   }
   if (isReaped_) {
@@ -682,7 +680,7 @@ void StepRunner::onTimeout() {
                                          : "the plug-in did not complete in time");
 }
 
-// Reaps the plug-in and, as their new parent, what it left behind in its process group.
+// Reaps the plug-in and the orphans in its process group.
 void StepRunner::onChild() {
   int status = 0;
   pid_t pid = 0;

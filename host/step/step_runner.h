@@ -1,5 +1,4 @@
-// One step of a job: a plug-in is started, its packets are judged and answered, and its end is
-// awaited, whatever it does.
+// Runs one step of a job: starts a plug-in, validates and answers its packets, and waits for its end.
 #ifndef ARVL_HOST_STEP_STEP_RUNNER_H_
 #define ARVL_HOST_STEP_STEP_RUNNER_H_
 
@@ -18,10 +17,10 @@ namespace arvl_host {
 
 struct StepResult {
   Outcome outcome = Outcome::kDied;
-  std::string reason;              // in words, where there is more to say than the outcome
-  std::vector<std::string> lines;  // of the rule book, for a protocol violation
+  std::string reason;              // in words, if the outcome alone does not say it
+  std::vector<std::string> lines;  // the rule book's lines about a protocol violation
   Json::Value completion;          // null if none came
-  Json::Value refusedEstimate;     // one that does not fit the 32 bits of the protocol; else null
+  Json::Value refusedEstimate;     // an estimate beyond the protocol's 32 bits; else null
   double seconds = 0;
   int packets = 0;  // in both directions
 };

@@ -14,7 +14,8 @@ namespace arvl_host {
 
 Worker::Worker() : done_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
   if (!done_) {
-    throw std::runtime_error(std::string("cannot make an event counter: ") + std::strerror(errno));
+    throw std::runtime_error(std::string("cannot create an event counter: ") +
+                             std::strerror(errno));
   }
   sigset_t all;
   sigset_t mask;

@@ -1,4 +1,4 @@
-// Does a task that may take long beside an event loop, which hears of its end through a descriptor.
+// Runs long tasks on a background thread and signals completion on a descriptor.
 #ifndef ARVL_HOST_STEP_WORKER_H_
 #define ARVL_HOST_STEP_WORKER_H_
 
@@ -12,8 +12,8 @@
 
 namespace arvl_host {
 
-// One task at a time, on one thread, which takes no signals. What the task writes may be read after
-// finish().
+// Owns one thread, which blocks all signals and runs one task at a time. The results of a task may be read
+// after finish().
 class Worker {
  public:
   // Throws std::runtime_error, or std::system_error.
@@ -23,9 +23,9 @@ class Worker {
   Worker &operator=(const Worker &) = delete;
 
   void start(std::function<void()> task);
-  // Readable once the task is done.
+  // Returns a descriptor that is readable when the task is done.
   int doneFd() const { return done_.get(); }
-  // To be called then, before the next task; throws what the task threw.
+  // Must be called when the task is done, before the next one. Rethrows the exception of the task.
   void finish();
 
  private:
@@ -34,7 +34,7 @@ class Worker {
   UniqueFd done_;
   std::mutex mutex_;
   std::condition_variable wake_;
-  std::function<void()> task_;  // none: wait for one
+  std::function<void()> task_;  // empty: the thread waits
   std::exception_ptr failure_;
   bool isOver_ = false;
   std::thread thread_;

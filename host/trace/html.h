@@ -1,4 +1,4 @@
-// Text in a page.
+// Escapes text for a page.
 #ifndef ARVL_HOST_TRACE_HTML_H_
 #define ARVL_HOST_TRACE_HTML_H_
 
@@ -7,7 +7,7 @@
 
 namespace arvl_host {
 
-// Returns text with the characters that HTML gives a meaning replaced.
+// Returns `text` with the special characters of HTML escaped.
 std::string escapeHtml(std::string_view text);
 
 }  // namespace arvl_host

@@ -21,14 +21,14 @@ namespace arvl_host {
 
 namespace {
 
-// Nothing may run or be fetched; the style sheet is the page's own.
+// Forbids scripts and fetches; the style sheet is inline.
 constexpr char kPolicy[] =
     "default-src 'none'; style-src 'unsafe-inline'; base-uri 'none'; form-action 'none'";
 
 constexpr std::int64_t kPauseWorthShowing = 1000000;  // microseconds
 constexpr std::size_t kInvalidListed = 50;
 
-// What the page shows together: the records of one step. Records before the first step have none.
+// The records of one step, or those before the first step, which have no `start`.
 struct Section {
   const StepStart *start = nullptr;
   const StepEnd *end = nullptr;
@@ -260,7 +260,7 @@ class PageWriter {
          << "</p></div></li>\n";
   }
 
-  // Everything that crosses the wire is a fold: an arrow to see, its content to open.
+  // Writes an arrow that can be opened to show the content.
   void openExchange(Side from, const TraceTime &time, bool invalid, const std::string &title,
                     const std::string &facts) {
     ++index_;
@@ -316,7 +316,7 @@ class PageWriter {
     out_ << "</div></div></details></li>\n";
   }
 
-  // In pieces: it may be a whole payload.
+  // Writes in pieces, as the text may be a long payload.
   void writeEscaped(std::string_view text) {
     constexpr std::size_t kPiece = 65536;
     for (std::size_t at = 0; at < text.size(); at += kPiece) {
@@ -324,7 +324,7 @@ class PageWriter {
     }
   }
 
-  // Where nothing happened for long, the lifelines show it.
+  // Shows a long time without records as a gap in the lifelines.
   void writePause(const TraceTime &time) {
     const std::int64_t pause = last_ == nullptr ? 0 : time.elapsed - last_->elapsed;
     last_ = &time;

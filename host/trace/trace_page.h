@@ -1,4 +1,4 @@
-// A trace as one page for a browser: the sequence diagram of its steps, in a file that needs no other.
+// Writes a trace as a self-contained HTML page with a sequence diagram of each step.
 #ifndef ARVL_HOST_TRACE_TRACE_PAGE_H_
 #define ARVL_HOST_TRACE_TRACE_PAGE_H_
 
@@ -8,8 +8,8 @@
 
 namespace arvl_host {
 
-// The page holds no script and fetches nothing, which its policy also forbids it; whatever the trace
-// holds is shown as text. The caller looks at the stream's state.
+// Writes the page. It has no script and fetches nothing, and its content security policy forbids both. All
+// contents of the trace are shown as text. The caller checks the stream for errors.
 void writeTracePage(const Trace &trace, std::ostream &out);
 
 }  // namespace arvl_host

@@ -1,4 +1,4 @@
-// trace_page.css, as the page carries it.
+// The contents of trace_page.css, for the page.
 #ifndef ARVL_HOST_TRACE_TRACE_PAGE_STYLE_H_
 #define ARVL_HOST_TRACE_TRACE_PAGE_STYLE_H_
 

@@ -16,7 +16,7 @@ namespace arvl_host {
 namespace {
 
 constexpr std::size_t kPayloadWidth = 100;
-constexpr std::size_t kNameWidth = 31;  // of the longest name
+constexpr std::size_t kNameWidth = 31;  // the length of the longest name
 constexpr std::size_t kGarbageShown = 32;
 
 std::string elapsedText(const TraceTime &time) {
@@ -25,7 +25,7 @@ std::string elapsedText(const TraceTime &time) {
   return text;
 }
 
-// Below a line of its own, under what follows the time.
+// Aligns a line with the text after the time in the line above.
 std::string indent() {
   return std::string(13, ' ');
 }

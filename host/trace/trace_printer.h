@@ -1,4 +1,4 @@
-// A trace as text for people: one line a packet, log lines in their place, a summary of each step.
+// Prints a trace as text: one line per packet and log line, and a summary of each step.
 #ifndef ARVL_HOST_TRACE_TRACE_PRINTER_H_
 #define ARVL_HOST_TRACE_TRACE_PRINTER_H_
 
@@ -10,8 +10,7 @@
 
 namespace arvl_host {
 
-// Prints record by record, so that a trace of any length takes no memory. No control character of the
-// trace reaches the stream.
+// Prints record by record, so that memory does not grow with the trace. Replaces control characters.
 class TracePrinter {
  public:
   TracePrinter(std::ostream &out, bool colour) : out_(out), colour_(colour) {}
@@ -37,8 +36,8 @@ class TracePrinter {
   StepCounts counts_;
 };
 
-// Prints all that a reader, open, still gives. On an error what came before it is printed, and the
-// result is false.
+// Prints the remaining records of an open reader. Returns false on an error, after printing the records before
+// it.
 bool printTrace(TraceReader &reader, std::ostream &out, bool colour);
 
 }  // namespace arvl_host

@@ -19,7 +19,7 @@ namespace arvl_host {
 
 namespace {
 
-// Times stand in the file as seconds; beyond this their microseconds would not fit.
+// The file has seconds. Larger values overflow in microseconds.
 constexpr double kMaxSeconds = 9e12;
 
 std::unique_ptr<Json::CharReader> makeJsonReader() {
@@ -37,7 +37,7 @@ bool parseLine(const std::string &text, Json::Value &line) {
   }
 }
 
-// Takes members out of a line; keeps the first thing that is wrong.
+// Reads the members of a line and keeps the first error.
 class Members {
  public:
   explicit Members(const Json::Value &line) : line_(line) {}
@@ -161,8 +161,8 @@ class Members {
   std::string error_;
 };
 
-// ---- One function for each kind of line. Braced initialisers are evaluated in order, so the first
-// member that is wrong, in the order of the file, is the one that is named.
+// ---- One function for each kind of line. Braced initialisers are evaluated in order, so the error names
+// the first wrong member of the line.
 
 StepStart stepStart(Members &line) {
   return {line.time(), line.string("step"), line.string("plugin"), line.string("framework_version"),
@@ -198,7 +198,7 @@ StepEnd stepEnd(Members &line) {
           line.seconds("seconds")};
 }
 
-// False, with the reason in error, for a line that is no record.
+// Returns false and sets `error` if the line is not a record.
 bool parseRecord(const Json::Value &json, TraceRecord &record, std::string &error) {
   Members line(json);
   const std::string kind = line.string("kind");

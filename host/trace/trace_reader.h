@@ -1,4 +1,4 @@
-// Reads a trace back, record by record. docs/trace.md describes the file.
+// Reads a trace, record by record. docs/trace.md describes the file.
 #ifndef ARVL_HOST_TRACE_TRACE_READER_H_
 #define ARVL_HOST_TRACE_TRACE_READER_H_
 
@@ -17,19 +17,19 @@ class TraceReader {
  public:
   enum class Status { kRecord, kEnd, kError };
 
-  // Opens a trace and reads its header. On failure returns false, and error() says why.
+  // Opens a trace and reads its header. Returns false on failure, with the reason in error().
   bool open(const std::string &file);
 
   const TraceHeader &header() const { return header_; }
 
-  // The next record, after a successful open(). Nothing can be read after kEnd or kError.
+  // Reads the next record, after a successful open(). Must not be called again after kEnd or kError.
   Status next(TraceRecord &record);
 
-  // "FILE:LINE: what is wrong there", after a failure.
+  // Returns "FILE:LINE: reason" after a failure.
   const std::string &error() const { return error_; }
 
-  // At the end: whether the last line is cut, as a host leaves it that died while it wrote. The line is
-  // left out.
+  // Returns, at the end, whether the last line is incomplete because the host died while it wrote. That line
+  // is skipped.
   bool endsInsideLine() const { return endsInsideLine_; }
 
  private:
@@ -46,13 +46,14 @@ class TraceReader {
   bool endsInsideLine_ = false;
 };
 
-// A whole trace in memory.
+// A complete trace in memory.
 struct Trace {
   TraceHeader header;
   std::vector<TraceRecord> records;
   bool endsInsideLine = false;
 };
 
+// Reads a complete trace. On failure returns false and sets `error`.
 bool readTrace(const std::string &file, Trace &trace, std::string &error);
 
 }  // namespace arvl_host

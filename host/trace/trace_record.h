@@ -1,4 +1,4 @@
-// What a trace holds, as its reader gives it back. docs/trace.md describes the file.
+// The records of a trace. docs/trace.md describes the file.
 #ifndef ARVL_HOST_TRACE_TRACE_RECORD_H_
 #define ARVL_HOST_TRACE_TRACE_RECORD_H_
 
@@ -15,13 +15,13 @@
 
 namespace arvl_host {
 
-// Raised with every change that an older reader would misread.
+// Incremented with every change that an older reader would misread.
 constexpr int kTraceFormat = 1;
 
 // In microseconds.
 struct TraceTime {
   std::int64_t wall = 0;     // since the epoch
-  std::int64_t elapsed = 0;  // since the trace was begun, by a clock that nobody sets
+  std::int64_t elapsed = 0;  // since the start of the trace, by the monotonic clock
 };
 
 struct TraceHeader {
@@ -40,10 +40,10 @@ struct StepStart {
 
 struct Payload {
   enum class Form {
-    kNone,         // the packet is its header alone
+    kNone,         // the packet has only a header
     kJson,         // value
-    kText,         // text, which is not JSON
-    kAbbreviated,  // text, which is how it begins
+    kText,         // text that is not JSON
+    kAbbreviated,  // text, the beginning of the payload
   };
   Form form = Form::kNone;
   Json::Value value;
@@ -60,20 +60,20 @@ struct PacketRecord {
   Verdict verdict;
 };
 
-// Bytes that make no packet.
+// Bytes that are not a packet.
 struct GarbageRecord {
   TraceTime time;
   Side from = Side::kPlugin;
   std::string reason;
   std::uint64_t bytes = 0;
-  std::string data;  // how they begin
+  std::string data;  // the first of them
 };
 
 struct LogRecord {
   TraceTime time;
   LogSource source = LogSource::kHost;
   std::uint64_t bytes = 0;
-  std::string text;  // how it begins
+  std::string text;  // the beginning of the line
 };
 
 struct StepEnd {

@@ -1,4 +1,4 @@
-// What the printed trace and the page of a trace show alike.
+// Texts that both the printed trace and the page show.
 #ifndef ARVL_HOST_TRACE_TRACE_VIEW_H_
 #define ARVL_HOST_TRACE_TRACE_VIEW_H_
 
@@ -11,10 +11,10 @@
 
 namespace arvl_host {
 
-// Finds out how long the framework took over each answer: a request of type n is answered by n + 1.
+// Measures how long the framework took for each answer.
 class AnswerTimer {
  public:
-  // Each packet in turn: the microseconds since its request if it is an answer.
+  // Takes each packet in turn. Returns the microseconds since its request if it is the answer to it.
   std::optional<std::int64_t> time(const PacketRecord &packet);
 
  private:
@@ -27,22 +27,23 @@ class AnswerTimer {
 
 struct StepCounts {
   std::uint64_t packets = 0;
-  std::uint64_t invalid = 0;  // packets the rule book refuses, and garbage
+  std::uint64_t invalid = 0;  // packets that the rule book refuses, and garbage
   std::uint64_t logLines = 0;
 
   void add(const TraceRecord &record);
 };
 
-// "UPLOAD_REQUEST", "unknown type 300"
+// Returns "UPLOAD_REQUEST" or "unknown type 300".
 std::string packetTitle(const PacketRecord &packet);
 
-// Returns the payload as far as the trace has it, without control characters, with one JSON value a line.
+// Returns the payload as far as the trace has it, without control characters, with
+// each JSON value on its own line.
 std::string indentedPayload(const Payload &payload);
 
 // Returns the payload on one line of at most `limit` bytes.
 std::string shortPayload(const Payload &payload, std::size_t limit);
 
-// "143 bytes"
+// Returns "143 bytes".
 std::string sizeText(const PacketRecord &packet);
 
 }  // namespace arvl_host

@@ -38,7 +38,7 @@ std::string nameInTrace(std::uint16_t type) {
   return packet != nullptr ? packet->name : "unknown";
 }
 
-// True when every byte was written. Sets errno otherwise.
+// Returns whether every byte was written. Sets errno otherwise.
 bool writeAll(int file, std::string_view bytes) {
   while (!bytes.empty()) {
     const ssize_t written = ::write(file, bytes.data(), bytes.size());
@@ -104,7 +104,7 @@ class TraceWriter::Line {
     return *this;
   }
 
-  // False, and nothing is added, for a value that nests too deep.
+  // Returns false and adds nothing if the value is nested too deep.
   bool json(const char *key, const Json::Value &value) {
     const std::size_t before = text_.size();
     if (appendJson(member(key), value, JsonLayout::kCompact)) {
@@ -114,7 +114,7 @@ class TraceWriter::Line {
     return false;
   }
 
-  // Ends the line, which may be too long to be copied.
+  // Ends the line and returns it without a copy, as it may be long.
   std::string_view finish() { return text_ += "}\n"; }
 
  private:
@@ -187,7 +187,7 @@ void TraceWriter::packet(Side from, std::uint16_t type, std::string_view payload
   write(line);
 }
 
-// As JSON wherever that is possible, so that a trace can be searched.
+// Adds the payload as JSON if possible, so that a trace can be searched.
 void TraceWriter::addPayload(Line &line, std::string_view payload) const {
   const std::string_view shown = abbreviate(payload);
   Json::Value value;
@@ -245,8 +245,8 @@ std::string_view TraceWriter::abbreviate(std::string_view bytes) const {
   return options_.full || bytes.size() <= kAbbreviateAbove ? bytes : cutText(bytes, kAbbreviateTo);
 }
 
-// What stands of a line that did not fit is taken back, so that the trace ends with a whole one. Where
-// that fails too, the readers of traces put up with a last line that is cut.
+// Removes an incomplete line after a failed write, so that the trace ends with a complete one. If that fails
+// too, readers accept a last line that is cut.
 bool TraceWriter::append(Line &line, std::string &error) {
   const off_t end = ::lseek(file_, 0, SEEK_CUR);
   if (writeAll(file_, line.finish())) {

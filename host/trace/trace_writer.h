@@ -1,4 +1,4 @@
-// Writes the trace of a job: every packet, log line and step, one JSON object a line, as it happens.
+// Writes the trace of a job: every packet, log line and step as one line of JSON.
 #ifndef ARVL_HOST_TRACE_TRACE_WRITER_H_
 #define ARVL_HOST_TRACE_TRACE_WRITER_H_
 
@@ -15,22 +15,21 @@ namespace arvl_host {
 constexpr std::size_t kAbbreviateAbove = 65536;
 constexpr std::size_t kAbbreviateTo = 4096;
 
-// Every call is allowed at any time and does nothing while no file is open, so the code that is traced
-// need not ask whether it is. Each line is in the file, whole, when its call returns: whatever becomes
-// of the host. A trace that cannot be written any further is given up, which is reported once and never
-// stops the job. One thread.
+// Owns the file. Every call does nothing while no file is open, so that callers need not check. Each line is
+// completely in the file when its call returns, so that it survives a crash of the host. A failed write closes
+// the trace, calls `onError` once and does not stop the job. Not thread-safe.
 class TraceWriter {
  public:
-  // Microseconds since the epoch, and by a clock that nobody sets.
+  // Microseconds since the epoch, and of the monotonic clock.
   struct Now {
     std::int64_t wall;
     std::int64_t steady;
   };
 
   struct Options {
-    bool full = false;                                 // abbreviate nothing
-    std::function<void(const std::string &)> onError;  // hears why the trace was given up
-    std::function<Now()> clock;                        // the system's if none is given
+    bool full = false;                                 // abbreviates nothing
+    std::function<void(const std::string &)> onError;  // called with the reason of a failed write
+    std::function<Now()> clock;                        // the system clocks if empty
   };
 
   TraceWriter() = default;
@@ -38,9 +37,9 @@ class TraceWriter {
   TraceWriter(const TraceWriter &) = delete;
   TraceWriter &operator=(const TraceWriter &) = delete;
 
-  // Begins a trace, replacing what the file held. tool is the writing program with its version. The
-  // file is for its owner alone: it holds what the packets held. On failure returns false and says why;
-  // onError does not hear of it.
+  // Begins a trace and replaces the contents of the file. `tool` is the program with its version. A new
+  // file is readable by its owner only, as packets may hold secrets. On failure returns false and sets
+  // `error`, and does not call `onError`.
   bool open(const std::string &file, const std::string &tool, const Options &options,
             std::string &error);
   void close();
@@ -48,13 +47,13 @@ class TraceWriter {
   void stepStarted(const std::string &step, const std::string &plugin,
                    const std::string &frameworkVersion, std::int64_t pid);
 
-  // One packet as it crossed the wire: the type of its header, and its payload, which may be any bytes.
+  // Records a packet: the type from its header, and its payload, which may be any bytes.
   void packet(Side from, std::uint16_t type, std::string_view payload, const Verdict &verdict = {});
 
-  // Bytes that make no packet, and why not: a wrong check code, say, or the end of the connection.
+  // Records bytes that are not a packet, with the reason, such as a wrong check code.
   void garbage(Side from, std::string_view bytes, const std::string &reason);
 
-  // One line without its line feed.
+  // Records one line, given without its line feed.
   void log(LogSource source, std::string_view text);
 
   // Ends the step that was started last.

@@ -1,5 +1,5 @@
-// Loaded into a plug-in ahead of the C library: sends its syslog lines to the host. Where there is no
-// channel, or no longer one, the C library's own function has them.
+// Sends the syslog lines of a plug-in to the host. It is loaded ahead of the C library. Without a channel, it
+// calls the C library's function.
 
 #include <dlfcn.h>
 #include <sys/socket.h>
@@ -20,7 +20,7 @@ namespace {
 
 using arvl_host::kMaxLogRecord;
 
-// The descriptor of the channel; -1 if there is none, or no longer.
+// Returns the descriptor of the channel, or -1 if there is none or it was closed.
 int channel() {
   struct Channel {
     int fd;
@@ -47,8 +47,8 @@ bool sendRecord(int fd, const char *record, std::size_t size) {
   return sent >= 0;
 }
 
-// error is what %m stands for. A line that is short, as nearly all are, needs no memory but the stack's,
-// and not much of that: threads may have little.
+// Sends a line with `error` as the value of %m. A short line needs only a little of the stack, because threads
+// may have small stacks, and nothing of the heap.
 __attribute__((format(printf, 3, 0))) bool sendToHost(int error, int priority, const char *format,
                                                       va_list arguments) {
   const int fd = channel();
@@ -103,7 +103,7 @@ void takeLogLine(int priority, const char *format, va_list arguments) {
 
 }  // namespace
 
-// A plug-in may call these, too.
+// A plug-in may also call these.
 extern "C" ZARN_EXPORT void vsyslog(int priority, const char *format, va_list arguments) {
   takeLogLine(priority, format, arguments);
 }

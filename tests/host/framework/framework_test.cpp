@@ -1,4 +1,4 @@
-// The answers of the framework, each by the rule book.
+// Tests the answers of the framework, and that each is valid.
 
 #include "framework/framework.h"
 
@@ -83,7 +83,7 @@ TEST_F(FrameworkAnswers, ShowTheBeginningOfALongStage) {
   EXPECT_EQ(progress_, std::string(4096, 's') + " 7\n");
 }
 
-TEST_F(FrameworkAnswers, DoNotRepeatAPathThatIsTooLongForAnyFile) {
+TEST_F(FrameworkAnswers, DoNotRepeatAPathThatIsTooLong) {
   Framework framework = make();
   const std::string path = "/" + std::string(4400, '\1');
   const Json::Value request = pathRequest(path);
@@ -137,7 +137,7 @@ const std::string kUpload = R"({"data":[
     {"source":{"type":"file","path":"/no/such"},"destination":{"path":"/a"}},
     {"source":{"type":"file","path":"/proc/self/cmdline"},"destination":{"path":"/b"}}]})";
 
-TEST_F(FrameworkAnswers, OfATransferTellWhatBecameOfEachItem) {
+TEST_F(FrameworkAnswers, OfATransferHaveTheResultOfEachItem) {
   Framework framework = make();
   const Json::Value answer = ask(framework, PACKET_UPLOAD_REQUEST, kUpload);
   EXPECT_FALSE(answer["success"].asBool());
@@ -147,7 +147,7 @@ TEST_F(FrameworkAnswers, OfATransferTellWhatBecameOfEachItem) {
   EXPECT_TRUE(std::filesystem::exists(dir_.path().string() + "/b"));
 }
 
-TEST_F(FrameworkAnswers, WithoutAStoreAreDenialsInTheShapesOfTheirRules) {
+TEST_F(FrameworkAnswers, WithoutAStoreAreValidDenials) {
   Framework framework = make({}, false);
   const std::string denial = "this framework has no store";
   EXPECT_EQ(ask(framework, PACKET_UPLOAD_REQUEST, kUpload)["error"].asString(), denial);
@@ -189,13 +189,13 @@ TEST_F(FrameworkAnswers, OfAListingComeInPages) {
   EXPECT_EQ(names, (std::set<std::string>{"/0", "/1", "/2", "/3", "/4"}));
   EXPECT_EQ(pages, 3);
   EXPECT_EQ(ask(framework, PACKET_LIST_DIR_REQUEST, request)["error"].asString(),
-            "no listing goes on with this request_id");
+            "unknown request_id");
   EXPECT_EQ(ask(framework, PACKET_LIST_DIR_REQUEST, R"({"path":"/","max_record":1})")["entry_list"]
                 .size(),
             1u);
 }
 
-TEST_F(FrameworkAnswers, OfAListingFitAPacketHoweverManyEntriesAreWanted) {
+TEST_F(FrameworkAnswers, OfAListingFitAPacketWhateverTheLimitOfEntries) {
   // Each character of these names takes six bytes in a packet.
   std::string folder;
   for (int depth = 0; depth < 14; ++depth) {
@@ -220,7 +220,7 @@ TEST_F(FrameworkAnswers, OfAListingFitAPacketHoweverManyEntriesAreWanted) {
   EXPECT_EQ((*first)["entry_list"].size() + (*second)["entry_list"].size(), kFiles);
 }
 
-TEST_F(FrameworkAnswers, OfListingsThatNobodyContinuesAreForgotten) {
+TEST_F(FrameworkAnswers, ReplaceTheOldestOpenListing) {
   touch("a");
   touch("b");
   FrameworkValues values;
@@ -238,13 +238,13 @@ TEST_F(FrameworkAnswers, OfListingsThatNobodyContinuesAreForgotten) {
     begin();
   }
   EXPECT_EQ(ask(framework, PACKET_LIST_DIR_REQUEST, first)["error"].asString(),
-            "no listing goes on with this request_id");
+            "unknown request_id");
   const Json::Value rest = ask(framework, PACKET_LIST_DIR_REQUEST, second);
   shown.insert(rest["entry_list"][0]["path"].asString());
   EXPECT_EQ(shown, (std::set<std::string>{"/a", "/b"}));
 }
 
-TEST_F(FrameworkAnswers, OfAListingNameWhatTheyCannotCarry) {
+TEST_F(FrameworkAnswers, OfAListingNameAnEntryThatCannotBeListed) {
   touch("large");
   ASSERT_EQ(truncate((dir_.path().string() + "/large").c_str(), 2147483648), 0);
   Framework framework = make();
@@ -262,7 +262,7 @@ TEST_F(FrameworkAnswers, OfAListingNameWhatTheyCannotCarry) {
             "the name of \"/\\xfe/f\" is not UTF-8, and a listing cannot carry it");
 }
 
-TEST_F(FrameworkAnswers, OfAListingTellOfLinksAndOddNames) {
+TEST_F(FrameworkAnswers, OfAListingIncludeLinksAndOddNames) {
   std::filesystem::create_directory(dir_.path().string() + "/d");
   touch("d/a\nb\"c");
   std::filesystem::create_symlink("/etc/passwd", dir_.path().string() + "/d/l");

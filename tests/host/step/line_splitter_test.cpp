@@ -20,7 +20,7 @@ Lines split(const std::vector<std::string> &parts) {
   return lines;
 }
 
-TEST(LineSplitter, GivesLinesHoweverTheyArrive) {
+TEST(LineSplitter, GivesLinesWhateverTheChunks) {
   EXPECT_EQ(split({"a\nb\n"}), (Lines{"a", "b"}));
   EXPECT_EQ(split({"a", "\n", "b\nc", "d", "\n"}), (Lines{"a", "b", "cd"}));
   EXPECT_EQ(split({"\n\n"}), (Lines{"", ""}));
@@ -37,7 +37,7 @@ TEST(LineSplitter, KeepsBytesOfAnyValue) {
   EXPECT_EQ(split({line + "\n"}), Lines{line});
 }
 
-TEST(LineSplitter, CountsWhatItDoesNotKeepOfALongLine) {
+TEST(LineSplitter, CountsTheBytesItDropsFromALongLine) {
   const std::string most(LineSplitter::kMaxLine, 'x');
   EXPECT_EQ(split({most + "\n"}), Lines{most});
   EXPECT_EQ(split({most + "y\nz"}), (Lines{most + " [1 more bytes]", "z"}));

@@ -16,7 +16,7 @@ using arvl_host::Verdict;
 using arvl_test::parseJson;
 using Lines = std::vector<std::string>;
 
-TEST(RuleBook, HasNothingToSayOfAValidPacket) {
+TEST(RuleBook, GivesNoLinesForAValidPacket) {
   const Verdict verdict = judge(PACKET_IMPORT_COMPLETE, parseJson(R"({"success":true})"));
   EXPECT_TRUE(verdict.valid);
   EXPECT_EQ(verdict.lines, Lines{});
@@ -35,7 +35,7 @@ TEST(RuleBook, GivesTheLinesOfAValidPacketToo) {
   EXPECT_EQ(verdict.lines, Lines{"no member [path]"});
 }
 
-TEST(RuleBook, TakesAPayloadThatCannotBeConvertedForInvalid) {
+TEST(RuleBook, CallsAPayloadInvalidThatCannotBeConverted) {
   const Verdict verdict = judge(
       PACKET_EXPORT_RESULT_RESPONSE,
       parseJson(R"({"success":true,"export_result":{"success":[],"app_data_version":"1.0"}})"));

@@ -1,4 +1,4 @@
-// A step while the host reads a payload: the parser of payloads is replaced, to see when it is at work.
+// Tests the runner in this process. A replaced JSON parser lets a test act while the host parses a payload.
 
 #include "step/step_runner.h"
 
@@ -25,7 +25,7 @@ std::function<bool()> parser;
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
 
-// In front of JsonCpp's.
+// Replaces the function of JsonCpp.
 bool Json::Reader::parse(const char *, const char *, Value &root, bool) {
   root = Value(objectValue);
   root["success"] = true;
@@ -50,7 +50,7 @@ class Listener : public StepListener {
   }
   void onCancel(Outcome) override { canceled.set_value(); }
 
-  // Of the two ticks after the plug-in has been reaped, the second comes after a grace that is shorter.
+  // A grace that is shorter than a tick is over at the second tick after the plug-in has been reaped.
   void onTick() override {
     if (kill(pid_, 0) != 0 && ++ticksAfterEnd_ == 2) {
       graceIsOver.set_value();
@@ -84,7 +84,7 @@ TEST(StepRunner, IsCanceledWhileItReadsALargePayload) {
   const std::thread::id loop = std::this_thread::get_id();
   parser = [&] {
     if (std::this_thread::get_id() == loop) {
-      ADD_FAILURE() << "the event loop is deaf";
+      ADD_FAILURE() << "the event loop is blocked";
       return true;
     }
     kill(getpid(), SIGINT);
@@ -94,7 +94,7 @@ TEST(StepRunner, IsCanceledWhileItReadsALargePayload) {
   const StepResult result = runStep(requestOf("completes with a long text", std::chrono::hours(1)),
                                     server, interruption, {&listener});
   EXPECT_EQ(result.outcome, Outcome::kInterrupted);
-  EXPECT_GT(listener.bytes, 33554400u);  // a trace has the packet all the same
+  EXPECT_GT(listener.bytes, 33554400u);  // the listeners get the packet nevertheless
 }
 
 TEST(StepRunner, IsCanceledByASignalThatArrivedBeforeIt) {
@@ -144,14 +144,14 @@ TEST(StepRunner, CallsEachListenerInOrder) {
   EXPECT_EQ(calls, "first start, second start, first cancel, second cancel, ");
 }
 
-// The completion that is being read counts, although the grace after the end is over.
+// A completion that is being parsed counts even after the grace.
 TEST(StepRunner, ReadsTheLastPayloadOfAPluginThatIsGone) {
   NoServer server;
   Interruption interruption;
   Listener listener;
   parser = [&] {
     listener.graceIsOver.get_future().wait_for(
-        std::chrono::seconds(30));  // the loop is gone if it is not
+        std::chrono::seconds(30));  // times out if the step has ended
     return true;
   };
   const StepResult result =

@@ -16,7 +16,7 @@ bool isDone(const Worker &worker, int timeout) {
   return poll(&fd, 1, timeout) == 1;
 }
 
-TEST(Worker, DoesOneTaskAfterTheOther) {
+TEST(Worker, RunsOneTaskAfterTheOther) {
   int sum = 0;
   Worker worker;
   for (int i = 1; i <= 100; ++i) {
@@ -28,7 +28,7 @@ TEST(Worker, DoesOneTaskAfterTheOther) {
   EXPECT_EQ(sum, 5050);
 }
 
-TEST(Worker, HandsOverWhatATaskThrows) {
+TEST(Worker, RethrowsTheExceptionOfATask) {
   Worker worker;
   worker.start([] { throw std::runtime_error("in vain"); });
   ASSERT_TRUE(isDone(worker, -1));
@@ -43,7 +43,7 @@ TEST(Worker, HandsOverWhatATaskThrows) {
   EXPECT_NO_THROW(worker.finish());
 }
 
-TEST(Worker, IsNotGoneBeforeItsTask) {
+TEST(Worker, WaitsForItsTaskWhenDestroyed) {
   std::promise<void> begun;
   std::promise<void> release;
   bool isOver = false;

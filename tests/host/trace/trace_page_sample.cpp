@@ -1,5 +1,5 @@
-// Writes a trace and its page for the browser test: trace_page_sample DIR PACKETS makes DIR/run.trace
-// and DIR/run.html of a job that has seen everything, and of PACKETS packets beside it.
+// Writes a trace and its page for the browser test: trace_page_sample DIR PACKETS writes
+// DIR/run.trace and DIR/run.html, with records of every kind and PACKETS further packets.
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>

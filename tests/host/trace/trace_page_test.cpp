@@ -1,4 +1,4 @@
-// The text of the page. What a browser makes of it is the matter of trace_page_browser_test.py.
+// Tests the text of the page. trace_page_browser_test.py tests it in a browser.
 #include "trace/trace_page.h"
 
 #include <gtest/gtest.h>
@@ -30,7 +30,7 @@ std::size_t count(const std::string &page, const std::string &text) {
   return found;
 }
 
-TEST(TracePage, HoldsEverythingThatAHostileTraceSaysAsText) {
+TEST(TracePage, ShowsTheContentsOfAHostileTraceAsText) {
   const std::string evil =
       "</pre></script><script>x()</script><img src=x onerror='x()'>\"><b a=\"&lt;";
   const TraceFile file;
@@ -62,7 +62,7 @@ TEST(TracePage, EscapesTheNameThatAForgedTraceGivesAPacket) {
   EXPECT_EQ(count(pageOf(file), "<u>"), 0U);
 }
 
-TEST(TracePage, AllowsItselfNeitherScriptsNorFetches) {
+TEST(TracePage, ForbidsScriptsAndFetches) {
   const TraceFile file;
   { ClockedWriter trace(file.name()); }
   const std::string page = pageOf(file);
@@ -81,7 +81,7 @@ TEST(TracePage, ShowsWhatHappenedBeforeTheFirstStep) {
   EXPECT_EQ(count(page, "no plug-in there"), 1U);
 }
 
-TEST(TracePage, SaysOfEachPayloadWhatIsShownOfIt) {
+TEST(TracePage, SaysHowMuchOfEachPayloadIsShown) {
   const TraceFile file;
   ClockedWriter trace(file.name());
   trace.writer.packet(Side::kPlugin, PACKET_LANGUAGE_REQUEST, "");

@@ -22,7 +22,7 @@ std::string print(const TraceFile &file, bool colour = false) {
   return out.str();
 }
 
-// Without the two lines of the heading.
+// Returns the output without the two lines of the heading.
 std::string printBody(const TraceFile &file, bool colour = false) {
   const std::string text = print(file, colour);
   return text.substr(text.find('\n', text.find('\n') + 1) + 1);

@@ -17,7 +17,7 @@ constexpr char kLog[] =
     R"({"kind":"log","time":1.5,"elapsed":0,"source":"host","bytes":1,"text":"x"})"
     "\n";
 
-// What reading says of a file with this content, the file's own name left out.
+// Returns the error of reading a file with this content, without the name of the file.
 std::string errorOf(const std::string &content) {
   const TraceFile file;
   file.write(content);
@@ -92,7 +92,7 @@ TEST(TraceReader, ReadsATraceWithoutRecords) {
   EXPECT_TRUE(readBack(file).records.empty());
 }
 
-TEST(TraceReader, PutsUpWithALastLineThatIsCutAnywhere) {
+TEST(TraceReader, AcceptsALastLineThatIsCutAnywhere) {
   const std::string log(kLog);
   for (std::size_t length = 1; length + 1 < log.size(); ++length) {
     const TraceFile file;
@@ -103,7 +103,7 @@ TEST(TraceReader, PutsUpWithALastLineThatIsCutAnywhere) {
   }
 }
 
-TEST(TraceReader, TakesAWholeLastLineWithoutItsLineFeed) {
+TEST(TraceReader, AcceptsACompleteLastLineWithoutALineFeed) {
   const TraceFile file;
   const std::string log(kLog);
   file.write(kHeader + log.substr(0, log.size() - 1));
@@ -112,7 +112,7 @@ TEST(TraceReader, TakesAWholeLastLineWithoutItsLineFeed) {
   EXPECT_FALSE(trace.endsInsideLine);
 }
 
-TEST(TraceReader, NamesTheLineThatIsNoJson) {
+TEST(TraceReader, NamesALineThatIsNotJson) {
   EXPECT_EQ(errorOf(std::string(kHeader) + kLog + "{\"kind\":\n" + kLog),
             "3: the line is not a JSON object");
   EXPECT_EQ(errorOfLine(""), "2: the line is not a JSON object");
@@ -125,7 +125,7 @@ TEST(TraceReader, RefusesAFormatThatIsNewer) {
             "1: the trace has format 2, which is newer than this program knows (1)");
 }
 
-TEST(TraceReader, RefusesWhatIsNoTrace) {
+TEST(TraceReader, RefusesAFileThatIsNotATrace) {
   for (const char *content :
        {"hello\n", "{}\n", "[]\n", "\n", "{\"kind\":5}\n", "{\"kind\":\"tr"}) {
     EXPECT_EQ(errorOf(content),
@@ -188,7 +188,7 @@ TEST(TraceReader, SaysWhatIsWrongInALine) {
   }
 }
 
-TEST(TraceReader, GivesWhatComesBeforeAnError) {
+TEST(TraceReader, GivesTheRecordsBeforeAnError) {
   const TraceFile file;
   file.write(std::string(kHeader) + kLog + "oops\n");
   Trace trace;
@@ -197,7 +197,7 @@ TEST(TraceReader, GivesWhatComesBeforeAnError) {
   EXPECT_EQ(trace.records.size(), 1U);
 }
 
-TEST(TraceReader, PassesOverMembersItDoesNotKnow) {
+TEST(TraceReader, IgnoresUnknownMembers) {
   const TraceFile file;
   file.write(
       std::string(kHeader) +

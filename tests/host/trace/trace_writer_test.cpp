@@ -22,7 +22,7 @@ using arvl_test::TraceFile;
 
 constexpr char kAtBegin[] = R"("time":1767261845.123456,"elapsed":0.000000)";
 
-// The line of one packet of type 7 from the plug-in.
+// Returns the line of one packet of type 7 from the plug-in.
 std::string packetLine(std::string_view payload) {
   const TraceFile file;
   ClockedWriter trace(file.name());
@@ -45,7 +45,7 @@ Payload payloadReadBack(const std::string &payload, bool full) {
   return packet.payload;
 }
 
-TEST(TraceWriter, WritesOneLineForEachThingThatHappens) {
+TEST(TraceWriter, WritesOneLineForEachEvent) {
   const TraceFile file;
   ClockedWriter trace(file.name());
   trace.now = 1000;
@@ -75,7 +75,7 @@ TEST(TraceWriter, WritesOneLineForEachThingThatHappens) {
 )");
 }
 
-TEST(TraceWriter, HasEachLineInTheFileBeforeTheNextThingHappens) {
+TEST(TraceWriter, HasEachLineInTheFileBeforeTheNextEvent) {
   const TraceFile file;
   ClockedWriter trace(file.name());
   EXPECT_EQ(file.lines().size(), 1U);
@@ -95,7 +95,7 @@ TEST(TraceWriter, DoesNothingWhileNoFileIsOpen) {
   writer.close();
 }
 
-TEST(TraceWriter, NamesATypeThatIsNoneWithoutALogLine) {
+TEST(TraceWriter, NamesAnUnknownTypeWithoutALogLine) {
   const TraceFile file;
   ClockedWriter trace(file.name());
   LogCapture log;
@@ -118,7 +118,7 @@ TEST(TraceWriter, KeepsRuleBookLinesOfValidPackets) {
             std::vector<std::string>{"protocol_util.cpp:74 no member [path]"});
 }
 
-TEST(TraceWriter, MakesStrictJsonOfWhatOnlyTheParserAccepts) {
+TEST(TraceWriter, WritesStrictJsonForALenientPayload) {
   EXPECT_EQ(packetLine("{ /* why */ \"a\" : 1, // so\n \"a\" : 2 } trailing"),
             listDirLine(54, R"(,"payload":{"a":2})"));
   EXPECT_EQ(packetLine("{\"path\":\"/caf\xe9\"}"),
@@ -127,13 +127,13 @@ TEST(TraceWriter, MakesStrictJsonOfWhatOnlyTheParserAccepts) {
             listDirLine(25, R"(,"payload":{"a":"line\nfeed"})"));
 }
 
-TEST(TraceWriter, ShowsAsTextWhatIsNoJson) {
+TEST(TraceWriter, ShowsAsTextAPayloadThatIsNotJson) {
   EXPECT_EQ(packetLine("{\"a\":"), listDirLine(13, R"(,"payload_text":"{\"a\":")"));
   EXPECT_EQ(packetLine(std::string_view("\0\xff\r", 3)),
             listDirLine(11, R"(,"payload_text":"\u0000\udcff\r")"));
 }
 
-TEST(TraceWriter, ShowsAsTextWhatNestsTooDeepForReadersOfJson) {
+TEST(TraceWriter, ShowsAsTextAPayloadThatIsNestedTooDeep) {
   for (const std::size_t depth : {201U, 5000U}) {
     const std::string payload = std::string(depth, '[') + std::string(depth, ']');
     const Payload read = payloadReadBack(payload, false);
@@ -142,7 +142,7 @@ TEST(TraceWriter, ShowsAsTextWhatNestsTooDeepForReadersOfJson) {
   }
 }
 
-TEST(TraceWriter, ShowsAsTextWhatHoldsTooManyValues) {
+TEST(TraceWriter, ShowsAsTextAPayloadWithTooManyValues) {
   std::string payload = "[0";
   for (int i = 1; i < 99998; ++i) {
     payload += ",0";
@@ -151,7 +151,7 @@ TEST(TraceWriter, ShowsAsTextWhatHoldsTooManyValues) {
   EXPECT_EQ(payloadReadBack(payload + ",0,0]", true).form, Payload::Form::kText);
 }
 
-TEST(TraceWriter, TellsAnEmptyPayloadFromNull) {
+TEST(TraceWriter, DistinguishesAnEmptyPayloadFromNull) {
   EXPECT_EQ(packetLine(""), listDirLine(8, ""));
   EXPECT_EQ(packetLine("null"), listDirLine(12, ",\"payload\":null"));
 }
@@ -166,7 +166,7 @@ TEST(TraceWriter, AbbreviatesPayloadsAbove64KiB) {
   EXPECT_EQ(read.text, tooLong.substr(0, 4096));
 }
 
-TEST(TraceWriter, CutsNoCharacterWhenItAbbreviates) {
+TEST(TraceWriter, AbbreviatesAtTheEndOfACharacter) {
   std::string payload = "{\"a\":\"";
   while (payload.size() <= 64 * 1024) {
     payload += "☃";
@@ -175,7 +175,7 @@ TEST(TraceWriter, CutsNoCharacterWhenItAbbreviates) {
   EXPECT_EQ(read, payload.substr(0, 4095)) << "6 bytes, then 1363 characters of 3";
 }
 
-TEST(TraceWriter, AbbreviatesNothingWhenAskedForAll) {
+TEST(TraceWriter, AbbreviatesNothingInAFullTrace) {
   const std::string payload = "{\"a\":\"" + std::string(1024 * 1024, 'x') + "\"}";
   const Payload read = payloadReadBack(payload, true);
   EXPECT_EQ(read.form, Payload::Form::kJson);
@@ -197,7 +197,7 @@ TEST(TraceWriter, AbbreviatesLogLinesAndGarbageToo) {
   EXPECT_EQ(garbage.data, flood.substr(0, 4096));
 }
 
-TEST(TraceWriter, KeepsTheTraceFromOthers) {
+TEST(TraceWriter, MakesTheFileReadableByItsOwnerOnly) {
   const TraceFile file;
   ASSERT_EQ(unlink(file.name().c_str()), 0);
   const ClockedWriter trace(file.name());
@@ -206,7 +206,7 @@ TEST(TraceWriter, KeepsTheTraceFromOthers) {
   EXPECT_EQ(status.st_mode & 077U, 0U);
 }
 
-TEST(TraceWriter, SaysWhyAFileCannotBeOpened) {
+TEST(TraceWriter, ReportsWhyAFileCannotBeOpened) {
   TraceWriter writer;
   std::string error;
   EXPECT_FALSE(writer.open("/no/such/folder/run.trace", "tool", {}, error));
@@ -216,7 +216,7 @@ TEST(TraceWriter, SaysWhyAFileCannotBeOpened) {
   writer.log(LogSource::kHost, "still allowed");
 }
 
-// A limit on the size of files stands for the full disk.
+// Simulates a full disk with a limit on the size of files.
 TEST(TraceWriter, ReportsOnceThatTheDiskIsFullAndLeavesWholeLines) {
   const TraceFile file;
   ClockedWriter trace(file.name());
@@ -240,7 +240,7 @@ TEST(TraceWriter, ReportsOnceThatTheDiskIsFullAndLeavesWholeLines) {
   EXPECT_EQ(file.content(), before);
 }
 
-TEST(TraceWriter, GoesByTheClocksOfTheSystemOtherwise) {
+TEST(TraceWriter, UsesTheSystemClocksByDefault) {
   const TraceFile file;
   TraceWriter writer;
   std::string error;
