@@ -1,8 +1,14 @@
 #include "text/dates.h"
 
+#include <chrono>
 #include <ctime>
 
 namespace arvl_host {
+
+std::int64_t microsecondsNow() {
+  const auto time = std::chrono::system_clock::now().time_since_epoch();
+  return std::chrono::duration_cast<std::chrono::microseconds>(time).count();
+}
 
 std::string dateText(std::int64_t microseconds) {
   const std::time_t seconds = microseconds / 1000000;

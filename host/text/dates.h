@@ -7,6 +7,9 @@
 
 namespace arvl_host {
 
+// Returns the time by the system clock.
+std::int64_t microsecondsNow();
+
 // "2026-11-21 06:26:32 UTC"
 std::string dateText(std::int64_t microseconds);
 

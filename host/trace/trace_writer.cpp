@@ -7,16 +7,15 @@
 
 #include <cerrno>
 #include <chrono>
-#include <cinttypes>
-#include <cstdio>
 #include <cstring>
 
 #include "protocol/packet_table.h"
 #include "step/log_source.h"
 #include "step/payload_parser.h"
 #include "step/side.h"
+#include "text/dates.h"
 #include "text/hex.h"
-#include "text/strict_json.h"
+#include "text/json_line.h"
 #include "text/utf8.h"
 
 namespace arvl_host {
@@ -26,10 +25,8 @@ namespace {
 constexpr std::uint64_t kFrameHeaderSize = 8;
 
 TraceWriter::Now systemNow() {
-  using std::chrono::duration_cast;
-  using std::chrono::microseconds;
-  return {duration_cast<microseconds>(std::chrono::system_clock::now().time_since_epoch()).count(),
-          duration_cast<microseconds>(std::chrono::steady_clock::now().time_since_epoch()).count()};
+  const auto steady = std::chrono::steady_clock::now().time_since_epoch();
+  return {microsecondsNow(), std::chrono::duration_cast<std::chrono::microseconds>(steady).count()};
 }
 
 // Any 16-bit number may come from the wire.
@@ -57,71 +54,14 @@ std::string cannotWrite(const std::string &file, int error) {
   return "cannot write the trace " + file + ": " + std::strerror(error);
 }
 
+// Begins a line with the members that every line has.
+JsonLine lineOf(const char *kind, const TraceTime &time) {
+  JsonLine line;
+  line.string("kind", kind).seconds("time", time.wall).seconds("elapsed", time.elapsed);
+  return line;
+}
+
 }  // namespace
-
-// Builds one line, member by member.
-class TraceWriter::Line {
- public:
-  Line(const char *kind, const TraceTime &time) {
-    text_ = "{\"kind\":\"";
-    text_.append(kind).append("\"");
-    seconds("time", time.wall);
-    seconds("elapsed", time.elapsed);
-  }
-
-  Line &string(const char *key, std::string_view value) {
-    appendJsonString(member(key), value);
-    return *this;
-  }
-
-  Line &number(const char *key, std::int64_t value) {
-    member(key) += std::to_string(value);
-    return *this;
-  }
-
-  Line &seconds(const char *key, std::int64_t microseconds) {
-    char text[48];
-    std::snprintf(text, sizeof text, "%" PRId64 ".%06" PRId64, microseconds / 1000000,
-                  microseconds % 1000000);
-    member(key) += text;
-    return *this;
-  }
-
-  Line &boolean(const char *key, bool value) {
-    member(key) += value ? "true" : "false";
-    return *this;
-  }
-
-  Line &strings(const char *key, const std::vector<std::string> &values) {
-    const char *separator = "[";
-    std::string &text = member(key);
-    for (const std::string &value : values) {
-      text += separator;
-      appendJsonString(text, value);
-      separator = ",";
-    }
-    text += ']';
-    return *this;
-  }
-
-  // Returns false and adds nothing if the value is nested too deep.
-  bool json(const char *key, const Json::Value &value) {
-    const std::size_t before = text_.size();
-    if (appendJson(member(key), value, JsonLayout::kCompact)) {
-      return true;
-    }
-    text_.resize(before);
-    return false;
-  }
-
-  // Ends the line and returns it without a copy, as it may be long.
-  std::string_view finish() { return text_ += "}\n"; }
-
- private:
-  std::string &member(const char *key) { return text_.append(",\"").append(key).append("\":"); }
-
-  std::string text_;
-};
 
 TraceWriter::~TraceWriter() {
   close();
@@ -142,7 +82,7 @@ bool TraceWriter::open(const std::string &file, const std::string &tool, const O
     options_.clock = systemNow;
   }
   begin_ = options_.clock().steady;
-  return append(Line("trace", now()).number("format", kTraceFormat).string("tool", tool), error);
+  return append(lineOf("trace", now()).number("format", kTraceFormat).string("tool", tool), error);
 }
 
 void TraceWriter::close() {
@@ -164,7 +104,7 @@ void TraceWriter::stepStarted(const std::string &step, const std::string &plugin
   const TraceTime time = now();
   step_ = step;
   stepBegin_ = time.elapsed;
-  write(Line("step", time)
+  write(lineOf("step", time)
             .string("step", step)
             .string("plugin", plugin)
             .string("framework_version", frameworkVersion)
@@ -176,7 +116,7 @@ void TraceWriter::packet(Side from, std::uint16_t type, std::string_view payload
   if (file_ < 0) {
     return;
   }
-  Line line("packet", now());
+  JsonLine line = lineOf("packet", now());
   line.string("from", sideName(from)).string("name", nameInTrace(type)).number("type", type);
   line.number("bytes", static_cast<std::int64_t>(kFrameHeaderSize + payload.size()));
   line.boolean("valid", verdict.valid);
@@ -188,7 +128,7 @@ void TraceWriter::packet(Side from, std::uint16_t type, std::string_view payload
 }
 
 // Adds the payload as JSON if possible, so that a trace can be searched.
-void TraceWriter::addPayload(Line &line, std::string_view payload) const {
+void TraceWriter::addPayload(JsonLine &line, std::string_view payload) const {
   const std::string_view shown = abbreviate(payload);
   Json::Value value;
   std::string error;
@@ -207,7 +147,7 @@ void TraceWriter::garbage(Side from, std::string_view bytes, const std::string &
   if (file_ < 0) {
     return;
   }
-  write(Line("garbage", now())
+  write(lineOf("garbage", now())
             .string("from", sideName(from))
             .string("reason", reason)
             .number("bytes", static_cast<std::int64_t>(bytes.size()))
@@ -218,7 +158,7 @@ void TraceWriter::log(LogSource source, std::string_view text) {
   if (file_ < 0) {
     return;
   }
-  write(Line("log", now())
+  write(lineOf("log", now())
             .string("source", sourceName(source))
             .number("bytes", static_cast<std::int64_t>(text.size()))
             .string("text", abbreviate(text)));
@@ -229,7 +169,7 @@ void TraceWriter::stepEnded(const std::string &outcome, int exitCode) {
     return;
   }
   const TraceTime time = now();
-  write(Line("end", time)
+  write(lineOf("end", time)
             .string("step", step_)
             .string("outcome", outcome)
             .number("exit_code", exitCode)
@@ -247,9 +187,9 @@ std::string_view TraceWriter::abbreviate(std::string_view bytes) const {
 
 // Removes an incomplete line after a failed write, so that the trace ends with a complete one. If that fails
 // too, readers accept a last line that is cut.
-bool TraceWriter::append(Line &line, std::string &error) {
+bool TraceWriter::append(JsonLine &line, std::string &error) {
   const off_t end = ::lseek(file_, 0, SEEK_CUR);
-  if (writeAll(file_, line.finish())) {
+  if (writeAll(file_, line.finish("\n"))) {
     return true;
   }
   error = cannotWrite(name_, errno);
@@ -260,7 +200,7 @@ bool TraceWriter::append(Line &line, std::string &error) {
   return false;
 }
 
-void TraceWriter::write(Line &line) {
+void TraceWriter::write(JsonLine &line) {
   std::string error;
   if (!append(line, error)) {
     report(error + "; it ends here");

@@ -11,6 +11,8 @@
 
 namespace arvl_host {
 
+class JsonLine;
+
 // Payloads, log lines and garbage above the first size are cut to the second.
 constexpr std::size_t kAbbreviateAbove = 65536;
 constexpr std::size_t kAbbreviateTo = 4096;
@@ -60,13 +62,11 @@ class TraceWriter {
   void stepEnded(const std::string &outcome, int exitCode);
 
  private:
-  class Line;
-
   TraceTime now() const;
   std::string_view abbreviate(std::string_view bytes) const;
-  void addPayload(Line &line, std::string_view payload) const;
-  bool append(Line &line, std::string &error);
-  void write(Line &line);
+  void addPayload(JsonLine &line, std::string_view payload) const;
+  bool append(JsonLine &line, std::string &error);
+  void write(JsonLine &line);
   void report(const std::string &error) const;
 
   int file_ = -1;
