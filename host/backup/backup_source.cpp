@@ -3,6 +3,8 @@
 #include <optional>
 #include <stdexcept>
 
+#include "backup/checksums.h"
+#include "backup/manifest_reader.h"
 #include "framework/framework.h"
 
 namespace fs = std::filesystem;

@@ -10,23 +10,12 @@
 #include <optional>
 #include <string>
 
-#include "files/file_type.h"
+#include "backup/file_record.h"
 
 struct sqlite3;
 struct sqlite3_stmt;
 
 namespace arvl_host {
-
-struct FileRecord {
-  std::string path;  // inside the store: "/notes/notes.db"
-  FileType type = FileType::kFile;
-  std::int64_t size = 0;  // bytes: of a file's content, of a link's target; 0 for a folder
-  unsigned mode = 0;      // permissions
-  std::int64_t mtime = 0;
-  std::int64_t mtimeNsec = 0;
-  std::string sha256;  // of a file's content, of a link's target; empty for a folder
-  std::string target;  // of a link
-};
 
 // A private table in a temporary file without a name, which goes with the process. Throws StoreError,
 // when the temporary file cannot grow for one. One thread at a time.

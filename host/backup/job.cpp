@@ -1,10 +1,5 @@
 #include "backup/job.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cerrno>
 #include <chrono>
 #include <filesystem>
 #include <future>
@@ -12,6 +7,9 @@
 
 #include "backup/backup_source.h"
 #include "backup/catalog.h"
+#include "backup/data_recorder.h"
+#include "backup/manifest_writer.h"
+#include "backup/new_backup.h"
 #include "step/exit_code.h"
 #include "step/interruption.h"
 #include "step/outcome.h"
@@ -34,11 +32,6 @@ struct JobFailure : std::runtime_error {
   JobFailure(int code, const std::string &what) : std::runtime_error(what), exitCode(code) {}
   int exitCode;
 };
-
-std::string dateNow() {
-  const auto time = std::chrono::system_clock::now().time_since_epoch();
-  return isoDate(std::chrono::duration_cast<std::chrono::microseconds>(time).count());
-}
 
 // What a failed step says of itself, in one line.
 std::string explain(const std::string &step, const StepResult &result) {
@@ -153,15 +146,8 @@ class BackupJob : public Job {
   void takeEstimate(Manifest &manifest, RequestServer &server);
   void exportTo(const fs::path &data, Manifest &manifest);
   void warnOfSkipped(const Tally &skipped);
-  void recordFiles(const fs::path &data, Manifest &manifest);
-  void checkMoved(const fs::path &data);
-  void keepUp();
-  FileRecord examine(const fs::directory_entry &entry, const std::string &path);
-  std::string checksumOf(const fs::path &file, const struct stat &status);
 
   FileIndex index_;
-  std::uint64_t bytesRead_ = 0;  // again, for their checksums
-  steady_clock::time_point recordingBegin_;
 };
 
 void BackupJob::perform() {
@@ -183,17 +169,19 @@ void BackupJob::perform() {
   manifest.tool = options_.tool;
   manifest.frameworkVersion = options_.run.frameworkVersion;
   manifest.externalHandlerResult = options_.externalHandlerResult;
-  manifest.started = dateNow();
+  manifest.started = isoDate(microsecondsNow());
   prepare(manifest);
-  exportTo(backup.partialFolder() / kDataName, manifest);
-  // The disk writes what came while it is recorded.
+  const fs::path data = backup.partialFolder() / kDataName;
+  exportTo(data, manifest);
+  // The disk writes the data while it is recorded.
   std::future<void> synced = std::async(std::launch::async, [&backup] { backup.sync(); });
-  recordFiles(backup.partialFolder() / kDataName, manifest);
+  DataRecorder recorder(data, index_, display_, interruption_);
+  manifest.totals = recorder.record();
   synced.get();
-  manifest.finished = dateNow();
+  manifest.finished = isoDate(microsecondsNow());
   manifest.denials = steps_.denials();
   writeManifest(backup.partialFolder(), manifest, index_, [this] { interruption_.check(); });
-  checkMoved(backup.partialFolder() / kDataName);
+  recorder.checkMoved();
   interruption_.check();
   backup.finish();
   report_.folder = backup.folder();
@@ -251,92 +239,6 @@ void BackupJob::warnOfSkipped(const Tally &skipped) {
   if (skipped.count > skipped.texts.size()) {
     display_.warning("skipped " + std::to_string(skipped.count) + " entries in all");
   }
-}
-
-void BackupJob::recordFiles(const fs::path &data, Manifest &manifest) {
-  const std::size_t prefix = data.native().size();
-  recordingBegin_ = steady_clock::now();
-  for (const fs::directory_entry &entry : fs::recursive_directory_iterator(data)) {
-    keepUp();
-    const FileRecord record = examine(entry, entry.path().native().substr(prefix));
-    addTo(manifest.totals, record);
-    index_.add(record);
-  }
-}
-
-// A process that kept a moved file open could write it in the backup, even after it was recorded.
-void BackupJob::checkMoved(const fs::path &data) {
-  if (!index_.hasMoved()) {
-    return;
-  }
-  index_.forEach([&](const FileRecord &record) {
-    interruption_.check();
-    struct stat status;
-    if (record.type != FileType::kFile) {
-      return;
-    }
-    if (lstat((data.native() + record.path).c_str(), &status) != 0) {
-      failWith(errno, "cannot examine " + quoted(record.path));
-    }
-    if (status.st_size != record.size || status.st_mtim.tv_sec != record.mtime ||
-        status.st_mtim.tv_nsec != record.mtimeNsec || index_.hasChangedSinceMove(status)) {
-      throw StoreError(quoted(record.path) +
-                       " was changed after it was moved into the backup: no process may use a "
-                       "temporary file once it is uploaded");
-    }
-  });
-}
-
-// What the user wants and sees while files are recorded. Moved ones have to be read, which takes time.
-void BackupJob::keepUp() {
-  interruption_.check();
-  StepProgress progress;
-  progress.step = "recording";
-  progress.bytes = bytesRead_;
-  progress.seconds = secondsSince(recordingBegin_);
-  display_.working(progress);
-}
-
-FileRecord BackupJob::examine(const fs::directory_entry &entry, const std::string &path) {
-  struct stat status;
-  if (lstat(entry.path().c_str(), &status) != 0) {
-    failWith(errno, "cannot examine " + quoted(path));
-  }
-  const std::optional<FileType> type = fileTypeOf(status.st_mode);
-  if (!type) {
-    throw StoreError(quoted(path) + " is neither a file, a folder nor a link");
-  }
-  FileRecord record;
-  record.path = path;
-  record.type = *type;
-  record.mode = status.st_mode & 07777;
-  record.mtime = status.st_mtim.tv_sec;
-  record.mtimeNsec = status.st_mtim.tv_nsec;
-  if (*type == FileType::kFile) {
-    record.size = status.st_size;
-    record.sha256 = checksumOf(entry.path(), status);
-  } else if (*type == FileType::kSymlink) {
-    record.target = fs::read_symlink(entry.path());
-    record.size = static_cast<std::int64_t>(record.target.size());
-    record.sha256 = sha256Of(record.target);
-  }
-  return record;
-}
-
-// What was moved here has not been read yet.
-std::string BackupJob::checksumOf(const fs::path &file, const struct stat &status) {
-  const std::string known = index_.checksumOf(status);
-  if (!known.empty()) {
-    return known;
-  }
-  const UniqueFd fd(open(file.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
-  if (!fd) {
-    failWith(errno, "cannot open " + quoted(file));
-  }
-  return sha256OfFile(fd.get(), file, [this](std::size_t count) {
-    bytesRead_ += count;
-    keepUp();
-  });
 }
 
 // ---- Restore.

@@ -1,4 +1,4 @@
-// What a backup says of itself: manifest.json and SHA256SUMS. docs/backup.md describes both.
+// What a backup records about itself. docs/backup.md describes the file.
 #ifndef ARVL_HOST_BACKUP_MANIFEST_H_
 #define ARVL_HOST_BACKUP_MANIFEST_H_
 
@@ -6,14 +6,11 @@
 
 #include <cstdint>
 #include <filesystem>
-#include <fstream>
-#include <functional>
-#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
-#include "backup/file_index.h"
-#include "files/file_error.h"
+#include "backup/file_record.h"
 #include "text/tally.h"
 
 namespace arvl_host {
@@ -21,9 +18,14 @@ namespace arvl_host {
 // Raised with every change that an older reader would misread.
 constexpr int kManifestVersion = 1;
 
+// The manifest is strict JSON that can be read and written line by line: the format and the version on the
+// first line, one member on each of the next, and then one entry on each.
+constexpr const char *kManifestFormat = "arvl-backup";
+constexpr std::string_view kFilesBegin = "\"files\":[";
+constexpr std::string_view kFilesEnd = "]}";
+
 constexpr const char *kManifestName = "manifest.json";
-constexpr const char *kChecksumsName = "SHA256SUMS";
-constexpr const char *kDataName = "data";
+constexpr const char *kDataName = "data";  // the directory with the entries
 
 struct Totals {
   std::uint64_t files = 0;
@@ -56,76 +58,15 @@ struct Manifest {
   std::vector<std::string> restoreTexts() const;
 };
 
-// Its members but the files.
+// Returns all members of the file but "files".
 Json::Value headJson(const Manifest &manifest);
+// Reads such members. Throws Json::Exception.
+Manifest manifestOf(const Json::Value &head);
 Json::Value totalsJson(const Totals &totals);
 Json::Value arrayOf(const std::vector<std::string> &texts);
 
-// The backup cannot be examined, which says nothing of whether it is sound: a later version of the host wrote
-// its manifest, or this user may not read it.
-class CannotExamine : public StoreError {
- public:
-  using StoreError::StoreError;
-};
-
-// Both files, into the folder of the backup, the manifest last. SHA256SUMS has the manifest's checksum
-// too. What checkpoint, which is called for each file, throws ends it. Throws StoreError.
-void writeManifest(
-    const std::filesystem::path &folder, const Manifest &manifest, FileIndex &files,
-    const std::function<void()> &checkpoint = [] {});
-
-// Throws StoreError if the manifest is not that of the backup in this folder.
+// Throws StoreError if the manifest is not that of the backup in this directory.
 void checkPlace(const Manifest &manifest, const std::filesystem::path &folder);
-
-// Reads a manifest record by record. Throws StoreError that names the file and the line.
-class ManifestReader {
- public:
-  // Throws CannotExamine, too.
-  explicit ManifestReader(const std::filesystem::path &folder);
-
-  const Manifest &manifest() const { return manifest_; }
-  // Nothing at the end.
-  std::optional<FileRecord> next();
-
- private:
-  [[noreturn]] void fail(const std::string &what) const;
-  bool readLine(std::string &line);
-  void readHead();
-  Json::Value parse(const std::string &text) const;
-
-  std::filesystem::path path_;
-  std::ifstream stream_;
-  std::uint64_t line_ = 0;
-  Manifest manifest_;
-  bool isAtEnd_ = false;
-};
-
-// A line of SHA256SUMS, in the form that sha256sum writes and reads; without its line feed.
-std::string checksumLine(const std::string &sha256, const std::string &name);
-
-// Reads SHA256SUMS line by line. Throws StoreError that names the file and the line.
-class ChecksumsReader {
- public:
-  struct Line {
-    std::string sha256;
-    std::string name;  // below the folder of the backup
-  };
-
-  explicit ChecksumsReader(const std::filesystem::path &folder);
-
-  // Nothing at the end.
-  std::optional<Line> next();
-
- private:
-  [[noreturn]] void fail(const std::string &what) const;
-
-  std::filesystem::path path_;
-  std::ifstream stream_;
-  std::uint64_t line_ = 0;
-};
-
-// Throws CannotExamine, and StoreError if manifest.json is not the file that SHA256SUMS has the checksum of.
-void checkManifestFile(const std::filesystem::path &folder);
 
 }  // namespace arvl_host
 

@@ -9,9 +9,13 @@
 #include <optional>
 #include <utility>
 
+#include "backup/backup_file.h"
 #include "backup/backup_source.h"
+#include "backup/checksums.h"
 #include "backup/file_index.h"
+#include "backup/manifest_reader.h"
 #include "files/folder_reader.h"
+#include "files/sha256.h"
 #include "files/store.h"
 
 namespace fs = std::filesystem;

@@ -10,7 +10,8 @@
 #include <vector>
 
 #include "backup/catalog.h"
-#include "backup/manifest.h"
+#include "backup/manifest_reader.h"
+#include "backup/new_backup.h"
 #include "backup/report.h"
 #include "backup/verify.h"
 #include "cli/output_options.h"

@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "backup/file_index.h"
+#include "backup/file_record.h"
 
 namespace arvl_test {
 
