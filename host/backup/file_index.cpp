@@ -2,6 +2,10 @@
 
 #include <sqlite3.h>
 
+#include <cstring>
+#include <stdexcept>
+
+#include "backup/entry_path.h"
 #include "files/file_error.h"
 
 namespace arvl_host {
@@ -18,43 +22,72 @@ constexpr const char *kSchema =
     "                    target BLOB, PRIMARY KEY (folder, name)) WITHOUT ROWID;"
     "BEGIN";
 
-void bind(sqlite3_stmt *statement, int column, std::int64_t value) {
-  sqlite3_bind_int64(statement, column, value);
+int parameterOf(sqlite3_stmt *statement, const char *name) {
+  const int parameter = sqlite3_bind_parameter_index(statement, name);
+  if (parameter == 0) {
+    throw std::logic_error(std::string("no parameter ") + name);
+  }
+  return parameter;
 }
 
-void bindText(sqlite3_stmt *statement, int column, const std::string &text) {
-  sqlite3_bind_text(statement, column, text.data(), static_cast<int>(text.size()),
-                    SQLITE_TRANSIENT);
+int columnOf(sqlite3_stmt *row, const char *name) {
+  for (int column = 0; column < sqlite3_column_count(row); ++column) {
+    if (std::strcmp(sqlite3_column_name(row, column), name) == 0) {
+      return column;
+    }
+  }
+  throw std::logic_error(std::string("no column ") + name);
+}
+
+void bind(sqlite3_stmt *statement, const char *name, std::int64_t value) {
+  sqlite3_bind_int64(statement, parameterOf(statement, name), value);
+}
+
+void bindText(sqlite3_stmt *statement, const char *name, const std::string &text) {
+  sqlite3_bind_text(statement, parameterOf(statement, name), text.data(),
+                    static_cast<int>(text.size()), SQLITE_TRANSIENT);
 }
 
 // Paths may hold any bytes.
-void bindBytes(sqlite3_stmt *statement, int column, const std::string &bytes) {
-  sqlite3_bind_blob(statement, column, bytes.data(), static_cast<int>(bytes.size()),
-                    SQLITE_TRANSIENT);
-}
-
-std::string bytesOf(sqlite3_stmt *statement, int column) {
-  const void *bytes = sqlite3_column_blob(statement, column);
-  const auto size = static_cast<std::size_t>(sqlite3_column_bytes(statement, column));
-  return bytes != nullptr ? std::string(static_cast<const char *>(bytes), size) : "";
+void bindBytes(sqlite3_stmt *statement, const char *name, const std::string &bytes) {
+  sqlite3_bind_blob(statement, parameterOf(statement, name), bytes.data(),
+                    static_cast<int>(bytes.size()), SQLITE_TRANSIENT);
 }
 
 void bindPath(sqlite3_stmt *statement, const std::string &path) {
-  const std::size_t slash = path.rfind('/');
-  bindBytes(statement, 1, path.substr(0, slash));
-  bindBytes(statement, 2, path.substr(slash + 1));
+  const auto [folder, name] = splitEntryPath(path);
+  bindBytes(statement, ":folder", folder);
+  bindBytes(statement, ":name", name);
+}
+
+void bindStatus(sqlite3_stmt *statement, const struct stat &status) {
+  bind(statement, ":inode", static_cast<std::int64_t>(status.st_ino));
+  bind(statement, ":device", static_cast<std::int64_t>(status.st_dev));
+  bind(statement, ":changed", status.st_ctim.tv_sec);
+  bind(statement, ":changed_nsec", status.st_ctim.tv_nsec);
+}
+
+std::int64_t numberOf(sqlite3_stmt *row, const char *name) {
+  return sqlite3_column_int64(row, columnOf(row, name));
+}
+
+std::string bytesOf(sqlite3_stmt *row, const char *name) {
+  const int column = columnOf(row, name);
+  const void *bytes = sqlite3_column_blob(row, column);
+  const auto size = static_cast<std::size_t>(sqlite3_column_bytes(row, column));
+  return bytes != nullptr ? std::string(static_cast<const char *>(bytes), size) : "";
 }
 
 FileRecord recordOf(sqlite3_stmt *row) {
   FileRecord record;
-  record.path = bytesOf(row, 0) + "/" + bytesOf(row, 1);
-  record.type = static_cast<FileType>(sqlite3_column_int(row, 2));
-  record.size = sqlite3_column_int64(row, 3);
-  record.mode = static_cast<unsigned>(sqlite3_column_int(row, 4));
-  record.mtime = sqlite3_column_int64(row, 5);
-  record.mtimeNsec = sqlite3_column_int64(row, 6);
-  record.sha256 = bytesOf(row, 7);
-  record.target = bytesOf(row, 8);
+  record.path = bytesOf(row, "folder") + "/" + bytesOf(row, "name");
+  record.type = static_cast<FileType>(numberOf(row, "type"));
+  record.size = numberOf(row, "size");
+  record.mode = static_cast<unsigned>(numberOf(row, "mode"));
+  record.mtime = numberOf(row, "mtime");
+  record.mtimeNsec = numberOf(row, "mtime_nsec");
+  record.sha256 = bytesOf(row, "sha256");
+  record.target = bytesOf(row, "target");
   return record;
 }
 
@@ -76,16 +109,21 @@ FileIndex::FileIndex() {
     fail();
   }
   execute(kSchema);
-  addChecksum_ = prepare("INSERT OR REPLACE INTO checksums VALUES (?, ?, ?, ?, ?)");
+  addChecksum_ = prepare(
+      "INSERT OR REPLACE INTO checksums (inode, device, changed, changed_nsec, sha256) "
+      "VALUES (:inode, :device, :changed, :changed_nsec, :sha256)");
   findChecksum_ = prepare(
-      "SELECT sha256 FROM checksums "
-      "WHERE inode = ? AND device = ? AND changed = ? AND changed_nsec = ?");
+      "SELECT sha256 FROM checksums WHERE inode = :inode AND device = :device "
+      "AND changed = :changed AND changed_nsec = :changed_nsec");
   findChanged_ = prepare(
-      "SELECT 1 FROM checksums WHERE inode = ? AND device = ? "
-      "AND NOT (changed = ? AND changed_nsec = ?) AND sha256 = ''");
-  add_ = prepare("INSERT OR REPLACE INTO files VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)");
-  find_ = prepare("SELECT * FROM files WHERE folder = ? AND name = ?");
-  count_ = prepare("SELECT count(*) FROM files WHERE folder = ?");
+      "SELECT inode FROM checksums WHERE inode = :inode AND device = :device "
+      "AND NOT (changed = :changed AND changed_nsec = :changed_nsec) AND sha256 = ''");
+  add_ = prepare(
+      "INSERT OR REPLACE INTO files "
+      "(folder, name, type, size, mode, mtime, mtime_nsec, sha256, target) VALUES "
+      "(:folder, :name, :type, :size, :mode, :mtime, :mtime_nsec, :sha256, :target)");
+  find_ = prepare("SELECT * FROM files WHERE folder = :folder AND name = :name");
+  count_ = prepare("SELECT count(*) AS entries FROM files WHERE folder = :folder");
 }
 
 FileIndex::~FileIndex() = default;
@@ -123,27 +161,16 @@ void FileIndex::run(sqlite3_stmt *statement) {
   sqlite3_reset(statement);
 }
 
-namespace {
-
-void bindStatus(sqlite3_stmt *statement, const struct stat &status) {
-  bind(statement, 1, static_cast<std::int64_t>(status.st_ino));
-  bind(statement, 2, static_cast<std::int64_t>(status.st_dev));
-  bind(statement, 3, status.st_ctim.tv_sec);
-  bind(statement, 4, status.st_ctim.tv_nsec);
-}
-
-}  // namespace
-
 void FileIndex::addChecksum(const struct stat &status, const std::string &sha256) {
   bindStatus(addChecksum_.get(), status);
-  bindText(addChecksum_.get(), 5, sha256);
+  bindText(addChecksum_.get(), ":sha256", sha256);
   run(addChecksum_.get());
 }
 
 std::string FileIndex::checksumOf(const struct stat &status) {
   bindStatus(findChecksum_.get(), status);
   const std::string sha256 =
-      step(findChecksum_.get()) ? bytesOf(findChecksum_.get(), 0) : std::string();
+      step(findChecksum_.get()) ? bytesOf(findChecksum_.get(), "sha256") : std::string();
   sqlite3_reset(findChecksum_.get());
   return sha256;
 }
@@ -164,13 +191,13 @@ bool FileIndex::hasChangedSinceMove(const struct stat &status) {
 
 void FileIndex::add(const FileRecord &record) {
   bindPath(add_.get(), record.path);
-  bind(add_.get(), 3, static_cast<int>(record.type));
-  bind(add_.get(), 4, record.size);
-  bind(add_.get(), 5, record.mode);
-  bind(add_.get(), 6, record.mtime);
-  bind(add_.get(), 7, record.mtimeNsec);
-  bindText(add_.get(), 8, record.sha256);
-  bindBytes(add_.get(), 9, record.target);
+  bind(add_.get(), ":type", static_cast<int>(record.type));
+  bind(add_.get(), ":size", record.size);
+  bind(add_.get(), ":mode", record.mode);
+  bind(add_.get(), ":mtime", record.mtime);
+  bind(add_.get(), ":mtime_nsec", record.mtimeNsec);
+  bindText(add_.get(), ":sha256", record.sha256);
+  bindBytes(add_.get(), ":target", record.target);
   run(add_.get());
 }
 
@@ -185,9 +212,9 @@ std::optional<FileRecord> FileIndex::find(const std::string &path) {
 }
 
 std::uint64_t FileIndex::countIn(const std::string &folder) {
-  bindBytes(count_.get(), 1, folder);
+  bindBytes(count_.get(), ":folder", folder);
   step(count_.get());
-  const auto count = static_cast<std::uint64_t>(sqlite3_column_int64(count_.get(), 0));
+  const auto count = static_cast<std::uint64_t>(numberOf(count_.get(), "entries"));
   sqlite3_reset(count_.get());
   return count;
 }
