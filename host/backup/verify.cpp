@@ -6,29 +6,26 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <optional>
 #include <utility>
 
 #include "backup/backup_file.h"
 #include "backup/backup_source.h"
 #include "backup/checksums.h"
+#include "backup/entry_path.h"
 #include "backup/file_index.h"
 #include "backup/manifest_reader.h"
 #include "files/folder_reader.h"
 #include "files/sha256.h"
 #include "files/store.h"
+#include "text/durations.h"
 
 namespace fs = std::filesystem;
 
 namespace arvl_host {
 
 namespace {
-
-// By which the lines are sorted.
-std::pair<std::string, std::string> splitPath(const std::string &path) {
-  const std::size_t slash = path.rfind('/');
-  return {path.substr(0, slash), path.substr(slash + 1)};
-}
 
 std::string targetOf(const UniqueFd &link) {
   char target[PATH_MAX];
@@ -39,7 +36,10 @@ std::string targetOf(const UniqueFd &link) {
 class Verifier {
  public:
   Verifier(fs::path folder, const OnProblem &onProblem, const OnVerifyProgress &onProgress)
-      : folder_(std::move(folder)), onProblem_(onProblem), onProgress_(onProgress) {}
+      : folder_(std::move(folder)), onProblem_(onProblem), onProgress_(onProgress) {
+    progress_.step = "verify";
+    progress_.stage = folder_.parent_path().filename().string() + " " + folder_.filename().string();
+  }
 
   Verification verify();
 
@@ -54,6 +54,7 @@ class Verifier {
   void checkLine(const ChecksumsReader::Line &line);
   void findExtra();
   void findExtraIn(const std::string &path);
+  void showProgress();
   void report(const std::string &path, const std::string &problem);
 
   const fs::path folder_;
@@ -62,7 +63,8 @@ class Verifier {
   std::optional<Store> data_;  // empty if the backup has no such folder
   FileIndex index_;
   Verification result_;
-  VerifyProgress progress_;
+  StepProgress progress_;
+  const std::chrono::steady_clock::time_point begin_ = std::chrono::steady_clock::now();
 };
 
 Verification Verifier::verify() {
@@ -95,6 +97,11 @@ void Verifier::report(const std::string &path, const std::string &problem) {
   onProblem_(path, problem);
 }
 
+void Verifier::showProgress() {
+  progress_.seconds = secondsSince(begin_);
+  onProgress_(progress_);
+}
+
 void Verifier::readManifest() {
   ManifestReader reader(folder_);
   checkPlace(reader.manifest(), folder_);
@@ -102,7 +109,7 @@ void Verifier::readManifest() {
   openData();
   progress_.expectedBytes = reader.manifest().totals.bytes;
   while (const std::optional<FileRecord> record = reader.next()) {
-    onProgress_(progress_);
+    showProgress();
     addTo(result_.totals, *record);
     index_.add(*record);
     checkRecord(*record);
@@ -183,7 +190,7 @@ void Verifier::checkContent(const FileRecord &record, const std::string &name) {
   }
   const std::string sha256 = sha256OfFile(file.get(), name, [this](std::size_t count) {
     progress_.bytes += count;
-    onProgress_(progress_);
+    showProgress();
   });
   ++progress_.files;
   if (sha256 != record.sha256) {
@@ -198,14 +205,14 @@ void Verifier::checkChecksums() {
   try {
     ChecksumsReader reader(folder_);
     while (const std::optional<ChecksumsReader::Line> line = reader.next()) {
-      onProgress_(progress_);
+      showProgress();
       if (line->name == kManifestName) {
         continue;
       }
       ++files;
       checkLine(*line);
       // Each once: as many lines as files could leave one out otherwise.
-      const auto place = splitPath(line->name);
+      const auto place = splitEntryPath(line->name);
       if (place <= last) {
         report(kChecksumsName, "names this file again, or out of its order: " + line->name);
       }
@@ -252,7 +259,7 @@ void Verifier::findExtraIn(const std::string &path) {
   }
   FolderReader reader(folder.get(), (folder_ / kDataName).string() + path);
   while (const char *name = reader.next()) {
-    onProgress_(progress_);
+    showProgress();
     std::string entry = path;
     entry += '/';
     entry += name;

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "backup/manifest.h"
+#include "display/progress_line.h"
 
 namespace arvl_host {
 
@@ -16,13 +17,7 @@ struct Verification {
   std::uint64_t problems = 0;
 };
 
-struct VerifyProgress {
-  std::uint64_t files = 0;  // that have been read
-  std::uint64_t bytes = 0;
-  std::uint64_t expectedBytes = 0;  // as the manifest says
-};
-
-using OnVerifyProgress = std::function<void(const VerifyProgress &progress)>;
+using OnVerifyProgress = std::function<void(const StepProgress &progress)>;
 
 // Each difference, by the path below the backup's folder, and what it is.
 using OnProblem = std::function<void(const std::string &path, const std::string &problem)>;

@@ -167,7 +167,6 @@ class VerifyCommand {
   void verify(const std::string &application, const std::string &id);
   void fail(const std::string &error);
   Json::Value examine(const std::string &application, const std::string &id);
-  OnVerifyProgress showing(const std::string &name);
 
   const StoreCommandOptions &options_;
   const Catalog catalog_;
@@ -234,20 +233,6 @@ void VerifyCommand::verify(const std::string &application, const std::string &id
   }
 }
 
-OnVerifyProgress VerifyCommand::showing(const std::string &name) {
-  StepProgress work;
-  work.step = "verify";
-  work.stage = name;
-  return [this, work, begin = steady_clock::now()](const VerifyProgress &progress) mutable {
-    interruption_.check();
-    work.files = progress.files;
-    work.bytes = progress.bytes;
-    work.expectedBytes = progress.expectedBytes;
-    work.seconds = secondsSince(begin);
-    display_.working(work);
-  };
-}
-
 Json::Value VerifyCommand::examine(const std::string &application, const std::string &id) {
   const std::string name = application + " " + id;
   Json::Value problems(Json::arrayValue);
@@ -260,8 +245,12 @@ Json::Value VerifyCommand::examine(const std::string &application, const std::st
       problems.append(entry);
     }
   };
+  const auto onProgress = [this](const StepProgress &progress) {
+    interruption_.check();
+    display_.working(progress);
+  };
   const Verification result =
-      verifyBackup(catalog_.folderOf(application) / id, onProblem, showing(name));
+      verifyBackup(catalog_.folderOf(application) / id, onProblem, onProgress);
   if (result.problems == 0) {
     display_.note(name + ": sound, " + totalsText(result.totals));
   }

@@ -18,7 +18,7 @@ namespace fs = std::filesystem;
 namespace arvl_test {
 namespace {
 
-using arvl_host::VerifyProgress;
+using arvl_host::StepProgress;
 
 class Verify : public JobFolder {
  protected:
@@ -27,11 +27,11 @@ class Verify : public JobFolder {
     script("export", {{"upload", "dir", at("local/tree"), "/tree"}});
   }
 
-  std::vector<VerifyProgress> progressOf(const fs::path &folder) {
-    std::vector<VerifyProgress> all;
+  std::vector<StepProgress> progressOf(const fs::path &folder) {
+    std::vector<StepProgress> all;
     const arvl_host::Verification result = arvl_host::verifyBackup(
         folder, [this](const std::string &, const std::string &) { ++problems_; },
-        [&](const VerifyProgress &progress) { all.push_back(progress); });
+        [&](const StepProgress &progress) { all.push_back(progress); });
     EXPECT_EQ(result.problems, problems_);
     totals_ = result.totals;
     return all;
@@ -42,7 +42,7 @@ class Verify : public JobFolder {
 };
 
 TEST_F(Verify, TellsWhatIsReadOfWhatTheManifestExpects) {
-  const std::vector<VerifyProgress> all = progressOf(mustBackUp());
+  const std::vector<StepProgress> all = progressOf(mustBackUp());
   ASSERT_FALSE(all.empty());
   EXPECT_EQ(problems_, 0u);
   EXPECT_EQ(all.front().files, 0u);
@@ -60,7 +60,7 @@ TEST_F(Verify, TellsWhatIsReadOfWhatTheManifestExpects) {
 TEST_F(Verify, CountsNoFileThatIsMissing) {
   const fs::path folder = mustBackUp();
   fs::remove_all(folder / "data");
-  const VerifyProgress last = progressOf(folder).back();
+  const StepProgress last = progressOf(folder).back();
   EXPECT_GT(problems_, 0u);
   EXPECT_EQ(last.files, 0u);
   EXPECT_EQ(last.bytes, 0u);
@@ -77,7 +77,7 @@ std::string errorAsOtherUser(const fs::path &folder) {
         [](const std::string &path, const std::string &problem) {
           ADD_FAILURE() << path << ": " << problem;
         },
-        [](const VerifyProgress &) {});
+        [](const StepProgress &) {});
   });
   EXPECT_TRUE(!isSuperuser || seteuid(0) == 0);
   return error;
@@ -101,7 +101,7 @@ TEST_F(Verify, DoesNotJudgeABackupWithoutPermissionToReadIt) {
 TEST_F(Verify, IsEndedByWhateverItsListenerThrows) {
   const fs::path folder = mustBackUp();
   int calls = 0;
-  const auto stop = [&](const VerifyProgress &) {
+  const auto stop = [&](const StepProgress &) {
     ++calls;
     throw std::logic_error("stop");
   };
