@@ -45,7 +45,7 @@ ApplicationLock::ApplicationLock(const std::filesystem::path &folder) {
     }
     throw StoreBusy("the backups in " + quoted(folder) + " are in use by " + holderOf(file_.get()));
   }
-  // For messages alone: a full disk must not keep prune from its work.
+  // Only messages use the name: prune must work on a full disk.
   const std::string name = ownName();
   if (ftruncate(file_.get(), 0) != 0 || pwrite(file_.get(), name.data(), name.size(), 0) < 0) {
     return;

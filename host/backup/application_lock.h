@@ -9,16 +9,17 @@
 
 namespace arvl_host {
 
-// Another process works on the same application's backups.
+// Thrown if another process works on the same application's backups.
 class StoreBusy : public StoreError {
  public:
   using StoreError::StoreError;
 };
 
-// Held while an application's backups are written or cleared: by one process at a time, however it ends.
+// Holds the lock on an application's backups, which are written or removed by one process at a time. The
+// system releases the lock when the process ends.
 class ApplicationLock {
  public:
-  // The folder is made if it is not there. Throws StoreBusy, which names the holder.
+  // Creates the directory if it does not exist. Throws StoreBusy, which names the holder, and StoreError.
   explicit ApplicationLock(const std::filesystem::path &folder);
 
  private:

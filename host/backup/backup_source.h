@@ -1,4 +1,4 @@
-// A finished backup as a plug-in is served from it.
+// Serves a finished backup to a plug-in.
 #ifndef ARVL_HOST_BACKUP_BACKUP_SOURCE_H_
 #define ARVL_HOST_BACKUP_BACKUP_SOURCE_H_
 
@@ -15,8 +15,8 @@
 
 namespace arvl_host {
 
-// Makes the answer to an export-result request from a manifest. Throws StoreError, which begins with what is
-// shown of the manifest, if no packet could carry the answer or the rule book refuses it.
+// Makes the answer to an export-result request from a manifest. Throws StoreError, which begins with `shown`,
+// if no packet could carry the answer or the answer would break the rule book.
 Json::Value exportResultOf(const Manifest &manifest, const std::string &shown);
 
 // Serves the data for reading only, and compares each entry with the manifest before it is delivered.

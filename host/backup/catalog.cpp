@@ -15,7 +15,7 @@ namespace {
 
 constexpr const char *kLostAndFound = "lost+found";  // of the file system, where a store is one
 
-// A link to a folder may stand for it, where that is said.
+// Whether a link to a directory counts as a directory.
 enum class Links { kFollowed, kLeftOut };
 
 std::vector<std::string> foldersBelow(const fs::path &folder, Links links) {
@@ -29,7 +29,7 @@ std::vector<std::string> foldersBelow(const fs::path &folder, Links links) {
     }
   }
   if (error) {
-    failWith(error.value(), "cannot read the folder " + quoted(folder));
+    failWith(error.value(), "cannot read the directory " + quoted(folder));
   }
   std::sort(names.begin(), names.end());
   return names;
@@ -56,7 +56,7 @@ std::string listOf(const std::vector<std::string> &names) {
 std::string checkApplicationName(const std::string &name) {
   if (name.empty() || name[0] == '.' || name.find('/') != std::string::npos ||
       visibleText(name) != name || name.size() > 200) {
-    return "an application's name is the name of a folder, without a full stop in front, not " +
+    return "an application's name is the name of a directory, without a full stop in front, not " +
            quoted(name);
   }
   return "";
@@ -84,7 +84,7 @@ std::vector<std::string> Catalog::applications() const {
   });
 }
 
-// A backup has its name only when it is whole.
+// A backup gets this name when it is finished.
 std::vector<std::string> Catalog::backups(const std::string &application) const {
   return only(foldersIn(application), isBackupId);
 }
@@ -123,7 +123,7 @@ fs::path finishedBackup(const fs::path &path) {
   if (!isBackupId(name)) {
     throw StoreError(
         quoted(path) +
-        " is not the folder of a backup: give STORE/APPLICATION/ID as list shows them");
+        " is not the directory of a backup: give STORE/APPLICATION/ID as list shows them");
   }
   return folder;
 }

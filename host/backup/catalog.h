@@ -10,31 +10,32 @@
 
 namespace arvl_host {
 
-// The store has no such finished backup.
+// Thrown if the store has no such finished backup.
 class NoSuchBackup : public StoreError {
  public:
   using StoreError::StoreError;
 };
 
-// If it is not there. Throws StoreError.
+// Creates the store directory if it does not exist. Throws StoreError.
 void makeStore(const std::filesystem::path &store);
 
-// Throws StoreError.
+// Lists the backups of a store. Throws StoreError.
 class Catalog {
  public:
-  // The folder has to be there.
+  // The directory has to exist.
   explicit Catalog(std::filesystem::path store);
 
   const std::filesystem::path &store() const { return store_; }
   std::filesystem::path folderOf(const std::string &application) const;
 
-  // In the order of their names.
+  // Returns the names of the applications, sorted.
   std::vector<std::string> applications() const;
-  // The finished backups of an application, the oldest first.
+  // Returns the ids of an application's finished backups, the oldest first.
   std::vector<std::string> backups(const std::string &application) const;
-  // The names of the folders that backups left which did not finish.
+  // Returns the directory names of an application's unfinished backups.
   std::vector<std::string> unfinished(const std::string &application) const;
-  // The backup of that name, or the latest if it is empty. Throws NoSuchBackup, which says which there are.
+  // Returns `id` if that backup exists, or the latest id if `id` is empty. Throws NoSuchBackup, which lists
+  // the backups that exist.
   std::string find(const std::string &application, const std::string &id) const;
 
  private:
@@ -46,7 +47,7 @@ class Catalog {
 // Returns the normalised path of a finished backup that is given as STORE/APPLICATION/ID. Throws StoreError.
 std::filesystem::path finishedBackup(const std::filesystem::path &path);
 
-// What may be the name of an application's folder; empty, or why it may not.
+// Returns why `name` is not a valid application name, or an empty string.
 std::string checkApplicationName(const std::string &name);
 
 }  // namespace arvl_host

@@ -14,7 +14,7 @@ namespace {
 
 constexpr std::size_t kDigits = 64;  // of a SHA-256
 
-// Whether sha256sum writes the name another way, and says so by a backslash in front of the line.
+// Returns whether sha256sum escapes the name, which it marks with a backslash before the line.
 bool isEscaped(const std::string &name) {
   return name.find_first_of("\\\n\r") != std::string::npos;
 }
@@ -70,7 +70,7 @@ std::optional<ChecksumsReader::Line> ChecksumsReader::next() {
   const std::size_t begin = escaped ? 1 : 0;
   if (text.find_first_not_of("0123456789abcdef", begin) != begin + kDigits ||
       text.compare(begin + kDigits, 2, "  ") != 0) {
-    lines_.fail("this is not a checksum and a name");
+    lines_.fail("invalid line: it is not a checksum and a name");
   }
   const std::string written = text.substr(begin + kDigits + 2);
   const std::string name = escaped ? unescape(written) : written;

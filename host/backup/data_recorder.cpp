@@ -35,7 +35,7 @@ Totals DataRecorder::record() {
   return totals;
 }
 
-// A process that kept a moved file open could write it in the backup, even after it was recorded.
+// A process that still has a moved file open could write to it, even after it was recorded.
 void DataRecorder::checkMoved() {
   if (!index_.hasMoved()) {
     return;
@@ -71,7 +71,7 @@ FileRecord DataRecorder::examine(const fs::directory_entry &entry, const std::st
   }
   const std::optional<FileType> type = fileTypeOf(status.st_mode);
   if (!type) {
-    throw StoreError(quoted(path) + " is neither a file, a folder nor a link");
+    throw StoreError(quoted(path) + " is neither a file, a directory nor a link");
   }
   FileRecord record;
   record.path = path;

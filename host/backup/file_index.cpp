@@ -12,7 +12,7 @@ namespace arvl_host {
 
 namespace {
 
-// The folder comes first in the key, so that the entries of one stand together.
+// The directory comes first in the key, so that its entries are stored together.
 constexpr const char *kSchema =
     "PRAGMA journal_mode = OFF;"
     "PRAGMA synchronous = OFF;"
@@ -147,7 +147,7 @@ FileIndex::Statement FileIndex::prepare(const char *sql) {
   return Statement(statement);
 }
 
-// True if there is a row.
+// Returns whether there is a row.
 bool FileIndex::step(sqlite3_stmt *statement) {
   const int status = sqlite3_step(statement);
   if (status != SQLITE_ROW && status != SQLITE_DONE) {
@@ -175,8 +175,8 @@ std::string FileIndex::checksumOf(const struct stat &status) {
   return sha256;
 }
 
-// Replaces what is known of a copy that had the same inode, and maybe the same time of change: file systems count
-// it in ticks of milliseconds.
+// Replaces the checksum of a copy that had the same inode. The copy may even have the same time of change,
+// because file systems count it in ticks of milliseconds.
 void FileIndex::addMoved(const struct stat &status) {
   addChecksum(status, "");
   hasMoved_ = true;

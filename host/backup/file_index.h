@@ -1,4 +1,4 @@
-// The entries of a backup, looked up by their path, in memory that does not grow with their number.
+// Finds the entries of a backup by path. The memory used does not grow with their number.
 #ifndef ARVL_HOST_BACKUP_FILE_INDEX_H_
 #define ARVL_HOST_BACKUP_FILE_INDEX_H_
 
@@ -17,8 +17,8 @@ struct sqlite3_stmt;
 
 namespace arvl_host {
 
-// A private table in a temporary file without a name, which goes with the process. Throws StoreError,
-// when the temporary file cannot grow for one. One thread at a time.
+// Owns a private table in a temporary file without a name, which disappears with the process. Throws
+// StoreError, for example if the temporary file cannot grow. One thread at a time.
 class FileIndex {
  public:
   FileIndex();
@@ -26,22 +26,22 @@ class FileIndex {
   FileIndex(const FileIndex &) = delete;
   FileIndex &operator=(const FileIndex &) = delete;
 
-  // What a file holds, known from its status for as long as nothing changes it.
+  // Keeps the checksum of a file for as long as its status does not change.
   void addChecksum(const struct stat &status, const std::string &sha256);
-  // Empty if it is not known.
+  // Returns an empty string if the checksum is not known.
   std::string checksumOf(const struct stat &status);
-  // A file that was moved, of which no checksum is known.
+  // Keeps the status of a file that was moved, without a checksum.
   void addMoved(const struct stat &status);
   bool hasMoved() const { return hasMoved_; }
-  // Whether the file was moved, and is not as it was then.
+  // Returns whether the file was moved and its status has changed since then.
   bool hasChangedSinceMove(const struct stat &status);
 
-  // Replaces the record of the same path.
+  // Adds a record, replacing the one with the same path.
   void add(const FileRecord &record);
   std::optional<FileRecord> find(const std::string &path);
-  // How many entries a folder has. "" is the store itself.
+  // Returns the number of entries of a directory. "" is the store itself.
   std::uint64_t countIn(const std::string &folder);
-  // By the folder, then by the name; in the order of the bytes.
+  // Calls `use` for each record, sorted by the bytes of the directory and then of the name.
   void forEach(const std::function<void(const FileRecord &)> &use);
 
  private:

@@ -27,13 +27,13 @@ namespace {
 using std::chrono::steady_clock;
 using ZARN::ARVLAPP::Agent;
 
-// Why a job ends without success, with what the program then exits with.
+// Ends a job without success. Holds the exit code of the program.
 struct JobFailure : std::runtime_error {
   JobFailure(int code, const std::string &what) : std::runtime_error(what), exitCode(code) {}
   int exitCode;
 };
 
-// What a failed step says of itself, in one line.
+// Returns why a step failed, in one line.
 std::string explain(const std::string &step, const StepResult &result) {
   if (result.outcome == Outcome::kInterrupted) {
     return "interrupted in the step " + step;
@@ -50,7 +50,7 @@ std::string explain(const std::string &step, const StepResult &result) {
   return text;
 }
 
-// What a backup and a restore have in common.
+// The common part of a backup and a restore.
 class Job {
  public:
   Job(const char *command, const JobOptions &options, JobDisplay &display, TraceWriter &trace)
@@ -93,7 +93,7 @@ class Job {
     }
   }
 
-  // Null if the plug-in does not have the step.
+  // Returns null if the plug-in does not have the step.
   const StepResult *runOptional(const char *step, RequestServer &server) {
     if (!steps_.has(step)) {
       report_.missingSteps.push_back(step);
@@ -188,7 +188,7 @@ void BackupJob::perform() {
   report_.manifest = manifest;
 }
 
-// The steps before the export have no files to ask for.
+// The steps before the export cannot request files.
 void BackupJob::prepare(Manifest &manifest) {
   Framework framework(options_.values, nullptr, steps_.progress());
   if (const StepResult *summary = runOptional(Agent::PLUGIN_NAME_SUMMARY, framework)) {

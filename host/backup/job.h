@@ -1,4 +1,4 @@
-// Whole jobs: a backup, and a restore from it.
+// Runs whole jobs: a backup, and a restore from one.
 #ifndef ARVL_HOST_BACKUP_JOB_H_
 #define ARVL_HOST_BACKUP_JOB_H_
 
@@ -19,32 +19,32 @@ struct JobOptions {
   std::string store;
   std::string application;
   std::string backup;                 // to restore from; empty: the latest
-  Json::Value externalHandlerResult;  // to be kept with a backup; null: none
+  Json::Value externalHandlerResult;  // stored with the backup; null: none
   std::string tool;                   // the program with its version
 };
 
 struct JobReport {
   std::string command;  // "backup", "restore"
   int exitCode = 0;
-  std::string error;                 // why it failed, in words; empty: it did not
+  std::string error;                 // why the job failed; empty: it succeeded
   std::string folder;                // of the backup; empty: there is none
   std::optional<Manifest> manifest;  // of the backup
   std::vector<std::string> missingSteps;
   std::vector<StepReport> steps;
   Tally denials;
-  std::uint64_t files = 0;  // that were delivered
+  std::uint64_t files = 0;  // delivered
   std::uint64_t bytes = 0;
   double seconds = 0;
 };
 
-// Both block until the job is over, show it on the display, and throw nothing: what goes wrong is in the
+// Both block until the job is over and show it on the display. They throw nothing: errors are in the
 // report. SIGINT, SIGTERM and SIGHUP cancel the job.
 
-// Runs summary, estimate_exportion, can_export and export, and keeps what came. A backup that does not
-// succeed leaves nothing behind.
+// Runs summary, estimate_exportion, can_export and export, and stores the data. Removes the backup if the
+// job fails.
 JobReport runBackup(const JobOptions &options, JobDisplay &display, TraceWriter &trace);
 
-// Runs can_import and import on a backup of the store, each file checked as it is served.
+// Runs can_import and import on a backup of the store. Checks each file while it is served.
 JobReport runRestore(const JobOptions &options, JobDisplay &display, TraceWriter &trace);
 
 }  // namespace arvl_host

@@ -113,7 +113,7 @@ void JobSteps::showProgress() {
   progress_.files = meter_.files - filesBefore_;
   progress_.bytes = meter_.bytes - bytesBefore_;
   progress_.seconds = secondsSince(begin_);
-  if (progress_.bytes > 0) {  // before, they tell nothing
+  if (progress_.bytes > 0) {  // an estimate says nothing before the first byte
     progress_.expectedBytes = expectedBytes_;
   }
   display_.progress(progress_);

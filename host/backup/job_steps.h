@@ -1,4 +1,4 @@
-// The steps of a job, one after the other, as a person and the report see them.
+// Runs the steps of a job and shows them to a person.
 #ifndef ARVL_HOST_BACKUP_JOB_STEPS_H_
 #define ARVL_HOST_BACKUP_JOB_STEPS_H_
 
@@ -18,7 +18,7 @@
 
 namespace arvl_host {
 
-// How the executables of a plug-in are run.
+// How to run the executables of a plug-in.
 struct PluginRun {
   std::string folder;
   std::string frameworkVersion;
@@ -31,26 +31,27 @@ struct StepReport {
   StepResult result;
 };
 
+// Runs steps, shows their progress and warnings, and keeps their reports.
 class JobSteps : private StepListener {
  public:
-  // All have to outlive it. A trace without a file writes nothing.
+  // All references have to outlive it. A trace without a file writes nothing.
   JobSteps(const PluginRun &run, JobDisplay &display, TraceWriter &trace,
            const TransferMeter &meter, Interruption &interruption);
 
-  // Whether the plug-in has the step's executable. Throws std::runtime_error for one that cannot be run.
+  // Returns whether the plug-in has the step's executable. Throws std::runtime_error for one that cannot be run.
   bool has(const std::string &step) const;
 
-  // What the progress that the plug-in reports is to be handed to.
+  // Returns the function that takes the progress which the plug-in reports.
   Framework::Progress progress();
 
-  // Bytes that are expected to be transferred, for the time that is left.
+  // Sets the number of bytes to transfer, from which the time left is computed.
   void expectBytes(std::optional<std::uint64_t> bytes) { expectedBytes_ = bytes; }
 
-  // Throws std::runtime_error if the step cannot be started.
+  // Runs a step and returns its result. Throws std::runtime_error if it cannot be started.
   const StepResult &run(const std::string &step, RequestServer &server);
 
   const std::vector<StepReport> &reports() const { return reports_; }
-  // Every request that was denied, with the different reasons.
+  // Counts every denied request and keeps the different reasons.
   const Tally &denials() const { return denials_; }
 
  private:

@@ -18,7 +18,7 @@ std::vector<std::string> textsOf(const Json::Value &array) {
   return texts;
 }
 
-// A backup of an older version has the texts alone.
+// A backup of an older version has the texts but no count.
 Tally tallyOf(const Json::Value &count, const Json::Value &texts) {
   Tally tally;
   tally.texts = textsOf(texts);
@@ -80,7 +80,7 @@ Json::Value arrayOf(const std::vector<std::string> &texts) {
   return array;
 }
 
-// By the names that the protocol has for an estimate.
+// Uses the member names of the estimate in the protocol.
 Json::Value totalsJson(const Totals &totals) {
   Json::Value json(Json::objectValue);
   json["file_count"] = Json::UInt64(totals.files);

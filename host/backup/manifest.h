@@ -15,7 +15,7 @@
 
 namespace arvl_host {
 
-// Raised with every change that an older reader would misread.
+// Increase it with every change that an older reader would misread.
 constexpr int kManifestVersion = 1;
 
 // The manifest is strict JSON that can be read and written line by line: the format and the version on the
@@ -39,22 +39,22 @@ void addTo(Totals &totals, const FileRecord &record);
 struct Manifest {
   std::string application;
   std::string id;
-  std::string tool;  // that made the backup, with its version
+  std::string tool;  // the program that made the backup, with its version
   std::string frameworkVersion;
   std::string started;  // UTC, "2026-11-21T09:25:32Z"
   std::string finished;
-  Json::Value summary;             // the texts, as the plug-in gave them; null: it has no such step
-  Json::Value estimate;            // likewise
-  bool isEstimateRefused = false;  // it does not fit the protocol
-  Json::Value exportResult;        // the plug-in's completion of the export
+  Json::Value summary;                // of the plug-in's summary step; null: it has no such step
+  Json::Value estimate;               // likewise
+  bool isEstimateRefused = false;     // the estimate does not fit the protocol
+  Json::Value exportResult;           // the plug-in's completion of the export
   Json::Value externalHandlerResult;  // an array; null: there is none
-  Totals totals;                      // what really came
+  Totals totals;                      // the data that arrived
   std::vector<std::string> changed;   // local files that were written while they were copied
   Tally skipped;                      // entries that vanished before they were copied
-  Tally denials;                      // what the plug-in was denied meanwhile
+  Tally denials;                      // requests of the plug-in that were denied
 
   std::string dataVersion() const;
-  // The texts of the summary that a user reads before a restore; none without a summary.
+  // Returns the summary's texts for a user who restores; none without a summary.
   std::vector<std::string> restoreTexts() const;
 };
 

@@ -64,7 +64,7 @@ Json::Value ManifestReader::parse(const std::string &text) const {
   } catch (const Json::Exception &) {  // nested too deep
   }
   if (!isObject) {
-    lines_.fail("this is not what a manifest holds");
+    lines_.fail("invalid manifest line");
   }
   return value;
 }
@@ -102,7 +102,7 @@ void ManifestReader::readHead() {
   try {
     head += "\"files\":[]}";
     manifest_ = manifestOf(parse(head));
-    manifest_.dataVersion();  // of an export result that is not one
+    manifest_.dataVersion();  // throws if the export result has another type
     manifest_.restoreTexts();
   } catch (const Json::Exception &error) {
     lines_.fail(error.what());

@@ -53,7 +53,7 @@ Place placeIn(const UniqueFd &folder, const std::filesystem::path &path, const c
   return {folder.get(), name, path / name};
 }
 
-// The checksum of the manifest that has been written.
+// Writes the manifest and returns its checksum.
 std::string writeTo(TextWriter &text, const Manifest &manifest, FileIndex &files,
                     const Checkpoint &checkpoint) {
   text.add("{\"format\":\"" + std::string(kManifestFormat) +
@@ -87,7 +87,7 @@ void writeTo(TextWriter &text, FileIndex &files, const std::string &manifestSha2
 
 }  // namespace
 
-// The checksums need the manifest whole, and the manifest gets its name last.
+// SHA256SUMS needs the checksum of the whole manifest, but the manifest gets its name last.
 void writeManifest(const std::filesystem::path &folder, const Manifest &manifest, FileIndex &files,
                    const Checkpoint &checkpoint) {
   const UniqueFd fd = openDirectory(folder);

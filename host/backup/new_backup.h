@@ -12,41 +12,42 @@
 
 namespace arvl_host {
 
-// Unfinished backups that were to be removed.
+// The result of removing unfinished backups.
 struct Removal {
   std::vector<std::string> removed;  // names
   std::vector<std::string> errors;   // one for each that is still there
 };
 
-// A backup that is being made. Unfinished backups are removed first, as far as possible.
+// Creates a backup in a directory of its own. Owns the application's lock, and the directory until finish().
 class NewBackup {
  public:
+  // Removes unfinished backups first, as far as possible. Throws StoreBusy, StoreError.
   NewBackup(const Catalog &catalog, const std::string &application);
-  ~NewBackup();  // removes it unless it is finished
+  ~NewBackup();  // removes the backup unless it is finished
   NewBackup(const NewBackup &) = delete;
   NewBackup &operator=(const NewBackup &) = delete;
 
   const std::string &id() const { return id_; }
-  // Where it is being made, and where it will be.
+  // The directory before finish(), and after it.
   std::filesystem::path partialFolder() const;
   std::filesystem::path folder() const { return parent_ / id_; }
-  // The unfinished backups that were there.
+  // The unfinished backups that the constructor found.
   const Removal &unfinished() const { return unfinished_; }
 
-  // Makes all that has been written safe from a loss of power.
+  // Writes all data to the disk. Throws StoreError, also for an earlier write that failed.
   void sync() const;
-  // Gives the folder its name.
+  // Gives the directory its final name. Throws StoreError.
   void finish();
 
  private:
   struct Claim {};
-  NewBackup(Claim, const Catalog &catalog, const std::string &application);  // a name, no folder
+  NewBackup(Claim, const Catalog &catalog, const std::string &application);  // chooses the id only
 
   const std::filesystem::path parent_;
   const ApplicationLock lock_;
   const Removal unfinished_;
   std::string id_;
-  UniqueFd folderToSync_;  // open from the beginning: it hears of errors since then
+  UniqueFd folderToSync_;  // opened first, so that syncing reports every later error
   bool isFinished_ = false;
 };
 

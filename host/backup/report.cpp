@@ -50,9 +50,9 @@ std::string estimateText(const Manifest &manifest) {
          (manifest.isEstimateRefused ? " (refused: beyond the protocol's 32 bits)" : "");
 }
 
-constexpr int kMaxLevels = 100;  // that are left of a report which nests too deep
+constexpr int kMaxLevels = 100;  // kept of a report that nests too deep
 
-// With null in place of each array and object that is further down.
+// Returns a copy with null in place of each array and object below so many levels.
 Json::Value cutBelow(int levels, const Json::Value &value) {
   if (!value.isArray() && !value.isObject()) {
     return value;
@@ -65,7 +65,7 @@ Json::Value cutBelow(int levels, const Json::Value &value) {
   return copy;
 }
 
-// The plug-in's word decides, but a person should know.
+// The plug-in decides about success, but a person should know of denied requests.
 void addDenials(std::vector<std::string> &lines, const JobReport &report) {
   if (report.denials.count > 0) {
     lines.push_back("  denied    " + countText(report.denials.count, "request") +

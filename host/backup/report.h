@@ -1,5 +1,4 @@
-// What a job, or a look at a store, came to: in JSON, and for a person. docs/backup.md describes the
-// JSON.
+// Reports the result of a command in JSON and for a person. docs/backup.md describes the JSON.
 #ifndef ARVL_HOST_BACKUP_REPORT_H_
 #define ARVL_HOST_BACKUP_REPORT_H_
 
@@ -14,17 +13,17 @@ namespace arvl_host {
 
 Json::Value reportJson(const JobReport &report);
 
-// Of a command that came to nothing.
+// Returns the members that every report has.
 Json::Value errorJson(const std::string &command, int exitCode, const std::string &error);
 
-// A few lines on a job that succeeded; none on one that did not, whose error has been shown.
+// Returns a few lines about a job that succeeded. Returns none for one that failed: its error has been shown.
 std::vector<std::string> reportLines(const JobReport &report);
 
-// "204 files, 3 folders, 1 link, 12.1 MiB"; what there is none of is left out, but for files.
+// "204 files, 3 folders, 1 link, 12.1 MiB", without directories or links if there are none.
 std::string totalsText(const Totals &totals);
 
-// Pretty, with a line feed at the end; in strict JSON, whatever bytes the strings hold. Of a value that
-// nests too deep for the usual readers, what is further down is null.
+// Returns indented strict JSON with a line feed at the end, whatever bytes the strings hold. Writes null in
+// place of arrays and objects that nest too deep for the usual readers.
 std::string jsonText(const Json::Value &value);
 
 }  // namespace arvl_host

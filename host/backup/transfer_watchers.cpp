@@ -22,7 +22,7 @@ void TransferMeter::endTransfer(bool isDelivered) {
 
 // ---- BackupWatcher.
 
-// One warning for a file that was open for writing, and then written.
+// Warns once for a file that was open for writing and then written.
 void BackupWatcher::warn(const std::string &path, const std::string &what) {
   if (changed_.size() < kMaxChanged && (changed_.empty() || changed_.back() != path)) {
     changed_.push_back(path);
@@ -46,7 +46,7 @@ void BackupWatcher::onStored(const struct stat &status, const std::string &sha25
   index_.addChecksum(status, sha256);
 }
 
-// It is read when the backup is recorded.
+// DataRecorder reads the file later.
 void BackupWatcher::onMoved(const struct stat &status) {
   if (S_ISREG(status.st_mode)) {
     index_.addMoved(status);
@@ -60,7 +60,7 @@ void BackupWatcher::onMoved(const struct stat &status) {
 FileRecord RestoreWatcher::recordOf(const std::string &path) {
   const std::optional<FileRecord> record = index_.find(path);
   if (!record) {
-    throw StoreError(quoted(path) + " is not what was backed up: the manifest does not know it");
+    throw StoreError(quoted(path) + " was not backed up: the manifest has no such entry");
   }
   return *record;
 }
@@ -82,11 +82,11 @@ void RestoreWatcher::onEntry(const std::string &path, struct stat &status) {
   status.st_mtim.tv_nsec = record.mtimeNsec;
 }
 
-// Each entry that is there is known: fewer than are known means that one is missing.
+// onEntry() has refused unknown entries, so a smaller number means that one is missing.
 void RestoreWatcher::onFolderEnd(const std::string &path, std::uint64_t entries) {
   const std::uint64_t known = index_.countIn(path);
   if (entries != known) {
-    throw StoreError("the folder " + quoted(path.empty() ? "/" : path) + " is damaged: it has " +
+    throw StoreError("the directory " + quoted(path.empty() ? "/" : path) + " is damaged: it has " +
                      std::to_string(entries) + " entries, and had " + std::to_string(known));
   }
 }

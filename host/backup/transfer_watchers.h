@@ -1,4 +1,4 @@
-// What a backup remembers of the files that come, and what a restore checks before they go.
+// Records files during a backup, and checks them during a restore.
 #ifndef ARVL_HOST_BACKUP_TRANSFER_WATCHERS_H_
 #define ARVL_HOST_BACKUP_TRANSFER_WATCHERS_H_
 
@@ -13,12 +13,12 @@
 
 namespace arvl_host {
 
-// Counted on the thread that transfers, read on any. Counts the transfer that runs, too.
+// Counts files and bytes on the thread that transfers. Any thread may read it, even during a transfer.
 struct TransferMeter {
   std::atomic<std::uint64_t> files{0};
   std::atomic<std::uint64_t> bytes{0};
 
-  // Takes back what was counted for a transfer that is denied.
+  // Takes back the counts of a transfer that is denied.
   void endTransfer(bool isDelivered);
 
  private:
@@ -26,7 +26,7 @@ struct TransferMeter {
   std::uint64_t deliveredBytes_ = 0;
 };
 
-// Keeps the checksums of what is copied, so that it need not be read again.
+// Keeps the checksums of copied files, so that they need not be read again.
 class BackupWatcher : public TransferWatcher {
  public:
   BackupWatcher(FileIndex &index, TransferMeter &meter) : index_(index), meter_(meter) {}
@@ -39,11 +39,12 @@ class BackupWatcher : public TransferWatcher {
   void onMoved(const struct stat &status) override;
   void onTransferEnd(bool isDelivered) override { meter_.endTransfer(isDelivered); }
 
-  // Files that were written or open for writing while they were taken, at most 100, and a warning for each. To
-  // be read once nothing is transferred.
+  // Files that were written, or open for writing, while they were copied or moved; at most 100. Read it when no
+  // transfer runs.
   const std::vector<std::string> &changed() const { return changed_; }
-  // Entries of uploaded folders that vanished before they were copied. Likewise.
+  // Entries of uploaded directories that vanished before they were copied. Likewise.
   const Tally &skipped() const { return skipped_; }
+  // A warning for each changed file. Likewise.
   const std::vector<std::string> &warnings() const { return warnings_; }
 
  private:
@@ -56,13 +57,12 @@ class BackupWatcher : public TransferWatcher {
   TransferMeter &meter_;
 };
 
-// Compares what is read with what the backup is known to hold. Throws StoreError that names what is
-// damaged, missing or foreign.
+// Compares entries with their records. Throws StoreError with the entry that is damaged, missing or unknown.
 class RestoreWatcher : public TransferWatcher {
  public:
   RestoreWatcher(FileIndex &index, TransferMeter &meter) : index_(index), meter_(meter) {}
 
-  // Modes and times are those that were backed up: a store may have been copied without them.
+  // Sets the recorded mode and time: the store may have been copied without them.
   void onEntry(const std::string &path, struct stat &status) override;
   void onFolderEnd(const std::string &path, std::uint64_t entries) override;
   void onBytes(std::uint64_t count) override { meter_.bytes += count; }

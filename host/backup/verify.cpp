@@ -60,7 +60,7 @@ class Verifier {
   const fs::path folder_;
   const OnProblem &onProblem_;
   const OnVerifyProgress &onProgress_;
-  std::optional<Store> data_;  // empty if the backup has no such folder
+  std::optional<Store> data_;  // empty if the backup has no such directory
   FileIndex index_;
   Verification result_;
   StepProgress progress_;
@@ -116,7 +116,7 @@ void Verifier::readManifest() {
   }
 }
 
-// An import is handed it.
+// An import receives the export result.
 void Verifier::checkExportResult(const Manifest &manifest) {
   try {
     exportResultOf(manifest, quoted(folder_ / kManifestName));
@@ -198,7 +198,7 @@ void Verifier::checkContent(const FileRecord &record, const std::string &name) {
   }
 }
 
-// The lines of SHA256SUMS say what the manifest says. The one of the manifest has been checked.
+// Compares the lines of SHA256SUMS with the records. The line of the manifest has been checked.
 void Verifier::checkChecksums() {
   std::uint64_t files = 0;
   std::pair<std::string, std::string> last;
@@ -211,7 +211,7 @@ void Verifier::checkChecksums() {
       }
       ++files;
       checkLine(*line);
-      // Each once: as many lines as files could leave one out otherwise.
+      // Reject duplicates, or a repeated line could hide a missing one.
       const auto place = splitEntryPath(line->name);
       if (place <= last) {
         report(kChecksumsName, "names this file again, or out of its order: " + line->name);
@@ -255,7 +255,7 @@ void Verifier::findExtra() {
 void Verifier::findExtraIn(const std::string &path) {
   const UniqueFd folder = data_->openEntry(path + "/", O_PATH | O_DIRECTORY);
   if (!folder) {
-    return;  // gone meanwhile
+    return;  // removed meanwhile
   }
   FolderReader reader(folder.get(), (folder_ / kDataName).string() + path);
   while (const char *name = reader.next()) {

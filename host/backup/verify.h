@@ -1,4 +1,4 @@
-// Compares a backup with what it says of itself.
+// Compares a backup with its manifest and its SHA256SUMS.
 #ifndef ARVL_HOST_BACKUP_VERIFY_H_
 #define ARVL_HOST_BACKUP_VERIFY_H_
 
@@ -13,18 +13,18 @@
 namespace arvl_host {
 
 struct Verification {
-  Totals totals;  // of what the manifest knows
+  Totals totals;  // as the manifest says
   std::uint64_t problems = 0;
 };
 
 using OnVerifyProgress = std::function<void(const StepProgress &progress)>;
 
-// Each difference, by the path below the backup's folder, and what it is.
+// Called for each difference. The path is relative to the backup's directory.
 using OnProblem = std::function<void(const std::string &path, const std::string &problem)>;
 
-// Reads every file of the backup. A manifest that cannot be read is one problem, and the last. What
-// onProgress, which is called often, throws ends it. Throws StoreError for a backup that cannot be
-// examined.
+// Reads every file of the backup and returns the number of problems. Stops after a manifest that cannot be
+// read, which is a problem. Calls `onProgress` often; an exception from it propagates. Throws StoreError if
+// the backup cannot be examined.
 Verification verifyBackup(const std::filesystem::path &folder, const OnProblem &onProblem,
                           const OnVerifyProgress &onProgress);
 

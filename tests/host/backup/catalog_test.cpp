@@ -41,7 +41,7 @@ TEST(ApplicationName, IsThatOfAFolder) {
   }
   EXPECT_NE(checkApplicationName(std::string(201, 'n')), "");
   EXPECT_EQ(checkApplicationName(".x"),
-            "an application's name is the name of a folder, without a full stop in front, not "
+            "an application's name is the name of a directory, without a full stop in front, not "
             "\".x\"");
 }
 
@@ -95,7 +95,7 @@ TEST_F(CatalogOf, SaysThatAnEmptyStoreHasNothing) {
 
 TEST_F(CatalogOf, NamesAnApplicationThatCannotBeRead) {
   EXPECT_EQ(storeErrorOf([&] { catalog_.backups("none"); }),
-            "cannot read the folder \"" + dir_.at("none") + "\": No such file or directory");
+            "cannot read the directory \"" + dir_.at("none") + "\": No such file or directory");
 }
 
 }  // namespace

@@ -82,8 +82,9 @@ TEST(Checksums, ThatAreNoneAreRefusedWithTheLine) {
     dir.makeFile("SHA256SUMS", sum + "  name\n" + line + "\n");
     ChecksumsReader reader(dir.path());
     EXPECT_TRUE(reader.next());
-    EXPECT_EQ(storeErrorOf([&] { reader.next(); }),
-              "\"" + dir.at("SHA256SUMS") + "\", line 2: this is not a checksum and a name")
+    EXPECT_EQ(
+        storeErrorOf([&] { reader.next(); }),
+        "\"" + dir.at("SHA256SUMS") + "\", line 2: invalid line: it is not a checksum and a name")
         << line;
   }
 }

@@ -819,8 +819,9 @@ TEST_F(Job, DeniesWhatIsNotWhatWasBackedUp) {
   const fs::path folder = mustBackUp();
   const std::string data = folder / "data/tree";
   const Damaged cases[] = {
-      {"rm deep/er/secret", "the folder \"/tree/deep/er\" is damaged: it has 1 entries, and had 2"},
-      {"echo x > new", "\"/tree/new\" is not what was backed up: the manifest does not know it"},
+      {"rm deep/er/secret",
+       "the directory \"/tree/deep/er\" is damaged: it has 1 entries, and had 2"},
+      {"echo x > new", "\"/tree/new\" was not backed up: the manifest has no such entry"},
       {"ln -sfn elsewhere link", "\"/tree/link\" is damaged: the link leads elsewhere than it did"},
       {"echo x >> plain", "\"/tree/plain\" is damaged: it has 11 bytes, and had 9"},
       {"rm plain; mkdir plain",

@@ -166,17 +166,17 @@ TEST_F(RestoreWatcherOf, LetsPassWhatIsAsItWas) {
 
 TEST_F(RestoreWatcherOf, NamesWhatIsNot) {
   EXPECT_EQ(storeErrorOf([&] { enter("/new\n", S_IFREG, 0); }),
-            "\"/new\\n\" is not what was backed up: the manifest does not know it");
+            "\"/new\\n\" was not backed up: the manifest has no such entry");
   EXPECT_EQ(storeErrorOf([&] { enter("/folder/file", S_IFREG, 11); }),
             "\"/folder/file\" is damaged: it has 11 bytes, and had 10");
   EXPECT_EQ(storeErrorOf([&] { enter("/folder/file", S_IFDIR, 10); }),
             "\"/folder/file\" is damaged: it is of type dir, and was of type file");
   EXPECT_EQ(storeErrorOf([&] { watcher_.onFolderEnd("", 0); }),
-            "the folder \"/\" is damaged: it has 0 entries, and had 1");
+            "the directory \"/\" is damaged: it has 0 entries, and had 1");
   EXPECT_EQ(storeErrorOf([&] { watcher_.onFile("/folder/file", "other"); }),
             "\"/folder/file\" is damaged: its SHA-256 is other, and was known");
   EXPECT_EQ(storeErrorOf([&] { watcher_.onFile("/none", "known"); }),
-            "\"/none\" is not what was backed up: the manifest does not know it");
+            "\"/none\" was not backed up: the manifest has no such entry");
   EXPECT_EQ(storeErrorOf([&] { watcher_.onLink("/folder/link", "other"); }),
             "\"/folder/link\" is damaged: the link leads elsewhere than it did");
   EXPECT_EQ(meter_.files, 0u);

@@ -216,7 +216,7 @@ TEST_F(OutputForAnotherUser, ShowsAStoreAsFarAsItCanBeRead) {
     const ProcessResult result = runOnStore(command, {"--json"});
     EXPECT_EQ(result.status, 2) << command << result.err;
     const Json::Value report = reportOf(result);
-    const std::string closed = "cannot read the folder \"" + at("store/closed") + "\"";
+    const std::string closed = "cannot read the directory \"" + at("store/closed") + "\"";
     EXPECT_EQ(report["error"], (command == "verify" ? "cannot open \"" + manifest + "\"" : closed) +
                                    ": Permission denied");
     EXPECT_TRUE(holds(result.err, "error: " + closed + ": Permission denied\n"));
@@ -242,7 +242,7 @@ TEST_F(OutputForAnotherUser, OfABackupDoesNotDependOnWhatElseCannotBeRead) {
 
 TEST_F(Output, IsNothingWhereAllIsWellAndQuiet) {
   for (const ProcessResult &result : {backup({"--quiet"}), restore({"--quiet"}),
-                                     onStore("verify", {"-q"}), onStore("prune", {"-q"})}) {
+                                      onStore("verify", {"-q"}), onStore("prune", {"-q"})}) {
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.out, "");
     EXPECT_EQ(result.err, "");

@@ -120,9 +120,10 @@ TEST_F(StepOnBackup, RefusesADamagedManifest) {
 TEST_F(StepOnBackup, RefusesAFolderThatIsNoFinishedBackup) {
   const fs::path folder = backUpFile();
   for (const fs::path &path : {folder / "data", folder.parent_path(), fs::path(at("store"))}) {
-    expectRefusal(path, "\"" + path.string() +
-                            "\" is not the folder of a backup: give STORE/APPLICATION/ID as list "
-                            "shows them");
+    expectRefusal(path,
+                  "\"" + path.string() +
+                      "\" is not the directory of a backup: give STORE/APPLICATION/ID as list "
+                      "shows them");
   }
   const std::string partial = folder.string() + ".partial";
   fs::rename(folder, partial);
