@@ -10,13 +10,14 @@
 #include "child.h"
 #include "figure.h"
 #include "peer.h"
+#include "protocol/packet_frame.h"
 #include "session.h"
 
 namespace arvl_bench {
 
 namespace {
 
-constexpr std::size_t kPayloadLength = 0x2000000;
+constexpr std::size_t kPayloadLength = ZARN::ARVLAPP::kMaxPayloadLength;
 
 std::string makeStage() {
   const std::string rest = "{\"progress_percentage\":40,\"progress_stage\":\"\"}\n";
@@ -50,10 +51,9 @@ void writeAndRead(int socket, const Json::Value &request) {
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
   const std::string text = Json::FastWriter().write(request);
 #pragma GCC diagnostic pop
-  // The header alone takes its eight bytes from an empty frame's.
-  std::string header = makeFrame(ZARN::ARVLAPP::PACKET_SET_PROGRESS_REQUEST, "");
-  header.replace(4, 4, std::string("\x02\0\0\0", 4));
-  writeAll(socket, header);
+  const auto header = ZARN::ARVLAPP::encodePacketHeader(
+      {ZARN::ARVLAPP::PACKET_SET_PROGRESS_REQUEST, static_cast<std::uint32_t>(text.size())});
+  writeAll(socket, std::string(header.begin(), header.end()));
   writeAll(socket, text);
   std::string answer = makeAnswers().front();
   readAll(socket, answer);

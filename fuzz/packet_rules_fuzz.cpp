@@ -8,6 +8,7 @@
 #include <string>
 
 #include "protocol/json_text.h"
+#include "protocol/packet_table.h"
 #include "support/check.h"
 #include "support/log_sink.h"
 #include "zarn/arvlapp/protocol_util.h"
@@ -68,7 +69,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     checkPacket(type, payload);
   }
   LogSink::clear();
-  const bool isKnown = type >= PACKET_TYPE_NONE && type <= PACKET_SET_PROGRESS_RESPONSE;
+  const bool isKnown = findPacket(type) != nullptr;
   FUZZ_CHECK((Util::packetString(type) != "invalid_packet_type") == isKnown);
   FUZZ_CHECK(LogSink::lineCount() == (isKnown ? 0 : 1));
   return 0;

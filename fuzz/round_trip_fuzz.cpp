@@ -25,6 +25,7 @@
 #include "protocol/json_text.h"
 #include "protocol/packet_frame.h"
 #include "support/check.h"
+#include "support/frame.h"
 
 namespace {
 
@@ -174,14 +175,6 @@ bool isSame(const Json::Value &written, const Json::Value &read) {
   return true;
 }
 
-std::string makeFrame(std::uint16_t type, const std::string &text) {
-  PacketHeader header;
-  header.type = type;
-  header.payloadLength = static_cast<std::uint32_t>(text.size());
-  const PacketHeaderBytes bytes = encodePacketHeader(header);
-  return std::string(bytes.begin(), bytes.end()) + text;
-}
-
 bool readFrame(const std::string &frame, std::uint16_t type, Json::Value &payload) {
   PacketHeader header;
   FUZZ_CHECK(decodePacketHeader(frame.data(), header) == HeaderStatus::kOk);
@@ -203,7 +196,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
   FUZZ_CHECK(text.empty() || text.back() == '\n');
 
   Json::Value read;
-  const bool isRead = readFrame(makeFrame(static_cast<std::uint16_t>(size), text),
+  const bool isRead = readFrame(arvl_fuzz::makeFrame(static_cast<std::uint16_t>(size), text),
                                 static_cast<std::uint16_t>(size), read);
   FUZZ_CHECK(isRead == (!written.isNull() && traits.isFinite && traits.depth <= kMaxParsedDepth));
   if (isRead && traits.isUtf8) {

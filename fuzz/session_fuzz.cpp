@@ -32,7 +32,9 @@
 
 #include "protocol/json_text.h"
 #include "protocol/packet_frame.h"
+#include "protocol/packet_table.h"
 #include "support/check.h"
+#include "support/frame.h"
 #include "support/guard_page.h"
 #include "zarn/arvlapp/agent.h"
 #include "zarn/arvlapp/protocol_util.h"
@@ -54,19 +56,11 @@ struct Scenario {
   std::deque<std::string> pieces;  // what the peer sends
 };
 
-std::string makeFrame(int type, const std::string &text) {
-  PacketHeader header;
-  header.type = static_cast<std::uint16_t>(type);
-  header.payloadLength = static_cast<std::uint32_t>(text.size());
-  const PacketHeaderBytes bytes = encodePacketHeader(header);
-  return std::string(bytes.begin(), bytes.end()) + text;
-}
-
 std::string makePacket(const std::string &line) {
   char *text = nullptr;
-  const auto type = static_cast<int>(std::strtol(line.c_str(), &text, 10));
+  const auto type = static_cast<std::uint16_t>(std::strtol(line.c_str(), &text, 10));
   const auto skipped = static_cast<std::size_t>(text - line.c_str());
-  return makeFrame(type, line.substr(std::min(skipped + 1, line.size())));
+  return arvl_fuzz::makeFrame(type, line.substr(std::min(skipped + 1, line.size())));
 }
 
 // "5,1" is 5, 1; "-" and nothing are none.
@@ -337,9 +331,8 @@ int checkPackets(const std::string &bytes, bool mayEndEarly) {
 }
 
 bool isCompletion(int type) {
-  return type == PACKET_CAN_EXPORT_RESULT || type == PACKET_ESTIMATE_EXPORTION_RESULT ||
-         type == PACKET_EXPORT_COMPLETE || type == PACKET_CAN_IMPORT_RESULT ||
-         type == PACKET_IMPORT_COMPLETE || type == PACKET_SUMMARY_RESULT;
+  const PacketInfo *info = findPacket(type);
+  return info != nullptr && info->kind == PacketKind::kCompletion;
 }
 
 bool initialize(Agent &agent, const Scenario &scenario, int socket) {
