@@ -1,18 +1,16 @@
 #include "support/json.h"
 
 #include <gtest/gtest.h>
-#include <json/reader.h>
 
-#include <memory>
+#include "protocol/json_text.h"
 
 namespace arvl_test {
 
 Json::Value parseJson(const std::string &text) {
-  const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
   Json::Value value;
-  std::string errors;
-  if (!reader->parse(text.data(), text.data() + text.size(), &value, &errors)) {
-    ADD_FAILURE() << text << ": " << errors;
+  std::string error;
+  if (!ZARN::ARVLAPP::parseJsonText(text.data(), text.data() + text.size(), value, &error)) {
+    ADD_FAILURE() << text << ": " << error;
     return Json::Value();
   }
   return value;

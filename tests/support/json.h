@@ -1,4 +1,4 @@
-// JSON as tests write it down.
+// Parses the JSON text that a test contains.
 #ifndef ARVL_TESTS_SUPPORT_JSON_H_
 #define ARVL_TESTS_SUPPORT_JSON_H_
 
@@ -8,7 +8,7 @@
 
 namespace arvl_test {
 
-// Any JSON value, a scalar included. Fails the test and gives null for other text.
+// Parses any JSON value, a scalar included. Fails the test and returns null if the text is not JSON.
 Json::Value parseJson(const std::string &text);
 
 }  // namespace arvl_test

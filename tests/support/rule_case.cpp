@@ -1,21 +1,18 @@
 #include "support/rule_case.h"
 
 #include <gtest/gtest.h>
-#include <json/writer.h>
 
+#include "protocol/json_text.h"
 #include "support/log_capture.h"
 #include "support/log_source.h"
 
 namespace arvl_test {
 
 using ZARN::ARVLAPP::PACKET_TYPE;
+using ZARN::ARVLAPP::toJsonText;
 using ZARN::ARVLAPP::Util;
 
 namespace {
-
-std::string toText(const Json::Value &value) {
-  return Json::writeString(Json::StreamWriterBuilder(), value);
-}
 
 LogLines asLines(const std::vector<std::string> &messages) {
   LogLines lines;
@@ -28,7 +25,7 @@ LogLines asLines(const std::vector<std::string> &messages) {
 }  // namespace
 
 void checkRule(PACKET_TYPE type, const Json::Value &payload, const RuleCase &row) {
-  const std::string before = toText(payload);
+  const std::string before = toJsonText(payload);
   LogCapture capture;
   const bool valid = Util::isValidPacket(type, payload);
   const std::vector<LogRecord> records = capture.takeRecords();
@@ -36,7 +33,7 @@ void checkRule(PACKET_TYPE type, const Json::Value &payload, const RuleCase &row
   EXPECT_EQ(valid, row.verdict == Verdict::kValid);
   EXPECT_EQ(toLines(records), asLines(row.messages));
   EXPECT_TRUE(nameTheirStatements(records));
-  EXPECT_EQ(toText(payload), before);
+  EXPECT_EQ(toJsonText(payload), before);
 }
 
 void checkRule(PACKET_TYPE type, const std::vector<RuleCase> &cases) {
