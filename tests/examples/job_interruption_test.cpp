@@ -18,6 +18,7 @@
 #include "files/temporary_file.h"
 #include "host/support/command.h"
 #include "host/support/supervised_run.h"
+#include "protocol/packet_table.h"
 #include "support/json.h"
 
 namespace fs = std::filesystem;
@@ -26,6 +27,9 @@ namespace arvl_test {
 namespace {
 
 using arvl_host::temporaryName;
+using ZARN::ARVLAPP::findPacket;
+using ZARN::ARVLAPP::PacketInfo;
+using ZARN::ARVLAPP::PacketKind;
 
 bool isTemporary(const fs::path &file) {
   return file.extension() == ".partial" || file.filename().string().rfind(".arvl-", 0) == 0;
@@ -89,12 +93,13 @@ class FaultInjector : public Supervisor {
       hasCompleted_ = false;
     } else if (kind == "packet") {
       ++packets_;
-      hasCompleted_ = hasCompleted_ || isCompletion(line["name"].asString());
+      hasCompleted_ = hasCompleted_ || isCompletion(line["type"].asInt());
     }
   }
 
-  static bool isCompletion(const std::string &packet) {
-    return !holds(packet, "_REQUEST") && !holds(packet, "_RESPONSE");
+  static bool isCompletion(int type) {
+    const PacketInfo *info = findPacket(type);
+    return info != nullptr && info->kind == PacketKind::kCompletion;
   }
 
   void inject(pid_t host) const {

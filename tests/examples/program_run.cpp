@@ -2,8 +2,6 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <json/reader.h>
-#include <json/writer.h>
 #include <linux/audit.h>
 #include <linux/filter.h>
 #include <linux/fs.h>
@@ -22,13 +20,14 @@
 #include <cstring>
 #include <fstream>
 #include <iterator>
-#include <memory>
 #include <stdexcept>
 #include <utility>
 
-#include <endian.h>
-
+#include "protocol/json_text.h"
+#include "protocol/packet_frame.h"
+#include "protocol/packet_table.h"
 #include "support/files.h"
+#include "support/json.h"
 
 namespace fs = std::filesystem;
 using namespace ZARN::ARVLAPP;
@@ -117,13 +116,6 @@ int openFile(const fs::path &file, int flags) {
 
 // ---- Frames
 
-struct Header {
-  std::uint16_t checkCode;
-  std::uint16_t type;
-  std::uint32_t length;
-};
-static_assert(sizeof(Header) == 8, "the frame's header");
-
 bool readExactly(int fd, void *bytes, std::size_t size) {
   auto *at = static_cast<char *>(bytes);
   while (size > 0) {
@@ -141,31 +133,33 @@ bool readExactly(int fd, void *bytes, std::size_t size) {
 }
 
 std::optional<Packet> readPacket(int fd) {
-  Header header = {};
-  if (!readExactly(fd, &header, sizeof header)) {
+  PacketHeaderBytes bytes;
+  if (!readExactly(fd, bytes.data(), bytes.size())) {
     return std::nullopt;
   }
-  std::string text(be32toh(header.length), '\0');
+  PacketHeader header;
+  if (decodePacketHeader(bytes.data(), header) != HeaderStatus::kOk) {
+    ADD_FAILURE() << "invalid packet header";
+    return std::nullopt;
+  }
+  std::string text(header.payloadLength, '\0');
   if (!readExactly(fd, text.data(), text.size())) {
     return std::nullopt;
   }
-  EXPECT_EQ(header.checkCode, 0x55DC);
   Packet packet;
-  packet.type = static_cast<PACKET_TYPE>(be16toh(header.type));
+  packet.type = static_cast<PACKET_TYPE>(header.type);
   if (!text.empty()) {
-    const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
-    EXPECT_TRUE(reader->parse(text.data(), text.data() + text.size(), &packet.payload, nullptr))
-        << text;
+    packet.payload = parseJson(text);
   }
   EXPECT_TRUE(Util::isValidPacket(packet.type, packet.payload)) << packet.type << " " << text;
   return packet;
 }
 
-void sendPacket(int fd, int type, const Json::Value &payload) {
-  const std::string text = Json::writeString(Json::StreamWriterBuilder(), payload);
-  const Header header = {0x55DC, htobe16(static_cast<std::uint16_t>(type)),
-                         htobe32(static_cast<std::uint32_t>(text.size()))};
-  std::string frame(reinterpret_cast<const char *>(&header), sizeof header);
+void sendPacket(int fd, PACKET_TYPE type, const Json::Value &payload) {
+  const std::string text = toJsonText(payload);
+  const PacketHeaderBytes header = encodePacketHeader(
+      {static_cast<std::uint16_t>(type), static_cast<std::uint32_t>(text.size())});
+  std::string frame(header.begin(), header.end());
   frame += text;
   const char *at = frame.data();
   for (std::size_t left = frame.size(); left > 0;) {
@@ -179,12 +173,6 @@ void sendPacket(int fd, int type, const Json::Value &payload) {
 }
 
 // ---- The framework
-
-bool isCompletion(PACKET_TYPE type) {
-  return type == PACKET_CAN_EXPORT_RESULT || type == PACKET_ESTIMATE_EXPORTION_RESULT ||
-         type == PACKET_EXPORT_COMPLETE || type == PACKET_CAN_IMPORT_RESULT ||
-         type == PACKET_IMPORT_COMPLETE || type == PACKET_SUMMARY_RESULT;
-}
 
 class Framework {
  public:
@@ -304,7 +292,11 @@ class Framework {
 void serve(int fd, pid_t pid, const FrameworkScript &script, StepOutcome &outcome) {
   Framework framework(script);
   while (std::optional<Packet> packet = readPacket(fd)) {
-    if (isCompletion(packet->type)) {
+    const PacketInfo *info = findPacket(packet->type);
+    if (info == nullptr) {
+      return;  // the rule book has rejected it
+    }
+    if (info->kind == PacketKind::kCompletion) {
       outcome.completion = std::move(packet);
       continue;
     }
@@ -320,7 +312,7 @@ void serve(int fd, pid_t pid, const FrameworkScript &script, StepOutcome &outcom
     if (script.closeAt == index) {
       return;
     }
-    sendPacket(fd, packet->type + 1, framework.answer(*packet));
+    sendPacket(fd, info->answer, framework.answer(*packet));
   }
 }
 

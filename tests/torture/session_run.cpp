@@ -18,6 +18,7 @@
 
 #include "protocol/log_functions.h"
 #include "protocol/packet_frame.h"
+#include "protocol/packet_table.h"
 
 namespace arvl_test {
 
@@ -134,7 +135,8 @@ class Framework {
     }
     ZARN::ARVLAPP::PacketHeader header;
     decodePacketHeader(bytes, header);
-    if (header.type == scenario_.completion[3]) {
+    const ZARN::ARVLAPP::PacketInfo *info = ZARN::ARVLAPP::findPacket(header.type);
+    if (info != nullptr && info->kind == ZARN::ARVLAPP::PacketKind::kCompletion) {
       received_.append(bytes, sizeof bytes);
       readCompletion();
       return false;

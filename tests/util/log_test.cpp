@@ -7,6 +7,7 @@
 
 #include <set>
 
+#include "protocol/packet_table.h"
 #include "support/log_capture.h"
 #include "support/log_source.h"
 #include "support/rule_case.h"
@@ -61,7 +62,7 @@ TEST(LogLine, NamesItsStatementInTheRuleBook) {
       R"({"success": true, "export_result": {"success": true, "app_data_version": "1.0"},
           "external_handler_result": [5]})",
   };
-  for (int type = PACKET_TYPE_NONE; type <= PACKET_SET_PROGRESS_RESPONSE + 1; ++type) {
+  for (int type = PACKET_TYPE_NONE; type <= kPacketTypeCount; ++type) {
     for (const char *payload : payloads) {
       Util::isValidPacket(static_cast<PACKET_TYPE>(type), parseJson(payload));
     }

@@ -12,6 +12,7 @@
 #include <set>
 #include <string>
 
+#include "protocol/packet_table.h"
 #include "step/rule_book.h"
 #include "support/json.h"
 #include "support/temp_dir.h"
@@ -31,7 +32,7 @@ class FrameworkAnswers : public testing::Test {
     const std::optional<Json::Value> answer =
         framework.answer(request, payload.empty() ? Json::Value() : parseJson(payload));
     EXPECT_TRUE(answer.has_value());
-    const Verdict verdict = judge(static_cast<PACKET_TYPE>(request + 1), *answer);
+    const Verdict verdict = judge(findPacket(request)->answer, *answer);
     EXPECT_TRUE(verdict.valid) << answer->toStyledString();
     return *answer;
   }

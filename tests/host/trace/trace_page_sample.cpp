@@ -6,6 +6,7 @@
 #include <fstream>
 #include <string>
 
+#include "protocol/packet_table.h"
 #include "trace/trace_page.h"
 #include "trace/trace_reader.h"
 #include "trace/trace_writer.h"
@@ -31,7 +32,7 @@ void exchange(TraceWriter &writer, PACKET_TYPE type, const std::string &request,
   elapsed += 180;
   writer.packet(Side::kPlugin, static_cast<std::uint16_t>(type), request);
   elapsed += took;
-  writer.packet(Side::kFramework, static_cast<std::uint16_t>(type + 1), response);
+  writer.packet(Side::kFramework, findPacket(type)->answer, response);
 }
 
 std::string transfer(const std::string &path) {
