@@ -2,13 +2,17 @@
 
 #include <dirent.h>
 #include <linux/sockios.h>
+#include <poll.h>
 #include <sched.h>
+#include <sys/eventfd.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <utility>
+
+#include "protocol/packet_frame.h"
 
 namespace arvl_test {
 
@@ -30,9 +34,9 @@ CommandLine::CommandLine(std::initializer_list<std::string> words) : words_(word
   optind = 1;
 }
 
-FrameworkEnd::FrameworkEnd() {
+FrameworkEnd::FrameworkEnd() : finishing_(eventfd(0, EFD_CLOEXEC)) {
   int ends[2];
-  if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) {
+  if (finishing_ < 0 || socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) {
     std::abort();
   }
   fd_ = ends[0];
@@ -42,6 +46,7 @@ FrameworkEnd::FrameworkEnd() {
 FrameworkEnd::~FrameworkEnd() {
   finish();
   close();
+  ::close(finishing_);
 }
 
 void FrameworkEnd::play(std::function<void()> script) {
@@ -50,15 +55,30 @@ void FrameworkEnd::play(std::function<void()> script) {
 
 void FrameworkEnd::finish() {
   if (thread_.joinable()) {
+    eventfd_write(finishing_, 1);
     thread_.join();
+    eventfd_t count = 0;
+    eventfd_read(finishing_, &count);
   }
+}
+
+bool FrameworkEnd::isFinishing() const {
+  pollfd event = {finishing_, POLLIN, 0};
+  return poll(&event, 1, 0) == 1;
+}
+
+// Reads without blocking after the wait: bytes may have arrived in the meantime even if only finish() ended it.
+ssize_t FrameworkEnd::readSome(char *bytes, std::size_t size) const {
+  pollfd events[] = {{fd_, POLLIN, 0}, {finishing_, POLLIN, 0}};
+  poll(events, 2, -1);
+  return recv(fd_, bytes, size, MSG_DONTWAIT);
 }
 
 std::string FrameworkEnd::readBytes(std::size_t size) {
   std::string bytes(size, '\0');
   std::size_t have = 0;
   while (have < size) {
-    const ssize_t n = read(fd_, &bytes[have], size - have);
+    const ssize_t n = readSome(&bytes[have], size - have);
     if (n <= 0) {
       break;
     }
@@ -69,15 +89,13 @@ std::string FrameworkEnd::readBytes(std::size_t size) {
 }
 
 std::string FrameworkEnd::readFrame() {
-  const std::string header = readBytes(8);
-  if (header.size() < 8) {
-    return header;
+  const std::string bytes = readBytes(ZARN::ARVLAPP::kPacketHeaderSize);
+  if (bytes.size() < ZARN::ARVLAPP::kPacketHeaderSize) {
+    return bytes;
   }
-  std::size_t size = 0;
-  for (std::size_t i = 4; i < 8; ++i) {
-    size = size << 8 | static_cast<unsigned char>(header[i]);
-  }
-  return header + readBytes(size);
+  ZARN::ARVLAPP::PacketHeader header;
+  decodePacketHeader(bytes.data(), header);
+  return bytes + readBytes(header.payloadLength);
 }
 
 std::string FrameworkEnd::readAll() {
@@ -102,7 +120,7 @@ void FrameworkEnd::write(const std::string &bytes) {
 
 void FrameworkEnd::waitUntilRead() const {
   int unread = 0;
-  while (ioctl(fd_, SIOCOUTQ, &unread) == 0 && unread > 0) {
+  while (ioctl(fd_, SIOCOUTQ, &unread) == 0 && unread > 0 && !isFinishing()) {
     sched_yield();
   }
 }

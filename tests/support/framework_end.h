@@ -13,6 +13,8 @@
 #ifndef ARVL_TESTS_SUPPORT_FRAMEWORK_END_H_
 #define ARVL_TESTS_SUPPORT_FRAMEWORK_END_H_
 
+#include <sys/types.h>
+
 #include <cstddef>
 #include <functional>
 #include <initializer_list>
@@ -24,7 +26,9 @@
 
 namespace arvl_test {
 
-// A frame's exact bytes, made by hand: DC 55, the type and the length in network order, the payload.
+// Returns the bytes of a frame: DC 55, then the type and the payload's length in network order, then the
+// payload. The tests that compare bytes on the wire expect these. It is the only encoder besides the
+// codec of src/protocol/, and does not use it, so that an error in the codec shows.
 std::string frame(unsigned type, const std::string &payload);
 
 // A command line as main receives it. getopt's index is set back, as a new process has it.
@@ -51,23 +55,29 @@ class FrameworkEnd {
   int fd() const { return fd_; }
 
   void play(std::function<void()> script);
-  // Waits for the script.
+  // Waits for the script. Call it when the plug-in will send and read no more: the script then reads only
+  // what has been sent, and waits for nothing else. A test of a call that sends nothing fails, therefore,
+  // and does not hang.
   void finish();
 
-  // One whole frame; what there was of it when the plug-in has left.
+  // Returns one whole frame, or the part of it that was sent before the plug-in closed.
   std::string readFrame();
   std::string readBytes(std::size_t size);
-  // All until the plug-in closes.
+  // Returns all bytes until the plug-in closes.
   std::string readAll();
-  // Gives up silently when the plug-in has left.
+  // Returns silently if the plug-in has closed.
   void write(const std::string &bytes);
   // Returns when the plug-in has read all that was written.
   void waitUntilRead() const;
   void close();
 
  private:
+  ssize_t readSome(char *bytes, std::size_t size) const;
+  bool isFinishing() const;
+
   int fd_ = -1;
   int pluginFd_ = -1;
+  int finishing_;  // an event descriptor; readable while finish() waits for the script
   std::thread thread_;
 };
 
