@@ -124,6 +124,10 @@ class FullBuffer : public testing::Test {
   void fillAndWaitUntilItSleeps() {
     watchedFd = framework_.pluginFd();
     framework_.write(kBeyondTheBuffer);
+    waitUntilItSleeps();
+  }
+
+  void waitUntilItSleeps() {
     while (!sleeps && !returned_) {
       sched_yield();
     }
@@ -272,6 +276,7 @@ TEST_F(FullBuffer, OfARefusedFrameFailsLaterRequestsAtOnceAndNoticesTheClose) {
   EXPECT_EQ(agent.getErrno(), 1);
 }
 
+// A byte more stays unread in the socket: writing the completion must not wake up for it.
 TEST_F(FullBuffer, OfARefusedFrameLetsACompletionBeWritten) {
   const int narrow = 4096;
   setsockopt(framework_.pluginFd(), SOL_SOCKET, SO_SNDBUF, &narrow, sizeof narrow);
@@ -282,11 +287,17 @@ TEST_F(FullBuffer, OfARefusedFrameLetsACompletionBeWritten) {
     agent.setErrorMsg("s", std::string(1000000, 'k'));
     framework_.play([this] {
       framework_.readFrame();
-      framework_.write(frame(26, std::string(0x1FFFFF8, ' ')));
+      framework_.write(frame(26, std::string(0x1FFFFF8, ' ')) + "x");
     });
     EXPECT_FALSE(ask(agent));
-    framework_.play([&] { received = framework_.readAll(); });
+    returned_ = false;
+    framework_.play([&] {
+      waitUntilItSleeps();
+      received = framework_.readAll();
+    });
+    watchedFd = framework_.pluginFd();
   }
+  returned_ = true;
   framework_.finish();
   const std::string reason = R"({"key":")" + std::string(1000000, 'k') + R"(","section":"s"})";
   EXPECT_EQ(received, frame(15, R"({"err_msg":)" + reason + ",\"success\":false}\n"));
