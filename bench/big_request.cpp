@@ -1,5 +1,5 @@
-// A setProgress whose payload is of the greatest length that the protocol admits, beside a bare
-// Json::FastWriter and write of the same value; both wait for the answer.
+// Compares a setProgress with the longest payload that the protocol permits to a bare Json::FastWriter and
+// write of the same value; both wait for the answer.
 
 #include <json/value.h>
 #include <json/writer.h>

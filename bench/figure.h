@@ -1,5 +1,4 @@
-// What is measured: an operation of the library and its bare neighbour, the least work that would do
-// the same. Each maker stands in the source file of its name.
+// A measurement: an operation of the library and its bare equivalent, the least work that does the same. Each maker is in the source file of its name.
 #ifndef ZARN_BENCH_FIGURE_H_
 #define ZARN_BENCH_FIGURE_H_
 

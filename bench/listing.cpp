@@ -1,5 +1,5 @@
-// listDir of pages in the form and size that a framework sends, beside bare Json::Reader parsing the
-// same text, received already, and reading the same members of it.
+// Compares listDir, with pages in the form and size that a framework sends, to a bare Json::Reader that
+// parses the same text from memory and reads the same members.
 
 #include <json/reader.h>
 #include <json/value.h>

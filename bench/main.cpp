@@ -1,4 +1,4 @@
-// What the library costs, each figure beside its bare neighbour in the same run:
+// Measures the cost of the library, and of a bare equivalent in the same run:
 //
 //   setProgress, one processor      write and read of the same bytes
 //   setProgress, two processors     the same

@@ -1,7 +1,6 @@
-// setProgress against a peer that answers at once, beside a bare write and read of the same bytes
-// with a peer of the same kind. Where they run is settled, for it decides the figure: on one
-// processor, each finds its caches and branches as the other has left them; on two, to wake the other
-// processor takes longer than all the rest.
+// Compares setProgress, with a peer that answers at once, to a bare write and read of the same bytes with a
+// peer of the same kind. Both ends are pinned, because their processors decide the figure: on one processor
+// they share caches and branch predictors; on two, waking the other processor takes most of the time.
 
 #include <sched.h>
 #include <zarn/arvlapp/protocol_util.h>

@@ -1,4 +1,4 @@
-// addDirRecursive over /usr, beside a bare nftw with an empty callback.
+// Compares addDirRecursive over /usr to a bare nftw with an empty callback.
 
 #include <fcntl.h>
 #include <ftw.h>

@@ -18,7 +18,7 @@
 
 namespace {
 
-// The parser is not instrumented: what it made of the text stands in for its coverage.
+// The parser is not instrumented: the values and errors that it produces replace its coverage.
 constexpr std::size_t kCounters = 4096;
 __attribute__((section("__libfuzzer_extra_counters"))) std::uint8_t counters[kCounters];
 

@@ -1,4 +1,4 @@
-// JSON text and a packet type into the rule book. Input: the type in decimal, a space, the payload.
+// Passes JSON text and a packet type to the rule book. Input: the type in decimal, a space, the payload.
 
 #include <json/value.h>
 

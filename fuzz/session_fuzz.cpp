@@ -9,7 +9,7 @@
 // (the list is repeated), whenever the session waits, and closes when it has none left: so a session
 // that keeps waiting is a finding, at once. What the session sends has to be whole packets.
 //
-// With ARVL_FUZZ_GUARDED an unreadable page stands behind each block of libevent's memory.
+// With ARVL_FUZZ_GUARDED, an unreadable page follows each block of libevent's memory.
 
 #include <event2/event.h>
 #include <fcntl.h>
@@ -132,7 +132,7 @@ class Peer {
     }
   }
 
-  // One piece; the end when there is none left.
+  // Sends the next piece, or closes when there is none left.
   void sendNext() {
     if (pieces_.empty()) {
       closeSocket();
@@ -172,7 +172,7 @@ int waitForEvents(int epoll, epoll_event *events, int size, int timeout) {
 
 }  // namespace
 
-// Where the event loop waits, the peer takes its turn.
+// Lets the peer act when the event loop waits.
 extern "C" ZARN_EXPORT int epoll_wait(int epoll, epoll_event *events, int size, int timeout) {
   if (activePeer == nullptr || timeout == 0) {
     return waitForEvents(epoll, events, size, timeout);
@@ -183,7 +183,7 @@ extern "C" ZARN_EXPORT int epoll_wait(int epoll, epoll_event *events, int size, 
     if (count != 0) {
       return count;
     }
-    FUZZ_CHECK(activePeer->isSpeaking());  // or the session would wait for ever
+    FUZZ_CHECK(activePeer->isSpeaking());  // otherwise the session hangs
     activePeer->sendNext();
   }
 }
@@ -305,10 +305,10 @@ void act(Agent &agent, Peer &peer, char action, const std::string &text) {
   }
 }
 
-// ---- What the session has to keep.
+// ---- The checks of a session.
 
-// What the peer received is whole packets; only the last may be cut short, if it hung up meanwhile.
-// Gives the type of the last whole one.
+// Checks that the peer received whole packets; the last may be incomplete if the peer hung up. Returns the
+// type of the last whole packet.
 int checkPackets(const std::string &bytes, bool mayEndEarly) {
   int type = PACKET_TYPE_NONE;
   std::size_t at = 0;

@@ -1,5 +1,5 @@
-// An export step that uploads the files of the folder UPLOAD_DIR with one request each: what the
-// protocol costs a plug-in that does not upload folders.
+// An export step that uploads the files of the directory UPLOAD_DIR with one request each: measures the cost
+// of the protocol for a plug-in that does not upload directories.
 
 #include <zarn/arvlapp/agent.h>
 

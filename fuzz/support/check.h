@@ -1,4 +1,4 @@
-// The fuzzers' assertion: says what does not hold and aborts, which ends the run as a finding.
+// The fuzzers' assertion: prints the condition that failed and aborts, which is a finding.
 #ifndef ARVL_FUZZ_SUPPORT_CHECK_H_
 #define ARVL_FUZZ_SUPPORT_CHECK_H_
 

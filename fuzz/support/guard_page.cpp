@@ -35,7 +35,7 @@ void unmapBytes(char *bytes, std::size_t size) {
   FUZZ_CHECK(munmap(bytes + size - readable, readable + kPageSize) == 0);
 }
 
-// In front of a block stands its size.
+// Returns the size of a block, which is stored before it.
 std::size_t &sizeOf(void *block) {
   return *reinterpret_cast<std::size_t *>(static_cast<char *>(block) - kAlignment);
 }

@@ -24,7 +24,7 @@ class GuardedBytes {
 };
 
 // malloc, realloc and free with an unreadable page behind each block. A block is aligned for any type,
-// so up to 15 bytes may stand between its end and the page.
+// so up to 15 bytes may lie between its end and the page.
 void *guardedMalloc(std::size_t size);
 void *guardedRealloc(void *block, std::size_t size);
 void guardedFree(void *block);

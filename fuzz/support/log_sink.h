@@ -1,5 +1,5 @@
-// The log lines of the library, formatted in full (so that a bad argument is met) and counted. Linking
-// this file puts functions of its own into the fuzzer, in front of the C library's.
+// Counts the log lines of the library and formats them in full, so that a bad argument is detected. Linking
+// this file replaces the C library's syslog in the fuzzer.
 #ifndef ARVL_FUZZ_SUPPORT_LOG_SINK_H_
 #define ARVL_FUZZ_SUPPORT_LOG_SINK_H_
 

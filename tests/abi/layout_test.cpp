@@ -1,4 +1,4 @@
-// What existing plug-ins were compiled against: sizes, virtual functions and numbers.
+// The sizes, virtual functions and numbers that existing plug-ins were compiled with.
 
 #include <gtest/gtest.h>
 

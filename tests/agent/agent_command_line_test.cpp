@@ -1,4 +1,4 @@
-// The odder corners of the command line, as getopt and strtol settle them.
+// Unusual command lines, as getopt and strtol interpret them.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -34,7 +34,7 @@ bool runInit(Agent &agent, std::vector<std::string> words) {
   }
   argv.push_back(nullptr);
   optind = 1;
-  testing::internal::CaptureStderr();  // getopt has a word to say about what it does not know
+  testing::internal::CaptureStderr();  // getopt reports unknown options
   const bool good = agent.init(static_cast<int>(words.size()), argv.data());
   testing::internal::GetCapturedStderr();
   return good;

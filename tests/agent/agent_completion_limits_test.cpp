@@ -1,4 +1,4 @@
-// Completions of what hardly ever happens: counters that cannot be, and texts of any bytes.
+// Completions with rare values: impossible counters, and texts of any bytes.
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>

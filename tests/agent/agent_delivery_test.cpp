@@ -1,5 +1,5 @@
-// A completion on its way: the framework reads slowly, sends packets meanwhile, or leaves. What it
-// gets is the completion whole, and the plug-in lives on with its signals as they were.
+// Completions to a framework that reads slowly, sends packets at the same time, or closes. The framework
+// gets the whole completion, and the plug-in survives with its signals unchanged.
 
 #include <gtest/gtest.h>
 #include <pthread.h>
@@ -47,7 +47,7 @@ void makeNarrow(const FrameworkEnd &framework) {
   ASSERT_EQ(setsockopt(framework.pluginFd(), SOL_SOCKET, SO_SNDBUF, &bytes, sizeof bytes), 0);
 }
 
-// What comes until the plug-in closes, read in large pieces.
+// Reads in large pieces until the plug-in closes.
 std::string readRest(FrameworkEnd &framework) {
   constexpr std::size_t kMoreThanAnyCompletionHere = 2000000;
   return framework.readBytes(kMoreThanAnyCompletionHere);
@@ -180,7 +180,8 @@ TEST(CompletionDelivery, IsWholeThoughTheInputBufferFillsUp) {
 
 // ---- A framework that leaves, and the signals of the process.
 
-// Runs the body in a process of its own. What the body returns; or what ended the process instead.
+// Runs the body in a process of its own. Returns the body's result, or the signal or status that ended the
+// process.
 std::string inOwnProcess(const std::function<std::string()> &body) {
   int channel[2];
   if (pipe(channel) != 0) {
@@ -229,8 +230,8 @@ bool isOfALostPeer(const std::string &line) {
 
 const std::string kKey(500000, 'k');
 
-// Runs sessions whose framework leaves before, during and after the completion. What changed about
-// the signals of the process, and lines that are none of a lost peer; empty if all is well.
+// Runs sessions whose framework closes before, during and after the completion. Returns the changes to the
+// signals of the process and the unexpected log lines; an empty string if there are none.
 std::string faultsOfLosses() {
   const std::string before = describeSignals();
   const int descriptors = countOpenDescriptors();
@@ -267,7 +268,7 @@ void fail(int) {
   _exit(2);
 }
 
-TEST(LossDuringCompletion, KillsNobodyWithTheDefaultDisposition) {
+TEST(LossDuringCompletion, DoesNotKillThePluginWithTheDefaultDisposition) {
   EXPECT_EQ(inOwnProcess([] {
               setSigpipe(SIG_DFL);
               return faultsOfLosses();
@@ -320,8 +321,8 @@ TEST(LossDuringCompletion, LeavesAnEarlierSignalOfTheProcessPending) {
             "");
 }
 
-// The description of the signals tells them apart: otherwise the tests above could not fail.
-TEST(LossDuringCompletion, IsJudgedByASharpEye) {
+// Shows that the tests above can fail: the description of the signals shows each change.
+TEST(LossDuringCompletion, IsDetectedInTheDescriptionOfTheSignals) {
   EXPECT_EQ(inOwnProcess([] {
               setSigpipe(SIG_DFL);
               const std::string before = describeSignals();

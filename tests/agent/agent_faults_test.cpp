@@ -1,5 +1,4 @@
-// What the session says when libevent, the C library or memory fails it: each line that no framework
-// can provoke.
+// The log lines that no framework can provoke: libevent or the C library fails, or memory runs out.
 
 #include <dlfcn.h>
 #include <event2/buffer.h>

@@ -22,10 +22,10 @@
 
 namespace {
 
-// The plug-in's descriptor while its waits are looked at.
+// The plug-in's descriptor while the hook of epoll_wait observes it.
 std::atomic<int> watchedFd{-1};
-// Waits of the plug-in with unread data in the socket: none of its events is due, so that it sleeps;
-// or one is.
+// The results of waits with unread data in the socket: `sleeps` if no event was ready, and the number of
+// waits in which one was.
 std::atomic<bool> sleeps{false};
 std::atomic<long> wakeups{0};
 // More than reading a full buffer takes.
@@ -120,7 +120,7 @@ class FullBuffer : public testing::Test {
 
   void open(Agent &agent) { ASSERT_TRUE(openSession(agent, "import", framework_)); }
 
-  // The framework's side: fills the buffer, and returns once the plug-in sleeps with a byte unread.
+  // Fills the buffer from the framework's end. Returns when the plug-in sleeps with a byte unread.
   void fillAndWaitUntilItSleeps() {
     watchedFd = framework_.pluginFd();
     framework_.write(kBeyondTheBuffer);

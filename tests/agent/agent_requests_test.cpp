@@ -1,4 +1,4 @@
-// The eleven requests: the bytes of each, what each makes of an answer, and the error state after it.
+// The eleven requests: the bytes of each, its result for each kind of answer, and the error state after it.
 
 #include <gtest/gtest.h>
 #include <json/value.h>
@@ -20,7 +20,7 @@ namespace {
 using namespace arvl_test;
 using namespace ZARN::ARVLAPP;
 
-// What is the same for every request that is one exchange.
+// A request that is one exchange, for the tests that apply to all of them.
 struct Operation {
   const char *name;
   std::function<bool(Agent &)> call;
@@ -151,7 +151,7 @@ LogLines takeTrueLines(LogCapture &log) {
   return toLines(records);
 }
 
-// A session of a version whose framework answers each request by a function of its number.
+// A session with a framework of a version, which answers one request at a time.
 class Exchange {
  public:
   explicit Exchange(const std::string &version = "2.3") {
@@ -721,7 +721,7 @@ TEST(ListDir, RefusesATokenThatIsNoText) {
   }
 }
 
-TEST(ListDir, KeepsWhatItHadReadBeforeAnEntryThatIsNeitherFileNorFolder) {
+TEST(ListDir, KeepsTheEntriesBeforeOneThatIsNeitherFileNorDirectory) {
   std::list<FileInfo> entries;
   bool succeeded = true;
   LogLines log;
@@ -735,7 +735,7 @@ TEST(ListDir, KeepsWhatItHadReadBeforeAnEntryThatIsNeitherFileNorFolder) {
                         "JsonToFileInfo failed", "parse entry_list failed"}));
 }
 
-TEST(ListDir, RefusesANegativeSizeEvenOfAFolder) {
+TEST(ListDir, RefusesANegativeSizeEvenOfADirectory) {
   for (const char *type : {"file", "dir"}) {
     std::list<FileInfo> entries;
     bool succeeded = true;

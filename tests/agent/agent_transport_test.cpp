@@ -125,7 +125,7 @@ TEST_F(Transport, RefusesAWrongCheckCode) {
   EXPECT_FALSE(ask());
   EXPECT_EQ(log_.take(), (LogLines{"agent.cpp: protocol error: packet checkCode is not match",
                                    kNothing, kReceiveFailed}));
-  answerWith(kAnswer);  // the session does not find back into step
+  answerWith(kAnswer);  // the session does not resynchronise
   EXPECT_FALSE(ask());
   EXPECT_EQ(log_.take(), (LogLines{"agent.cpp: protocol error: packet checkCode is not match",
                                    kNothing, kReceiveFailed}));
@@ -295,7 +295,7 @@ TEST_F(Transport, SendsTheLargestRequestAndRefusesOneByteMore) {
   EXPECT_EQ(agent_.getErrno(), 0);
 }
 
-// ---- SIGPIPE: nobody dies, and the process keeps its signals as they were.
+// ---- SIGPIPE: the plug-in survives, and its signals are unchanged.
 
 // Runs the body in a process of its own; its status, or minus the signal that killed it.
 int statusOf(const std::function<int()> &body) {
@@ -357,7 +357,7 @@ int dispositionKept(void (*handler)(int)) {
   return action.sa_handler == handler && !isBlocked() && !isPending() ? 0 : 1;
 }
 
-TEST(LostFramework, KillsNobodyAndKeepsTheDisposition) {
+TEST(LostFramework, DoesNotKillThePluginAndKeepsTheDisposition) {
   EXPECT_EQ(statusOf([] { return dispositionKept(SIG_DFL); }), 0);
   EXPECT_EQ(statusOf([] { return dispositionKept(SIG_IGN); }), 0);
 }

@@ -35,7 +35,7 @@ bool isTemporary(const fs::path &file) {
   return file.extension() == ".partial" || file.filename().string().rfind(".arvl-", 0) == 0;
 }
 
-// Scratch of the notes plug-in, too.
+// Includes the temporary files of the notes plug-in.
 bool isLeftover(const fs::path &file) {
   const std::string name = file.filename();
   return isTemporary(file) || name == ".export" || name == ".notes.import" || name == ".notes.old";
@@ -55,15 +55,15 @@ std::vector<std::string> filesBelow(const fs::path &folder, bool (*isMeant)(cons
 
 enum class Fault { kInterrupt, kKillPlugin, kKillHost };
 
-// The host's exit code; minus the number of the signal that ended it.
+// Returns the exit code of the host, or minus the number of the signal that killed it.
 int statusAfter(Fault fault) {
   return fault == Fault::kInterrupt ? 130 : fault == Fault::kKillPlugin ? 5 : -SIGKILL;
 }
 
-// Strikes once, at the moment that the test chooses, before the write is made.
+// Injects a fault once, before the write that the test chooses.
 class FaultInjector : public Supervisor {
  public:
-  // packets: how many the trace has, with the one that is being written.
+  // `packets` counts the packets of the trace, including the one that is being written.
   using IsMoment = std::function<bool(const PendingWrite &write, int packets)>;
 
   FaultInjector(Fault fault, std::string trace, IsMoment isMoment)
@@ -82,8 +82,8 @@ class FaultInjector : public Supervisor {
     }
   }
 
-  // A plug-in ends by itself only when the host knows that it has completed: whether the fault finds it
-  // alive must not be left to chance.
+  // Lets a plug-in exit only when the host has its completion: otherwise it would be chance whether the
+  // plug-in is alive at the fault.
   bool mayExit(pid_t process) override { return process != plugin_ || hasCompleted_ || hasStruck_; }
 
   void follow(const Json::Value &line) {
@@ -125,7 +125,7 @@ class FaultInjector : public Supervisor {
   int packets_ = 0;
 };
 
-// The host begins to show a line.
+// Chooses the moment at which the host prints a line that begins so.
 FaultInjector::IsMoment atLine(const std::string &begin) {
   return [begin](const PendingWrite &write, int) {
     return write.text.compare(0, begin.size(), begin) == 0;
@@ -136,14 +136,14 @@ FaultInjector::IsMoment atPacket(int number) {
   return [number](const PendingWrite &, int packets) { return packets == number; };
 }
 
-// Something of the file has been written already.
+// Chooses the second write to a temporary file: part of the file has been written.
 FaultInjector::IsMoment whileCopying() {
   return [writes = 0](const PendingWrite &write, int) mutable {
     return isTemporary(write.file) && ++writes == 2;
   };
 }
 
-// The manifest or its checksums: all else of a backup lies one folder deeper.
+// Chooses a write of the manifest or of its checksums: the other files of a backup are one directory deeper.
 FaultInjector::IsMoment atManifestWrite(int number) {
   return [number, writes = 0](const PendingWrite &write, int) mutable {
     return isTemporary(write.file) && isTemporary(fs::path(write.file).parent_path()) &&
@@ -165,7 +165,7 @@ class Jobs : public testing::Test {
     EXPECT_EQ(result.status, 0) << job << ": " << result.out << result.err;
   }
 
-  // Returns when no process is left.
+  // Returns when every process of the job has ended.
   ProcessResult inject(const std::string &job, Fault fault,
                        const FaultInjector::IsMoment &isMoment) const {
     FaultInjector injector(fault, trace_, isMoment);
@@ -178,7 +178,7 @@ class Jobs : public testing::Test {
     return result;
   }
 
-  // Of the job that ran last.
+  // Returns the number of packets in the trace of the last job.
   int tracedPackets() const {
     std::ifstream file(trace_);
     int packets = 0;

@@ -1,4 +1,4 @@
-// Whole jobs of the notes plug-in, while the application goes on.
+// Whole jobs of the notes plug-in, while the application continues to run.
 
 #include <gtest/gtest.h>
 

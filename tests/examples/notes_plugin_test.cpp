@@ -58,7 +58,7 @@ class NotesPlugin : public testing::Test {
     ASSERT_TRUE(outcome.succeeded()) << outcome.errors;
   }
 
-  // The step fails for this reason, and says so in one line of its own.
+  // Expects the step to fail for this reason and to write one line about it.
   void expectFailure(const std::string &step, const std::string &key,
                      const std::string &reason) const {
     const StepOutcome outcome = run(step);
@@ -69,13 +69,13 @@ class NotesPlugin : public testing::Test {
 
   fs::path stored(const std::string &name) const { return script_.data / "notes" / name; }
 
-  // How the file's header says that the database is written: with a log beside it, or in itself.
+  // How the file's header says that the database is written: with a log next to it, or in itself.
   static std::string journalOf(const fs::path &database) {
     const std::string versions = bytesOf(database).substr(18, 2);
     return versions == "\2\2" ? "wal" : versions == "\1\1" ? "delete" : versions;
   }
 
-  // Nothing of a step is left: neither in the data directory nor beside it.
+  // Expects no temporary file of a step, in the data directory or next to it.
   void expectNoLeftovers() const {
     Names live = namesIn(notes_.dir());
     live.erase("notes.db-wal");
@@ -473,7 +473,7 @@ TEST_F(NotesCanImport, RefusesADirectoryThatCannotBeReplaced) {
 
 // ---- import
 
-// A backup in the framework's hands, and live notes that have become others since.
+// A backup, and live notes that have changed since.
 class NotesImport : public NotesPlugin {
  protected:
   void SetUp() override {
@@ -486,7 +486,7 @@ class NotesImport : public NotesPlugin {
     live_ = notes_.dump();
   }
 
-  // The old state, as if nothing had been tried.
+  // Expects the old state, unchanged.
   void expectUntouched() const {
     EXPECT_EQ(notes_.dump(), live_);
     EXPECT_EQ(notes_.check(), "ok\n");

@@ -27,24 +27,24 @@ class Notes {
   ProgramOutcome run(const std::vector<std::string> &arguments, const std::string &input = "",
                      SystemCallFault fault = {}) const;
 
-  // The output of a command that must succeed without a word on standard error.
+  // Returns the output of a command that must succeed and write nothing to standard error.
   std::string output(const std::vector<std::string> &arguments,
                      const std::string &input = "") const;
 
   std::string dump() const { return output({"dump"}); }
   std::string check() const { return run({"check"}).output; }  // "ok\n" if all is well
 
-  // Writes it as release 1.0 of the application would.
+  // Writes the data directory as release 1.0 of the application would.
   void make10(int notes, int attachments) const;
 
-  // Statements that the application itself would not make; foreign keys are not enforced.
+  // Executes SQL statements on the database without enforcing foreign keys.
   void tamper(const std::string &sql) const;
 
  private:
   std::filesystem::path dir_;
 };
 
-// Changes one byte in the middle.
+// Changes the byte in the middle of a file.
 void flipByte(const std::filesystem::path &file);
 
 }  // namespace arvl_test

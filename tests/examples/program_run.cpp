@@ -68,8 +68,8 @@ void install(SystemCallFault fault) {
   }
 }
 
-// The numbered descriptors become those of the child: 0 to 2, -1 for "as it is"; no other one is
-// inherited unless it is not close-on-exec.
+// Starts a program with these descriptors as its standard streams; -1 leaves a stream unchanged. The
+// program inherits other descriptors only if they are not close-on-exec.
 pid_t start(const std::vector<std::string> &command, const int (&streams)[3],
             SystemCallFault fault) {
   std::vector<char *> argv;
@@ -165,7 +165,7 @@ void sendPacket(int fd, PACKET_TYPE type, const Json::Value &payload) {
   for (std::size_t left = frame.size(); left > 0;) {
     const ssize_t sent = send(fd, at, left, MSG_NOSIGNAL);
     if (sent < 0) {
-      return;  // the plug-in is gone, and its outcome will tell
+      return;  // the plug-in has closed; its outcome shows why
     }
     at += sent;
     left -= static_cast<std::size_t>(sent);

@@ -1,4 +1,4 @@
-// Runs programs for the tests: plainly, or as a plug-in with a framework that a script plays.
+// Runs programs for the tests: as ordinary programs, or as a plug-in whose framework a script plays.
 #ifndef ARVL_TESTS_EXAMPLES_PROGRAM_RUN_H_
 #define ARVL_TESTS_EXAMPLES_PROGRAM_RUN_H_
 
@@ -18,15 +18,14 @@
 
 namespace arvl_test {
 
-// What the program meets when it makes a system call of this number. Each is checked in the kernel,
-// before the call has any effect.
+// A fault of one system call of the program. The kernel injects it before the call has any effect.
 struct SystemCallFault {
   enum class Kind { kNone, kKill, kRefuseExchange };
   Kind kind = Kind::kNone;
   long number = 0;  // kKill: SIGKILL at this call
 
   static SystemCallFault killAt(long number) { return {Kind::kKill, number}; }
-  // renameat2 with RENAME_EXCHANGE fails with EINVAL, as on a file system that does not have it.
+  // renameat2 with RENAME_EXCHANGE fails with EINVAL, as on a file system without support for it.
   static SystemCallFault refuseExchange() { return {Kind::kRefuseExchange, 0}; }
 };
 
@@ -40,7 +39,7 @@ struct ProgramOutcome {
 ProgramOutcome runProgram(const std::vector<std::string> &command, const std::string &input = "",
                           SystemCallFault fault = {});
 
-// A program that goes on beside the test, killed at the end. Its output is read by the line.
+// A program that runs in the background and is killed by the destructor. Reads its output line by line.
 class BackgroundProgram {
  public:
   explicit BackgroundProgram(const std::vector<std::string> &command);
@@ -48,8 +47,8 @@ class BackgroundProgram {
   BackgroundProgram(const BackgroundProgram &) = delete;
   BackgroundProgram &operator=(const BackgroundProgram &) = delete;
 
-  std::string readLine();  // waits for it; empty at the end of the output
-  ProgramOutcome wait();   // for its end; the output that is left, no errors
+  std::string readLine();  // waits for a line; returns an empty string at the end of the output
+  ProgramOutcome wait();   // waits for the end; returns the rest of the output, without errors
 
  private:
   pid_t pid_ = -1;
@@ -61,7 +60,7 @@ struct Packet {
   Json::Value payload;
 };
 
-// The framework's part in one step: what it answers, and where it misbehaves.
+// The framework's answers and faults in one step.
 struct FrameworkScript {
   std::string version = "2.3";
   std::string language = "enu";
@@ -73,8 +72,8 @@ struct FrameworkScript {
 
   std::map<int, std::string> refusals;            // by type of request: the error text
   std::function<void(const Packet &)> onRequest;  // before the answer
-  std::optional<std::size_t> closeAt;             // instead of answering this request, from 0
-  std::optional<std::size_t> killAt;              // likewise: the plug-in gets SIGKILL
+  std::optional<std::size_t> closeAt;  // closes instead of answering this request, counted from 0
+  std::optional<std::size_t> killAt;   // kills the plug-in instead of answering this request
   SystemCallFault fault;
 };
 
@@ -90,8 +89,8 @@ struct StepOutcome {
   std::string errorKey() const;  // "section.key" of a failure; empty without one
 };
 
-// Runs the executable with -f and -v, the environment as it is, until it ends. Each request must
-// satisfy its rule; one that does not fails the test.
+// Runs the executable with -f and -v in the current environment until it ends. Fails the test if a request
+// breaks its rule.
 StepOutcome runStep(const std::filesystem::path &executable, const FrameworkScript &script);
 
 }  // namespace arvl_test

@@ -19,7 +19,7 @@ std::size_t valuesIn(const Json::Value &value) {
   return count;
 }
 
-// Of what the parser makes of the text.
+// Counts the values that the parser makes of the text.
 std::size_t valuesOf(const std::string &text) {
   Json::Value value;
   EXPECT_TRUE(parseJsonText(text.data(), text.data() + text.size(), value)) << text;
@@ -45,7 +45,7 @@ TEST(CountJsonValues, CountsNothingInComments) {
 }
 
 // A quotation mark in a comment begins no string, and a slash in a string no comment.
-TEST(CountJsonValues, IsNotMisledByWhatHidesInStringsAndComments) {
+TEST(CountJsonValues, IgnoresQuotesInCommentsAndSlashesInStrings) {
   for (const std::string text :
        {"[/*\"*/1,2,3/*\"*/]", "[//\"\n1,2,3//\"\n]", "[\"/*\",1,2,3,\"*/\"]", "[\"//\",1,2,3\n]",
         "[\"\\\\\",1,2,\"\\\"\"]", "[//\\\n1,2,3]", "[/**/1,2,/***/3]"}) {

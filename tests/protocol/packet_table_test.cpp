@@ -108,7 +108,7 @@ TEST(PacketTable, HasNoCompletionForATextThatIsNoStep) {
   }
 }
 
-TEST(PacketTable, HasNothingToSayOfTypeNone) {
+TEST(PacketTable, HasEmptyFieldsForTypeNone) {
   const PacketInfo &none = *findPacket(PACKET_TYPE_NONE);
   EXPECT_EQ(none.kind, PacketKind::kNone);
   EXPECT_EQ(none.sender, PacketSender::kNone);

@@ -437,7 +437,7 @@ TEST(SetProgressResponseRule, ShowsThePayloadThatItRefuses) {
 }
 
 // The index look-up of an array finds null where a sparse one has no element.
-TEST(Arrays, AreReadByIndexThoughTheyBeSparse) {
+TEST(Arrays, AreReadByIndexEvenIfSparse) {
   Json::Value payload = parseJson(R"({"success":true,"data":[]})");
   payload["data"][1] = parseJson(R"({"source":{"type":"file","path":"/f"},"success":true})");
   checkRule(PACKET_UPLOAD_RESPONSE, payload,

@@ -1,4 +1,4 @@
-// The rules of the six completions and of the export result that an import run is handed.
+// The rules of the six completions and of the export result that an import receives.
 
 #include <gtest/gtest.h>
 #include <json/value.h>

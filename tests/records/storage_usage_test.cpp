@@ -26,7 +26,7 @@ namespace fs = std::filesystem;
 using ZARN::ARVLAPP::StorageUsage;
 using namespace arvl_test;
 
-// ---- Counts, and how the tests come to theirs.
+// ---- Counts, and how the tests compute the expected ones.
 
 struct Counts {
   std::int64_t files = 0;
@@ -118,7 +118,7 @@ class StorageUsageTest : public testing::Test {
  protected:
   ~StorageUsageTest() override { EXPECT_EQ(countOpenDescriptors(), openDescriptors_); }
 
-  // Expects success without a word.
+  // Expects success and no log line.
   void addOne(const std::string &path) {
     EXPECT_TRUE(usage_.addOne(path)) << path;
     EXPECT_EQ(capture_.take(), LogLines{});
@@ -471,7 +471,7 @@ TEST_F(StorageUsageAddDirRecursive, LeavesCopiesIndependent) {
   EXPECT_EQ(counts(), Counts{});
 }
 
-// ---- Directories that the user may not read. Root may read them all, so it steps aside.
+// ---- Directories that the user may not read. Root can read them all, so these tests become another user.
 
 constexpr uid_t kNobody = 65534;
 
@@ -563,8 +563,8 @@ TEST_F(StorageUsageWithoutPermission, FailsAtAStartItCannotReach) {
 
 // ---- A mount below the start.
 
-// Runs the function in a mount namespace of its own, in a child process, with an empty file system
-// mounted on the directory. Empty when that succeeded, else what stood in the way.
+// Runs the function in a child process with its own mount namespace, with an empty file system mounted on
+// the directory. Returns an empty string, or the reason why that is not possible.
 template <typename Function>
 std::string withMountOn(const std::string &directory, Function &&function) {
   int report[2];

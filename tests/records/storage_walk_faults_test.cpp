@@ -1,4 +1,4 @@
-// What the walk makes of visits that the C library's walker never pays it: the test's own pays them.
+// The results of callbacks that the C library's nftw never makes: the test's own nftw makes them.
 
 #include <ftw.h>
 #include <gtest/gtest.h>
@@ -44,7 +44,7 @@ namespace {
 using namespace arvl_test;
 using ZARN::ARVLAPP::StorageUsage;
 
-struct stat folder() {
+struct stat directory() {
   struct stat status = {};
   status.st_mode = S_IFDIR;
   status.st_size = 7;
@@ -78,7 +78,7 @@ TEST_F(Walk, StopsAtAVisitWithoutAPathOrARecord) {
   };
   errno = 0;
   EXPECT_FALSE(over([](Visit visit) {
-    const struct stat status = folder();
+    const struct stat status = directory();
     return visit(nullptr, &status, FTW_D, nullptr);
   }));
   EXPECT_EQ(log_.take(), expected);
@@ -92,7 +92,7 @@ TEST_F(Walk, StopsAtAVisitAfterItsEnd) {
     kept = visit;
     return 0;
   }));
-  const struct stat status = folder();
+  const struct stat status = directory();
   EXPECT_EQ(kept("/x", &status, FTW_D, nullptr), 1);
   EXPECT_EQ(log_.take(),
             LogLines{"storage_usage.cpp: Error: bad param or no StorageUsage instance"});
@@ -103,17 +103,17 @@ TEST_F(Walk, StopsAtAVisitAfterItsEnd) {
   EXPECT_EQ(kept("/x", &status, FTW_D, nullptr), 1);
 }
 
-TEST_F(Walk, WantsADotToBeAFolder) {
+TEST_F(Walk, RequiresADotToBeADirectory) {
   errno = 0;
   EXPECT_FALSE(over([](Visit visit) {
-    const struct stat status = folder();
+    const struct stat status = directory();
     return visit(".", &status, FTW_F, nullptr);
   }));
   EXPECT_EQ(log_.take(),
             (LogLines{"storage_usage.cpp: Parameter error: root path [.] should be directory",
                       "storage_usage.cpp: nftw [/start] failed. ret = [1], [Success]"}));
   EXPECT_TRUE(over([](Visit visit) {
-    const struct stat status = folder();
+    const struct stat status = directory();
     return visit(".", &status, FTW_D, nullptr) + visit(".x", &status, FTW_F, nullptr);
   }));
   EXPECT_EQ(usage_.getDirCount(), 2);
@@ -123,7 +123,7 @@ TEST_F(Walk, StopsWhereTheWalkerCouldNotLook) {
   for (const int flag : {FTW_DNR, FTW_NS}) {
     errno = 0;
     EXPECT_FALSE(over([flag](Visit visit) {
-      const struct stat status = folder();
+      const struct stat status = directory();
       return visit("/x", &status, flag, nullptr);
     }));
     EXPECT_EQ(log_.take(),
@@ -134,7 +134,7 @@ TEST_F(Walk, StopsWhereTheWalkerCouldNotLook) {
 
 TEST_F(Walk, CountsByTheRecordAndNotByTheFlag) {
   EXPECT_TRUE(over([](Visit visit) {
-    const struct stat status = folder();
+    const struct stat status = directory();
     int stops = 0;
     for (const int flag : {FTW_F, FTW_D, FTW_DP, FTW_SL, FTW_SLN}) {
       stops += visit("/x", &status, flag, nullptr);

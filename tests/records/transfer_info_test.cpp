@@ -1,4 +1,4 @@
-// What downloads and uploads have of their own: a percentage that belongs to one transfer.
+// The percentage of downloads and uploads, which belongs to one transfer.
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-// What all value records have in common. A new record needs a RecordTraits and a place in Records.
+// The tests that apply to all value records. A new record needs a RecordTraits and a place in Records.
 
 #include <gtest/gtest.h>
 #include <json/value.h>
@@ -77,7 +77,7 @@ struct RecordTraits<FileInfo> {
   }
 };
 
-// The percentage stays behind when one is copied, and has a test of its own.
+// A copy does not take the percentage, which has a test of its own.
 template <typename Transfer>
 struct TransferTraits {
   static Fields defaults() { return {"", "", "-1", "0", "none", "0"}; }

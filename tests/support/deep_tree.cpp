@@ -23,17 +23,17 @@ void check(bool isDone, const std::string &what) {
 void makeDeepTree(const std::string &top, unsigned levels) {
   const std::string name(100, 'd');
   check(mkdir(top.c_str(), 0755) == 0, top);
-  int folder = open(top.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  check(folder >= 0, top);
+  int directory = open(top.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  check(directory >= 0, top);
   for (unsigned level = 1; level < levels; ++level) {
-    check(mkdirat(folder, name.c_str(), 0755) == 0, top);
-    const int next = openat(folder, name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    check(mkdirat(directory, name.c_str(), 0755) == 0, top);
+    const int next = openat(directory, name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     check(next >= 0, top);
-    close(folder);
-    folder = next;
+    close(directory);
+    directory = next;
   }
-  close(openat(folder, "file", O_WRONLY | O_CREAT | O_CLOEXEC, 0644));
-  close(folder);
+  close(openat(directory, "file", O_WRONLY | O_CREAT | O_CLOEXEC, 0644));
+  close(directory);
 }
 
 DescriptorLimit::DescriptorLimit(unsigned long count) {

@@ -5,12 +5,12 @@
 
 namespace arvl_test {
 
-// Three times the descriptors that DescriptorLimit(64) leaves. To remove 20,000 takes a busy disk most of a
-// minute.
+// Three times the descriptors that DescriptorLimit(64) leaves. Removing 20,000 levels takes most of a minute on
+// a busy disk.
 constexpr unsigned kManyLevels = 200;
 
-// Makes a chain of directories, of long names, with a file in the deepest. The path of kManyLevels is longer
-// than the system takes at once (4096 bytes).
+// Makes a chain of directories with long names, and a file in the deepest one. The path of kManyLevels is longer
+// than PATH_MAX.
 void makeDeepTree(const std::string &top, unsigned levels = kManyLevels);
 
 // Lowers the soft limit of open descriptors for the lifetime of the object.

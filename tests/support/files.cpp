@@ -19,10 +19,10 @@ void writeBytes(const std::filesystem::path &file, const std::string &content) {
   EXPECT_TRUE(stream.flush()) << file;
 }
 
-std::set<std::string> namesIn(const std::filesystem::path &folder) {
+std::set<std::string> namesIn(const std::filesystem::path &directory) {
   std::set<std::string> names;
   for (const std::filesystem::directory_entry &entry :
-       std::filesystem::directory_iterator(folder)) {
+       std::filesystem::directory_iterator(directory)) {
     names.insert(entry.path().filename());
   }
   return names;

@@ -1,4 +1,4 @@
-// Whole files and folders.
+// Reads and writes whole files, and lists directories.
 #ifndef ARVL_TESTS_SUPPORT_FILES_H_
 #define ARVL_TESTS_SUPPORT_FILES_H_
 
@@ -8,13 +8,13 @@
 
 namespace arvl_test {
 
-// A file that cannot be read fails the test.
+// Returns the bytes of a file. Fails the test if the file cannot be read.
 std::string bytesOf(const std::filesystem::path &file);
 
-// Likewise one that cannot be written. What was in it is gone.
+// Replaces the content of a file. Fails the test if the file cannot be written.
 void writeBytes(const std::filesystem::path &file, const std::string &content);
 
-std::set<std::string> namesIn(const std::filesystem::path &folder);
+std::set<std::string> namesIn(const std::filesystem::path &directory);
 
 }  // namespace arvl_test
 

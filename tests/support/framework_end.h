@@ -31,7 +31,7 @@ namespace arvl_test {
 // codec of src/protocol/, and does not use it, so that an error in the codec shows.
 std::string frame(unsigned type, const std::string &payload);
 
-// A command line as main receives it. getopt's index is set back, as a new process has it.
+// A command line as main receives it. Resets getopt's index to that of a new process.
 class CommandLine {
  public:
   CommandLine(std::initializer_list<std::string> words);
@@ -50,7 +50,7 @@ class FrameworkEnd {
   FrameworkEnd(const FrameworkEnd &) = delete;
   FrameworkEnd &operator=(const FrameworkEnd &) = delete;
 
-  // The plug-in's descriptor. Whoever opens a session on it owns it.
+  // The plug-in's descriptor. A session that is opened on it closes it.
   int pluginFd() const { return pluginFd_; }
   int fd() const { return fd_; }
 

@@ -1,5 +1,5 @@
-// The log lines of the library, taken where it hands them to syslog: linking this file puts
-// functions of its own into the test program, in front of the C library's.
+// Collects the log lines of the library. Linking this file replaces the C library's syslog in the test
+// program.
 #ifndef ARVL_TESTS_SUPPORT_LOG_CAPTURE_H_
 #define ARVL_TESTS_SUPPORT_LOG_CAPTURE_H_
 
@@ -16,13 +16,13 @@ struct LogRecord {
   std::string message;  // what follows the prefix
 };
 
-// "agent.cpp: Error: reinit", a record without its line number; a priority other than LOG_ERR and a
-// missing prefix are shown, so that no expectation overlooks them.
+// Records without their line numbers, such as "agent.cpp: Error: reinit". A priority other than LOG_ERR
+// and a missing prefix are shown, so that a test notices them.
 using LogLines = std::vector<std::string>;
 
 LogLines toLines(const std::vector<LogRecord> &records);
 
-// Collects what is logged, by any thread, from construction on. One at a time.
+// Collects the lines that any thread logs after construction. Only one may exist at a time.
 class LogCapture {
  public:
   LogCapture();
@@ -30,7 +30,7 @@ class LogCapture {
   LogCapture(const LogCapture &) = delete;
   LogCapture &operator=(const LogCapture &) = delete;
 
-  // What has been logged since construction or the last take; empties the collection.
+  // Returns the lines since construction or the last take, and removes them from the collection.
   std::vector<LogRecord> takeRecords();
   LogLines take();
 };

@@ -22,7 +22,7 @@ Lines readLines(const fs::path &path) {
   return lines;
 }
 
-// The sources by the name that the log gives them.
+// Returns the lines of each source file by the file name that the log shows.
 const std::map<std::string, Lines> &sources() {
   static const auto *const kSources = [] {
     auto *files = new std::map<std::string, Lines>;
@@ -36,7 +36,7 @@ const std::map<std::string, Lines> &sources() {
   return *kSources;
 }
 
-// As the text stands in a source, between double quotes.
+// Returns the text as a string literal of a source file.
 std::string toLiteral(const std::string &text) {
   static const std::map<char, std::string> kEscapes = {
       {'"', "\\\""}, {'\\', "\\\\"}, {'\n', "\\n"}, {'\t', "\\t"}};

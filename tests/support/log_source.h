@@ -10,8 +10,8 @@
 
 namespace arvl_test {
 
-// Holds when each record names an existing source and the line of it on which its own format stands
-// as one literal.
+// Succeeds if each record names an existing source file and the line in it that contains the record's
+// format as one literal.
 testing::AssertionResult nameTheirStatements(const std::vector<LogRecord> &records);
 
 }  // namespace arvl_test

@@ -1,4 +1,4 @@
-// One row of a table of payloads: what the rule book says of it, and what it logs.
+// One row of a table of payloads: the expected verdict and log of the rule book.
 #ifndef ARVL_TESTS_SUPPORT_RULE_CASE_H_
 #define ARVL_TESTS_SUPPORT_RULE_CASE_H_
 
@@ -20,11 +20,11 @@ struct RuleCase {
   std::vector<std::string> messages;  // the log of protocol_util.cpp, in order
 };
 
-// Expects of each row the verdict and the messages, that each message names its own line of the
-// source, and that the payload is afterwards what it was.
+// Expects the verdict and the messages of each row. Expects also that each message names its own line of
+// the source, and that the payload is unchanged.
 void checkRule(ZARN::ARVLAPP::PACKET_TYPE type, const std::vector<RuleCase> &cases);
 
-// The same for a value that no text gives.
+// Does the same for a value that cannot be written as text.
 void checkRule(ZARN::ARVLAPP::PACKET_TYPE type, const Json::Value &payload, const RuleCase &row);
 
 }  // namespace arvl_test

@@ -1,4 +1,4 @@
-// What a process may find changed about its signals after a call of the library.
+// Shows the state of the signals, to find changes that a call of the library left.
 #ifndef ARVL_TESTS_SUPPORT_SIGNAL_STATE_H_
 #define ARVL_TESTS_SUPPORT_SIGNAL_STATE_H_
 
@@ -6,8 +6,8 @@
 
 namespace arvl_test {
 
-// One line for each signal that is handled, ignored, blocked or pending for the calling thread.
-// "13: ignored, blocked" is SIGPIPE. Empty in a process that has done nothing about signals.
+// Returns one line for each signal that is handled, ignored, blocked or pending for the calling thread,
+// such as "13: ignored, blocked". Empty in a process that has not changed its signals.
 std::string describeSignals();
 
 }  // namespace arvl_test

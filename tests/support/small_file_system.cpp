@@ -7,15 +7,15 @@
 
 namespace arvl_test {
 
-SmallFileSystem::SmallFileSystem(std::string folder, const std::string &options)
-    : folder_(std::move(folder)),
+SmallFileSystem::SmallFileSystem(std::string directory, const std::string &options)
+    : directory_(std::move(directory)),
       isMounted_(unshare(CLONE_NEWNS) == 0 &&
                  mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-                 mount("tmpfs", folder_.c_str(), "tmpfs", 0, options.c_str()) == 0) {}
+                 mount("tmpfs", directory_.c_str(), "tmpfs", 0, options.c_str()) == 0) {}
 
 SmallFileSystem::~SmallFileSystem() {
   if (isMounted_) {
-    umount2(folder_.c_str(), MNT_DETACH);
+    umount2(directory_.c_str(), MNT_DETACH);
   }
 }
 

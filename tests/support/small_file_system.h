@@ -5,10 +5,10 @@
 
 namespace arvl_test {
 
-// A small file system in place of the folder, for this process and its children alone.
+// Mounts a small file system on a directory; only this process and its children see it.
 class SmallFileSystem {
  public:
-  SmallFileSystem(std::string folder, const std::string &options);
+  SmallFileSystem(std::string directory, const std::string &options);
   ~SmallFileSystem();
   SmallFileSystem(const SmallFileSystem &) = delete;
   SmallFileSystem &operator=(const SmallFileSystem &) = delete;
@@ -16,7 +16,7 @@ class SmallFileSystem {
   bool isMounted() const { return isMounted_; }
 
  private:
-  const std::string folder_;
+  const std::string directory_;
   bool isMounted_ = false;
 };
 

@@ -24,7 +24,7 @@ TempDir::~TempDir() {
   std::error_code error;
   fs::remove_all(path_, error);
   if (error) {
-    std::fprintf(stderr, "%s is left behind: %s\n", path_.c_str(), error.message().c_str());
+    std::fprintf(stderr, "cannot remove \"%s\": %s\n", path_.c_str(), error.message().c_str());
   }
 }
 

@@ -1,4 +1,4 @@
-// A directory that lives as long as the object.
+// A directory that is removed with the object.
 #ifndef ARVL_TESTS_SUPPORT_TEMP_DIR_H_
 #define ARVL_TESTS_SUPPORT_TEMP_DIR_H_
 
@@ -7,7 +7,7 @@
 
 namespace arvl_test {
 
-// Fresh, empty, absolute, open to every user; removed with all that it holds.
+// Creates an empty directory that every user can enter, and removes it with its content.
 class TempDir {
  public:
   TempDir();
@@ -17,7 +17,7 @@ class TempDir {
 
   const std::filesystem::path &path() const { return path_; }
 
-  // Below the directory; each returns the full path.
+  // Return the full path of a name in the directory; the last two create it.
   std::string at(const std::string &name) const { return path_ / name; }
   std::string makeFile(const std::string &name, const std::string &content = "") const;
   std::string makeDir(const std::string &name) const;  // parents included

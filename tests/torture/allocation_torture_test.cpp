@@ -1,5 +1,5 @@
-// Every allocation of every scenario fails in turn, once and for good: the ones by operator new and
-// libevent's. Nothing may crash, hang or leak, and want of memory must never look like success.
+// Every allocation of every scenario, by operator new or by libevent, fails in turn: alone, and with all
+// later ones. Nothing may crash, hang or leak, and a call that is out of memory must not report success.
 
 #include <dirent.h>
 #include <event2/event.h>
@@ -16,7 +16,7 @@
 
 namespace {
 
-// What the plug-in's thread allocates while it is armed.
+// Counts and fails the allocations of the plug-in's thread while it is armed.
 struct Allocations {
   bool armed = false;
   bool sticky = false;
@@ -125,7 +125,7 @@ Outcome runWithFailure(const Scenario &scenario, long failAt, bool sticky) {
   return outcome;
 }
 
-// What is wrong with the outcome of a run in which memory ran out; nothing if it is sound.
+// Returns the fault of a run that was out of memory, or nullptr.
 const char *findFault(const Scenario &scenario, const Outcome &outcome, int descriptorsMore) {
   const SessionReport &report = outcome.report;
   if (report.result == Result::kWrong) {

@@ -60,7 +60,7 @@ class PeerTorture : public testing::TestWithParam<std::size_t> {
  protected:
   const Scenario &scenario() const { return scenarios()[GetParam()]; }
 
-  // The judge says what is wrong with a report, or nothing.
+  // `judge` returns the fault of a report, or nullptr.
   template <typename Judge>
   std::string forEveryByteOfEveryExchange(Misdeed misdeed, std::size_t first, const Judge &judge) {
     const std::vector<std::size_t> requestSizes = run(scenario(), Misdeed()).requestSizes;

@@ -248,8 +248,8 @@ SessionReport runSession(const Scenario &scenario, const Misdeed &misdeed,
   end();
 
   if (!report.initialized) {
-    // Whether the session had come to own the socket before it failed, only the descriptor tells.
-    // Ending both directions lets the framework's end come to its own.
+    // The session may have closed the socket before it failed, or not. Shut both directions down, so that
+    // the framework's end sees the end of the connection.
     shutdown(pair.plugin, SHUT_RDWR);
     close(pair.plugin);
   }

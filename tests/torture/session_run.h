@@ -12,7 +12,7 @@
 
 namespace arvl_test {
 
-// Where the framework's end leaves its part, and how.
+// How the framework's end misbehaves, and at which byte.
 struct Misdeed {
   enum Kind {
     kNone,
@@ -39,13 +39,13 @@ struct SessionReport {
   std::vector<std::size_t> requestSizes;  // of the whole frames that were read
 };
 
-// The hooks enclose exactly what the plug-in does, from the Agent's construction to its destruction.
-// Nothing is allocated between them but by the library and the scenario.
+// Calls `begin` before the Agent's construction and `end` after its destruction. Between the two calls,
+// only the library and the scenario allocate memory.
 SessionReport runSession(const Scenario &scenario, const Misdeed &misdeed,
                          const std::function<void()> &begin, const std::function<void()> &end);
 
-// Runs the body in a process of its own, for at most so many seconds. Returns nothing if it ends with
-// status 0, else what happened: the last line that it wrote to stderr, a signal, or "hangs".
+// Runs the body in a process of its own, for at most so many seconds. Returns an empty string if it ends
+// with status 0, otherwise the last line that it wrote to stderr, a signal, or "hangs".
 std::string inProcess(unsigned seconds, const std::function<int()> &body);
 
 }  // namespace arvl_test

@@ -1,5 +1,5 @@
-// Every system call of the transport fails in turn, in every way that it can: what passes by itself
-// (EINTR, EAGAIN, a short count) must not show at all; whatever else happens must end in a failed call.
+// Every system call of the transport fails in turn, with each of its errors. A temporary error (EINTR,
+// EAGAIN, a short count) must have no effect; any other error must end in a failed call.
 
 #include <dirent.h>
 #include <dlfcn.h>
@@ -40,7 +40,7 @@ constexpr const char *kCallNames[] = {"readv", "writev",        "send",      "io
 
 constexpr int kShort = -1;  // in place of an error: one byte only
 
-// What happens to the calls of the plug-in's thread while it is armed.
+// The fault that is injected into the calls of the plug-in's thread while it is armed.
 struct Injection {
   bool armed = false;
   Call call = kCallCount;
@@ -60,7 +60,7 @@ Function next(const char *name) {
   return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
 }
 
-// The count of bytes, or -1 with the error, that a struck transfer yields.
+// Returns the result of a transfer with the injected fault: one byte, or -1 and errno.
 template <typename OneByte>
 ssize_t strike(const OneByte &oneByte) {
   if (injection.error == kShort) {
@@ -232,7 +232,7 @@ const char *findFault(const Scenario &scenario, const Failure &failure, const Ou
     return nullptr;
   }
   if (failure.passes) {
-    return "it shows, and should not";
+    return "a temporary error had an effect";
   }
   if (report.result == Result::kWrong) {
     return "a call claimed success with a wrong value";
@@ -247,7 +247,8 @@ const char *findFault(const Scenario &scenario, const Failure &failure, const Ou
   return nullptr;
 }
 
-// In a process of its own, so that a hang or crash ends that one alone. Empty if all is well.
+// Runs in a process of its own, so that a hang or crash ends only that process. Returns the fault, or an
+// empty string.
 std::string strikeOnce(const Scenario &scenario, const Failure &failure, int failAt) {
   return inProcess(20, [&] {
     const int before = openDescriptors();

@@ -1,4 +1,4 @@
-// Walks a tree and says what was counted, or that it failed; for walk_torture_test.sh.
+// Walks a tree and prints the counts, or "failed". For walk_torture_test.sh.
 
 #include <cinttypes>
 #include <cstdio>
@@ -11,7 +11,7 @@ int main(int argc, char **argv) {
     std::puts("failed");
     return 0;
   }
-  std::printf("counted %" PRId64 " files, %" PRId64 " folders\n", usage.getFileCount(),
+  std::printf("counted %" PRId64 " files, %" PRId64 " directories\n", usage.getFileCount(),
               usage.getDirCount());
   return 0;
 }

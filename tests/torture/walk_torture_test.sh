@@ -3,12 +3,12 @@
 #
 #   walk_torture_test.sh PROBE
 #
-# A folder whose reading fails midway is an exception: nftw(3) takes the error for its end, so such a
-# walk may count less; it must not crash or hang all the same. Exits with 77 where nothing can be
-# traced.
+# A directory whose reading fails midway is an exception: nftw(3) takes the error for the end of the
+# directory, so the walk may count less, but must not crash or hang. Exits with 77 if tracing is not
+# possible.
 set -u
 probe=$1
-export ASAN_OPTIONS=detect_leaks=0 # which is not to be had under a tracer
+export ASAN_OPTIONS=detect_leaks=0 # which does not work under a tracer
 
 command -v strace >/dev/null || { echo 'skipped: there is no strace'; exit 77; }
 tree=$(mktemp -d /tmp/arvl-walk-XXXXXX)
@@ -16,7 +16,7 @@ trap 'rm -rf "$tree"' EXIT
 mkdir -p "$tree/a/b" "$tree/c"
 touch "$tree/a/f" "$tree/a/b/g" "$tree/h"
 ln -s nowhere "$tree/l"
-whole='counted 4 files, 4 folders'
+whole='counted 4 files, 4 directories'
 
 strace -o "$tree.log" -e trace=%file,%desc "$probe" "$tree" >"$tree.out" 2>&1 || { echo 'skipped: tracing is not permitted'; exit 77; }
 rm -f "$tree.log"

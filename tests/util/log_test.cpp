@@ -1,4 +1,4 @@
-// Every log line opens with the place of its statement.
+// Every log line begins with the file and line of its statement.
 
 #include <gtest/gtest.h>
 #include <json/value.h>
@@ -23,7 +23,7 @@ namespace {
 using namespace ZARN::ARVLAPP;
 using namespace arvl_test;
 
-// The lines are true, and at least so many statements were reached.
+// Expects each line to name its statement, and at least so many different statements.
 void expectTrueLines(const std::vector<LogRecord> &records, std::size_t statements) {
   EXPECT_TRUE(nameTheirStatements(records));
   std::set<int> lines;
@@ -98,7 +98,7 @@ TEST(LogLine, NamesItsStatementInTheAgent) {
   expectTrueLines(capture.takeRecords(), 6);
 }
 
-TEST(LogLine, IsFoundFalseWhenItNamesAnotherPlace) {
+TEST(LogLine, IsRejectedWhenItNamesAnotherPlace) {
   LogCapture capture;
   Util::packetString(PACKET_TYPE(-1));
   std::vector<LogRecord> records = capture.takeRecords();
