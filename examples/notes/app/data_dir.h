@@ -1,12 +1,12 @@
 // The directory that holds an application's data, and how the whole of it is replaced at once.
 //
-//   DIR/notes.db            the database; SQLite keeps notes.db-wal and notes.db-shm beside it
-//   DIR/attachments/        one file per content, named by its SHA-256; only ever added to
-//   DIR/.export/            scratch: the snapshot of an export
-//   .NAME.import beside DIR scratch: the data of an import, until it takes the place of DIR
-//   .NAME.old beside DIR    DIR itself, during a replacement on a file system without RENAME_EXCHANGE
+//   DIR/notes.db              the database; SQLite keeps notes.db-wal and notes.db-shm next to it
+//   DIR/attachments/          one file per content, named by its SHA-256; only ever added to
+//   DIR/.export/              scratch: the snapshot of an export
+//   .NAME.import next to DIR  scratch: the data of an import, until it takes the place of DIR
+//   .NAME.old next to DIR     DIR itself, during a replacement on a file system without RENAME_EXCHANGE
 //
-// Whoever works with the data holds a shared lock on DIR meanwhile; a replacement holds an exclusive
+// A process holds a shared lock on DIR while it works with the data; a replacement holds an exclusive
 // one.
 #ifndef NOTES_APP_DATA_DIR_H_
 #define NOTES_APP_DATA_DIR_H_

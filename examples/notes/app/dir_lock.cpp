@@ -102,7 +102,7 @@ void removeAbandoned(const fs::path &directory) {
   try {
     const ScratchDir takenOver(directory);
   } catch (const DirInUse &) {
-  } catch (const std::system_error &) {  // nobody's work may fail for want of tidiness
+  } catch (const std::system_error &) {  // a failed clean-up must not fail the command
   }
 }
 

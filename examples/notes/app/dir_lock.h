@@ -45,7 +45,7 @@ class ScratchDir {
 
   // The directory has been renamed and is no longer this object's business.
   void release();
-  // Its name stands for another directory now, which is to be removed at the end instead.
+  // Its name now belongs to another directory, which is to be removed at the end instead.
   void adopt(DirLock lock);
 
  private:

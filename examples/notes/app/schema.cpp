@@ -63,7 +63,7 @@ void writeVersion(Database &database, DataVersion version) {
   database.execute("PRAGMA user_version = " + std::to_string(number));
 }
 
-// A restored database is not trusted to stay within the attachments' folder.
+// A restored database is not trusted to stay within the attachments' directory.
 std::string plainName(const std::string &name) {
   if (name.empty() || name[0] == '.' || name.find('/') != std::string::npos) {
     throw std::runtime_error("the attachment name [" + name + "] is not acceptable");

@@ -35,7 +35,7 @@ void createOldestSchema(Database &database);
 // leaves the old version or the new one, besides files that nothing refers to.
 void migrate(Database &database, const std::filesystem::path &attachments);
 
-// A file that the database refers to, by its name in the attachments' folder.
+// A file that the database refers to, by its name in the attachments' directory.
 struct AttachmentFile {
   std::string name;
   std::int64_t size = 0;

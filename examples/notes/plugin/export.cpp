@@ -1,4 +1,4 @@
-// The steps of a backup. The application goes on writing meanwhile.
+// The steps of a backup. The application continues to write during them.
 
 #include <zarn/arvlapp/storage_usage.h>
 #include <zarn/arvlapp/summary_info.h>
@@ -118,7 +118,7 @@ Snapshot takeSnapshot(Session &session, const DataDir &dir, const ExportScope &s
   });
 
   Database copy(file);
-  copy.execute("PRAGMA journal_mode = DELETE");  // one file: no log beside it
+  copy.execute("PRAGMA journal_mode = DELETE");  // one file: no log next to it
   reduceTo(scope, copy);
   snapshot.attachments = attachmentFiles(copy);
   return snapshot;

@@ -1,4 +1,4 @@
-// The steps of a restore. Everything is fetched, checked and migrated in a directory beside the live
+// The steps of a restore. Everything is fetched, checked and migrated in a directory next to the live
 // one, which then takes its place at once. Until that moment nothing of the live data is touched.
 
 #include <unistd.h>
