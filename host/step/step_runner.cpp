@@ -337,6 +337,8 @@ void StepRunner::connect() {
   tickTimer_ = watch<&StepRunner::onTick>(-1, EV_PERSIST);
   const timeval tick = toTimeval(kTick);
   event_add(tickTimer_.get(), &tick);
+
+  takeSignals();  // those that arrived before count before any packet
 }
 
 // ---- The socket.
@@ -347,8 +349,13 @@ void StepRunner::readPackets() {
   while (connection_ != nullptr && !isAnswering() &&
          readPacket(bufferevent_get_input(connection_.get()))) {
   }
-  if (connection_ != nullptr) {
-    (isAnswering() ? bufferevent_disable : bufferevent_enable)(connection_.get(), EV_READ);
+  if (connection_ == nullptr) {
+    return;
+  }
+  if (isAnswering()) {
+    bufferevent_disable(connection_.get(), EV_READ);
+  } else {
+    bufferevent_enable(connection_.get(), EV_READ);
   }
 }
 
