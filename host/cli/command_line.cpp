@@ -7,10 +7,7 @@
 #include <vector>
 
 #include "cli/help_formatter.h"
-#include "cli/job_commands.h"
-#include "cli/step_command.h"
-#include "cli/store_commands.h"
-#include "cli/trace_command.h"
+#include "cli/subcommands.h"
 #include "text/utf8.h"
 
 namespace arvl_host {
@@ -23,6 +20,14 @@ constexpr const char *kFooter =
     "  NO_COLOR  if it is not empty, nothing is coloured\n"
     "  TERM      \"dumb\": no colour, and no line that is drawn again\n"
     "  TMPDIR    where the list of a job's files goes that does not fit the memory\n";
+
+using AddSubcommand = std::function<int()> (*)(CLI::App &);
+
+// In the order of the help.
+constexpr AddSubcommand kSubcommands[] = {
+    addBackupCommand, addRestoreCommand, addListCommand,  addVerifyCommand,
+    addPruneCommand,  addStepCommand,    addTraceCommand,
+};
 
 // What is wrong with a command line of which these words are left.
 std::string withoutCommand(const std::vector<std::string> &words) {
@@ -41,17 +46,13 @@ CommandLine::CommandLine()
   app_.set_version_flag("--version", "arvl-host " ARVL_VERSION);
   app_.require_subcommand(1);
   app_.footer(kFooter);
-  add(addBackupCommand);
-  add(addRestoreCommand);
-  add(addListCommand);
-  add(addVerifyCommand);
-  add(addPruneCommand);
-  add(addStepCommand);
-  add(addTraceCommand);
+  for (const AddSubcommand add : kSubcommands) {
+    addSubcommand(add);
+  }
 }
 
-void CommandLine::add(std::function<int()> (*addCommand)(CLI::App &)) {
-  std::function<int()> command = addCommand(app_);
+void CommandLine::addSubcommand(std::function<int()> (*add)(CLI::App &)) {
+  std::function<int()> command = add(app_);
   CLI::App *added = app_.get_subcommands({}).back();
   added->group("Commands");
   commands_[added] = std::move(command);

@@ -24,7 +24,7 @@ class CommandLine {
   int run() const;
 
  private:
-  void add(std::function<int()> (*addCommand)(CLI::App &));
+  void addSubcommand(std::function<int()> (*add)(CLI::App &));
 
   CLI::App app_;
   std::map<const CLI::App *, std::function<int()>> commands_;

@@ -1,5 +1,3 @@
-#include "cli/step_command.h"
-
 #include <json/reader.h>
 #include <json/value.h>
 
@@ -18,6 +16,7 @@
 #include "backup/backup_source.h"
 #include "backup/catalog.h"
 #include "cli/plugin_options.h"
+#include "cli/subcommands.h"
 #include "display/plugin_line.h"
 #include "files/store.h"
 #include "framework/framework.h"

@@ -1,5 +1,3 @@
-#include "cli/trace_command.h"
-
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -14,6 +12,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "cli/subcommands.h"
 #include "trace/trace_page.h"
 #include "trace/trace_printer.h"
 #include "trace/trace_reader.h"

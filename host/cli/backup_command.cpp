@@ -1,0 +1,52 @@
+#include <CLI/CLI.hpp>
+#include <memory>
+#include <stdexcept>
+#include <string>
+
+#include "backup/job.h"
+#include "cli/job_options.h"
+#include "cli/plugin_options.h"
+#include "cli/subcommands.h"
+#include "framework/framework.h"
+
+namespace arvl_host {
+
+namespace {
+
+struct BackupOptions {
+  JobCommandOptions common;
+  std::string externalHandlerResultFile;
+};
+
+int backup(const BackupOptions &options) {
+  JobOptions job = jobOptions(options.common);
+  if (!options.externalHandlerResultFile.empty()) {
+    job.externalHandlerResult = readJson(options.externalHandlerResultFile);
+    try {
+      checkExternalHandlerResult(job.externalHandlerResult);
+    } catch (const std::runtime_error &error) {
+      throw std::runtime_error(options.externalHandlerResultFile + ": " + error.what());
+    }
+  }
+  return runJob(runBackup, options.common, job);
+}
+
+}  // namespace
+
+std::function<int()> addBackupCommand(CLI::App &app) {
+  auto options = std::make_shared<BackupOptions>();
+  CLI::App *command = app.add_subcommand("backup", "Back an application up into a store");
+  addJobOptions(*command, options->common,
+                "The folder that keeps the backups; made if it is not there");
+  addSelectionOptions(*command, options->common.plugin);
+  command
+      ->add_option("--external-handler-result", options->externalHandlerResultFile,
+                   "What external handlers report of this export, for the import to come: a JSON "
+                   "array of objects with \"handler\", \"handler_type\" and \"result\"")
+      ->check(existingFile())
+      ->type_name("FILE");
+  addJobOutputOptions(*command, options->common);
+  return [options] { return backup(*options); };
+}
+
+}  // namespace arvl_host

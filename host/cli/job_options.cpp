@@ -1,0 +1,93 @@
+#include "cli/job_options.h"
+
+#include <CLI/CLI.hpp>
+#include <filesystem>
+
+#include "backup/catalog.h"
+#include "backup/report.h"
+
+namespace arvl_host {
+
+namespace {
+
+constexpr double kStepTimeout = 86400;  // seconds: a job takes as long as there are files
+
+constexpr const char *kExitCodes =
+    "Exit codes:\n"
+    "  0    the job succeeded\n"
+    "  1    the plug-in reported failure\n"
+    "  2    wrong usage, or the store could not be used, or a step could not be\n"
+    "       started\n"
+    "  3    the plug-in broke the protocol; the rule-book lines are shown\n"
+    "  4    time-out of a step\n"
+    "  5    the plug-in crashed, or sent no completion\n"
+    "  130  interrupted\n"
+    "Ctrl-C cancels the job by closing the plug-in's socket; a second one kills the\n"
+    "plug-in.\n";
+
+// By the plug-in's folder, unless the user has said it.
+std::string applicationOf(const JobCommandOptions &options) {
+  if (!options.name.empty()) {
+    return options.name;
+  }
+  // As it was given: a link may stand for the version that is in use.
+  const std::filesystem::path folder =
+      (std::filesystem::absolute(options.plugin.pluginDir) / "").lexically_normal();
+  const std::string name = folder.parent_path().filename();
+  if (!checkApplicationName(name).empty()) {
+    throw CLI::ValidationError("--name",
+                               "the plug-in's folder does not tell the application's "
+                               "name: say it with --name");
+  }
+  return name;
+}
+
+}  // namespace
+
+void addJobOptions(CLI::App &command, JobCommandOptions &options, const char *storeText) {
+  command.footer(kExitCodes);
+  options.plugin.timeout = kStepTimeout;
+  command.add_option("--store", options.store, storeText)
+      ->required()
+      ->check(notEmpty())
+      ->type_name("DIR");
+  command
+      .add_option("--name", options.name,
+                  "The application's name in the store (default: that of the plug-in's folder)")
+      ->check(CLI::Validator(checkApplicationName, ""))
+      ->type_name("NAME");
+  addPluginOptions(command, options.plugin);
+}
+
+void addJobOutputOptions(CLI::App &command, JobCommandOptions &options) {
+  addOutputOptions(command, options.output);
+  addVerboseOption(command, options.output);
+}
+
+JobOptions jobOptions(const JobCommandOptions &options) {
+  JobOptions job;
+  job.run.folder = options.plugin.pluginDir;
+  job.run.frameworkVersion = options.plugin.frameworkVersion;
+  job.run.timeout = toMilliseconds(options.plugin.timeout);
+  job.run.grace = toMilliseconds(options.plugin.grace);
+  job.values = readValues(options.plugin);
+  job.store = options.store;
+  job.application = applicationOf(options);
+  job.tool = "arvl-host " ARVL_VERSION;
+  return job;
+}
+
+int runJob(JobReport (*run)(const JobOptions &, JobDisplay &, TraceWriter &),
+           const JobCommandOptions &options, const JobOptions &job) {
+  TraceWriter trace;
+  openTrace(options.plugin, trace);
+  JobReport report;
+  {
+    OutputDisplay display(options.output);
+    report = run(job, display, trace);
+  }
+  writeReport(options.output, reportJson(report), reportLines(report));
+  return report.exitCode;
+}
+
+}  // namespace arvl_host

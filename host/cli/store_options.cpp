@@ -1,0 +1,21 @@
+#include "cli/store_options.h"
+
+#include <CLI/CLI.hpp>
+
+#include "backup/catalog.h"
+#include "cli/plugin_options.h"
+
+namespace arvl_host {
+
+void addStoreOptions(CLI::App &command, StoreCommandOptions &options) {
+  command.add_option("--store", options.store, "The folder that keeps the backups")
+      ->required()
+      ->check(existingDirectory())
+      ->type_name("DIR");
+  command.add_option("--name", options.name, "Only the backups of this application")
+      ->check(CLI::Validator(checkApplicationName, ""))
+      ->type_name("NAME");
+  addOutputOptions(command, options.output);
+}
+
+}  // namespace arvl_host
