@@ -5,25 +5,13 @@
 
 #include "backup/catalog.h"
 #include "backup/report.h"
+#include "cli/exit_code_text.h"
 
 namespace arvl_host {
 
 namespace {
 
 constexpr double kStepTimeout = 86400;  // seconds: a job takes as long as there are files
-
-constexpr const char *kExitCodes =
-    "Exit codes:\n"
-    "  0    the job succeeded\n"
-    "  1    the plug-in reported failure\n"
-    "  2    wrong usage, or the store could not be used, or a step could not be\n"
-    "       started\n"
-    "  3    the plug-in broke the protocol; the rule-book lines are shown\n"
-    "  4    time-out of a step\n"
-    "  5    the plug-in crashed, or sent no completion\n"
-    "  130  interrupted\n"
-    "Ctrl-C cancels the job by closing the plug-in's socket; a second one kills the\n"
-    "plug-in.\n";
 
 // By the plug-in's folder, unless the user has said it.
 std::string applicationOf(const JobCommandOptions &options) {
@@ -45,7 +33,7 @@ std::string applicationOf(const JobCommandOptions &options) {
 }  // namespace
 
 void addJobOptions(CLI::App &command, JobCommandOptions &options, const char *storeText) {
-  command.footer(kExitCodes);
+  command.footer(pluginExitCodeHelp());
   options.plugin.timeout = kStepTimeout;
   command.add_option("--store", options.store, storeText)
       ->required()

@@ -8,6 +8,7 @@
 #include "backup/manifest_reader.h"
 #include "backup/report.h"
 #include "cli/each_application.h"
+#include "cli/exit_code_text.h"
 #include "cli/output_options.h"
 #include "cli/store_options.h"
 #include "cli/subcommands.h"
@@ -107,7 +108,7 @@ int list(const StoreCommandOptions &options) {
 
 std::function<int()> addListCommand(CLI::App &app) {
   CLI::App *command = app.add_subcommand("list", "List the backups of a store");
-  command->footer("Exit codes: 0, or 2 for wrong usage and for a store that cannot be read.\n");
+  command->footer(exitCodeHelp({kExitSuccess, kExitHostError}));
   auto options = std::make_shared<StoreCommandOptions>();
   addStoreOptions(*command, *options);
   return [options] { return list(*options); };

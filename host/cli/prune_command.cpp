@@ -7,6 +7,7 @@
 #include "backup/new_backup.h"
 #include "backup/report.h"
 #include "cli/each_application.h"
+#include "cli/exit_code_text.h"
 #include "cli/output_options.h"
 #include "cli/store_options.h"
 #include "cli/subcommands.h"
@@ -56,9 +57,8 @@ int prune(const StoreCommandOptions &options) {
 
 std::function<int()> addPruneCommand(CLI::App &app) {
   CLI::App *command = app.add_subcommand("prune", "Remove what backups left that did not finish");
-  command->footer(
-      "Exit codes: 0, or 2 for wrong usage and for what cannot be removed. Backups\n"
-      "that run now are left alone.\n");
+  command->footer(exitCodeHelp({kExitSuccess, kExitHostError}) +
+                  "Backups that run now are left alone.\n");
   auto options = std::make_shared<StoreCommandOptions>();
   addStoreOptions(*command, *options);
   return [options] { return prune(*options); };

@@ -15,6 +15,7 @@
 
 #include "backup/backup_source.h"
 #include "backup/catalog.h"
+#include "cli/exit_code_text.h"
 #include "cli/plugin_options.h"
 #include "cli/subcommands.h"
 #include "display/plugin_line.h"
@@ -213,27 +214,14 @@ int runStepCommand(const StepOptions &options) {
   return exitCodeOf(result.outcome);
 }
 
-constexpr const char *kExitCodes =
-    "Exit codes:\n"
-    "  0    the step succeeded\n"
-    "  1    the plug-in reported failure\n"
-    "  2    wrong usage, or the plug-in could not be started, or the backup could\n"
-    "       not be used\n"
-    "  3    the plug-in broke the protocol; the rule-book lines are shown\n"
-    "  4    time-out; also when the plug-in completes and does not end\n"
-    "  5    the plug-in crashed, even after its completion, or sent no completion\n"
-    "  130  interrupted\n"
-    "A completion decides even if the plug-in then exits with another status than\n"
-    "0. Ctrl-C closes the socket, which is how a plug-in is canceled; a second one\n"
-    "kills it.\n";
-
 }  // namespace
 
 std::function<int()> addStepCommand(CLI::App &app) {
   auto options = std::make_shared<StepOptions>();
   CLI::App *command =
       app.add_subcommand("step", "Run one step of a plug-in as the framework would");
-  command->footer(kExitCodes);
+  command->footer(pluginExitCodeHelp() +
+                  "A completion decides, even if the plug-in exits with a nonzero status.\n");
   command->add_option("name", options->step, "The step")
       ->required()
       ->check(CLI::IsMember({Agent::PLUGIN_NAME_SUMMARY, Agent::PLUGIN_NAME_ESTIMATE_EXPORTION,

@@ -12,7 +12,9 @@
 #include <stdexcept>
 #include <string>
 
+#include "cli/exit_code_text.h"
 #include "cli/subcommands.h"
+#include "step/exit_code.h"
 #include "trace/trace_page.h"
 #include "trace/trace_printer.h"
 #include "trace/trace_reader.h"
@@ -36,7 +38,7 @@ int print(const TraceOptions &options) {
     throw std::runtime_error("cannot write to standard output");
   }
   if (isWhole) {
-    return 0;
+    return kExitSuccess;
   }
   throw std::runtime_error(reader.error());
 }
@@ -62,7 +64,7 @@ int writePage(const TraceOptions &options) {
   if (!isWhole) {
     throw std::runtime_error(error + "; the page shows what comes before");
   }
-  return 0;
+  return kExitSuccess;
 }
 
 }  // namespace
@@ -70,7 +72,7 @@ int writePage(const TraceOptions &options) {
 std::function<int()> addTraceCommand(CLI::App &app) {
   auto options = std::make_shared<TraceOptions>();
   CLI::App *command = app.add_subcommand("trace", "Show a trace that was written with --trace");
-  command->footer("Exit codes: 0, or 2 for wrong usage and for a trace that cannot be read.\n");
+  command->footer(exitCodeHelp({kExitSuccess, kExitHostError}));
   command->add_option("file", options->file, "The trace")->required()->check(CLI::ExistingFile);
   command
       ->add_option("--html", options->page,

@@ -7,6 +7,7 @@
 #include "backup/report.h"
 #include "backup/verify.h"
 #include "cli/each_application.h"
+#include "cli/exit_code_text.h"
 #include "cli/output_options.h"
 #include "cli/plugin_options.h"
 #include "cli/store_options.h"
@@ -142,12 +143,7 @@ Json::Value VerifyCommand::examine(const std::string &application, const std::st
 std::function<int()> addVerifyCommand(CLI::App &app) {
   CLI::App *command = app.add_subcommand(
       "verify", "Compare backups with their checksums, and find missing and extra files");
-  command->footer(
-      "Exit codes:\n"
-      "  0    every backup is sound\n"
-      "  1    one is not, and each problem is named; or there is none to verify\n"
-      "  2    wrong usage, or a backup that could not be examined\n"
-      "  130  interrupted\n");
+  command->footer(exitCodeHelp({kExitSuccess, kExitFailure, kExitHostError, kExitInterrupted}));
   auto options = std::make_shared<VerifyOptions>();
   addStoreOptions(*command, options->common);
   command->add_option("--backup", options->backup, "Only this backup")
