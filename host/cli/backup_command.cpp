@@ -1,12 +1,13 @@
 #include <CLI/CLI.hpp>
 #include <memory>
-#include <stdexcept>
 #include <string>
 
 #include "backup/job.h"
 #include "cli/job_options.h"
+#include "cli/json_file.h"
 #include "cli/plugin_options.h"
 #include "cli/subcommands.h"
+#include "cli/validators.h"
 #include "framework/framework.h"
 
 namespace arvl_host {
@@ -21,12 +22,10 @@ struct BackupOptions {
 int backup(const BackupOptions &options) {
   JobOptions job = jobOptions(options.common);
   if (!options.externalHandlerResultFile.empty()) {
-    job.externalHandlerResult = readJson(options.externalHandlerResultFile);
-    try {
-      checkExternalHandlerResult(job.externalHandlerResult);
-    } catch (const std::runtime_error &error) {
-      throw std::runtime_error(options.externalHandlerResultFile + ": " + error.what());
-    }
+    withJsonFile(options.externalHandlerResultFile, [&job](const Json::Value &result) {
+      checkExternalHandlerResult(result);
+      job.externalHandlerResult = result;
+    });
   }
   return runJob(runBackup, options.common, job);
 }

@@ -6,6 +6,7 @@
 #include "backup/catalog.h"
 #include "backup/report.h"
 #include "cli/exit_code_text.h"
+#include "cli/validators.h"
 
 namespace arvl_host {
 
@@ -42,7 +43,7 @@ void addJobOptions(CLI::App &command, JobCommandOptions &options, const char *st
   command
       .add_option("--name", options.name,
                   "The application's name in the store (default: that of the plug-in's folder)")
-      ->check(CLI::Validator(checkApplicationName, ""))
+      ->check(applicationName())
       ->type_name("NAME");
   addPluginOptions(command, options.plugin);
 }

@@ -7,11 +7,14 @@
 #include <stdexcept>
 
 #include "backup/report.h"
+#include "step/exit_code.h"
 #include "text/utf8.h"
 
 namespace arvl_host {
 
 namespace {
+
+constexpr const char *kJsonOption = "--json";
 
 Verbosity verbosityOf(const OutputOptions &options) {
   return options.quiet     ? Verbosity::kQuiet
@@ -48,6 +51,19 @@ void writeReport(const OutputOptions &options, const Json::Value &json,
   }
   if (!std::cout.flush()) {
     throw std::runtime_error("cannot write to standard output");
+  }
+}
+
+void writeFailure(const std::vector<std::string> &words, const std::string &error) {
+  const std::string option = kJsonOption;
+  bool isWanted = false;
+  std::string command;
+  for (const std::string &word : words) {
+    isWanted = isWanted || word == option || word.rfind(option + "=", 0) == 0;
+    command = command.empty() && word[0] != '-' ? word : command;
+  }
+  if (isWanted) {
+    std::cout << jsonText(errorJson(command, kExitHostError, error)) << std::flush;
   }
 }
 

@@ -18,8 +18,6 @@ struct OutputOptions {
   bool verbose = false;
 };
 
-constexpr const char *kJsonOption = "--json";
-
 // options has to outlive the app.
 void addOutputOptions(CLI::App &command, OutputOptions &options);
 // For a command that has more to say.
@@ -35,6 +33,10 @@ class OutputDisplay : public JobDisplay {
 // The report on standard output, as JSON or in lines. Throws std::runtime_error if it cannot be written.
 void writeReport(const OutputOptions &options, const Json::Value &json,
                  const std::vector<std::string> &lines);
+
+// Writes a failure of the command as a JSON report if the words of the command line ask for JSON. Looks
+// at the words themselves, because the command line may be wrong.
+void writeFailure(const std::vector<std::string> &words, const std::string &error);
 
 }  // namespace arvl_host
 

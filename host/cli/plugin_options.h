@@ -3,7 +3,6 @@
 #define ARVL_HOST_CLI_PLUGIN_OPTIONS_H_
 
 #include <CLI/App.hpp>
-#include <CLI/Validators.hpp>
 #include <chrono>
 #include <string>
 
@@ -23,12 +22,6 @@ struct PluginOptions {
   FrameworkValues values;  // what has a file is read by readValues()
 };
 
-// Checks that say nothing of themselves in the help: the option's type does.
-CLI::Validator existingFile();
-CLI::Validator existingDirectory();
-// An empty value is a variable that is not set.
-CLI::Validator notEmpty();
-
 // options has to outlive the app.
 void addPluginOptions(CLI::App &command, PluginOptions &options);
 // What an export asks for.
@@ -37,9 +30,6 @@ void addSelectionOptions(CLI::App &command, PluginOptions &options);
 // The values, with the content of the files that are named. Throws std::runtime_error that says what
 // is wrong with one.
 FrameworkValues readValues(const PluginOptions &options);
-
-// Throws std::runtime_error.
-Json::Value readJson(const std::string &file);
 
 // Does nothing if no trace is wanted. Throws std::runtime_error.
 void openTrace(const PluginOptions &options, TraceWriter &trace);

@@ -4,8 +4,8 @@
 
 #include "backup/job.h"
 #include "cli/job_options.h"
-#include "cli/plugin_options.h"
 #include "cli/subcommands.h"
+#include "cli/validators.h"
 
 namespace arvl_host {
 

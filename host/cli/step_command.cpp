@@ -1,34 +1,23 @@
-#include <json/reader.h>
-#include <json/value.h>
-
 #include <CLI/CLI.hpp>
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iomanip>
-#include <iostream>
 #include <memory>
 #include <optional>
-#include <stdexcept>
+#include <string>
 
 #include "backup/backup_source.h"
 #include "backup/catalog.h"
 #include "cli/exit_code_text.h"
+#include "cli/json_file.h"
 #include "cli/plugin_options.h"
+#include "cli/step_display.h"
 #include "cli/subcommands.h"
-#include "display/plugin_line.h"
+#include "cli/validators.h"
 #include "files/store.h"
 #include "framework/framework.h"
-#include "protocol/packet_table.h"
 #include "step/interruption.h"
 #include "step/outcome.h"
 #include "step/plugin_folder.h"
 #include "step/step_runner.h"
-#include "text/hex.h"
-#include "text/sizes.h"
-#include "text/strict_json.h"
 #include "text/tally.h"
 #include "text/utf8.h"
 #include "trace/trace_writer.h"
@@ -51,29 +40,6 @@ struct StepOptions {
   std::string backupDir;
 };
 
-// What the host shows, a line at a time, each with where it comes from.
-class Display : public StepListener {
- public:
-  void onStart(const StepRequest &request, std::int64_t pid) override {
-    std::cout << "running " << visibleText(request.executable) << " (process " << pid
-              << ", framework " << request.frameworkVersion << ")\n";
-  }
-  void onLine(const PluginLine &line) override {
-    std::cout << pluginLineText(line) << '\n' << std::flush;
-  }
-  void onGarbage(Side, std::string_view bytes, const std::string &reason) override {
-    std::cout << "[host] " << reason << "; the bytes begin with " << toHex(bytes) << '\n';
-  }
-  void onAnswer(ZARN::ARVLAPP::PACKET_TYPE request, const Json::Value &,
-                const std::optional<std::string> &denial) override {
-    if (denial) {
-      std::cout << "[host] " << ZARN::ARVLAPP::packetName(request)
-                << " was denied: " << visibleText(*denial) << '\n'
-                << std::flush;
-    }
-  }
-};
-
 // Remembers what a transfer skips. What it says is read once nothing is transferred.
 class SkipWatcher : public TransferWatcher {
  public:
@@ -83,62 +49,6 @@ class SkipWatcher : public TransferWatcher {
  private:
   Tally skipped_;
 };
-
-std::string valueText(const Json::Value &value) {
-  if (value.isString()) {
-    return visibleText(value.asString());
-  }
-  std::string text;
-  appendJson(text, value, JsonLayout::kCompact);
-  return text;
-}
-
-// Of the path of a member; what is longer is cut.
-constexpr std::size_t kMaxShownPath = 4096;
-
-// One line a member; those of an object within stand below it by their path. There is one path for all
-// levels: the names on the way may be long, and many.
-void printMembers(const Json::Value &object, std::string &path) {
-  const std::size_t before = path.size();
-  for (auto member = object.begin(); member != object.end(); ++member) {
-    path += member.name();
-    if (member->isObject()) {
-      path += '.';
-      printMembers(*member, path);
-    } else {
-      std::cout << "  " << visibleText(cutText(path, kMaxShownPath)) << ": " << valueText(*member)
-                << '\n';
-    }
-    path.resize(before);
-  }
-}
-
-void printSkipped(const Tally &skipped) {
-  for (const std::string &path : skipped.texts) {
-    std::cout << "[host] " << skippedText(path) << '\n';
-  }
-  if (skipped.count > skipped.texts.size()) {
-    std::cout << "[host] skipped " << skipped.count << " entries in all\n";
-  }
-}
-
-void printResult(const std::string &step, const StepResult &result) {
-  if (result.completion.isObject()) {
-    std::cout << "completion:\n";
-    std::string path;
-    printMembers(result.completion, path);
-  }
-  for (const std::string &line : result.lines) {
-    std::cout << "[rule book] " << visibleText(line) << '\n';
-  }
-  if (!result.reason.empty()) {
-    std::cout << visibleText(result.reason) << '\n';
-  }
-  std::cout << "step " << step << ": " << outcomeText(result.outcome) << " (" << std::fixed
-            << std::setprecision(3) << result.seconds << " s, "
-            << countText(static_cast<std::uint64_t>(result.packets), "packet") << ")\n"
-            << std::flush;
-}
 
 std::string findExecutable(const StepOptions &options) {
   const std::string path = findStep(options.plugin.pluginDir, options.step);
@@ -150,24 +60,11 @@ std::string findExecutable(const StepOptions &options) {
   return path;
 }
 
-Json::Value readExportResult(const std::string &file) {
-  const Json::Value content = readJson(file);
-  try {
-    return makeExportResult(content);
-  } catch (const std::runtime_error &error) {
-    throw std::runtime_error(file + ": " + error.what());
-  }
-}
-
 fs::path backupFolder(const StepOptions &options) {
   if (options.step == Agent::PLUGIN_NAME_EXPORT) {
     throw CLI::ValidationError("--backup", "a backup is read-only: give --store for an export");
   }
   return finishedBackup(options.backupDir);
-}
-
-void showProgress(const std::string &stage, int percentage) {
-  std::cout << "[progress] " << percentage << " % " << visibleText(stage) << '\n' << std::flush;
 }
 
 // Lets go of the signals when the step is over, so that the output after it can be interrupted.
@@ -187,7 +84,9 @@ int runStepCommand(const StepOptions &options) {
 
   FrameworkValues values = readValues(options.plugin);
   if (!options.exportResultFile.empty()) {
-    values.exportResult = readExportResult(options.exportResultFile);
+    withJsonFile(options.exportResultFile, [&values](const Json::Value &content) {
+      values.exportResult = makeExportResult(content);
+    });
   }
   SkipWatcher watcher;
   std::optional<Store> store;
@@ -201,16 +100,16 @@ int runStepCommand(const StepOptions &options) {
     values.exportResult = backup->exportResult();
   }
   Store *served = backup ? &backup->store() : store ? &*store : nullptr;
-  Framework framework(values, served, showProgress);
+  Framework framework(values, served, StepDisplay::showProgress);
 
-  Display display;
+  StepDisplay display;
   TraceWriter trace;
   openTrace(options.plugin, trace);
   TracingListener tracer(trace);
   const StepResult result = runOneStep(request, framework, {&tracer, &display});
   trace.stepEnded(outcomeText(result.outcome), exitCodeOf(result.outcome));
-  printSkipped(watcher.skipped());
-  printResult(options.step, result);
+  StepDisplay::showSkipped(watcher.skipped());
+  StepDisplay::showResult(options.step, result);
   return exitCodeOf(result.outcome);
 }
 

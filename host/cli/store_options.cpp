@@ -2,8 +2,7 @@
 
 #include <CLI/CLI.hpp>
 
-#include "backup/catalog.h"
-#include "cli/plugin_options.h"
+#include "cli/validators.h"
 
 namespace arvl_host {
 
@@ -13,7 +12,7 @@ void addStoreOptions(CLI::App &command, StoreCommandOptions &options) {
       ->check(existingDirectory())
       ->type_name("DIR");
   command.add_option("--name", options.name, "Only the backups of this application")
-      ->check(CLI::Validator(checkApplicationName, ""))
+      ->check(applicationName())
       ->type_name("NAME");
   addOutputOptions(command, options.output);
 }
