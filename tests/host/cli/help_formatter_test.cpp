@@ -1,4 +1,4 @@
-// What --help shows, and what is said of a command line that names no command.
+// The texts of --help.
 
 #include <gtest/gtest.h>
 
@@ -12,7 +12,6 @@
 #include "cli/command_line.h"
 #include "cli/help_formatter.h"
 #include "host/support/command.h"
-#include "support/json.h"
 
 namespace {
 
@@ -122,39 +121,6 @@ TEST(Help, BreaksADescriptionBetweenWordsOnly) {
             first + std::string(25, 'a') + '\n' + indent + std::string(26, 'b') + '\n');
   EXPECT_EQ(shownDescription("a " + std::string(60, 'b') + " c"),
             first + "a\n" + indent + std::string(60, 'b') + '\n' + indent + "c\n");
-}
-
-// ---- A command line that names no command.
-
-struct WithoutCommand {
-  std::vector<std::string> words;
-  std::string error;
-};
-
-TEST(CommandLine, SaysWhatItsFirstWordIsNot) {
-  const WithoutCommand cases[] = {
-      {{}, "a command is required"},
-      {{""}, "there is no command \"\""},
-      {{"bakup", "--store", "/tmp"}, "there is no command \"bakup\""},
-      {{"backup2"}, "there is no command \"backup2\""},
-      {{"\x1b[31m"}, "there is no command \"\\x1b[31m\""},
-      {{"--stor"}, "there is no option \"--stor\""},
-      {{"-j"}, "there is no option \"-j\""},
-  };
-  for (const WithoutCommand &wrong : cases) {
-    std::vector<std::string> words = {ARVL_HOST};
-    words.insert(words.end(), wrong.words.begin(), wrong.words.end());
-    const ProcessResult result = run(words);
-    EXPECT_EQ(result.status, 2);
-    EXPECT_EQ(result.out, "");
-    EXPECT_EQ(result.err, wrong.error + "\nRun with --help for more information.\n");
-  }
-}
-
-TEST(CommandLine, TellsAReaderOfJsonWhichCommandThereIsNot) {
-  const ProcessResult result = run({ARVL_HOST, "bakup", "--json"});
-  EXPECT_EQ(result.status, 2);
-  EXPECT_EQ(parseJson(result.out)["error"], "there is no command \"bakup\"");
 }
 
 }  // namespace

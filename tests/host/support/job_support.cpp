@@ -152,6 +152,4 @@ void JobFolder::release(const std::string &fifo) {
   close(open(fifo.c_str(), O_WRONLY | O_CLOEXEC));
 }
 
-// ---- SmallFileSystem.
-
 }  // namespace arvl_test
