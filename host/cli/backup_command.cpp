@@ -36,12 +36,13 @@ std::function<int()> addBackupCommand(CLI::App &app) {
   auto options = std::make_shared<BackupOptions>();
   CLI::App *command = app.add_subcommand("backup", "Back an application up into a store");
   addJobOptions(*command, options->common,
-                "The folder that keeps the backups; made if it is not there");
+                "Directory of the backups, created if it does not exist");
   addSelectionOptions(*command, options->common.plugin);
   command
-      ->add_option("--external-handler-result", options->externalHandlerResultFile,
-                   "What external handlers report of this export, for the import to come: a JSON "
-                   "array of objects with \"handler\", \"handler_type\" and \"result\"")
+      ->add_option(
+          "--external-handler-result", options->externalHandlerResultFile,
+          "Results of external handlers for the later import: a JSON array of objects with "
+          "\"handler\", \"handler_type\" and \"result\"")
       ->check(existingFile())
       ->type_name("FILE");
   addJobOutputOptions(*command, options->common);

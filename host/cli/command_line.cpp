@@ -15,11 +15,11 @@ namespace arvl_host {
 namespace {
 
 constexpr const char *kFooter =
-    "\"arvl-host COMMAND --help\" tells the options and exit codes of a command.\n"
+    "\"arvl-host COMMAND --help\" shows the options and exit codes of a command.\n"
     "Environment:\n"
-    "  NO_COLOR  if it is not empty, nothing is coloured\n"
-    "  TERM      \"dumb\": no colour, and no line that is drawn again\n"
-    "  TMPDIR    where the list of a job's files goes that does not fit the memory\n";
+    "  NO_COLOR  disables colour if it is not empty\n"
+    "  TERM      \"dumb\" disables colour and the progress line\n"
+    "  TMPDIR    directory for temporary file lists that do not fit into memory\n";
 
 using AddSubcommand = std::function<int()> (*)(CLI::App &);
 
@@ -29,7 +29,7 @@ constexpr AddSubcommand kSubcommands[] = {
     addPruneCommand,  addStepCommand,    addTraceCommand,
 };
 
-// What is wrong with a command line of which these words are left.
+// Returns the error of a command line without a command. words: those that no option took.
 std::string withoutCommand(const std::vector<std::string> &words) {
   if (words.empty()) {
     return "a command is required";
@@ -42,7 +42,7 @@ std::string withoutCommand(const std::vector<std::string> &words) {
 
 CommandLine::CommandLine()
     : app_("Runs application back-up plug-ins as the framework would.", "arvl-host") {
-  app_.formatter(std::make_shared<HelpFormatter>());  // of what is added from now on, too
+  app_.formatter(std::make_shared<HelpFormatter>());  // subcommands inherit it
   app_.set_version_flag("--version", "arvl-host " ARVL_VERSION);
   app_.require_subcommand(1);
   app_.footer(kFooter);

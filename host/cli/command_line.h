@@ -1,4 +1,4 @@
-// The command line of arvl-host: what it takes, and what runs the subcommand that was chosen.
+// The command line of arvl-host: its definitions, and the run of the chosen subcommand.
 #ifndef ARVL_HOST_CLI_COMMAND_LINE_H_
 #define ARVL_HOST_CLI_COMMAND_LINE_H_
 
@@ -15,12 +15,11 @@ class CommandLine {
 
   CLI::App &app() { return app_; }
 
-  // Throws CLI::ParseError for wrong usage, and where help or the version is asked for: app().exit()
-  // shows either.
+  // Throws CLI::ParseError for wrong usage, --help and --version. app().exit() prints each of them.
   void parse(int argc, const char *const *argv);
 
-  // Once it is parsed: runs the subcommand and returns its exit code. Throws CLI::ParseError for
-  // wrong usage that only shows now, and other exceptions for what else it could not do.
+  // Runs the parsed subcommand and returns its exit code. Throws CLI::ParseError for wrong usage that
+  // the parser cannot find, and other exceptions for other failures.
   int run() const;
 
  private:

@@ -7,7 +7,7 @@ namespace arvl_host {
 
 namespace {
 
-constexpr const char *kUnnamedType = "TEXT";  // as CLI11 calls a string
+constexpr const char *kUnnamedType = "TEXT";  // CLI11's name of a string
 
 bool isShown(const CLI::Option &option) {
   return !option.get_group().empty();
@@ -17,7 +17,7 @@ std::string nameOf(const CLI::Option &option) {
   return option.get_positional() ? option.get_name(true) : namesOf(option).back();
 }
 
-// "needs --trace". By name, since the set's own order is another one at every run.
+// Adds remarks such as "needs --trace", sorted by name: the order of a set of pointers changes per run.
 void addRelations(const char *relation, const std::set<CLI::Option *> &others,
                   std::vector<std::string> &remarks) {
   std::set<std::string> names;
@@ -84,7 +84,7 @@ bool isRepeatable(const CLI::Option &option) {
   return option.get_items_expected_max() >= CLI::detail::expected_max_vector_size;
 }
 
-// The type's name and those of the checks come joined by colons: "DIR:DIR", "TEXT:{a,b}", ":M.N",
+// CLI11 joins the names of the type and of its checks by colons: "DIR:DIR", "TEXT:{a,b}", ":M.N",
 // "N:INT in [1 - 10]".
 ValueType valueTypeOf(const CLI::Option &option) {
   ValueType type = {kUnnamedType, {}, ""};

@@ -1,5 +1,5 @@
-// What the definitions of a command line hold for the help, the man page and the completion. Hidden
-// options are left out.
+// Reads the definitions of a command line for the help, the man page and the completion. Skips hidden
+// options.
 #ifndef ARVL_HOST_CLI_DEFINITIONS_H_
 #define ARVL_HOST_CLI_DEFINITIONS_H_
 
@@ -21,12 +21,12 @@ bool takesValue(const CLI::Option &option);
 bool isRepeatable(const CLI::Option &option);
 
 struct ValueType {
-  std::string name;                  // "FILE" and "DIR" are paths
-  std::vector<std::string> choices;  // all the values there are; none: no such list
+  std::string name;                  // "FILE" and "DIR" stand for paths
+  std::vector<std::string> choices;  // all valid values; empty if any value may be given
   std::string range;                 // in words: "INT in [1 - 10]"
 };
 
-// Taken from CLI::Option::get_type_name(), which is all that tells what a value is checked for.
+// Parses CLI::Option::get_type_name(): CLI11 gives no other access to the checks of a value.
 ValueType valueTypeOf(const CLI::Option &option);
 
 // "The step (one of import, export; required)"

@@ -27,7 +27,7 @@ std::string forEachApplication(const Catalog &catalog, const std::string &name, 
     try {
       use(application);
     } catch (const NoSuchBackup &) {
-      throw;  // the one that was asked for
+      throw;  // `name` itself
     } catch (const StoreError &error) {
       display.error(error.what());
       first = first.empty() ? error.what() : first;

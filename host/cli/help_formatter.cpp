@@ -10,10 +10,10 @@ namespace arvl_host {
 
 namespace {
 
-constexpr std::size_t kColumns = 79;  // of a terminal of 80, some of which wrap a line that is full
+constexpr std::size_t kColumns = 79;  // some terminals of 80 columns wrap a full line
 constexpr std::size_t kNameColumns = 28;
 
-// Breaks between words; a word that is longer than a line is left whole.
+// Breaks a text between words. A word longer than a line is kept whole.
 std::string wrapped(const std::string &text, std::size_t columns) {
   std::istringstream words(text);
   std::string lines;

@@ -1,4 +1,4 @@
-// How --help looks.
+// The layout of --help.
 #ifndef ARVL_HOST_CLI_HELP_FORMATTER_H_
 #define ARVL_HOST_CLI_HELP_FORMATTER_H_
 
@@ -8,12 +8,12 @@
 
 namespace arvl_host {
 
-// Says of an option what the man page says, in lines that fit a terminal of 80 columns.
+// Describes options in the words of the man page, in lines that fit a terminal of 80 columns.
 class HelpFormatter : public CLI::Formatter {
  public:
   HelpFormatter();
 
-  // Releases of CLI11 differ in the empty lines at the end.
+  // Overridden because releases of CLI11 differ in the empty lines at the end.
   std::string make_help(const CLI::App *command, std::string name,
                         CLI::AppFormatMode mode) const override;
   std::string make_option(const CLI::Option *option, bool isPositional) const override;

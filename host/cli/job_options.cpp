@@ -12,21 +12,21 @@ namespace arvl_host {
 
 namespace {
 
-constexpr double kStepTimeout = 86400;  // seconds: a job takes as long as there are files
+constexpr double kStepTimeout = 86400;  // seconds: a large backup takes hours
 
-// By the plug-in's folder, unless the user has said it.
+// Returns --name, or by default the name of the plug-in's directory.
 std::string applicationOf(const JobCommandOptions &options) {
   if (!options.name.empty()) {
     return options.name;
   }
-  // As it was given: a link may stand for the version that is in use.
+  // Does not resolve links: a link may point to the version in use.
   const std::filesystem::path folder =
       (std::filesystem::absolute(options.plugin.pluginDir) / "").lexically_normal();
   const std::string name = folder.parent_path().filename();
   if (!checkApplicationName(name).empty()) {
     throw CLI::ValidationError("--name",
-                               "the plug-in's folder does not tell the application's "
-                               "name: say it with --name");
+                               "the name of the plug-in's directory is not a valid application "
+                               "name: give one with --name");
   }
   return name;
 }
@@ -41,8 +41,9 @@ void addJobOptions(CLI::App &command, JobCommandOptions &options, const char *st
       ->check(notEmpty())
       ->type_name("DIR");
   command
-      .add_option("--name", options.name,
-                  "The application's name in the store (default: that of the plug-in's folder)")
+      .add_option(
+          "--name", options.name,
+          "Name of the application in the store (default: the name of the plug-in's directory)")
       ->check(applicationName())
       ->type_name("NAME");
   addPluginOptions(command, options.plugin);

@@ -18,7 +18,7 @@ struct JobCommandOptions {
   std::string name;
 };
 
-// options has to outlive the app.
+// `options` must outlive the app.
 void addJobOptions(CLI::App &command, JobCommandOptions &options, const char *storeText);
 void addJobOutputOptions(CLI::App &command, JobCommandOptions &options);
 

@@ -16,7 +16,7 @@ Json::Value readJson(const std::string &file) {
   Json::Value value;
   std::string errors;
   if (!stream) {
-    throw std::runtime_error("cannot open " + file + ": " + std::strerror(errno));
+    throw std::runtime_error("cannot open \"" + file + "\": " + std::strerror(errno));
   }
   bool isJson = false;
   try {

@@ -20,7 +20,7 @@ namespace arvl_host {
 
 namespace {
 
-// Made visible, and padded to columns.
+// Returns the rows as lines with aligned columns, unprintable characters escaped.
 std::vector<std::string> table(std::vector<std::vector<std::string>> rows) {
   std::vector<unsigned> widths(rows[0].size());
   for (std::vector<std::string> &row : rows) {
@@ -41,7 +41,7 @@ std::vector<std::string> table(std::vector<std::vector<std::string>> rows) {
   return lines;
 }
 
-// One row of the list, and the same in JSON.
+// A listed backup, as a row of the table and as JSON.
 class Listed {
  public:
   Listed(const Catalog &catalog, const std::string &application, const std::string &id) {

@@ -25,13 +25,12 @@ Verbosity verbosityOf(const OutputOptions &options) {
 }  // namespace
 
 void addOutputOptions(CLI::App &command, OutputOptions &options) {
-  command.add_flag(kJsonOption, options.json,
-                   "Print one report in JSON on standard output and nothing else there");
+  command.add_flag(kJsonOption, options.json, "Print only a JSON report on standard output");
   command.add_flag("--quiet,-q", options.quiet, "Show warnings and errors only");
 }
 
 void addVerboseOption(CLI::App &command, OutputOptions &options) {
-  command.add_flag("--verbose,-v", options.verbose, "Show the processes that are run, too")
+  command.add_flag("--verbose,-v", options.verbose, "Also show the processes that are run")
       ->excludes("--quiet");
 }
 

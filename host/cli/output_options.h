@@ -1,4 +1,4 @@
-// How the commands that work on a store say what they do.
+// The options for the output of a command, and the output itself.
 #ifndef ARVL_HOST_CLI_OUTPUT_OPTIONS_H_
 #define ARVL_HOST_CLI_OUTPUT_OPTIONS_H_
 
@@ -18,19 +18,18 @@ struct OutputOptions {
   bool verbose = false;
 };
 
-// options has to outlive the app.
+// `options` must outlive the app.
 void addOutputOptions(CLI::App &command, OutputOptions &options);
-// For a command that has more to say.
 void addVerboseOption(CLI::App &command, OutputOptions &options);
 
-// What a person reads: on standard output, or on standard error beside a JSON report; warnings and errors
-// always there.
+// Shows a person the progress: on standard output, or on standard error next to a JSON report. Warnings
+// and errors always go to standard error.
 class OutputDisplay : public JobDisplay {
  public:
   explicit OutputDisplay(const OutputOptions &options);
 };
 
-// The report on standard output, as JSON or in lines. Throws std::runtime_error if it cannot be written.
+// Writes the report to standard output, as JSON or as lines. Throws std::runtime_error if that fails.
 void writeReport(const OutputOptions &options, const Json::Value &json,
                  const std::vector<std::string> &lines);
 

@@ -14,54 +14,56 @@ std::chrono::milliseconds toMilliseconds(double seconds) {
 }
 
 void addPluginOptions(CLI::App &command, PluginOptions &options) {
-  command.add_option("--plugin", options.pluginDir, "The folder of the plug-in's executables")
+  command.add_option("--plugin", options.pluginDir, "Directory of the plug-in's executables")
       ->required()
       ->check(existingDirectory())
       ->type_name("DIR");
   command
       .add_option("--framework-version", options.frameworkVersion,
-                  "The version that the plug-in is told")
+                  "Framework version reported to the plug-in")
       ->check(frameworkVersion())
       ->type_name("M.N")
       ->capture_default_str();
-  command.add_option("--timeout", options.timeout, "For each step, in seconds")
+  command.add_option("--timeout", options.timeout, "Time limit per step, in seconds")
       ->check(seconds())
       ->type_name("SECONDS")
       ->capture_default_str();
   command
-      .add_option("--grace", options.grace,
-                  "Between closing the socket, TERM and KILL to the process group, in seconds")
+      .add_option(
+          "--grace", options.grace,
+          "Delay between the close of the socket and SIGTERM, and again before SIGKILL, in seconds")
       ->check(seconds())
       ->type_name("SECONDS")
       ->capture_default_str();
-  command.add_option("--language", options.values.language, "The code of the user's language")
+  command.add_option("--language", options.values.language, "Language code of the user")
       ->type_name("CODE")
       ->capture_default_str();
   command
       .add_option("--list-page", options.values.listPage,
-                  "Entries a page of a listing, at most 1000000")
+                  "Entries per page of a directory listing, at most 1000000")
       ->check(CLI::Validator(CLI::Range(1, 1000000)).description(""))
       ->type_name("N")
       ->capture_default_str();
   command.add_option("--trace", options.traceFile, "Write every packet and log line to this file")
       ->check(notEmpty())
       ->type_name("FILE");
-  command.add_flag("--trace-full", options.traceFull, "Abbreviate no payload in the trace")
+  command.add_flag("--trace-full", options.traceFull, "Write payloads to the trace in full")
       ->needs("--trace");
 }
 
 void addSelectionOptions(CLI::App &command, PluginOptions &options) {
   command
       .add_option("--export-config", options.exportConfigFile,
-                  "What the plug-in is told of this export: any JSON value (default: {})")
+                  "Configuration of the export: a file with any JSON value (default: {})")
       ->check(existingFile())
       ->type_name("FILE");
   command
-      .add_option("--folder", options.values.folders, "A folder that the user selected; repeatable")
+      .add_option("--folder", options.values.folders,
+                  "Directory that the user selected; repeatable")
       ->allow_extra_args(false)
       ->type_name("NAME");
   command
-      .add_option("--app", options.values.apps, "An application that the user selected; repeatable")
+      .add_option("--app", options.values.apps, "Application that the user selected; repeatable")
       ->allow_extra_args(false)
       ->type_name("NAME");
 }

@@ -19,19 +19,18 @@ struct PluginOptions {
   std::string exportConfigFile;
   std::string traceFile;
   bool traceFull = false;
-  FrameworkValues values;  // what has a file is read by readValues()
+  FrameworkValues values;  // without those in files: see readValues()
 };
 
-// options has to outlive the app.
+// `options` must outlive the app.
 void addPluginOptions(CLI::App &command, PluginOptions &options);
-// What an export asks for.
+// Adds the options that only an export uses.
 void addSelectionOptions(CLI::App &command, PluginOptions &options);
 
-// The values, with the content of the files that are named. Throws std::runtime_error that says what
-// is wrong with one.
+// Returns the values, including those in files. Throws std::runtime_error, which names the file.
 FrameworkValues readValues(const PluginOptions &options);
 
-// Does nothing if no trace is wanted. Throws std::runtime_error.
+// Opens the trace if --trace is given. Throws std::runtime_error.
 void openTrace(const PluginOptions &options, TraceWriter &trace);
 
 std::chrono::milliseconds toMilliseconds(double seconds);

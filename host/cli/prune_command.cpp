@@ -56,7 +56,7 @@ int prune(const StoreCommandOptions &options) {
 }  // namespace
 
 std::function<int()> addPruneCommand(CLI::App &app) {
-  CLI::App *command = app.add_subcommand("prune", "Remove what backups left that did not finish");
+  CLI::App *command = app.add_subcommand("prune", "Remove unfinished backups");
   command->footer(exitCodeHelp({kExitSuccess, kExitHostError}) +
                   "Backups that run now are left alone.\n");
   auto options = std::make_shared<StoreCommandOptions>();

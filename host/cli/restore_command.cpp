@@ -27,9 +27,9 @@ int restore(const RestoreOptions &options) {
 std::function<int()> addRestoreCommand(CLI::App &app) {
   auto options = std::make_shared<RestoreOptions>();
   CLI::App *command = app.add_subcommand("restore", "Restore an application from a store");
-  addJobOptions(*command, options->common, "The folder that keeps the backups");
+  addJobOptions(*command, options->common, "Directory of the backups");
   command->get_option("--store")->check(existingDirectory());
-  command->add_option("--backup", options->backup, "The backup's name (default: the latest)")
+  command->add_option("--backup", options->backup, "Name of the backup (default: the latest)")
       ->check(notEmpty())
       ->type_name("ID");
   addJobOutputOptions(*command, options->common);

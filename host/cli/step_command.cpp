@@ -40,7 +40,7 @@ struct StepOptions {
   std::string backupDir;
 };
 
-// Remembers what a transfer skips. What it says is read once nothing is transferred.
+// Remembers the files that transfers skip. Read it only when no transfer runs.
 class SkipWatcher : public TransferWatcher {
  public:
   void onVanished(const std::string &path) override { skipped_.add(path); }
@@ -62,7 +62,8 @@ std::string findExecutable(const StepOptions &options) {
 
 fs::path backupFolder(const StepOptions &options) {
   if (options.step == Agent::PLUGIN_NAME_EXPORT) {
-    throw CLI::ValidationError("--backup", "a backup is read-only: give --store for an export");
+    throw CLI::ValidationError("--backup",
+                               "an export cannot write to a finished backup: use --store instead");
   }
   return finishedBackup(options.backupDir);
 }
@@ -121,7 +122,7 @@ std::function<int()> addStepCommand(CLI::App &app) {
       app.add_subcommand("step", "Run one step of a plug-in as the framework would");
   command->footer(pluginExitCodeHelp() +
                   "A completion decides, even if the plug-in exits with a nonzero status.\n");
-  command->add_option("name", options->step, "The step")
+  command->add_option("name", options->step, "Step to run")
       ->required()
       ->check(CLI::IsMember({Agent::PLUGIN_NAME_SUMMARY, Agent::PLUGIN_NAME_ESTIMATE_EXPORTION,
                              Agent::PLUGIN_NAME_CAN_EXPORT, Agent::PLUGIN_NAME_EXPORT,
@@ -129,22 +130,20 @@ std::function<int()> addStepCommand(CLI::App &app) {
   addPluginOptions(*command, options->plugin);
   addSelectionOptions(*command, options->plugin);
   command
-      ->add_option(
-          "--export-result", options->exportResultFile,
-          "The record of the export, for an import: a JSON object with \"export_result\" and "
-          "perhaps \"external_handler_result\", or the export result alone, such as "
-          "{\"success\": true, \"app_data_version\": \"1.0\"}")
+      ->add_option("--export-result", options->exportResultFile,
+                   "Result of the export, for an import: a JSON object with \"export_result\" and "
+                   "optionally \"external_handler_result\", or the export result alone, such as "
+                   "{\"success\": true, \"app_data_version\": \"1.0\"}")
       ->check(existingFile())
       ->type_name("FILE");
-  command
-      ->add_option("--store", options->storeDir,
-                   "The folder that stands for the framework's side of files")
+  command->add_option("--store", options->storeDir, "Directory that holds the framework's files")
       ->check(existingDirectory())
       ->type_name("DIR");
   command
-      ->add_option("--backup", options->backupDir,
-                   "The folder of a finished backup, STORE/APPLICATION/ID: its data and its export "
-                   "result are served as a restore does, for reading only")
+      ->add_option(
+          "--backup", options->backupDir,
+          "Directory of a finished backup, STORE/APPLICATION/ID. Its data and export result "
+          "are served read-only, as in a restore")
       ->check(existingDirectory())
       ->type_name("DIR")
       ->excludes("--store", "--export-result");

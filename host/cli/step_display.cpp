@@ -25,11 +25,11 @@ std::string valueText(const Json::Value &value) {
   return text;
 }
 
-// Of the path of a member; what is longer is cut.
+// bytes of a member's path; the rest is cut
 constexpr std::size_t kMaxShownPath = 4096;
 
-// One line a member; those of an object within stand below it by their path. There is one path for all
-// levels: the names on the way may be long, and many.
+// Prints one line per member, nested ones by their path. All levels share one path, because the names may
+// be long and deeply nested.
 void printMembers(const Json::Value &object, std::string &path) {
   const std::size_t before = path.size();
   for (auto member = object.begin(); member != object.end(); ++member) {

@@ -7,7 +7,7 @@
 namespace arvl_host {
 
 void addStoreOptions(CLI::App &command, StoreCommandOptions &options) {
-  command.add_option("--store", options.store, "The folder that keeps the backups")
+  command.add_option("--store", options.store, "Directory of the backups")
       ->required()
       ->check(existingDirectory())
       ->type_name("DIR");

@@ -15,7 +15,7 @@ struct StoreCommandOptions {
   OutputOptions output;
 };
 
-// options has to outlive the app.
+// `options` must outlive the app.
 void addStoreOptions(CLI::App &command, StoreCommandOptions &options);
 
 }  // namespace arvl_host

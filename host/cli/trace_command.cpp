@@ -28,7 +28,7 @@ struct TraceOptions {
   std::string page;
 };
 
-// A trace that cannot be read to its end is shown as far as it goes.
+// Prints a damaged trace up to the damage.
 int print(const TraceOptions &options) {
   const char *noColour = std::getenv("NO_COLOR");
   const bool colour = isatty(STDOUT_FILENO) != 0 && (noColour == nullptr || *noColour == '\0');
@@ -54,7 +54,7 @@ int writePage(const TraceOptions &options) {
   if (!isWhole && trace.records.empty()) {
     throw std::runtime_error(error);
   }
-  umask(S_IRWXG | S_IRWXO);  // for its owner alone, as the trace is
+  umask(S_IRWXG | S_IRWXO);  // private, like the trace
   std::ofstream page(options.page);
   writeTracePage(trace, page);
   page.close();
@@ -73,10 +73,10 @@ std::function<int()> addTraceCommand(CLI::App &app) {
   auto options = std::make_shared<TraceOptions>();
   CLI::App *command = app.add_subcommand("trace", "Show a trace that was written with --trace");
   command->footer(exitCodeHelp({kExitSuccess, kExitHostError}));
-  command->add_option("file", options->file, "The trace")->required()->check(CLI::ExistingFile);
+  command->add_option("file", options->file, "Trace file")->required()->check(CLI::ExistingFile);
   command
       ->add_option("--html", options->page,
-                   "Write a page for a browser, which needs no other file, instead of text")
+                   "Write a self-contained HTML page to this file instead of printing text")
       ->type_name("FILE");
   return [options] { return options->page.empty() ? print(*options) : writePage(*options); };
 }

@@ -26,7 +26,7 @@ struct VerifyOptions {
   std::string backup;
 };
 
-constexpr Json::ArrayIndex kMaxProblems = 1000;  // of a backup, that a report holds
+constexpr Json::ArrayIndex kMaxProblems = 1000;  // of one backup in a report
 
 class VerifyCommand {
  public:
@@ -47,7 +47,7 @@ class VerifyCommand {
   const Interruption interruption_;
   Json::Value report_{Json::arrayValue};
   std::uint64_t problems_ = 0;
-  std::string error_;  // the first, of what could not be examined
+  std::string error_;  // the first one
 };
 
 int VerifyCommand::run() {
@@ -97,7 +97,7 @@ void VerifyCommand::fail(const std::string &error) {
   display_.error(error);
 }
 
-// One that cannot be examined does not keep the others from it.
+// Shows an error and goes on, so that the other backups are examined.
 void VerifyCommand::verify(const std::string &application, const std::string &id) {
   interruption_.check();
   try {
@@ -141,8 +141,8 @@ Json::Value VerifyCommand::examine(const std::string &application, const std::st
 }  // namespace
 
 std::function<int()> addVerifyCommand(CLI::App &app) {
-  CLI::App *command = app.add_subcommand(
-      "verify", "Compare backups with their checksums, and find missing and extra files");
+  CLI::App *command =
+      app.add_subcommand("verify", "Check backups for damaged, missing and extra files");
   command->footer(exitCodeHelp({kExitSuccess, kExitFailure, kExitHostError, kExitInterrupted}));
   auto options = std::make_shared<VerifyOptions>();
   addStoreOptions(*command, options->common);

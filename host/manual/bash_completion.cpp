@@ -11,11 +11,11 @@ namespace arvl_host {
 
 namespace {
 
-// The function between the definitions and its end. The subcommand is the first place of the app.
+// The body of the function after the definitions. The subcommand is argument 1 of the program.
 constexpr const char *kFunction = R"(
   local IFS=$' \t\n'
 
-  # Where "=" breaks words, "--option=value" comes as three.
+  # If "=" is a word break, "--option=value" arrives as three words.
   local words=("${COMP_WORDS[0]}") word
   for word in "${COMP_WORDS[@]:1:COMP_CWORD}"; do
     if [[ $word == = && ${words[-1]} == --* || ${words[-1]} == --*= ]]; then
@@ -66,7 +66,7 @@ constexpr const char *kFunction = R"(
   fi
   mapfile -t COMPREPLY < <(compgen "${action[@]}" -- "${current#"$prefix"}")
 
-  # A reply stands for what follows the last break alone.
+  # A reply replaces only the part after the last word break.
   local typed=${COMP_WORDS[COMP_CWORD]}
   [[ $typed == = ]] && typed=''
   COMPREPLY=("${COMPREPLY[@]/#/"$prefix"}")
@@ -130,15 +130,15 @@ void writeBashCompletion(const CLI::App &app, std::ostream &out) {
 
   out << "# bash completion for " << program << "\n\n"
       << function << "() {\n  local program=" << program << " command=" << program << '\n';
-  out << "  # What an option or a place takes: words to choose from, -f for files, -d for "
-         "folders.\n"
+  out << "  # Values of an option or argument: words to choose from, -f for files, -d for "
+         "directories.\n"
       << "  local -A values=(\n";
   writeSubcommands(app, out);
   for (const CLI::App *command : commands) {
     writeValues(*command, out);
   }
-  out << "  )\n  # The names of an option are joined by commas; + follows one that may be "
-         "repeated.\n"
+  out << "  )\n  # The names of an option are joined by commas; + marks a repeatable "
+         "option.\n"
       << "  local -A options=(\n";
   for (const CLI::App *command : commands) {
     writeOptions(*command, out);

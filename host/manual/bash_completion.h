@@ -1,4 +1,4 @@
-// A bash completion from the definitions of a command line.
+// Writes a bash completion from the definitions of a command line.
 #ifndef ARVL_HOST_MANUAL_BASH_COMPLETION_H_
 #define ARVL_HOST_MANUAL_BASH_COMPLETION_H_
 
@@ -7,8 +7,8 @@
 
 namespace arvl_host {
 
-// A script to be sourced, which needs bash alone. Offers the subcommands; then the options that may
-// still be given; and where a value is due, the words to choose from, files or folders.
+// Writes a script that bash sources; it needs no other program. Completes subcommands, options that may
+// still be given, and values: words to choose from, files or directories.
 void writeBashCompletion(const CLI::App &app, std::ostream &out);
 
 }  // namespace arvl_host

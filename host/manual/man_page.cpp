@@ -11,7 +11,7 @@ namespace arvl_host {
 
 namespace {
 
-// What roff would take for a command, or set as another character.
+// Returns the escape of a character that roff would interpret or replace, or an empty string.
 std::string_view escapeOf(char c) {
   switch (c) {
     case '\\':
@@ -129,7 +129,7 @@ void writeManPage(const CLI::App &app, const std::string &version, std::ostream 
   const std::string &name = app.get_name();
   const std::vector<const CLI::App *> commands = subcommandsOf(app);
   out << ".TH \"" << escaped(name) << "\" 1 \"\" \"" << escaped(name + " " + version)
-      << "\" \"User Commands\"\n.nh\n.ad l\n";  // no name is broken in two
+      << "\" \"User Commands\"\n.nh\n.ad l\n";  // do not hyphenate names
   out << ".SH NAME\n"
       << escaped(name) << " \\- " << escaped(asPhrase(app.get_description())) << '\n';
   out << ".SH SYNOPSIS\n.nf\n";

@@ -1,4 +1,4 @@
-// A man page from the definitions of a command line.
+// Writes a man page from the definitions of a command line.
 #ifndef ARVL_HOST_MANUAL_MAN_PAGE_H_
 #define ARVL_HOST_MANUAL_MAN_PAGE_H_
 
@@ -8,8 +8,8 @@
 
 namespace arvl_host {
 
-// In the macros of man(7), section 1, for an app with subcommands. Without a date: the same
-// definitions give the same bytes.
+// Writes a page of section 1 in the macros of man(7) for an app with subcommands. The page has no date, so
+// that the same definitions give the same bytes.
 void writeManPage(const CLI::App &app, const std::string &version, std::ostream &out);
 
 }  // namespace arvl_host

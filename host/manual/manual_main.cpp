@@ -16,7 +16,7 @@ int main(int argc, char **argv) {
   } else if (what == "bash") {
     arvl_host::writeBashCompletion(commandLine.app(), std::cout);
   } else {
-    std::cerr << "usage: arvl-host-manual man|bash\n";
+    std::cerr << "usage: arvl-host-write-manual man|bash\n";
     return 2;
   }
   return std::cout.flush() ? 0 : 1;

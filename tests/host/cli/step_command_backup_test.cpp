@@ -93,7 +93,8 @@ TEST_F(StepOnBackup, WritesNothingToIt) {
   const ProcessResult exported = step("export", folder);
   EXPECT_EQ(exported.status, 2);
   EXPECT_TRUE(
-      holds(exported.err, "--backup: a backup is read-only: give --store for an export\n"));
+      holds(exported.err,
+            "--backup: an export cannot write to a finished backup: use --store instead\n"));
 }
 
 TEST_F(StepOnBackup, DeliversNothingThatIsDamaged) {
