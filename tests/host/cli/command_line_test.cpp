@@ -19,7 +19,7 @@ struct WithoutCommand {
   std::string error;
 };
 
-TEST(CommandLine, SaysWhatItsFirstWordIsNot) {
+TEST(CommandLine, RejectsAnUnknownFirstWord) {
   const WithoutCommand cases[] = {
       {{}, "a command is required"},
       {{""}, "there is no command \"\""},
@@ -39,7 +39,7 @@ TEST(CommandLine, SaysWhatItsFirstWordIsNot) {
   }
 }
 
-TEST(CommandLine, TellsAReaderOfJsonWhichCommandThereIsNot) {
+TEST(CommandLine, ReportsAnUnknownCommandInJson) {
   const ProcessResult result = run({ARVL_HOST, "bakup", "--json"});
   EXPECT_EQ(result.status, 2);
   EXPECT_EQ(parseJson(result.out)["error"], "there is no command \"bakup\"");

@@ -57,7 +57,7 @@ TEST(Help, OfTheCommandAndEverySubcommandFitsATerminal) {
   }
 }
 
-TEST(Help, SaysAllThatTheDefinitionsSay) {
+TEST(Help, ShowsEveryDefinition) {
   CLI::App app("Does things.", "program");
   app.formatter(std::make_shared<arvl_host::HelpFormatter>());
   app.set_version_flag("--version", "1.2");

@@ -22,7 +22,7 @@ using Names = std::set<std::string>;
 
 class PruneCommand : public TreeBackup {
  protected:
-  // A host that was killed while its plug-in waited.
+  // Kills a host while its plug-in waits. Returns the name of the unfinished backup.
   std::string leaveUnfinished() const {
     const std::string fifo = makeFifo();
     script("export", {{"wait", fifo}});
@@ -30,7 +30,7 @@ class PruneCommand : public TreeBackup {
     EXPECT_TRUE(killed.waitFor("[stdout] waiting\n"));
     killed.signal(SIGKILL);
     killed.finish();
-    release(fifo);  // the plug-in, to see that its host is gone
+    release(fifo);  // the plug-in notices that its host has ended
     fs::remove(fifo);
     for (const std::string &name : backups()) {
       if (name.find(".partial") != std::string::npos) {
@@ -41,7 +41,7 @@ class PruneCommand : public TreeBackup {
   }
 };
 
-TEST_F(PruneCommand, RemovesWhatDidNotFinishAndNothingElse) {
+TEST_F(PruneCommand, RemovesOnlyUnfinishedBackups) {
   const fs::path finished = mustBackUp();
   const std::string left = leaveUnfinished();
   ASSERT_NE(left, "");
@@ -61,7 +61,7 @@ TEST_F(PruneCommand, RemovesWhatDidNotFinishAndNothingElse) {
   EXPECT_EQ(again.out, "");
 }
 
-TEST_F(PruneCommand, RemovesWhatDidNotFinishHoweverDeepItIs) {
+TEST_F(PruneCommand, RemovesADeepUnfinishedBackup) {
   const std::string left = dir_.makeDir("store/unruly") + "/20261121T092532.123Z.partial";
   makeDeepTree(left);
   Arguments words = {"/bin/sh", "-c", "ulimit -n 64 && exec \"$0\" \"$@\""};
@@ -74,7 +74,7 @@ TEST_F(PruneCommand, RemovesWhatDidNotFinishHoweverDeepItIs) {
   EXPECT_EQ(backups(), Names{});
 }
 
-TEST_F(PruneCommand, GoesOnAfterWhatCannotBeRemoved) {
+TEST_F(PruneCommand, GoesOnAfterABackupThatCannotBeRemoved) {
   const std::string stuck = at("store/unruly/20261121T092532.123Z.partial");
   const std::string mounted = dir_.makeDir("store/unruly/20261121T092532.123Z.partial/mounted");
   const std::string last = dir_.makeDir("store/unruly/20261121T092532.124Z.partial");
@@ -97,7 +97,7 @@ TEST_F(PruneCommand, GoesOnAfterWhatCannotBeRemoved) {
   EXPECT_EQ(onStore("verify", {"--name", "unruly"}).status, 0);
 }
 
-TEST_F(PruneCommand, LeavesABackupThatRunsAlone) {
+TEST_F(PruneCommand, KeepsABackupThatIsRunning) {
   const std::string fifo = makeFifo();
   script("export", {{"wait", fifo}});
   Command running(job("backup"), variables());

@@ -108,7 +108,7 @@ TEST(Step, SendsNoSyslogLineOverADescriptorThatIsThePluginsOwn) {
   EXPECT_TRUE(holds(result.out, "\n[stdout] nothing arrived\n"));
 }
 
-TEST(Step, KeepsWhatTheUserPreloads) {
+TEST(Step, KeepsThePreloadsOfTheUser) {
   const ProcessResult result = run(stepCommand("import", UNRULY_PLUGIN),
                                    {"UNRULY=shows what is preloaded", "LD_PRELOAD=/no/such.so"});
   EXPECT_EQ(result.status, 0);
@@ -155,7 +155,7 @@ struct Broken {
   const char *reason;
 };
 
-TEST(Step, NamesWhatBreaksTheProtocol) {
+TEST(Step, NamesTheProtocolViolation) {
   const Broken cases[] = {
       {"garbage", "the plug-in sent bytes that are no packet: the check code is wrong"},
       {"over-long",
@@ -230,7 +230,7 @@ TEST(Step, RefusesAPayloadOfTooManyValuesBeforeItIsParsed) {
             "reads at most 100000\nstep import: protocol violation"));
 }
 
-TEST(Step, TakesTheLongestText) {
+TEST(Step, AcceptsTheLongestText) {
   const ProcessResult result = runUnruly("completes with a long text");
   EXPECT_EQ(result.status, 0);
   EXPECT_TRUE(holds(result.out.substr(0, 300), "  text: xxx"));
@@ -245,7 +245,7 @@ TEST(Step, ReadsNoRequestBeforeTheAnswerToTheLastIsOut) {
   EXPECT_LE(packetsOf(result), 2);  // the answer to the first does not fit the socket
 }
 
-TEST(Step, HearsACompletionAfterThePluginHasStoppedReading) {
+TEST(Step, ReadsACompletionAfterThePluginStopsReading) {
   Command command(stepCommand("import", UNRULY_PLUGIN),
                   {"UNRULY=completes without reading an answer"});
   ASSERT_TRUE(command.waitFor("[progress] 1 % begun\n"));
@@ -278,7 +278,7 @@ TEST(Step, NamesHowAPluginDied) {
   EXPECT_TRUE(holds(late.out, "the plug-in crashed: SIGABRT, after its completion\n"));
 }
 
-TEST(Step, GoesByTheCompletionWhenTheStatusDisagrees) {
+TEST(Step, TrustsTheCompletionWhenTheStatusDisagrees) {
   const ProcessResult result = runUnruly("completes and exits with 3");
   EXPECT_EQ(result.status, 0);
   EXPECT_TRUE(holds(result.out, "the plug-in ended with status 3; its completion decides\n"));
@@ -423,7 +423,7 @@ TEST(Step, RefusesAnExecutableThatCannotBeRun) {
   EXPECT_TRUE(holds(noInterpreter.err, "cannot run " + path + ": No such file or directory"));
 }
 
-TEST(Step, HelpsWithEverything) {
+TEST(Step, ListsEveryOptionInItsHelp) {
   const ProcessResult help = run({ARVL_HOST, "step", "--help"});
   EXPECT_EQ(help.status, 0);
   for (const char *part : {"--plugin", "--framework-version", "--timeout", "--grace", "--store",
@@ -502,12 +502,12 @@ TEST_F(Minimal, IsTraced) {
   EXPECT_EQ(full.status, 2);
 }
 
-TEST_F(Minimal, IsToldTheLanguage) {
+TEST_F(Minimal, ReceivesTheLanguage) {
   EXPECT_TRUE(holds(step("summary").out, "backup_short: Documents\n"));
   EXPECT_TRUE(holds(step("summary", {"--language", "ger"}).out, "backup_short: Dokumente\n"));
 }
 
-TEST_F(Minimal, IsToldTheConfiguration) {
+TEST_F(Minimal, ReceivesTheConfiguration) {
   std::ofstream(at("config.json")) << "{\"enabled\": false}";
   const ProcessResult result = step("can_export", {"--export-config", at("config.json")});
   EXPECT_EQ(result.status, 1);
@@ -526,7 +526,7 @@ TEST_F(Minimal, FindsNoExportUnlessOneIsGiven) {
   EXPECT_TRUE(holds(result.out, "err_msg.key: no_export\n"));
 }
 
-TEST_F(Minimal, IsNotToldWhatAnOldFrameworkDoesNotKnow) {
+TEST_F(Minimal, IsDeniedARequestThatIsNewerThanTheFramework) {
   const ProcessResult result = step("can_export", {"--framework-version", "2.2"});
   EXPECT_EQ(result.status, 1);
   EXPECT_TRUE(holds(result.out, "Error: Arvelo framework ver [2.2] not support\n"));

@@ -17,7 +17,7 @@ namespace {
 
 class VerifyCommand : public TreeBackup {
  protected:
-  // What verify says of the latest backup, in lines without the backup's name.
+  // Returns the output of verify for the latest backup, without the name of the backup.
   std::string verify(int status) const {
     const ProcessResult result = onStore("verify", {"--name", "unruly"});
     EXPECT_EQ(result.status, status) << result.out;
@@ -37,7 +37,7 @@ class VerifyCommand : public TreeBackup {
   }
 };
 
-TEST_F(VerifyCommand, FindsASoundBackupSound) {
+TEST_F(VerifyCommand, ReportsASoundBackup) {
   mustBackUp();
   EXPECT_EQ(verify(0), "sound, 2 files, 2 folders, 1 link, 8 B\n");
   EXPECT_EQ(onStore("verify", {"--quiet"}).out, "");
@@ -145,7 +145,7 @@ TEST_F(VerifyCommand, FollowsNoPathOutOfTheBackup) {
 }
 
 // Each with a checksum that agrees, so that nothing but the value itself is wrong.
-TEST_F(VerifyCommand, FindsWhateverInAManifestARestoreWouldRefuse) {
+TEST_F(VerifyCommand, FindsEachManifestValueThatARestoreRefuses) {
   const std::string results = R"([{"handler":"h","handler_type":"t","result":1}])";
   const fs::path folder =
       mustBackUp({"--external-handler-result", dir_.makeFile("results.json", results)});
@@ -208,7 +208,7 @@ TEST_F(VerifyCommand, ReportsTheProblemsOfEveryBackupInJson) {
   EXPECT_EQ(onStore("verify", {"--backup", second}).status, 2);  // of which application?
 }
 
-TEST_F(VerifyCommand, DoesNotJudgeTheBackupOfANewerHostButTheOthers) {
+TEST_F(VerifyCommand, SkipsTheBackupOfANewerHostAndChecksTheOthers) {
   const fs::path folder = mustBackUp();
   const std::string sound = mustBackUp().filename();
   damage(folder / "manifest.json", "\"version\":1", "\"version\":2");

@@ -1,4 +1,4 @@
-// The bash completion, asked by bash itself as it asks while somebody types.
+// The bash completion, run by bash as on a key press.
 
 #include "manual/bash_completion.h"
 
@@ -30,8 +30,8 @@ Arguments linesOf(const std::string &text) {
   return lines;
 }
 
-// Of the command itself, unless an app is given. Files are those of a folder with the files "data one"
-// and "done", and the folder "deep", which holds the folder "inner" and the file "x=y".
+// Completes arvl-host unless use() sets an app. Works in a directory that holds the files "data one",
+// "done" and "deep/x=y" and the directory "deep/inner".
 class BashCompletion : public testing::Test {
  protected:
   BashCompletion() {
@@ -49,7 +49,7 @@ class BashCompletion : public testing::Test {
 
   std::string script() const { return dir_.at("completion"); }
 
-  // The commands run with the completion sourced, in the folder.
+  // Sources the completion in that directory, runs the commands and returns the lines of their output.
   Arguments bash(const std::string &commands, const Arguments &arguments = {}) {
     Arguments words = {"/bin/bash", "--norc", "-uc", "cd \"$0\" && . ../completion && " + commands,
                        dir_.at("work")};
@@ -60,7 +60,7 @@ class BashCompletion : public testing::Test {
     return linesOf(result.out);
   }
 
-  // What is offered for the word at the cursor, the last unless there are words after it.
+  // Returns the completions of the last of the words. `after`: the words behind the cursor.
   Arguments offered(Arguments words, const Arguments &after = {}) {
     words.insert(words.begin(), {std::to_string(words.size()), "arvl-host"});
     words.insert(words.end(), after.begin(), after.end());
@@ -120,7 +120,7 @@ TEST_F(BashCompletion, OffersTheStepsThenTheOptions) {
   EXPECT_TRUE(has(offered({"step", "export", ""}), "--plugin"));
 }
 
-TEST_F(BashCompletion, OffersFilesAndFolders) {
+TEST_F(BashCompletion, OffersFilesAndDirectories) {
   EXPECT_EQ(offered({"trace", "d"}), Arguments({"data one", "deep", "done"}));
   EXPECT_EQ(offered({"trace", "deep/"}), Arguments({"deep/inner", "deep/x=y"}));
   EXPECT_EQ(offered({"step", "--export-config", "da"}), Arguments({"data one"}));
@@ -157,7 +157,7 @@ TEST_F(BashCompletion, CompletesAValueJoinedWhereTheSignBreaksNoWord) {
   EXPECT_EQ(offered({"step", "--plugin=deep", "exp"}), Arguments({"export"}));
 }
 
-TEST_F(BashCompletion, OffersPlacesAndChoicesByTheDefinitions) {
+TEST_F(BashCompletion, OffersArgumentsAndChoicesOfTheDefinitions) {
   CLI::App app("Does things.", "arvl-host");
   CLI::App *command = app.add_subcommand("go", "Go there");
   std::string text;

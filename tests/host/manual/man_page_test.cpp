@@ -38,7 +38,7 @@ std::string hyphensEscaped(const std::string &text) {
   return roff;
 }
 
-// What follows the heading, up to the next one.
+// Returns the text from a heading to the next one.
 std::string section(const std::string &page, const std::string &heading) {
   const std::size_t begin = page.find('\n' + heading + '\n');
   if (begin == std::string::npos) {
@@ -82,14 +82,14 @@ TEST(ManPage, IsInstalledAsTheDefinitionsAreNow) {
   EXPECT_EQ(built.str(), pageOf(commandLine.app(), ARVL_VERSION));
 }
 
-TEST(ManPage, OfTheCommandMakesGroffWarnOfNothing) {
+TEST(ManPage, OfTheCommandCausesNoGroffWarning) {
   arvl_host::CommandLine commandLine;
   const ProcessResult result = groff(pageOf(commandLine.app()), "-z");
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(result.err, "");
 }
 
-TEST(ManPage, TellsAllThatTheDefinitionsSay) {
+TEST(ManPage, ShowsEveryDefinition) {
   CLI::App app("Does things.", "a-b");
   app.footer("Of all.\n");
   CLI::App *command = app.add_subcommand("go", "Go there");
@@ -164,7 +164,7 @@ TEST(ManPage, TellsAllThatTheDefinitionsSay) {
             "\\fBsocketpair\\fR(2), \\fBsyslog\\fR(3)\n");
 }
 
-TEST(ManPage, ShowsWhatRoffWouldTakeForItsOwn) {
+TEST(ManPage, EscapesRoffRequests) {
   CLI::App app("Does things.", "program");
   CLI::App *command = app.add_subcommand("go", ".so \\fBno\\fR \\n \"q\" -z `a` ^ ~");
   command->footer("'br one\n.br two\n...");

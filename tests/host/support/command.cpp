@@ -13,7 +13,7 @@ namespace arvl_test {
 
 namespace {
 
-// True while the stream goes on.
+// Reads once. Returns false, and closes the descriptor, at the end of the stream.
 bool readSome(int &fd, std::string &text) {
   char buffer[65536];
   const ssize_t size = read(fd, buffer, sizeof buffer);

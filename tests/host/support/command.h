@@ -1,4 +1,4 @@
-// Runs a program as a person would, and shows all that it said.
+// Runs a program and captures its output.
 #ifndef ARVL_TESTS_HOST_SUPPORT_COMMAND_H_
 #define ARVL_TESTS_HOST_SUPPORT_COMMAND_H_
 
@@ -11,7 +11,7 @@
 namespace arvl_test {
 
 struct ProcessResult {
-  int status = -1;  // the exit code; minus the number of the signal that ended it
+  int status = -1;  // exit code, or minus the number of the signal that ended the program
   std::string out;
   std::string err;
 };
@@ -21,11 +21,11 @@ class Command {
   // words[0] is the program; each of the variables is "NAME=VALUE".
   explicit Command(const std::vector<std::string> &words,
                    const std::vector<std::string> &variables = {});
-  ~Command();  // kills what still runs
+  ~Command();  // kills the program if it still runs
   Command(const Command &) = delete;
   Command &operator=(const Command &) = delete;
 
-  // Reads on until stdout holds the text; false if it ends before.
+  // Reads until stdout holds the text. Returns false if stdout ends before.
   bool waitFor(const std::string &text);
   const std::string &outSoFar() const { return result_.out; }
   pid_t pid() const { return pid_; }
@@ -44,10 +44,9 @@ class Command {
 ProcessResult run(const std::vector<std::string> &words,
                   const std::vector<std::string> &variables = {});
 
-// Says what was there in its place.
+// Checks that a text has a part. A failure shows the text.
 testing::AssertionResult holds(const std::string &text, const std::string &part);
 
-// The last line of a text.
 std::string lastLine(const std::string &text);
 
 }  // namespace arvl_test

@@ -32,7 +32,7 @@ void damage(const fs::path &file, const std::string &part, const std::string &by
 }
 
 std::string sha256Sum(const fs::path &file) {
-  // Of standard input, since a name may be escaped.
+  // Reads standard input, because sha256sum escapes some names.
   return run({"/bin/sh", "-c", "exec sha256sum < \"$0\"", file.string()}).out.substr(0, 64);
 }
 

@@ -1,4 +1,4 @@
-// Whole jobs under test: a store, plug-ins that a script leads, and what is to be found on disk.
+// Fixture for whole jobs: a store, scripted plug-ins, and checks of the files on disk.
 #ifndef ARVL_TESTS_HOST_SUPPORT_JOB_SUPPORT_H_
 #define ARVL_TESTS_HOST_SUPPORT_JOB_SUPPORT_H_
 
@@ -21,15 +21,15 @@ namespace arvl_test {
 std::size_t countOf(const std::string &text, const std::string &part);
 std::string replaced(std::string text, const std::string &part, const std::string &by);
 
-// Replaces the first occurrence, which has to be there. The file's mode and times stay.
+// Replaces the first occurrence in a file and keeps its mode and times. Fails the test if there is none.
 void damage(const std::filesystem::path &file, const std::string &part, const std::string &by);
 std::string sha256Sum(const std::filesystem::path &file);
 
-// What is below a folder, by the path from there: type, mode, time of modification (but that of a link,
-// which no copy keeps), and size with checksum, or target.
+// Maps each relative path below a directory to its type and mode, its modification time (except for links,
+// whose time no copy keeps), and its size with checksum or its target.
 std::map<std::string, std::string> treeOf(const std::filesystem::path &folder);
 
-// Files of every kind that a backup has to keep: odd names, modes and times, links, empty and sparse ones.
+// Makes files of every kind: odd names, modes and times, links, empty and sparse files.
 void makeOddTree(const std::filesystem::path &folder);
 
 class JobFolder : public testing::Test {
@@ -40,10 +40,10 @@ class JobFolder : public testing::Test {
 
   std::string at(const std::string &name) const { return dir_.at(name); }
 
-  // Each line is the words of one thing that the step does; see the unruly plug-in.
+  // Writes the script of a step of the unruly plug-in: the words of one action per line.
   void script(const std::string &step, std::initializer_list<Arguments> lines) const;
 
-  // The command on the store, of a plug-in that the script leads.
+  // Returns the words of a command that runs the scripted plug-in on the store.
   Arguments job(const std::string &command, const Arguments &more = {}) const;
   Arguments storeCommand(const std::string &command, const Arguments &more = {}) const;
   Arguments variables() const { return {"UNRULY_SCRIPT=" + at("script"), "UNRULY="}; }
@@ -58,12 +58,12 @@ class JobFolder : public testing::Test {
     return run(storeCommand(command, more));
   }
 
-  // A backup that must succeed; its folder.
+  // Makes a backup, which must succeed, and returns its directory.
   std::filesystem::path mustBackUp(const Arguments &more = {}) const;
   std::filesystem::path latest(const std::string &application = "unruly") const;
   std::set<std::string> backups(const std::string &application = "unruly") const;
 
-  // A FIFO that a script waits for; released once the plug-in is known to wait.
+  // Makes a FIFO for a "wait" of a script. Call release() when the plug-in waits.
   std::string makeFifo() const;
   static void release(const std::string &fifo);
 

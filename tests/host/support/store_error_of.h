@@ -7,7 +7,7 @@
 
 namespace arvl_test {
 
-// What the operation throws as a StoreError; empty if nothing.
+// Returns the text of the StoreError that the operation throws, or an empty string.
 template <typename Operation>
 std::string storeErrorOf(Operation operation) {
   try {

@@ -1,6 +1,5 @@
-// A filter in the kernel holds the system calls that are to be seen and tells of them through a
-// descriptor. The filter passes to every process that the program starts; their orphans come to the
-// test, which is thereby the last to have a child when one is left.
+// A seccomp filter holds the supervised system calls and reports them on a descriptor. All descendants of
+// the program inherit it. The test is the subreaper of orphans, so it sees every process end.
 
 #include "host/support/supervised_run.h"
 
@@ -71,7 +70,7 @@ int installFilter() {
               SECCOMP_FILTER_FLAG_NEW_LISTENER | SECCOMP_FILTER_FLAG_WAIT_KILLABLE_RECV, &program));
 }
 
-// One byte, for there has to be some, and room for a descriptor beside it.
+// A message of one byte, the minimum, with room for a descriptor.
 struct DescriptorMessage {
   DescriptorMessage() {
     head.msg_iov = &data;
@@ -98,7 +97,7 @@ bool sendDescriptor(int socket, int fd) {
   return sendmsg(socket, &message.head, 0) == 1;
 }
 
-// -1 if the other end is closed instead.
+// Returns -1 if the peer closes the socket instead.
 int receiveDescriptor(int socket) {
   DescriptorMessage message;
   const cmsghdr *header = nullptr;
@@ -129,7 +128,7 @@ std::string textOf(pid_t thread, std::uint64_t address, std::uint64_t size) {
   return text;
 }
 
-// By its folder's descriptor, unless it is absolute.
+// Resolves a relative path against the descriptor of its directory.
 std::string pathOf(pid_t thread, std::uint64_t folder, std::uint64_t address) {
   const std::string name = textOf(thread, address, PATH_MAX).c_str();
   return name[0] == '/' ? name : fileOf(thread, folder) + "/" + name;
@@ -239,7 +238,7 @@ void Run::becomeProgram(int socket, int out, int err) {
   sigprocmask(SIG_SETMASK, &oldMask_, nullptr);
   dup2(out, STDOUT_FILENO);
   dup2(err, STDERR_FILENO);
-  prctl(PR_SET_PDEATHSIG, SIGKILL);  // nobody would let go of what is held
+  prctl(PR_SET_PDEATHSIG, SIGKILL);  // nothing would release the held calls
   const int calls = installFilter();
   if (calls >= 0 && sendDescriptor(socket, calls)) {
     execv(argv[0], argv.data());
@@ -248,7 +247,7 @@ void Run::becomeProgram(int socket, int out, int err) {
 }
 
 Run::~Run() {
-  close(kCalls);  // what is held fails from now on
+  close(kCalls);  // held calls now fail
   for (std::vector<pid_t> left = ownChildren(); !left.empty(); left = ownChildren()) {
     for (const pid_t child : left) {
       kill(child, SIGKILL);
@@ -269,7 +268,7 @@ ProcessResult Run::finish() {
       fail("poll");
     }
     if (ready == 0) {
-      throw std::runtime_error("a process is left, and does nothing");
+      throw std::runtime_error("a process is left and does nothing");
     }
     if ((channels_[kCalls].revents & POLLIN) != 0) {
       handleCall();
@@ -291,7 +290,7 @@ ProcessResult Run::finish() {
 void Run::handleCall() {
   seccomp_notif call = {};
   if (ioctl(channels_[kCalls].fd, SECCOMP_IOCTL_NOTIF_RECV, &call) != 0) {
-    return;  // its thread has been killed
+    return;  // the thread has been killed
   }
   switch (call.data.nr) {
     case SYS_exit_group:
@@ -319,7 +318,8 @@ void Run::goOn(std::uint64_t id) {
   seccomp_notif_resp answer = {};
   answer.id = id;
   answer.flags = SECCOMP_USER_NOTIF_FLAG_CONTINUE;
-  ioctl(channels_[kCalls].fd, SECCOMP_IOCTL_NOTIF_SEND, &answer);  // fails if it has been killed
+  ioctl(channels_[kCalls].fd, SECCOMP_IOCTL_NOTIF_SEND,
+        &answer);  // fails if the thread has been killed
 }
 
 void Run::releaseExits() {
@@ -354,7 +354,7 @@ void Run::close(Channel channel) {
   channels_[channel].revents = 0;
 }
 
-// True when no process is left.
+// Reaps ended children. Returns true when no process is left.
 bool Run::reap() {
   signalfd_siginfo event;
   while (::read(channels_[kChildren].fd, &event, sizeof event) > 0) {

@@ -1,4 +1,4 @@
-// Runs a program with all that it starts, and sees each write and each end before it happens.
+// Runs a program and reports each write and exit of its processes before it happens.
 #ifndef ARVL_TESTS_HOST_SUPPORT_SUPERVISED_RUN_H_
 #define ARVL_TESTS_HOST_SUPPORT_SUPERVISED_RUN_H_
 
@@ -11,33 +11,33 @@
 
 namespace arvl_test {
 
-// The thread that makes it is held in the kernel meanwhile.
+// A write() whose thread the kernel holds.
 struct PendingWrite {
-  pid_t program = -1;  // that was run
-  pid_t thread = -1;   // of it, or of something that it started
-  std::string file;    // as /proc names the descriptor
+  pid_t program = -1;  // the program that was run
+  pid_t thread = -1;   // thread of the program or of a descendant
+  std::string file;    // path from /proc/PID/fd
   std::string text;    // the beginning, if it is long
 };
 
-// A call on which it depends what a loss of power leaves.
+// A call that decides which data survives a loss of power.
 struct StorageCall {
   std::string name;  // "fsync", "syncfs", "rename"
-  std::string file;  // that is synced, or the new name
+  std::string file;  // the synced file, or the new name
 };
 
 class Supervisor {
  public:
   virtual ~Supervisor() = default;
-  // The write is made afterwards, unless its process has been killed.
+  // Called before the write, which follows unless its process has been killed.
   virtual void onWrite(const PendingWrite &write) = 0;
-  // Likewise of the call.
+  // Called before the call, likewise.
   virtual void onStorage(const StorageCall &) {}
-  // False: the process is held until a later call returns true. Asked again after whatever happens.
+  // Returns false to hold the process. Called again after each event until it returns true.
   virtual bool mayExit(pid_t process) = 0;
 };
 
-// Returns when the program and every process that came of it are gone. Throws if nothing happens for
-// thirty seconds, and kills what is left; throws where the kernel cannot supervise.
+// Returns when the program and all its descendants have ended. Throws if nothing happens for thirty
+// seconds, after killing the rest, and if the kernel cannot supervise processes.
 ProcessResult runSupervised(const std::vector<std::string> &words,
                             const std::vector<std::string> &variables, Supervisor &supervisor);
 

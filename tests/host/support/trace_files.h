@@ -1,4 +1,4 @@
-// What the tests of the trace share: a file of their own, and a clock that they set.
+// Helpers of the trace tests: a temporary file, and a writer with a settable clock.
 #ifndef ARVL_TESTS_HOST_SUPPORT_TRACE_FILES_H_
 #define ARVL_TESTS_HOST_SUPPORT_TRACE_FILES_H_
 
@@ -40,7 +40,7 @@ class TraceFile {
     return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
   }
 
-  // Without their line feeds.
+  // Returns the lines without their line feeds.
   std::vector<std::string> lines() const {
     std::ifstream in(name_, std::ios::binary);
     std::vector<std::string> lines;
@@ -54,7 +54,7 @@ class TraceFile {
   std::string name_;
 };
 
-// A writer whose time stands still until the test moves it: the trace begins at 1767261845.123456.
+// A writer whose clock only the test advances. The trace begins at 1767261845.123456.
 struct ClockedWriter {
   explicit ClockedWriter(const std::string &file, bool full = false) {
     arvl_host::TraceWriter::Options options;

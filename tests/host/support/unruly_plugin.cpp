@@ -1,6 +1,6 @@
-// A plug-in that behaves as UNRULY says: well, or in one of the ways that a host has to survive. In the
-// folder UNRULY_SCRIPT, the file of a step's name says what the step does, a line each, the words
-// separated by tabs; "be" and a behaviour in its first line stand for UNRULY.
+// A plug-in that misbehaves as the variable UNRULY says. A file with the name of the step in the directory
+// UNRULY_SCRIPT lists the actions of the step, one per line, words separated by tabs. A first line "be" and
+// a behaviour overrides UNRULY.
 
 #include <arpa/inet.h>
 #include <fcntl.h>
@@ -27,7 +27,7 @@
 
 #include "zarn/arvlapp/agent.h"
 
-// What a program that is built with _FORTIFY_SOURCE calls for syslog.
+// Programs built with _FORTIFY_SOURCE call this instead of syslog.
 extern "C" void __syslog_chk(int priority, int flag, const char *format, ...);
 
 namespace {
@@ -57,7 +57,7 @@ std::string frame(unsigned type, const std::string &payload) {
   return bytes + payload;
 }
 
-// A request that is answered with as many bytes as it has.
+// Returns a request whose answer is as long as the request.
 std::string echoed(std::size_t size) {
   return frame(16, "{\"path\":\"/" + std::string(size, 'x') + "\"}");
 }
@@ -81,13 +81,13 @@ void holdBack(int number) {
   sigprocmask(SIG_BLOCK, &held, nullptr);
 }
 
-[[noreturn]] void sleepForGood() {
+[[noreturn]] void sleepForever() {
   for (;;) {
     pause();
   }
 }
 
-// What it does over the bare socket.
+// Behaviours that write to the socket directly.
 bool behaveRaw(const std::string &how, int fd) {
   const std::string success = "{\"success\":true}";
   if (how == "garbage") {
@@ -143,21 +143,21 @@ bool behaveRaw(const std::string &how, int fd) {
     writeAll(fd, frame(15, success));
     close(fd);
     say("hanging");
-    sleepForGood();
+    sleepForever();
   } else if (how == "closes and lives on") {
     close(fd);
     say("hanging");
-    sleepForGood();
+    sleepForever();
   } else if (how == "closes and ignores TERM") {
     signal(SIGTERM, SIG_IGN);
     close(fd);
     say("hanging");
-    sleepForGood();
+    sleepForever();
   } else if (how == "closes inside a packet and lives on") {
     writeAll(fd, frame(15, success).substr(0, 12));
     close(fd);
     say("hanging");
-    sleepForGood();
+    sleepForever();
   } else if (how == "closes and exits with 3 when told") {
     holdBack(SIGUSR1);
     close(fd);
@@ -178,7 +178,7 @@ bool behaveRaw(const std::string &how, int fd) {
   } else if (how == "uploads") {
     say("uploading");
     writeAll(fd, uploadOf(getenv("UNRULY_FILE")));
-    sleepForGood();
+    sleepForever();
   } else if (how == "an estimate of 3 GB") {
     writeAll(
         fd,
@@ -194,20 +194,20 @@ bool behaveWithoutCompletion(const std::string &how) {
   if (how == "exits with 3") {
     _exit(3);
   } else if (how == "crashes") {
-    signal(SIGSEGV, SIG_DFL);  // a sanitizer's handler would end it otherwise
+    signal(SIGSEGV, SIG_DFL);  // otherwise the handler of a sanitizer runs
     raise(SIGSEGV);
   } else if (how == "hangs") {
     say("hanging");
-    sleepForGood();
+    sleepForever();
   } else if (how == "hangs and ignores TERM") {
     signal(SIGTERM, SIG_IGN);
     say("hanging");
-    sleepForGood();
+    sleepForever();
   } else if (how == "leaves a child that holds its output") {
     const pid_t child = fork();
     if (child == 0) {
       signal(SIGTERM, SIG_IGN);
-      sleepForGood();
+      sleepForever();
     }
     printf("child %d\n", static_cast<int>(child));
     fflush(stdout);
@@ -225,7 +225,7 @@ __attribute__((format(printf, 2, 3))) void vsyslogOf(int priority, const char *f
   va_end(arguments);
 }
 
-// The number of the channel's descriptor is given to a socket of the plug-in's own.
+// Replaces the descriptor of the log channel by a socket of the plug-in.
 void logOverAnotherDescriptor() {
   int own[2];
   if (socketpair(AF_UNIX, SOCK_DGRAM, 0, own) != 0 ||
@@ -317,7 +317,7 @@ bool showExternalResults(Agent &agent) {
   return isGiven;
 }
 
-// Until a test opens the FIFO.
+// Waits until a test opens the FIFO.
 bool waitFor(const std::string &fifo) {
   say("waiting");
   return open(fifo.c_str(), O_RDONLY | O_CLOEXEC) >= 0;
@@ -343,7 +343,7 @@ bool perform(Agent &agent, const Arguments &words) {
   return verb == "wait" ? waitFor(words.at(1)) : verb == "be";
 }
 
-// A script goes on after what is refused, and ends with "fail", a section and a key.
+// Runs a script. Goes on after a refused request. "fail", a section and a key end the script.
 bool follow(Agent &agent, const std::vector<Arguments> &script) {
   for (const Arguments &words : script) {
     if (words[0] == "fail") {
@@ -357,7 +357,7 @@ bool follow(Agent &agent, const std::vector<Arguments> &script) {
   return true;
 }
 
-void behaveBeside(const std::string &how) {
+void behaveDuringTheStep(const std::string &how) {
   if (how == "writes to every channel") {
     say("to stdout");
     fputs("to stderr\n", stderr);
@@ -432,7 +432,7 @@ int main(int argc, char **argv) {
   if (!agent.init(argc, argv)) {
     return 1;
   }
-  behaveBeside(how);
+  behaveDuringTheStep(how);
   if (how == "waits for a cancel") {
     say("waiting");
     while (agent.setProgress("waiting", 1)) {

@@ -1,4 +1,4 @@
-// Preloaded into the host: an entry named "vanishing" is removed before it is opened.
+// Preloaded into the host: removes an entry named "vanishing" before it is opened.
 #include <fcntl.h>
 #include <string.h>
 #include <sys/syscall.h>
