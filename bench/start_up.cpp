@@ -1,4 +1,4 @@
-// The minimal plug-in from exec to exit, its completion included, beside an empty program with the
+// Compares the minimal plug-in, from exec to exit with its completion, with an empty program with the
 // same libraries. The step is the estimate of no directory at all, which asks the framework nothing.
 
 #include <spawn.h>

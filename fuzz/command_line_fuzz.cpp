@@ -78,7 +78,7 @@ void openSockets() {
   close(ends[1]);
 }
 
-// What a session on the socket leaves behind: one whole completion, and the end of the stream.
+// Checks that the session has sent one whole completion and closed the socket.
 void checkCompletion() {
   char bytes[4096];
   const ssize_t size = recv(kPeerSocket, bytes, sizeof bytes, 0);

@@ -15,7 +15,7 @@ class StoreBusy : public StoreError {
   using StoreError::StoreError;
 };
 
-// Holds the lock on an application's backups, which are written or removed by one process at a time. The
+// Owns the lock on an application's backups: only one process at a time may write or remove them. The
 // system releases the lock when the process ends.
 class ApplicationLock {
  public:

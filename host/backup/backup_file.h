@@ -9,14 +9,15 @@
 
 namespace arvl_host {
 
-// The backup cannot be examined, so nothing is known about whether it is sound: a later version of the
-// host wrote its manifest, or this user may not read it.
+// Thrown if the backup cannot be examined: a later version of arvl-host wrote its manifest, or the user
+// has no permission to read it. The backup may be sound.
 class CannotExamine : public StoreError {
  public:
   using StoreError::StoreError;
 };
 
-// Opens a regular file for reading. Throws CannotExamine without the permission, StoreError otherwise.
+// Opens a regular file for reading. Throws CannotExamine if permission is denied, StoreError for other
+// errors.
 UniqueFd openBackupFile(const std::filesystem::path &path);
 
 }  // namespace arvl_host

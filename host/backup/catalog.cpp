@@ -15,7 +15,7 @@ namespace {
 
 constexpr const char *kLostAndFound = "lost+found";  // of the file system, where a store is one
 
-// Whether a link to a directory counts as a directory.
+// Says whether a link to a directory counts as a directory.
 enum class Links { kFollowed, kLeftOut };
 
 std::vector<std::string> foldersBelow(const fs::path &folder, Links links) {

@@ -13,8 +13,8 @@
 
 namespace arvl_host {
 
-// Examines every entry once the export is over. Reads the files whose checksums the index does not hold,
-// and shows how far it is. Throws StoreError, std::filesystem::filesystem_error and Interrupted.
+// Records every entry after the export. Reads only the files without a checksum in the index. Shows its
+// progress. Throws StoreError, std::filesystem::filesystem_error and Interrupted.
 class DataRecorder {
  public:
   // All references have to outlive it.

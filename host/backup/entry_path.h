@@ -8,8 +8,8 @@
 
 namespace arvl_host {
 
-// Returns why `path`, from `begin` on, is not the path of an entry below a backup, or an empty string. An
-// invalid path could lead out of the backup, and no backup is written with one.
+// Returns why the part of `path` from `begin` on is not a valid entry path, or an empty string. An
+// invalid path could lead out of the backup.
 std::string checkEntryPath(const std::string &path, std::size_t begin);
 
 // Splits a path at its last slash into the directory and the name. Entries are sorted by this pair.

@@ -18,7 +18,7 @@
 
 namespace arvl_host {
 
-// How to run the executables of a plug-in.
+// The parameters for running a plug-in.
 struct PluginRun {
   std::string folder;
   std::string frameworkVersion;
@@ -41,7 +41,7 @@ class JobSteps : private StepListener {
   // Returns whether the plug-in has the step's executable. Throws std::runtime_error for one that cannot be run.
   bool has(const std::string &step) const;
 
-  // Returns the function that takes the progress which the plug-in reports.
+  // Returns a callback for the progress that the plug-in reports.
   Framework::Progress progress();
 
   // Sets the number of bytes to transfer, from which the time left is computed.

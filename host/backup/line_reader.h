@@ -17,7 +17,7 @@ class LineReader {
 
   // Returns false at the end of the file. Throws StoreError.
   bool read(std::string &line);
-  // The number of lines read, with an attempt at the end of the file.
+  // Returns the number of calls of read(): the line number for messages.
   std::uint64_t number() const { return number_; }
   const std::filesystem::path &path() const { return path_; }
 

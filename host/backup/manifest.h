@@ -1,4 +1,4 @@
-// What a backup records about itself. docs/backup.md describes the file.
+// The manifest of a backup. docs/backup.md describes the file.
 #ifndef ARVL_HOST_BACKUP_MANIFEST_H_
 #define ARVL_HOST_BACKUP_MANIFEST_H_
 
@@ -60,12 +60,12 @@ struct Manifest {
 
 // Returns all members of the file but "files".
 Json::Value headJson(const Manifest &manifest);
-// Reads such members. Throws Json::Exception.
+// Creates a manifest from the result of headJson(). Throws Json::Exception.
 Manifest manifestOf(const Json::Value &head);
 Json::Value totalsJson(const Totals &totals);
 Json::Value arrayOf(const std::vector<std::string> &texts);
 
-// Throws StoreError if the manifest is not that of the backup in this directory.
+// Throws StoreError if the manifest belongs to another backup than the one in this directory.
 void checkPlace(const Manifest &manifest, const std::filesystem::path &folder);
 
 }  // namespace arvl_host

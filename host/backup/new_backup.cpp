@@ -10,8 +10,8 @@
 #include "backup/backup_id.h"
 #include "backup/directory.h"
 #include "backup/manifest.h"
-#include "files/remove_tree.h"
 #include "files/file_error.h"
+#include "files/remove_tree.h"
 #include "text/dates.h"
 
 namespace fs = std::filesystem;
@@ -61,7 +61,7 @@ NewBackup::NewBackup(Claim, const Catalog &catalog, const std::string &applicati
 // The claim is an object by now: if its folders cannot be made, the destructor removes what there is.
 NewBackup::NewBackup(const Catalog &catalog, const std::string &application)
     : NewBackup(Claim(), catalog, application) {
-  constexpr mode_t kOwnerAlone = 0700;  // as the folders that it is copied from may have been
+  constexpr mode_t kOwnerAlone = 0700;  // because the source directories may be private too
   makeDirectory(partialFolder(), kOwnerAlone);
   makeDirectory(partialFolder() / kDataName, 0777);
   folderToSync_ = openDirectory(partialFolder());

@@ -28,7 +28,7 @@ class NewBackup {
   NewBackup &operator=(const NewBackup &) = delete;
 
   const std::string &id() const { return id_; }
-  // The directory before finish(), and after it.
+  // Return the directory before and after finish().
   std::filesystem::path partialFolder() const;
   std::filesystem::path folder() const { return parent_ / id_; }
   // The unfinished backups that the constructor found.

@@ -16,7 +16,8 @@ Json::Value reportJson(const JobReport &report);
 // Returns the members that every report has.
 Json::Value errorJson(const std::string &command, int exitCode, const std::string &error);
 
-// Returns a few lines about a job that succeeded. Returns none for one that failed: its error has been shown.
+// Returns a few lines about a job that succeeded. Returns an empty list for a failed job, because its
+// error was already shown.
 std::vector<std::string> reportLines(const JobReport &report);
 
 // "204 files, 3 folders, 1 link, 12.1 MiB", without directories or links if there are none.

@@ -22,8 +22,8 @@ using OnVerifyProgress = std::function<void(const StepProgress &progress)>;
 // Called for each difference. The path is relative to the backup's directory.
 using OnProblem = std::function<void(const std::string &path, const std::string &problem)>;
 
-// Reads every file of the backup and returns the number of problems. Stops after a manifest that cannot be
-// read, which is a problem. Calls `onProgress` often; an exception from it propagates. Throws StoreError if
+// Reads every file of the backup and returns the number of problems. Counts an unreadable manifest as
+// one problem and stops. Calls `onProgress` often; an exception from it propagates. Throws StoreError if
 // the backup cannot be examined.
 Verification verifyBackup(const std::filesystem::path &folder, const OnProblem &onProblem,
                           const OnVerifyProgress &onProgress);

@@ -21,7 +21,7 @@ bool takesValue(const CLI::Option &option);
 bool isRepeatable(const CLI::Option &option);
 
 struct ValueType {
-  std::string name;                  // "FILE" and "DIR" stand for paths
+  std::string name;                  // "FILE" and "DIR" mean paths
   std::vector<std::string> choices;  // all valid values; empty if any value may be given
   std::string range;                 // in words: "INT in [1 - 10]"
 };

@@ -9,7 +9,7 @@
 
 namespace arvl_host {
 
-// Returns the meaning of an exit code. The table in README.md has the same texts.
+// Returns the meaning of an exit code. docs/host.md explains the codes in more detail.
 const char *exitCodeText(ExitCode code);
 
 // Returns the exit codes as lines for the footer of a command's help.

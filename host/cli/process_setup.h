@@ -1,4 +1,4 @@
-// The state of the process that arvl-host needs.
+// Prepares the process for arvl-host.
 #ifndef ARVL_HOST_CLI_PROCESS_SETUP_H_
 #define ARVL_HOST_CLI_PROCESS_SETUP_H_
 

@@ -1,4 +1,4 @@
-// What "arvl-host step" shows to a person.
+// Shows a step to a person, for "arvl-host step".
 #ifndef ARVL_HOST_CLI_STEP_DISPLAY_H_
 #define ARVL_HOST_CLI_STEP_DISPLAY_H_
 

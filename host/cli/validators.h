@@ -1,5 +1,4 @@
-// Checks of the values of options. Their descriptions are empty, because the type of an option already
-// says what it takes.
+// Validators of option values. Their descriptions are empty, because the help already shows the type.
 #ifndef ARVL_HOST_CLI_VALIDATORS_H_
 #define ARVL_HOST_CLI_VALIDATORS_H_
 

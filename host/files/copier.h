@@ -22,7 +22,8 @@ namespace arvl_host {
 struct CopyOptions {
   TransferWatcher *watcher = nullptr;
   Durability durability = Durability::kEachFile;
-  std::size_t maxBelow = SIZE_MAX;  // limit of the path below the destination of a tree, in bytes
+  std::size_t maxBelow =
+      SIZE_MAX;  // maximum length of a path below the copied tree's destination, in bytes
 };
 
 // Makes one copy or one move. Throws StoreError.
@@ -41,9 +42,9 @@ class Copier {
   // Copies the entry that the O_PATH descriptor refers to. Messages name it `shown`.
   void copy(int path, const std::string &shown, const Place &to);
 
-  // Renames links, and files that no process has open for writing. Copies and removes other files, and moves
-  // trees entry by entry. Leaves a source that it cannot remove. Moves nothing of a tree that holds an entry
-  // which a copy refuses.
+  // Renames links, and files that no process has open for writing. Copies and removes other files, and
+  // moves trees entry by entry. Leaves a source that it cannot remove. If a tree has an entry that a
+  // copy would refuse, moves nothing.
   void move(const Place &from, const Place &to);
 
  private:

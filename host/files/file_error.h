@@ -13,7 +13,7 @@ class StoreError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// The path of an entry would be too long to open the entry by it.
+// Thrown if the path of an entry would be too long to open.
 class PathTooLong : public StoreError {
  public:
   explicit PathTooLong(const std::string &path);

@@ -13,8 +13,9 @@ class ReadLease {
   // path is an O_PATH descriptor.
   explicit ReadLease(int path);
 
-  // Returns whether no process has opened the file for writing, or waits to do so, since the lease was taken.
-  // Returns false if a lease is not possible: on some file systems, and for another user's file.
+  // Returns true if no process has opened the file for writing since the lease was taken, and none is
+  // waiting to open it. Returns false if a lease is not possible: on some file systems, and for another
+  // user's file.
   bool isHeld() const;
   bool isRefusedByWriter() const { return isRefusedByWriter_; }
 

@@ -68,8 +68,8 @@ class Store {
 
   StoreListing list(const std::string &path) const;
 
-  // Opens an entry with the flags of open(2) without following links, not even in the path before it. Returns
-  // an empty descriptor if the entry does not exist.
+  // Opens an entry with the flags of open(2) without following links, also not in parent directories.
+  // Returns an empty descriptor if the entry does not exist.
   UniqueFd openEntry(const std::string &path, int flags) const;
 
   // Creates a directory and its parents if they do not exist. Removes those that it created if it fails.

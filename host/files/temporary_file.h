@@ -17,16 +17,17 @@ enum class Durability {
   kLeftToCaller,  // the caller syncs the whole file system later
 };
 
-// Returns the temporary name for a file. It depends on the file's name alone, so that a host finds the leftover of
-// a killed one, and notices another one that writes the same file.
+// Returns the temporary name for a file. The name depends on the file's name alone. So a host finds the
+// leftover of a killed host, and notices another host that writes the same file.
 std::string temporaryName(const std::string &name);
 
 // Removes the entry `name` from the directory of the place. Throws StoreError if another transfer is writing it
 // or it cannot be removed.
 void removeLeftover(const Place &place, const std::string &name);
 
-// A locked temporary file in the directory of the place. The destructor removes it unless it was committed. It is
-// always a new file: a leftover may have other names or belong to another user. Throws StoreError.
+// A locked temporary file in the directory of the place. The destructor removes it unless it was
+// committed. Always creates a new file, because a leftover may have hard links or belong to another
+// user. Throws StoreError.
 class TemporaryFile {
  public:
   // `to` must outlive it.

@@ -9,8 +9,9 @@
 
 namespace arvl_host {
 
-// Receives the events of a transfer, on the thread of the transfer. An exception ends the transfer; one from
-// onFile() or onLink() also keeps that entry from being delivered. Paths are those of the source.
+// Receives the events of a transfer, on the thread of the transfer. An exception ends the transfer.
+// After an exception from onFile() or onLink(), that entry is not delivered. Paths are those of the
+// source.
 class TransferWatcher {
  public:
   virtual ~TransferWatcher() = default;
@@ -34,7 +35,8 @@ class TransferWatcher {
   virtual void onStored(const struct stat &, const std::string & /*sha256*/) {}
   // A file or link was renamed and has this status.
   virtual void onMoved(const struct stat &) {}
-  // The request was served or denied. If it was denied, ignore the events before.
+  // The request was served or denied. If it was denied, the watcher must discard the earlier events of
+  // the request.
   virtual void onTransferEnd(bool /*isDelivered*/) {}
 };
 

@@ -1,4 +1,4 @@
-// The exit codes of arvl-host. The help of each command and the README list them.
+// The exit codes of arvl-host. The help of each command and docs/host.md list them.
 #ifndef ARVL_HOST_STEP_EXIT_CODE_H_
 #define ARVL_HOST_STEP_EXIT_CODE_H_
 

@@ -27,7 +27,7 @@ class Interruption {
   Interruption(const Interruption &) = delete;
   Interruption &operator=(const Interruption &) = delete;
 
-  // Throws Interrupted if a signal has arrived, even if take() has returned it.
+  // Throws Interrupted if a signal has ever arrived, also after take() has counted it.
   void check() const;
 
   // Returns a descriptor for an event loop: it is readable while there are signals to take.

@@ -1,7 +1,8 @@
 // The channel for the syslog lines of a plug-in. The preload object sends each line as one record to a
 // descriptor that the plug-in inherits.
 //
-// A record is one byte of priority and the text, which is cut to fit.
+// A record is one byte (the priority) and the text. The text is cut if the record would exceed
+// kMaxLogRecord.
 #ifndef ARVL_HOST_STEP_LOG_CHANNEL_H_
 #define ARVL_HOST_STEP_LOG_CHANNEL_H_
 

@@ -1,4 +1,4 @@
-// Where a line of text comes from.
+// The sources of log lines.
 #ifndef ARVL_HOST_STEP_LOG_SOURCE_H_
 #define ARVL_HOST_STEP_LOG_SOURCE_H_
 

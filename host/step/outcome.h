@@ -1,4 +1,4 @@
-// How a step ends.
+// The outcomes of a step.
 #ifndef ARVL_HOST_STEP_OUTCOME_H_
 #define ARVL_HOST_STEP_OUTCOME_H_
 

@@ -10,8 +10,8 @@
 
 namespace arvl_host {
 
-// A value takes up to 160 bytes in addition to its text, and an answer holds several copies of a payload.
-// With this limit they stay below 512 MiB even with the longest text.
+// A value takes up to 160 bytes in addition to its text, and an answer holds several copies of a
+// payload. This limit keeps the memory below 512 MiB, even for the longest payload.
 constexpr std::size_t kMaxPayloadValues = 100000;
 
 enum class PayloadStatus { kParsed, kNotJson, kTooManyValues };

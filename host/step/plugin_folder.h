@@ -7,7 +7,8 @@
 namespace arvl_host {
 
 // Returns the absolute path of the step's executable, or an empty string if there is none. Throws
-// std::runtime_error that names a file which cannot be run: its author meant the plug-in to have the step.
+// std::runtime_error if the file exists but is not executable, because that is a mistake of the
+// plug-in's author.
 std::string findStep(const std::string &folder, const std::string &step);
 
 }  // namespace arvl_host

@@ -18,8 +18,8 @@ struct PluginProcess {
   UniqueFd logLines;  // its syslog lines, see log_channel.h
 };
 
-// Raises the host's limit of open descriptors to the maximum: a copy needs some for each directory level.
-// Plug-ins get the original limit.
+// Raises the host's limit of open descriptors to the maximum: a copy opens several descriptors for each
+// directory level. Plug-ins get the original limit.
 void raiseDescriptorLimit();
 
 // Runs executable with "-f" and "-v", in a process group of its own, with the default signal

@@ -1,4 +1,4 @@
-// What a step reports while it runs.
+// Observers of a running step.
 #ifndef ARVL_HOST_STEP_STEP_LISTENER_H_
 #define ARVL_HOST_STEP_STEP_LISTENER_H_
 
@@ -38,7 +38,7 @@ class StepListener {
   // Bytes that are not a packet, and the reason.
   virtual void onGarbage(Side /*from*/, std::string_view /*bytes*/,
                          const std::string & /*reason*/) {}
-  // A valid request is answered. A denial is the reason of a failure.
+  // A valid request was answered. `denial` is the reason if it was refused.
   virtual void onAnswer(ZARN::ARVLAPP::PACKET_TYPE /*request*/, const Json::Value & /*payload*/,
                         const std::optional<std::string> & /*denial*/) {}
   // The step ends early: the plug-in is being canceled.

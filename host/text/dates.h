@@ -1,4 +1,4 @@
-// Dates in UTC, from microseconds since the epoch. They are empty if the year does not fit.
+// Dates in UTC, from microseconds since the epoch. The texts are empty if the year does not fit.
 #ifndef ARVL_HOST_TEXT_DATES_H_
 #define ARVL_HOST_TEXT_DATES_H_
 

@@ -11,7 +11,8 @@
 
 namespace arvl_host {
 
-// Adds members in the order of the calls. Keys are written as they are: they hold nothing to escape.
+// Adds members in the order of the calls. Does not escape keys: they must contain no character that
+// needs it.
 class JsonLine {
  public:
   JsonLine &string(const char *key, std::string_view value);

@@ -125,7 +125,8 @@ bool CommandLine::parseFrameworkVersion(const char *text) {
 // ---- The mailbox.
 
 // Holds one packet between the read callback and recvPacket. It is empty while its type is
-// PACKET_TYPE_NONE. A received packet of that type leaves its payload behind, which blocks the mailbox.
+// PACKET_TYPE_NONE. A received packet of type PACKET_TYPE_NONE cannot be taken. Its payload stays and
+// blocks the mailbox.
 class Mailbox {
  public:
   // Stores a whole frame. A failure empties the mailbox, even of an earlier packet. Logs; throws
@@ -194,8 +195,8 @@ class Connection {
   bool connectionInit(int socketFd);
 
   // Sends one packet and runs the event loop: for a request until a packet has been received, for a
-  // completion (exitWhenSent) until it has been written. Returns true once the packet is queued, even
-  // if the connection or the loop fails then: recvPacket reports that. Logs.
+  // completion (exitWhenSent) until it has been written. Returns true once the packet is queued.
+  // recvPacket reports a later failure of the connection or the loop. Logs.
   bool sendPacket(PACKET_TYPE type, const Json::Value &payload, bool exitWhenSent);
 
   // Takes the received packet and checks it against its rule. Hands out type and payload even if the
@@ -426,8 +427,8 @@ void Connection::limitReading(evbuffer *input) {
   }
 }
 
-// Pauses reading for good: the frame that fills the buffer stays in it. While reading is paused,
-// libevent does not notice a close, so the close watch does.
+// Pauses reading and never resumes, because the frame that fills the buffer stays in it. While reading
+// is paused, libevent does not notice a close, so the close watch does.
 void Connection::pauseReading() {
   bufferevent_disable(bufferevent_.get(), EV_READ);
   if (!closeWatch_.start(base_.get(), socketFd_, onClosedUnread, this)) {
@@ -498,7 +499,7 @@ class Session {
 
   PluginMode pluginMode() const { return commandLine_.pluginMode(); }
   Version frameworkVersion() const { return commandLine_.frameworkVersion(); }
-  // Returns the version as the plug-in sees it: a framework that is gone has none.
+  // Returns the version from -v, or -1.-1 after the connection has ended.
   Version visibleVersion() const { return isCanceled() ? Version() : frameworkVersion(); }
 
   const ErrorState &errorState() const { return errorState_; }
@@ -796,8 +797,8 @@ void Agent::setSummaryInfo(const SummaryInfo &info) {
 
 namespace {
 
-// Returns false from an operation whose exchange is not done, and logs the text for what failed. Both
-// texts are on the line of the macro, so that the log names their line.
+// Returns false from the operation unless the outcome is kDone. Logs the text for a failed send or
+// receive. Both texts are on the macro's line, so the log shows that line.
 #define LEAVE_UNLESS_DONE(outcome, notSent, notReceived) \
   do {                                                   \
     if ((outcome) == Outcome::kNotSent) {                \

@@ -1,5 +1,5 @@
-// Converts payloads to and from text, at both ends of the connection, with JsonCpp's older reader and
-// writer, whose syntax and output are the protocol's. Logs nothing.
+// Converts payloads to and from text, at both ends of the connection. Uses JsonCpp's older reader and
+// writer, because the protocol has their syntax and output. Logs nothing.
 #ifndef ZARN_PROTOCOL_JSON_TEXT_H_
 #define ZARN_PROTOCOL_JSON_TEXT_H_
 

@@ -1,5 +1,5 @@
-// How much JSON text may become, before it is parsed: a value takes many times the memory of its text. Logs
-// nothing.
+// Counts the values in JSON text before it is parsed, because a value takes many times the memory of its
+// text. Logs nothing.
 #ifndef ZARN_PROTOCOL_JSON_VALUES_H_
 #define ZARN_PROTOCOL_JSON_VALUES_H_
 
@@ -9,8 +9,8 @@
 namespace ZARN {
 namespace ARVLAPP {
 
-// At least the number of values that parseJsonText() makes of the text: objects, arrays and what they hold.
-// An empty array or object counts as two, and what comes behind the value is counted as well.
+// Returns an upper limit of the number of values that parseJsonText() creates from the text. Counts an
+// empty array or object as two. Also counts text after the end of the value.
 std::size_t countJsonValues(std::string_view text);
 
 }  // namespace ARVLAPP

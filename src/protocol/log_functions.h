@@ -1,5 +1,5 @@
-// Defines the functions that a logging statement may call, in front of those of the C library: syslog,
-// and __syslog_chk, which a build with _FORTIFY_SOURCE (as of every Debian package) calls instead.
+// Replaces the log functions of the C library: syslog, and __syslog_chk, which a build with
+// _FORTIFY_SOURCE calls. Debian packages are built so.
 //
 // One source file of a program or of a preloaded object includes this header and defines takeLogLine.
 #ifndef ZARN_PROTOCOL_LOG_FUNCTIONS_H_

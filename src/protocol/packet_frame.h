@@ -35,8 +35,8 @@ enum class HeaderStatus {
 
 using PacketHeaderBytes = std::array<unsigned char, kPacketHeaderSize>;
 
-// Returns whether the plug-in's end can read a payload of this size: it reads no frame that is larger than
-// the longest payload, header included.
+// Returns whether the plug-in's end can read a payload of this size: its input buffer holds
+// kMaxPayloadLength bytes, header included.
 constexpr bool fitsPacket(std::size_t payloadSize) {
   return kPacketHeaderSize + payloadSize <= kMaxPayloadLength;
 }

@@ -29,7 +29,7 @@ struct PacketInfo {
   // The lowest framework version that answers a request; 0.0 means every version.
   int sinceMajor;
   int sinceMinor;
-  bool touchesFiles;  // the answer to the request may take as long as there are files
+  bool touchesFiles;  // the time to answer depends on the number and size of files
 };
 
 constexpr int kPacketTypeCount = PACKET_SET_PROGRESS_RESPONSE + 1;

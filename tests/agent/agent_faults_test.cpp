@@ -76,14 +76,14 @@ extern "C" ZARN_EXPORT int evbuffer_add(evbuffer *buffer, const void *data, size
   return failed ? -1 : real(buffer, data, size);
 }
 
-// Of any frame, or of a whole frame only: more than its header.
+// Fails for any frame, or only for a whole frame, which is longer than its header.
 extern "C" ZARN_EXPORT unsigned char *evbuffer_pullup(evbuffer *buffer, ev_ssize_t size) {
   static const auto real = next<unsigned char *(*)(evbuffer *, ev_ssize_t)>("evbuffer_pullup");
   const bool failed = fails("evbuffer_pullup") || (fails("evbuffer_pullup of a frame") && size > 8);
   return failed ? nullptr : real(buffer, size);
 }
 
-// Of the answer, and not of the request that was written.
+// The size of the answer, not of the request that was written.
 thread_local std::size_t undrainable = 0;
 extern "C" ZARN_EXPORT int evbuffer_drain(evbuffer *buffer, size_t size) {
   static const auto real = next<int (*)(evbuffer *, size_t)>("evbuffer_drain");
@@ -175,7 +175,7 @@ struct DescriptorFlags {
   bool isCloseOnExec;
 };
 
-// Of the caller's descriptor, after an init during which the function fails.
+// Returns the flags of the caller's descriptor after an init during which the function fails.
 DescriptorFlags flagsAfterInitWhile(const std::string &function) {
   FrameworkEnd framework;
   const int fd = framework.pluginFd();

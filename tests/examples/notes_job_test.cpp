@@ -30,7 +30,7 @@ TEST_F(NotesJob, HoldsAPrefixOfWhatWasWrittenMeanwhile) {
   const std::string before = live_.dump();
   const ProcessResult backup = runNotes("backup", live_);
   ASSERT_EQ(backup.status, 0) << backup.out;
-  // Of the last file's transfer: the plug-in reports less by itself.
+  // Comes from the transfer of the last file: the plug-in itself reports less.
   EXPECT_TRUE(holds(backup.out, "\n[progress] 100 % Backing up\n"));
   const std::string after = live_.dump();
   EXPECT_GT(after.size(), before.size());  // written while it was backed up

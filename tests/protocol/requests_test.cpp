@@ -34,7 +34,7 @@ void expectVerdicts(PACKET_TYPE type, const std::vector<Case> &cases) {
   checkRule(type, rows);
 }
 
-// What every response object is tested for first, with the packet's own line at the end.
+// Runs the checks that every response object shares, with the packet's own line at the end.
 void expectResponseObject(PACKET_TYPE type, const std::string &wrapper) {
   expectVerdicts(type,
                  {

@@ -108,8 +108,8 @@ void DataDir::replaceWith(ScratchDir &scratch) const {
   }
 }
 
-// For a moment there is no DIR. Whoever looks for it then waits for the lock in recover(), and puts
-// the old one back if this process is gone.
+// For a moment DIR does not exist. A process that opens it then waits for the lock in recover(), and
+// restores the old directory if this process has ended.
 void DataDir::replaceInTwoSteps(ScratchDir &scratch) const {
   fs::rename(path_, retired());
   std::error_code error;

@@ -1,4 +1,4 @@
-// What the application needs of POSIX files. Failures are std::system_error and name the file.
+// POSIX file functions of the application. Failures are std::system_error and name the file.
 #ifndef NOTES_APP_FILES_H_
 #define NOTES_APP_FILES_H_
 
@@ -27,7 +27,7 @@ class Fd {
   int fd_;
 };
 
-// Throws what errno says.
+// Throws std::system_error for errno.
 [[noreturn]] void throwErrno(const std::filesystem::path &file);
 
 // Opens a directory; a symbolic link is refused.
@@ -41,14 +41,14 @@ struct Digest {
 // Reads a regular file; a symbolic link is refused.
 Digest digestFile(const std::filesystem::path &file);
 
-// Puts what the stream holds into the directory, under the name of its SHA-256. When this returns,
-// the file is whole and on the disk; before, there is none by that name.
+// Writes the stream to a file in the directory, named by its SHA-256. The file gets its name only when
+// it is complete and synced.
 Digest keepContent(std::istream &in, const std::filesystem::path &directory);
 
-// What has been written to the directory's entries is on the disk.
+// Syncs the directory.
 void syncDirectory(const std::filesystem::path &directory);
 
-// Likewise for everything on the file system.
+// Syncs the whole file system.
 void syncFileSystem(const std::filesystem::path &anyDirectory);
 
 }  // namespace notes

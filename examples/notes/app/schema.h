@@ -48,11 +48,11 @@ std::vector<AttachmentFile> attachmentFiles(Database &database,
 // A fault of the full-text index, as the line that reports it.
 std::string indexFault(const std::string &fault);
 
-// What is wrong with the database: each fault in one line, none if it is sound.
+// Returns the faults of the database, one line each; empty if it is sound.
 std::vector<std::string> databaseFaults(Database &database);
 
-// What is wrong with one attachment of a database of this version, its content included; empty if
-// nothing.
+// Checks one attachment of a database of this version, including its content. Returns the fault, or an
+// empty string.
 std::string attachmentFault(const AttachmentFile &file, const std::filesystem::path &attachments,
                             DataVersion version);
 

@@ -74,7 +74,7 @@ class Store {
   // Every note with all that belongs to it, one line of JSON each, in the order of their making.
   std::vector<std::string> dump();
 
-  // What is wrong with the data: each fault in one line, none if it is sound.
+  // Returns the faults of the data, one line each; empty if it is sound.
   std::vector<std::string> check();
 
  private:

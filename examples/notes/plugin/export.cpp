@@ -158,7 +158,7 @@ void summarize(Session &session) {
   session.agent().setSummaryInfo(info);
 }
 
-// The live files stand for the snapshot, which is not there yet: what the selection leaves out of the
+// Uses the live files, because the snapshot does not exist yet: what the selection leaves out of the
 // database is counted.
 void estimateExportion(Session &session, const DataDir &dir) {
   const ExportScope scope = session.exportScope();

@@ -41,7 +41,7 @@ void runStep(const std::string &step, Session &session) {
 }  // namespace notes
 
 int main(int argc, char **argv) {
-  openlog("notes", LOG_PERROR, LOG_USER);  // to standard error as well, for whoever runs it by hand
+  openlog("notes", LOG_PERROR, LOG_USER);  // also to standard error, for a run by hand
   Agent agent;                             // reports the outcome when it goes out of scope
   if (!agent.init(argc, argv)) {
     return EXIT_FAILURE;

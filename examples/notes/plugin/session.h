@@ -13,12 +13,12 @@
 
 namespace notes {
 
-// Where the data lies on the framework's side.
+// Paths on the framework's side.
 constexpr const char *kRemoteDir = "/notes";
 constexpr const char *kRemoteDatabase = "/notes/notes.db";
 constexpr const char *kRemoteAttachments = "/notes/attachments";
 
-// What the user wants to have exported.
+// The user's selection for the export.
 struct ExportScope {
   bool attachments = true;
   std::vector<std::string> notebooks;  // none: all of them
@@ -38,8 +38,7 @@ class Session {
   // The version of the data that is to be imported. It is one that migrate() can start from.
   DataVersion importedVersion();
 
-  // Throws unless the framework still stands by the job: the last thing to do before a step that
-  // cannot be undone.
+  // Throws if the framework has canceled the job. Call it last before an action that cannot be undone.
   void requireNotCanceled();
 
   // Shows a stage text. Nothing depends on it but cancellation, which it notices.

@@ -1,4 +1,4 @@
-// What the user reads, in the languages that the plug-in knows.
+// The texts for the user, in each supported language.
 #ifndef NOTES_PLUGIN_TEXTS_H_
 #define NOTES_PLUGIN_TEXTS_H_
 

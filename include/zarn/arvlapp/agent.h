@@ -115,7 +115,7 @@ class ZARN_EXPORT Agent {
   /// exported interface.
   bool isVerionNotLessThan(int major, int minor);
 
-  /// Return the error state: the latest error, for the plug-in's own decisions. Nothing resets it.
+  /// Return the number and the text of the latest error. Nothing resets them.
   ///
   /// | number | meaning                                             | error string           |
   /// |--------|-----------------------------------------------------|------------------------|
@@ -214,8 +214,8 @@ class ZARN_EXPORT Agent {
   /// Lists a directory on the framework's side. Sends one request per page until the listing is
   /// complete.
   ///
-  /// Fails if an entry is neither a regular file nor a directory, or if its size is negative. Fails as
-  /// well if a size or time does not fit a signed 32-bit number: the rule of the packet refuses that.
+  /// Fails if an entry is neither a regular file nor a directory, or if its size is negative. Also fails
+  /// if a size or time does not fit a signed 32-bit number.
   ///
   /// @param path     as the framework names it; a relative path is sent as given, and the framework
   ///                 refuses it

@@ -35,7 +35,7 @@ class ZARN_EXPORT ExternalDataInfo {
   /// @param element  an object or null; a missing member sets the field's default. An element of a
   ///                 payload that Util::isValidPacket has accepted throws nothing.
   /// @throws Json::LogicError from JsonCpp if the name or the type is an array or an object; the fields
-  ///         before it have then been replaced
+  ///         read before the error are replaced
   void setExternalHandleJson(const Json::Value &element);
 
   /// The references stay valid until the record is assigned to, filled again or destroyed.

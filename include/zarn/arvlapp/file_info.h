@@ -40,7 +40,7 @@ class ZARN_EXPORT FileInfo {
   void setMtime(long seconds);
   long getMtime() const;
 
-  /// Set the type. Nothing sets it back to "none".
+  /// Set the type. It cannot be set back to "none".
   void setRegType();
   void setDirType();
   void setSymlinkType();

@@ -32,7 +32,7 @@ enum PACKET_TYPE : int {
   PACKET_LIST_DIR_REQUEST = 7,           ///< plug-in
   PACKET_LIST_DIR_RESPONSE = 8,          ///< framework
   PACKET_STAT_REQUEST = 9,               ///< reserved: nobody sends it, no payload is valid
-  PACKET_STAT_RESPONSE = 10,             ///< reserved, as its request
+  PACKET_STAT_RESPONSE = 10,             ///< reserved, like PACKET_STAT_REQUEST
   PACKET_DOWNLOAD_REQUEST = 11,          ///< plug-in
   PACKET_DOWNLOAD_RESPONSE = 12,         ///< framework
   PACKET_EXPORT_RESULT_REQUEST = 13,     ///< plug-in
@@ -70,8 +70,7 @@ class ZARN_EXPORT Util {
   ///                 fit a signed 32-bit number.
   /// @return true if the payload is valid. Otherwise false, after one line in syslog for the check that
   ///         failed and one for each outer check that has its own message, innermost first. Only the
-  ///         stat types are refused without a line. A valid payload writes a line in one case: "no
-  ///         member [path]" for a listing request with a token, even as a part of a listing response.
+  ///         stat types are refused without a line. One valid payload also writes a line: a listing request with a token writes "no member [path]", also inside a listing response.
   /// @throws Json::LogicError from JsonCpp in one case: if "success" of an export-result response is
   ///         true and "success" of its "export_result" cannot be converted to a boolean.
   static bool isValidPacket(PACKET_TYPE type, const Json::Value &payload);

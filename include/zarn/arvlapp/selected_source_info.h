@@ -36,7 +36,7 @@ class ZARN_EXPORT SelectedSourceInfo {
   ///                 members "object" are the names. A missing array counts as empty, a missing "object"
   ///                 as an empty name. A payload that Util::isValidPacket has accepted throws nothing.
   /// @throws Json::LogicError from JsonCpp for a payload of another form. The current list then holds
-  ///         the names read so far, and applications that have not been reached are unchanged.
+  ///         the names read so far, and the applications are unchanged if they were not reached.
   void setSelectedSourceJson(const Json::Value &payload);
 
   /// The references stay valid until the record is assigned to, filled again or destroyed.

@@ -25,8 +25,8 @@ namespace ARVLAPP {
 /// are never followed.
 ///
 /// A plain value: a copy shares nothing with its original, and a move is a copy. Not synchronised. Only
-/// one addDirRecursive may run at a time in the whole process, because nftw(3) passes no argument of
-/// the caller's to its callback.
+/// one addDirRecursive may run at a time in the whole process, because nftw(3) cannot pass an argument
+/// to its callback.
 class ZARN_EXPORT StorageUsage {
  public:
   StorageUsage();

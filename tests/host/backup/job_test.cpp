@@ -898,7 +898,7 @@ TEST_F(Job, OfOneApplicationRunsAloneAndNamesTheHolder) {
   script("export", {{"wait", fifo}});
   Command first(job("backup"), variables());
   ASSERT_TRUE(first.waitFor("[stdout] waiting\n"));
-  script("export", {});  // whoever gets in does not wait
+  script("export", {});  // a backup that gets the lock does not wait
   const ProcessResult second = backup();
   EXPECT_EQ(second.status, 2);
   EXPECT_TRUE(holds(second.err, "error: the backups in \"" + at("store/unruly") +

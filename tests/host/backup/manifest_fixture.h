@@ -69,7 +69,7 @@ class ManifestFixture : public testing::Test {
     return records;
   }
 
-  // Of a manifest of that text, without its path.
+  // Returns the error for a manifest with this text, without its path.
   std::string errorWith(const std::string &text) const {
     dir_.makeFile("manifest.json", text);
     const std::string error = storeErrorOf([this] { records(); });

@@ -17,7 +17,7 @@ using Arguments = std::vector<std::string>;
 
 class StepOnBackup : public JobFolder {
  protected:
-  // Of one file, "/file".
+  // Makes a backup of one file, "/file".
   fs::path backUpFile(const Arguments &more = {}) const {
     script("export", {{"upload", "file", dir_.makeFile("local/file", "contents"), "/file"}});
     return mustBackUp(more);
@@ -30,7 +30,7 @@ class StepOnBackup : public JobFolder {
     return run(words, variables());
   }
 
-  // Of a step that does not begin.
+  // Expects a step that does not start.
   void expectRefusal(const std::string &folder, const std::string &error) const {
     const ProcessResult result = step("import", folder);
     EXPECT_EQ(result.status, 2) << folder;
