@@ -270,7 +270,7 @@ TEST_P(EveryRequest, FailsWhenTheFrameworkLeavesInTheMiddleAndAtOnceAfterwards) 
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Each, EveryRequest, testing::Range<std::size_t>(0, 9),
+INSTANTIATE_TEST_SUITE_P(Each, EveryRequest, testing::Range<std::size_t>(0, operations().size()),
                          [](const testing::TestParamInfo<std::size_t> &row) {
                            return std::string(operations()[row.param].name);
                          });

@@ -200,10 +200,10 @@ TEST_F(Transport, ForgetsAnEmptyPacketOfType0) {
 
 TEST_F(Transport, RefusesTypesThatAreNone) {
   open();
-  answerWith(frame(27, kSuccess));
+  answerWith(frame(60000, kSuccess));
   EXPECT_FALSE(ask());
-  EXPECT_EQ(log_.take(), (LogLines{"protocol_util.cpp: invalid packet type 27",
-                                   "agent.cpp: invalid packet [27]", kReceiveFailed}));
+  EXPECT_EQ(log_.take(), (LogLines{"protocol_util.cpp: invalid packet type 60000",
+                                   "agent.cpp: invalid packet [60000]", kReceiveFailed}));
   answerWith(frame(65535, kSuccess));
   EXPECT_FALSE(ask());
   EXPECT_EQ(log_.take(), (LogLines{"protocol_util.cpp: invalid packet type 65535",

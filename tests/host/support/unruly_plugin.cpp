@@ -2,7 +2,6 @@
 // UNRULY_SCRIPT lists the actions of the step, one per line, words separated by tabs. A first line "be" and
 // a behaviour overrides UNRULY.
 
-#include <arpa/inet.h>
 #include <fcntl.h>
 #include <json/writer.h>
 #include <signal.h>
@@ -25,6 +24,7 @@
 #include <string>
 #include <vector>
 
+#include "protocol/packet_frame.h"
 #include "zarn/arvlapp/agent.h"
 
 // Programs built with _FORTIFY_SOURCE call this instead of syslog.
@@ -49,12 +49,11 @@ void writeAll(int fd, const std::string &bytes) {
 }
 
 std::string frame(unsigned type, const std::string &payload) {
-  std::string bytes = "\xDC\x55";
-  const std::uint16_t wireType = htons(static_cast<std::uint16_t>(type));
-  const std::uint32_t length = htonl(static_cast<std::uint32_t>(payload.size()));
-  bytes.append(reinterpret_cast<const char *>(&wireType), sizeof wireType);
-  bytes.append(reinterpret_cast<const char *>(&length), sizeof length);
-  return bytes + payload;
+  ZARN::ARVLAPP::PacketHeader header;
+  header.type = static_cast<std::uint16_t>(type);
+  header.payloadLength = static_cast<std::uint32_t>(payload.size());
+  const ZARN::ARVLAPP::PacketHeaderBytes bytes = ZARN::ARVLAPP::encodePacketHeader(header);
+  return std::string(bytes.begin(), bytes.end()) + payload;
 }
 
 // Returns a request whose answer is as long as the request.

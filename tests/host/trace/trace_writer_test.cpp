@@ -99,7 +99,7 @@ TEST(TraceWriter, NamesAnUnknownTypeWithoutALogLine) {
   const TraceFile file;
   ClockedWriter trace(file.name());
   LogCapture log;
-  trace.writer.packet(Side::kPlugin, 27, "{}");
+  trace.writer.packet(Side::kPlugin, 60000, "{}");
   trace.writer.packet(Side::kPlugin, 65535, "{}");
   EXPECT_EQ(log.take(), LogLines{});
   const Trace read = readBack(file);
