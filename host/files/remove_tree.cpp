@@ -38,9 +38,9 @@ bool isNotEmpty(int error) {
   return error == ENOTEMPTY || error == EEXIST;
 }
 
-// Makes a directory accessible, so that its entries can be removed. A failure shows when it is removed.
+// Makes a directory accessible, so that its entries can be removed. A failure shows when they are removed.
 void giveAccess(int directory, const char *name) {
-  fchmodat(directory, name, S_IRWXU, AT_SYMLINK_NOFOLLOW);
+  [[maybe_unused]] const int status = fchmodat(directory, name, S_IRWXU, AT_SYMLINK_NOFOLLOW);
 }
 
 UniqueFd openDirectory(int directory, const char *name) {
