@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <future>
 #include <stdexcept>
+#include <utility>
 
 #include "backup/backup_source.h"
 #include "backup/catalog.h"
@@ -79,7 +80,7 @@ class Job {
     report_.denials = steps_.denials();
     report_.files = meter_.files;
     report_.bytes = meter_.bytes;
-    return report_;
+    return std::move(report_);
   }
 
  protected:

@@ -1,5 +1,9 @@
 #include "backup/report.h"
 
+#include <ostream>
+#include <string_view>
+#include <utility>
+
 #include "display/progress_line.h"
 #include "step/outcome.h"
 #include "text/durations.h"
@@ -32,11 +36,11 @@ Json::Value stepsJson(const std::vector<StepReport> &reports) {
 }
 
 void addManifest(Json::Value &json, const Manifest &manifest) {
-  const Json::Value head = headJson(manifest);
+  Json::Value head = headJson(manifest);
   for (const char *name :
        {"application", "backup", "framework_version", "app_data_version", "summary", "estimate",
         "estimate_refused", "actual", "changed", "skipped", "skipped_count"}) {
-    json[name] = head[name];
+    json[name] = std::move(head[name]);
   }
 }
 
@@ -147,13 +151,12 @@ std::vector<std::string> reportLines(const JobReport &report) {
   return lines;
 }
 
-std::string jsonText(const Json::Value &value) {
-  std::string text;
-  if (!appendJson(text, value, JsonLayout::kIndented)) {
-    text.clear();
-    appendJson(text, cutBelow(kMaxLevels, value), JsonLayout::kIndented);
+void printJson(std::ostream &out, const Json::Value &value) {
+  const JsonSink sink = [&out](std::string_view piece) { out << piece; };
+  if (!writeJson(sink, value, JsonLayout::kIndented)) {
+    writeJson(sink, cutBelow(kMaxLevels, value), JsonLayout::kIndented);
   }
-  return text + "\n";
+  out << '\n';
 }
 
 }  // namespace arvl_host

@@ -4,6 +4,7 @@
 
 #include <json/value.h>
 
+#include <iosfwd>
 #include <string>
 #include <vector>
 
@@ -23,9 +24,9 @@ std::vector<std::string> reportLines(const JobReport &report);
 // "204 files, 3 folders, 1 link, 12.1 MiB", without directories or links if there are none.
 std::string totalsText(const Totals &totals);
 
-// Returns indented strict JSON with a line feed at the end, whatever bytes the strings hold. Writes null in
-// place of arrays and objects that nest too deep for the usual readers.
-std::string jsonText(const Json::Value &value);
+// Prints indented strict JSON with a line feed at the end, whatever bytes the strings hold. Prints null in place of
+// arrays and objects that nest too deep for the usual readers.
+void printJson(std::ostream &out, const Json::Value &value);
 
 }  // namespace arvl_host
 

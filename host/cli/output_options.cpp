@@ -42,7 +42,7 @@ OutputDisplay::OutputDisplay(const OutputOptions &options)
 void writeReport(const OutputOptions &options, const Json::Value &json,
                  const std::vector<std::string> &lines) {
   if (options.json) {
-    std::cout << jsonText(json);
+    printJson(std::cout, json);
   } else if (!options.quiet) {
     for (const std::string &line : lines) {
       std::cout << visibleText(line) << '\n';
@@ -62,7 +62,8 @@ void writeFailure(const std::vector<std::string> &words, const std::string &erro
     command = command.empty() && word[0] != '-' ? word : command;
   }
   if (isWanted) {
-    std::cout << jsonText(errorJson(command, kExitHostError, error)) << std::flush;
+    printJson(std::cout, errorJson(command, kExitHostError, error));
+    std::cout.flush();
   }
 }
 

@@ -3,6 +3,7 @@
 #include <json/value.h>
 #include <json/writer.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
@@ -30,20 +31,50 @@ void appendJsonCharacter(std::string &out, std::string_view bytes, const Charact
   }
 }
 
-// Writes one value and everything in it.
+constexpr std::size_t kPieceSize = 65536;
+
+bool isDeeperThan(int levels, const Json::Value &value) {
+  return (value.isArray() || value.isObject()) &&
+         (levels == 0 || std::any_of(value.begin(), value.end(), [levels](const Json::Value &item) {
+            return isDeeperThan(levels - 1, item);
+          }));
+}
+
+// Appends one value and everything in it. Passes long text to the sink, if any, and removes it.
 class JsonPrinter {
  public:
-  JsonPrinter(std::string &out, JsonLayout layout) : out_(out), layout_(layout) {}
+  JsonPrinter(std::string &out, JsonLayout layout, const JsonSink *sink = nullptr)
+      : out_(out), layout_(layout), sink_(sink) {}
 
-  bool print(const Json::Value &value) {
+  void print(const Json::Value &value) {
     switch (value.type()) {
       case Json::arrayValue:
-        return printArray(value);
+        printArray(value);
+        break;
       case Json::objectValue:
-        return printObject(value);
+        printObject(value);
+        break;
       default:
         printScalar(value);
-        return true;
+    }
+  }
+
+  void printString(std::string_view text) {
+    out_ += '"';
+    for (std::size_t at = 0; at < text.size();) {
+      const Character c = characterAt(text, at);
+      appendJsonCharacter(out_, text.substr(at, c.length), c);
+      at += c.length;
+      passOn(kPieceSize);
+    }
+    out_ += '"';
+  }
+
+  // Passes the text to the sink if it has at least so many bytes.
+  void passOn(std::size_t atLeast) {
+    if (sink_ != nullptr && out_.size() >= atLeast) {
+      (*sink_)(out_);
+      out_.clear();
     }
   }
 
@@ -51,7 +82,7 @@ class JsonPrinter {
   void printScalar(const Json::Value &value) {
     switch (value.type()) {
       case Json::stringValue:
-        printString(value);
+        printStringOf(value);
         break;
       case Json::booleanValue:
         out_ += value.asBool() ? "true" : "false";
@@ -71,51 +102,42 @@ class JsonPrinter {
   }
 
   // Does not copy the string, which may be a whole payload.
-  void printString(const Json::Value &value) {
+  void printStringOf(const Json::Value &value) {
     const char *begin = nullptr;
     const char *end = nullptr;
     value.getString(&begin, &end);
-    appendJsonString(out_, std::string_view(begin, static_cast<std::size_t>(end - begin)));
+    printString(std::string_view(begin, static_cast<std::size_t>(end - begin)));
   }
 
-  bool printArray(const Json::Value &array) {
-    if (!open('[')) {
-      return false;
-    }
+  void printArray(const Json::Value &array) {
+    open('[');
     const char *separator = "";
     for (const Json::Value &element : array) {
       startItem(separator);
-      if (!print(element)) {
-        return false;
-      }
+      print(element);
     }
     close(']', array);
-    return true;
   }
 
-  bool printObject(const Json::Value &object) {
-    if (!open('{')) {
-      return false;
-    }
+  void printObject(const Json::Value &object) {
+    open('{');
     const char *separator = "";
     for (auto member = object.begin(); member != object.end(); ++member) {
       startItem(separator);
-      appendJsonString(out_, member.name());
+      printString(member.name());
       out_ += layout_ == JsonLayout::kIndented ? ": " : ":";
-      if (!print(*member)) {
-        return false;
-      }
+      print(*member);
     }
     close('}', object);
-    return true;
   }
 
-  bool open(char bracket) {
+  void open(char bracket) {
     out_ += bracket;
-    return ++depth_ <= kMaxDepth;
+    ++depth_;
   }
 
   void startItem(const char *&separator) {
+    passOn(kPieceSize);
     out_ += separator;
     separator = ",";
     breakLine();
@@ -138,6 +160,7 @@ class JsonPrinter {
 
   std::string &out_;
   const JsonLayout layout_;
+  const JsonSink *const sink_;
   int depth_ = 0;
 };
 
@@ -152,17 +175,26 @@ bool isContinuation(std::string_view text, std::size_t index) {
 }  // namespace
 
 void appendJsonString(std::string &out, std::string_view text) {
-  out += '"';
-  for (std::size_t at = 0; at < text.size();) {
-    const Character c = characterAt(text, at);
-    appendJsonCharacter(out, text.substr(at, c.length), c);
-    at += c.length;
-  }
-  out += '"';
+  JsonPrinter(out, JsonLayout::kCompact).printString(text);
 }
 
 bool appendJson(std::string &out, const Json::Value &value, JsonLayout layout) {
-  return JsonPrinter(out, layout).print(value);
+  if (isDeeperThan(kMaxDepth, value)) {
+    return false;
+  }
+  JsonPrinter(out, layout).print(value);
+  return true;
+}
+
+bool writeJson(const JsonSink &sink, const Json::Value &value, JsonLayout layout) {
+  if (isDeeperThan(kMaxDepth, value)) {
+    return false;
+  }
+  std::string piece;
+  JsonPrinter printer(piece, layout, &sink);
+  printer.print(value);
+  printer.passOn(1);
+  return true;
 }
 
 // JsonCpp encodes a lone surrogate in three bytes: ED B2 80 to ED B3 BF mean the bytes 80 to FF.

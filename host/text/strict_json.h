@@ -4,6 +4,7 @@
 
 #include <json/forwards.h>
 
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -15,9 +16,16 @@ enum class JsonLayout { kCompact, kIndented };
 // not valid UTF-8 as a lone surrogate from \udc80 to \udcff, which restoreBytes() turns back into the byte.
 void appendJsonString(std::string &out, std::string_view text);
 
-// Appends a value as strict JSON. Returns false, with incomplete text in `out`, if the value is nested too deeply
-// for common readers.
+// Appends a value as strict JSON. Returns false and appends nothing if the value is nested too deeply for common
+// readers.
 bool appendJson(std::string &out, const Json::Value &value, JsonLayout layout);
+
+// Receives a text in pieces.
+using JsonSink = std::function<void(std::string_view)>;
+
+// Passes the text of appendJson() to the sink. The memory that it takes does not depend on the length of the text.
+// Returns false and calls no sink if the value is nested too deeply.
+bool writeJson(const JsonSink &sink, const Json::Value &value, JsonLayout layout);
 
 // Returns the original text of a string that appendJsonString() wrote and JsonCpp parsed. The second form restores
 // every string and key in a value.

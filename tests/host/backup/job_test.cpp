@@ -304,6 +304,13 @@ TEST_F(Job, TakesBoundedMemoryForTheLargestManifest) {
   script("summary", {{"be", "a summary that JSON makes longer"}});
   EXPECT_EQ(backup().status, 0);
   EXPECT_GT(fs::file_size(latest() / "manifest.json"), 200000000u);
+  for (const char *command : {"backup", "restore"}) {
+    Arguments toFile = {"/bin/sh", "-c", R"(out=$1; shift; exec "$@" >"$out")", "sh", at("report")};
+    const Arguments words = job(command, {"--json"});
+    toFile.insert(toFile.end(), words.begin(), words.end());
+    EXPECT_EQ(run(toFile, variables()).status, 0);
+    EXPECT_GT(fs::file_size(at("report")), 200000000u);
+  }
   EXPECT_EQ(onStore("list").status, 0);
   EXPECT_EQ(onStore("verify").status, 0);
 #if !defined(__SANITIZE_ADDRESS__) && \

@@ -115,5 +115,50 @@ TEST(JsonText, RejectsNestingThatIsTooDeepForReaders) {
   EXPECT_FALSE(appendJson(out, deeper, JsonLayout::kCompact));
 }
 
+// Returns the text that writeJson() passes on, and expects short pieces.
+std::string written(const Json::Value &value, JsonLayout layout) {
+  std::string text;
+  const JsonSink sink = [&text](std::string_view piece) {
+    EXPECT_LT(piece.size(), 70000u);
+    text += piece;
+  };
+  EXPECT_TRUE(writeJson(sink, value, layout));
+  return text;
+}
+
+TEST(WriteJson, WritesTheTextOfAppendJsonInShortPieces) {
+  Json::Value value;
+  value["long"] = std::string(1000000, '\1');
+  value[std::string(1000000, 'k')] = "é";
+  for (int i = 0; i < 50000; ++i) {
+    value["many"].append(i);
+  }
+  for (const Json::Value &each : {value, Json::Value(), Json::Value("x"), value["many"]}) {
+    for (const JsonLayout layout : {JsonLayout::kCompact, JsonLayout::kIndented}) {
+      std::string expected;
+      ASSERT_TRUE(appendJson(expected, each, layout));
+      EXPECT_TRUE(written(each, layout) == expected);
+    }
+  }
+}
+
+TEST(WriteJson, WritesNothingOfAValueThatNestsTooDeep) {
+  Json::Value value = "x";
+  for (int levels = 1; levels <= 200; ++levels) {
+    Json::Value array(Json::arrayValue);
+    array.append(value);
+    value.swap(array);
+  }
+  EXPECT_EQ(written(value, JsonLayout::kCompact),
+            std::string(200, '[') + "\"x\"" + std::string(200, ']'));
+  Json::Value deeper(Json::arrayValue);
+  deeper.append(value);
+  std::string text;
+  EXPECT_FALSE(appendJson(text, deeper, JsonLayout::kCompact));
+  EXPECT_EQ(text, "");
+  const JsonSink sink = [](std::string_view piece) { ADD_FAILURE() << piece; };
+  EXPECT_FALSE(writeJson(sink, deeper, JsonLayout::kCompact));
+}
+
 }  // namespace
 }  // namespace arvl_host
