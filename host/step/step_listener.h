@@ -27,7 +27,8 @@ struct PluginLine {
 };
 
 // Is called during a step as things happen, on the thread of the event loop. Each function does nothing
-// unless a listener overrides it.
+// unless a listener overrides it. onPacket() is called on another thread if the payload has more than 64 KiB:
+// until it returns, only onCancel() and onTick() are called, so only these two must be safe next to it.
 class StepListener {
  public:
   virtual ~StepListener() = default;

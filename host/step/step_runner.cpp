@@ -61,7 +61,7 @@ constexpr int kLogQueue = 10000;  // more log lines than the kernel queues
 
 constexpr milliseconds kTick{100};
 
-// A longer payload is parsed on the worker thread, or it would block the loop for milliseconds.
+// The worker thread parses a longer payload and tells the listeners of it, or the loop would be blocked.
 constexpr std::size_t kReadAtOnce = 65536;
 
 constexpr const char *kEndedInsidePacket = "the connection ended inside a packet";
@@ -175,8 +175,9 @@ class StepRunner {
   // ---- The socket.
   void readPackets();
   bool isAnswering() const;
-  bool isExamining() const { return isWorking_ && next_ == &StepRunner::onPacketExamined; }
+  bool isTellingOfPacket() const { return isWorking_ && next_ != &StepRunner::onAnswerMade; }
   bool readPacket(evbuffer *input);
+  void examinePacket();
   void onPacketExamined();
   void handlePacket(ReceivedPacket packet);
   void refuse(ReceivedPacket packet);
@@ -190,12 +191,17 @@ class StepRunner {
   void makeAnswer();
   void onAnswerMade();
   void sendAnswer();
+  void tellOfAnswer();
+  void writeAnswer();
 
   // ---- The worker.
   void work(std::function<void()> task, void (StepRunner::*next)());
+  void workAlone(std::function<void()> task, void (StepRunner::*next)());
   void onWorkDone();
 
   // ---- The other channels.
+  void pauseLines();
+  void resumeLines();
   void readOutput();
   void readError();
   bool readStream(UniqueFd &fd, Owned<event> &watcher, LineSplitter &lines);
@@ -394,14 +400,20 @@ bool StepRunner::readPacket(evbuffer *input) {
   packet.text.resize(header.payloadLength);
   evbuffer_drain(input, kPacketHeaderSize);
   evbuffer_remove(input, packet.text.data(), packet.text.size());
-  if (packet.text.size() > kReadAtOnce) {
-    received_ = std::move(packet);
-    work([this] { examine(received_); }, &StepRunner::onPacketExamined);
+  received_ = std::move(packet);
+  if (received_.text.size() > kReadAtOnce) {
+    workAlone([this] { examinePacket(); }, &StepRunner::onPacketExamined);
   } else {
-    examine(packet);
-    handlePacket(std::move(packet));
+    examinePacket();
+    onPacketExamined();
   }
   return true;
+}
+
+void StepRunner::examinePacket() {
+  examine(received_);
+  tell(&StepListener::onPacket, Side::kPlugin, static_cast<std::uint16_t>(received_.type),
+       received_.text, received_.verdict);
 }
 
 void StepRunner::onPacketExamined() {
@@ -411,8 +423,6 @@ void StepRunner::onPacketExamined() {
 void StepRunner::handlePacket(ReceivedPacket packet) {
   const PACKET_TYPE type = packet.type;
   ++result_.packets;
-  tell(&StepListener::onPacket, Side::kPlugin, static_cast<std::uint16_t>(type), packet.text,
-       packet.verdict);
   if (connection_ == nullptr) {
     return;  // the step was canceled while the packet was examined
   }
@@ -521,28 +531,42 @@ void StepRunner::onAnswerMade() {
 
 void StepRunner::sendAnswer() {
   const Json::Value question = std::exchange(question_, {});
-  const std::optional<Answer> answer = std::exchange(answer_, {});
-  if (!answer) {
+  if (!answer_) {
     violate(packetName(asked_) + " is not served here", {});
     return;
   }
-  tell(&StepListener::onAnswer, asked_, question, answer->denial);
-  if (!fitsPacket(answer->text.size())) {
+  tell(&StepListener::onAnswer, asked_, question, answer_->denial);
+  if (!fitsPacket(answer_->text.size())) {
     violate("the answer to the plug-in's " + packetName(asked_) + " would have " +
-                std::to_string(answer->text.size()) + " bytes, more than a packet carries",
+                std::to_string(answer_->text.size()) + " bytes, more than a packet carries",
             {});
+    return;
+  }
+  if (answer_->text.size() > kReadAtOnce) {
+    workAlone([this] { tellOfAnswer(); }, &StepRunner::writeAnswer);
+  } else {
+    tellOfAnswer();
+    writeAnswer();
+  }
+}
+
+void StepRunner::tellOfAnswer() {
+  tell(&StepListener::onPacket, Side::kFramework, static_cast<std::uint16_t>(responseTo(asked_)),
+       answer_->text, answer_->verdict);
+}
+
+void StepRunner::writeAnswer() {
+  const std::optional<Answer> answer = std::exchange(answer_, {});
+  ++result_.packets;
+  if (connection_ == nullptr || !canWrite_) {
     return;
   }
   PacketHeader header;
   header.type = static_cast<std::uint16_t>(responseTo(asked_));
   header.payloadLength = static_cast<std::uint32_t>(answer->text.size());
   const PacketHeaderBytes bytes = encodePacketHeader(header);
-  ++result_.packets;
-  tell(&StepListener::onPacket, Side::kFramework, header.type, answer->text, answer->verdict);
-  if (canWrite_) {
-    bufferevent_write(connection_.get(), bytes.data(), bytes.size());
-    bufferevent_write(connection_.get(), answer->text.data(), answer->text.size());
-  }
+  bufferevent_write(connection_.get(), bytes.data(), bytes.size());
+  bufferevent_write(connection_.get(), answer->text.data(), answer->text.size());
 }
 
 // ---- The worker.
@@ -553,10 +577,17 @@ void StepRunner::work(std::function<void()> task, void (StepRunner::*next)()) {
   worker_->start(std::move(task));
 }
 
+// Starts a task that tells the listeners of a packet. Pauses the channels that the loop would tell them of.
+void StepRunner::workAlone(std::function<void()> task, void (StepRunner::*next)()) {
+  pauseLines();
+  work(std::move(task), next);
+}
+
 // The connection may have been closed during the work.
 void StepRunner::onWorkDone() {
   worker_->finish();
   isWorking_ = false;
+  resumeLines();
   (this->*next_)();
   if (connection_ != nullptr) {
     readPackets();
@@ -565,6 +596,23 @@ void StepRunner::onWorkDone() {
 }
 
 // ---- The other channels.
+
+// An ended stream has no watcher.
+void StepRunner::pauseLines() {
+  for (const Owned<event> *watcher : {&outputWatcher_, &errorWatcher_, &logWatcher_}) {
+    if (*watcher != nullptr) {
+      event_del(watcher->get());
+    }
+  }
+}
+
+void StepRunner::resumeLines() {
+  for (const Owned<event> *watcher : {&outputWatcher_, &errorWatcher_, &logWatcher_}) {
+    if (*watcher != nullptr) {
+      event_add(watcher->get(), nullptr);
+    }
+  }
+}
 
 void StepRunner::readOutput() {
   if (!readStream(plugin_.output, outputWatcher_, outputLines_)) {
@@ -650,8 +698,8 @@ void StepRunner::armGrace() {
 // is gone, a process outside its group still holds one of its channels: the step ends without waiting for
 // it.
 void StepRunner::escalate() {
-  if (isReaped_ && isExamining()) {
-    armGrace();  // the packet may be the completion
+  if (isReaped_ && isTellingOfPacket()) {
+    armGrace();  // the packet may be the completion, and the listeners are told of one event at a time
     return;
   }
   if (isReaped_) {

@@ -47,6 +47,9 @@ class Listener : public StepListener {
   void onStart(const StepRequest &, std::int64_t pid) override { pid_ = static_cast<pid_t>(pid); }
   void onPacket(Side, std::uint16_t, std::string_view payload, const Verdict &) override {
     bytes += payload.size();
+    if (onLargePacket && payload.size() > 65536) {
+      onLargePacket();
+    }
   }
   void onCancel(Outcome) override { canceled.set_value(); }
 
@@ -60,6 +63,7 @@ class Listener : public StepListener {
   std::promise<void> canceled;
   std::promise<void> graceIsOver;
   std::size_t bytes = 0;  // of all payloads
+  std::function<void()> onLargePacket;
 
  private:
   pid_t pid_ = -1;
@@ -95,6 +99,25 @@ TEST(StepRunner, IsCanceledWhileItReadsALargePayload) {
                                     server, interruption, {&listener});
   EXPECT_EQ(result.outcome, Outcome::kInterrupted);
   EXPECT_GT(listener.bytes, 33554400u);  // the listeners get the packet nevertheless
+}
+
+TEST(StepRunner, IsCanceledWhileItTellsOfALargePayload) {
+  NoServer server;
+  Interruption interruption;
+  Listener listener;
+  const std::thread::id loop = std::this_thread::get_id();
+  parser = [] { return true; };
+  listener.onLargePacket = [&] {
+    if (std::this_thread::get_id() == loop) {
+      ADD_FAILURE() << "the event loop is blocked";
+      return;
+    }
+    kill(getpid(), SIGINT);
+    listener.canceled.get_future().wait();
+  };
+  const StepResult result = runStep(requestOf("completes with a long text", std::chrono::hours(1)),
+                                    server, interruption, {&listener});
+  EXPECT_EQ(result.outcome, Outcome::kInterrupted);
 }
 
 TEST(StepRunner, IsCanceledByASignalThatArrivedBeforeIt) {
