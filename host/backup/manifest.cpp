@@ -51,7 +51,7 @@ Manifest manifestOf(const Json::Value &head) {
   manifest.totals = totalsOf(head["actual"]);
   manifest.exportResult = head["export_result"];
   manifest.externalHandlerResult = head["external_handler_result"];
-  manifest.changed = textsOf(head["changed"]);
+  manifest.changed = tallyOf(head["changed_count"], head["changed"]);
   manifest.skipped = tallyOf(head["skipped_count"], head["skipped"]);
   manifest.denials = tallyOf(head["denial_count"], head["denials"]);
   return manifest;
@@ -105,7 +105,8 @@ Json::Value headJson(const Manifest &manifest) {
   head["actual"] = totalsJson(manifest.totals);
   head["export_result"] = manifest.exportResult;
   head["external_handler_result"] = manifest.externalHandlerResult;
-  head["changed"] = arrayOf(manifest.changed);
+  head["changed"] = arrayOf(manifest.changed.texts);
+  head["changed_count"] = Json::UInt64(manifest.changed.count);
   head["skipped"] = arrayOf(manifest.skipped.texts);
   head["skipped_count"] = Json::UInt64(manifest.skipped.count);
   head["denials"] = arrayOf(manifest.denials.texts);

@@ -49,7 +49,7 @@ struct Manifest {
   Json::Value exportResult;           // the plug-in's completion of the export
   Json::Value externalHandlerResult;  // an array; null: there is none
   Totals totals;                      // the data that arrived
-  std::vector<std::string> changed;   // local files that were written while they were copied
+  Tally changed;                      // local files that were written while they were copied
   Tally skipped;                      // entries that vanished before they were copied
   Tally denials;                      // requests of the plug-in that were denied
 

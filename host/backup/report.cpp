@@ -39,7 +39,7 @@ void addManifest(Json::Value &json, const Manifest &manifest) {
   Json::Value head = headJson(manifest);
   for (const char *name :
        {"application", "backup", "framework_version", "app_data_version", "summary", "estimate",
-        "estimate_refused", "actual", "changed", "skipped", "skipped_count"}) {
+        "estimate_refused", "actual", "changed", "changed_count", "skipped", "skipped_count"}) {
     json[name] = std::move(head[name]);
   }
 }

@@ -4,12 +4,6 @@
 
 namespace arvl_host {
 
-namespace {
-
-constexpr std::size_t kMaxChanged = 100;
-
-}  // namespace
-
 void TransferMeter::endTransfer(bool isDelivered) {
   if (isDelivered) {
     deliveredFiles_ = files;
@@ -22,11 +16,19 @@ void TransferMeter::endTransfer(bool isDelivered) {
 
 // ---- BackupWatcher.
 
-// Warns once for a file that was open for writing and then written.
+// Counts a file that was open for writing and then written once.
 void BackupWatcher::warn(const std::string &path, const std::string &what) {
-  if (changed_.size() < kMaxChanged && (changed_.empty() || changed_.back() != path)) {
-    changed_.push_back(path);
+  if (path == lastChanged_) {
+    return;
+  }
+  lastChanged_ = path;
+  const Tally::Added added = changed_.add(path);
+  if (added == Tally::Added::kNew) {
     warnings_.push_back(quoted(path) + what);
+  } else if (added == Tally::Added::kNotKept && warnings_.size() == Tally::kMaxTexts) {
+    warnings_.push_back(
+        std::to_string(Tally::kMaxTexts) +
+        " different changed files have been shown; further ones are counted, not shown");
   }
 }
 

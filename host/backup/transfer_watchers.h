@@ -39,18 +39,18 @@ class BackupWatcher : public TransferWatcher {
   void onMoved(const struct stat &status) override;
   void onTransferEnd(bool isDelivered) override { meter_.endTransfer(isDelivered); }
 
-  // Files that were written, or open for writing, while they were copied or moved; at most 100. Read it when no
-  // transfer runs.
-  const std::vector<std::string> &changed() const { return changed_; }
+  // Files that were written, or open for writing, while they were copied or moved. Read it when no transfer runs.
+  const Tally &changed() const { return changed_; }
   // Entries of uploaded directories that vanished before they were copied. Likewise.
   const Tally &skipped() const { return skipped_; }
-  // A warning for each changed file. Likewise.
+  // A warning for each changed file that the tally keeps, and one if there are more. Likewise.
   const std::vector<std::string> &warnings() const { return warnings_; }
 
  private:
   void warn(const std::string &path, const std::string &what);
 
-  std::vector<std::string> changed_;
+  Tally changed_;
+  std::string lastChanged_;
   Tally skipped_;
   std::vector<std::string> warnings_;
   FileIndex &index_;

@@ -47,7 +47,7 @@ inline Manifest someManifest() {
   manifest.exportResult = parseJson(R"({"success": true, "app_data_version": "1.10"})");
   manifest.externalHandlerResult = parseJson(R"([{"handler": "h", "result": null}])");
   manifest.totals = {1, 2, 3, std::uint64_t(1) << 63};
-  manifest.changed = {"/a\xff", "/b"};
+  manifest.changed = {3, {"/a\xff", "/b"}};
   manifest.skipped = {3, {"/c\xff"}};
   manifest.denials = {7, {"one", "two\n"}};
   return manifest;

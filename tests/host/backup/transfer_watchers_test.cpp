@@ -80,7 +80,8 @@ TEST(BackupWatcher, WarnsOnceOfEachFileThatIsWrittenMeanwhile) {
   watcher.onChanged("/a\n");
   watcher.onOpenForWriting("/b");
   watcher.onChanged("/b");
-  EXPECT_EQ(watcher.changed(), (std::vector<std::string>{"/a\n", "/b"}));
+  EXPECT_EQ(watcher.changed().count, 2u);
+  EXPECT_EQ(watcher.changed().texts, (std::vector<std::string>{"/a\n", "/b"}));
   EXPECT_EQ(watcher.warnings(),
             (std::vector<std::string>{
                 "\"/a\\n\" was written while it was copied: the copy may hold parts of both",
@@ -89,8 +90,11 @@ TEST(BackupWatcher, WarnsOnceOfEachFileThatIsWrittenMeanwhile) {
   for (int i = 0; i < 200; ++i) {
     watcher.onChanged(std::to_string(i));
   }
-  EXPECT_EQ(watcher.changed().size(), 100u);
-  EXPECT_EQ(watcher.warnings().size(), 100u);
+  EXPECT_EQ(watcher.changed().count, 202u);
+  EXPECT_EQ(watcher.changed().texts.size(), 100u);
+  ASSERT_EQ(watcher.warnings().size(), 101u);
+  EXPECT_EQ(watcher.warnings().back(),
+            "100 different changed files have been shown; further ones are counted, not shown");
 }
 
 TEST(BackupWatcher, CountsAllThatVanishesAndNamesAHundred) {

@@ -61,7 +61,7 @@ TEST_F(Output, IsOneReportOfAJobThatSucceeds) {
   Json::Value expected = parseJson(R"({
       "command": "backup", "success": true, "exit_code": 0, "error": null, "application": "unruly",
       "framework_version": "2.3", "app_data_version": "1.0", "estimate_refused": false,
-      "missing_steps": [], "denials": [], "denial_count": 0, "changed": [], "skipped": [], "skipped_count": 0, "files": 1, "bytes": 8,
+      "missing_steps": [], "denials": [], "denial_count": 0, "changed": [], "changed_count": 0, "skipped": [], "skipped_count": 0, "files": 1, "bytes": 8,
       "summary": {"success": true, "backup_short": "a short text", "backup_long": "a long text",
                   "restore_short": "a short return", "restore_long": "a long return"},
       "estimate": {"success": true, "file_count": 0, "dir_count": 0, "size": 0, "block_size": 0},
