@@ -1,5 +1,5 @@
 // Jobs that end early: the host is interrupted or killed, or the plug-in is, at each of their packets.
-// Whatever happens, the store holds whole backups only, and the application one whole state.
+// In each case the store holds only complete backups, and the application has one complete state.
 
 #include <gtest/gtest.h>
 #include <json/value.h>
@@ -82,8 +82,8 @@ class FaultInjector : public Supervisor {
     }
   }
 
-  // Lets a plug-in exit only when the host has its completion: otherwise it would be chance whether the
-  // plug-in is alive at the fault.
+  // Delays the exit of a plug-in until the host has its completion. Otherwise it would be random
+  // whether the plug-in is alive at the fault.
   bool mayExit(pid_t process) override { return process != plugin_ || hasCompleted_ || hasStruck_; }
 
   void follow(const Json::Value &line) {
@@ -125,7 +125,7 @@ class FaultInjector : public Supervisor {
   int packets_ = 0;
 };
 
-// Chooses the moment at which the host prints a line that begins so.
+// Chooses the moment at which the host prints a line with this prefix.
 FaultInjector::IsMoment atLine(const std::string &begin) {
   return [begin](const PendingWrite &write, int) {
     return write.text.compare(0, begin.size(), begin) == 0;
@@ -143,7 +143,8 @@ FaultInjector::IsMoment whileCopying() {
   };
 }
 
-// Chooses a write of the manifest or of its checksums: the other files of a backup are one directory deeper.
+// Chooses a write of the manifest or of its checksums. The other files of a backup are one directory
+// deeper.
 FaultInjector::IsMoment atManifestWrite(int number) {
   return [number, writes = 0](const PendingWrite &write, int) mutable {
     return isTemporary(write.file) && isTemporary(fs::path(write.file).parent_path()) &&
@@ -206,7 +207,7 @@ class Jobs : public testing::Test {
 
   void expectSoundStore() const {
     const ProcessResult result = run({ARVL_HOST, "verify", "--store", store_});
-    const int expected = listedBackups().empty() ? 1 : 0;  // there has to be one
+    const int expected = listedBackups().empty() ? 1 : 0;  // verify fails on an empty store
     EXPECT_EQ(result.status, expected) << result.out << result.err;
   }
 
@@ -218,7 +219,7 @@ class Jobs : public testing::Test {
   std::string grace_ = "5";
 };
 
-// ---- A backup and a restore of notes, struck at each packet.
+// ---- Backups and restores of notes, with a fault at each packet.
 
 class NotesJobs : public Jobs {
  protected:
@@ -249,7 +250,7 @@ class NotesJobs : public Jobs {
   void makeOther(const fs::path &kept) const;
 };
 
-// The store is as it was before.
+// Expects a backup to succeed and to leave no temporary files, then removes it.
 void NotesJobs::expectBackupWithoutLeftovers() const {
   mustRun("backup");
   EXPECT_EQ(leftovers(), std::vector<std::string>());
@@ -315,26 +316,26 @@ void NotesJobs::injectIntoRestores(Fault fault) {
     if (HasFailure()) {
       return;
     }
-    before = state;  // what has been replaced at one packet is replaced at each later one
+    before = state;  // once the data is replaced, each later fault must find it replaced
   }
-  EXPECT_EQ(before, backedUp);  // the last packet says so
+  EXPECT_EQ(before, backedUp);  // the data is replaced before the last packet
   EXPECT_EQ(listedBackups(), backups_);
   expectSoundStore();
 }
 
-TEST_F(NotesJobs, BackupsLeaveTheStoreWholeWhereverTheyAreInterrupted) {
+TEST_F(NotesJobs, BackupsLeaveASoundStoreWhenInterruptedAtAnyPacket) {
   injectIntoBackups(Fault::kInterrupt);
 }
 
-TEST_F(NotesJobs, BackupsLeaveTheStoreWholeWhereverThePluginIsKilled) {
+TEST_F(NotesJobs, BackupsLeaveASoundStoreWhenThePluginIsKilledAtAnyPacket) {
   injectIntoBackups(Fault::kKillPlugin);
 }
 
-TEST_F(NotesJobs, BackupsLeaveTheStoreWholeWhereverTheHostIsKilled) {
+TEST_F(NotesJobs, BackupsLeaveASoundStoreWhenTheHostIsKilledAtAnyPacket) {
   injectIntoBackups(Fault::kKillHost);
 }
 
-TEST_F(NotesJobs, BackupsLeaveTheStoreWholeWhenTheyEndEarlyAfterTheLastPacket) {
+TEST_F(NotesJobs, BackupsLeaveASoundStoreWhenTheyEndDuringTheManifest) {
   for (const Fault fault : {Fault::kInterrupt, Fault::kKillHost}) {
     for (const int write : {1, 2}) {
       SCOPED_TRACE(std::to_string(statusAfter(fault)) + " at write " + std::to_string(write));
@@ -346,26 +347,26 @@ TEST_F(NotesJobs, BackupsLeaveTheStoreWholeWhenTheyEndEarlyAfterTheLastPacket) {
   }
 }
 
-TEST_F(NotesJobs, RunNoFurtherStepWhenTheyAreInterruptedBetweenTwo) {
+TEST_F(NotesJobs, RunNoFurtherStepWhenInterruptedBetweenTwoSteps) {
   const ProcessResult result =
       inject("backup", Fault::kInterrupt, atLine("step can_export: success"));
   EXPECT_EQ(result.out.find("\nstep export"), std::string::npos) << result.out;
   EXPECT_EQ(listedBackups(), backups_);
 }
 
-TEST_F(NotesJobs, RestoresLeaveOneWholeStateWhereverTheyAreInterrupted) {
+TEST_F(NotesJobs, RestoresLeaveOneWholeStateWhenInterruptedAtAnyPacket) {
   injectIntoRestores(Fault::kInterrupt);
 }
 
-TEST_F(NotesJobs, RestoresLeaveOneWholeStateWhereverThePluginIsKilled) {
+TEST_F(NotesJobs, RestoresLeaveOneWholeStateWhenThePluginIsKilledAtAnyPacket) {
   injectIntoRestores(Fault::kKillPlugin);
 }
 
-TEST_F(NotesJobs, RestoresLeaveOneWholeStateWhereverTheHostIsKilled) {
+TEST_F(NotesJobs, RestoresLeaveOneWholeStateWhenTheHostIsKilledAtAnyPacket) {
   injectIntoRestores(Fault::kKillHost);
 }
 
-TEST_F(NotesJobs, AreTheNextOnesToRemoveTheScratchOfAKilledPlugin) {
+TEST_F(NotesJobs, RemoveTheTemporaryFilesOfAKilledPlugin) {
   for (const std::string job : {"backup", "restore"}) {
     SCOPED_TRACE(job);
     mustRun(job);
@@ -376,7 +377,7 @@ TEST_F(NotesJobs, AreTheNextOnesToRemoveTheScratchOfAKilledPlugin) {
   }
 }
 
-TEST_F(NotesJobs, LeaveWhatPruneRemovesWhenTheHostIsKilled) {
+TEST_F(NotesJobs, LeaveAnUnfinishedBackupForPruneWhenTheHostIsKilled) {
   inject("backup", Fault::kKillHost, atPacket(tracedPackets()));
   const Json::Value unfinished = listed()["unfinished"];
   ASSERT_EQ(unfinished.size(), 1U);
@@ -390,7 +391,7 @@ TEST_F(NotesJobs, LeaveWhatPruneRemovesWhenTheHostIsKilled) {
   EXPECT_EQ(listedBackups(), backups_);
 }
 
-// ---- In the middle of a file, which the minimal plug-in restores to where it is used.
+// ---- Faults in the middle of a file. The minimal plug-in restores directly to the target.
 
 class LargeFile : public Jobs {
  protected:
@@ -410,7 +411,7 @@ class LargeFile : public Jobs {
   const std::string content_ = std::string(2 << 20, 'x') + "the end";
 };
 
-TEST_F(LargeFile, ThatAKilledHostWasRestoringIsNamedByTheNextRestoreAlone) {
+TEST_F(LargeFile, IsRestoredByTheNextRestoreAfterTheHostIsKilled) {
   inject("restore", Fault::kKillHost, whileCopying());
   const std::vector<std::string> left = filesBelow(target_, isTemporary);
   ASSERT_EQ(left.size(), 1U);
@@ -423,7 +424,7 @@ TEST_F(LargeFile, ThatAKilledHostWasRestoringIsNamedByTheNextRestoreAlone) {
   EXPECT_EQ(bytesOf(target_ / "documents" / "large"), content_);
 }
 
-TEST_F(LargeFile, ThatIsBeingBackedUpIsTakenAwayByAnInterruptedHost) {
+TEST_F(LargeFile, IsRemovedFromTheStoreWhenTheBackupIsInterrupted) {
   const std::vector<std::string> backups = listedBackups();
   inject("backup", Fault::kInterrupt, whileCopying());
   EXPECT_EQ(filesBelow(store_, isTemporary), std::vector<std::string>());
@@ -431,12 +432,12 @@ TEST_F(LargeFile, ThatIsBeingBackedUpIsTakenAwayByAnInterruptedHost) {
   expectSoundStore();
 }
 
-TEST_F(LargeFile, ThatIsBeingRestoredIsTakenAwayByAnInterruptedHost) {
+TEST_F(LargeFile, IsRemovedFromTheTargetWhenTheRestoreIsInterrupted) {
   inject("restore", Fault::kInterrupt, whileCopying());
   EXPECT_EQ(targetNames(), std::set<std::string>());
 }
 
-TEST_F(LargeFile, OfAPluginThatIsKilledMeanwhileIsTakenAwayOrWhole) {
+TEST_F(LargeFile, IsRemovedOrCompleteWhenThePluginIsKilled) {
   inject("restore", Fault::kKillPlugin, whileCopying());
   EXPECT_EQ(filesBelow(target_, isTemporary), std::vector<std::string>());
   if (!targetNames().empty()) {
@@ -444,7 +445,7 @@ TEST_F(LargeFile, OfAPluginThatIsKilledMeanwhileIsTakenAwayOrWhole) {
   }
 }
 
-TEST_F(LargeFile, ThatAKilledHostWasBackingUpIsRemovedByTheNextBackup) {
+TEST_F(LargeFile, IsRemovedByTheNextBackupAfterTheHostIsKilled) {
   const std::vector<std::string> backups = listedBackups();
   inject("backup", Fault::kKillHost, whileCopying());
   EXPECT_EQ(filesBelow(store_, isTemporary).size(), 2U) << "of the backup, and of the file";
@@ -455,7 +456,7 @@ TEST_F(LargeFile, ThatAKilledHostWasBackingUpIsRemovedByTheNextBackup) {
   EXPECT_EQ(listedBackups().size(), 2U);
 }
 
-// Writes on at the end of a file once something of it has been copied.
+// Appends to a file after part of it has been copied.
 class Appender : public Supervisor {
  public:
   explicit Appender(fs::path file) : file_(std::move(file)) {}
@@ -472,7 +473,7 @@ class Appender : public Supervisor {
   const FaultInjector::IsMoment isCopying_ = whileCopying();
 };
 
-TEST_F(LargeFile, ThatIsWrittenWhileItIsBackedUpIsNamed) {
+TEST_F(LargeFile, IsReportedWhenItIsWrittenDuringTheBackup) {
   const std::string file = documents_ / "large";
   Appender appender(file);
   const ProcessResult result = runSupervised(command("backup"), variables_, appender);
@@ -488,11 +489,11 @@ TEST_F(LargeFile, ThatIsWrittenWhileItIsBackedUpIsNamed) {
   expectSoundStore();
 }
 
-// ---- What a loss of power may find.
+// ---- The order of syncs and renames, which a power loss relies on.
 
 class StorageRecorder : public Supervisor {
  public:
-  // A line each, without the folder that all of them are below.
+  // Returns one line per call, with paths relative to the directory.
   std::string callsBelow(const std::string &folder) const {
     std::string text;
     for (const StorageCall &call : calls_) {
@@ -516,7 +517,7 @@ class StorageRecorder : public Supervisor {
   std::vector<StorageCall> calls_;
 };
 
-TEST_F(LargeFile, IsSafeBeforeTheManifestAndTheManifestBeforeTheBackup) {
+TEST_F(LargeFile, IsSyncedBeforeTheManifestAndTheManifestBeforeTheRename) {
   StorageRecorder recorder;
   ASSERT_EQ(runSupervised(command("backup"), variables_, recorder).status, 0);
   const std::string id = fs::path(listedBackups().back()).filename();
@@ -537,14 +538,14 @@ TEST_F(LargeFile, IsSafeBeforeTheManifestAndTheManifestBeforeTheBackup) {
                 store_ + "/minimal\n");
 }
 
-TEST_F(LargeFile, IsSafeBeforeItHasItsNameWhereItIsRestored) {
+TEST_F(LargeFile, IsSyncedBeforeItIsRenamedInTheTarget) {
   StorageRecorder recorder;
   ASSERT_EQ(runSupervised(command("restore"), variables_, recorder).status, 0);
   EXPECT_EQ(recorder.callsBelow(target_),
             "fsync documents/" + temporaryName("large") + "\nrename documents/large\n");
 }
 
-// ---- A plug-in that does not look at its socket.
+// ---- A plug-in that does not read from its socket.
 
 class HangingPlugin : public Jobs {
  protected:
@@ -555,12 +556,12 @@ class HangingPlugin : public Jobs {
   }
 };
 
-TEST_F(HangingPlugin, IsCanceledByASignalThatCameJustBeforeItsStep) {
+TEST_F(HangingPlugin, IsCanceledByASignalJustBeforeItsStep) {
   const ProcessResult result = inject("backup", Fault::kInterrupt, atLine("step summary\n"));
   EXPECT_TRUE(holds(result.err, "error: interrupted in the step summary\n"));
 }
 
-// ---- What a plug-in starts.
+// ---- Child processes of a plug-in.
 
 class ForkingPlugin : public Jobs {
  protected:
@@ -571,8 +572,8 @@ class ForkingPlugin : public Jobs {
   }
 };
 
-// Never strikes: the plug-in does so itself.
-TEST_F(ForkingPlugin, TakesItsChildrenAlongWhenItDies) {
+// The injector does nothing: the plug-in kills itself.
+TEST_F(ForkingPlugin, HasItsChildrenKilledWhenItDies) {
   FaultInjector injector(Fault::kKillPlugin, trace_,
                          [](const PendingWrite &, int) { return false; });
   const ProcessResult result = runSupervised(command("backup"), variables_, injector);

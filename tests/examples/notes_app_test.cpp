@@ -153,7 +153,7 @@ TEST_F(NotesApp, AWriterKilledBeforeTheFileHasItsNameLeavesNoBrokenReference) {
   EXPECT_EQ(namesIn(notes_.attachments()), Names{});
 }
 
-TEST_F(NotesApp, CleanKeepsWhatNotesReferTo) {
+TEST_F(NotesApp, CleanKeepsReferencedAttachments) {
   notes_.output({"init"});
   notes_.output({"fill", "--notes", "2", "--attachments", "2"});
   const Names kept = namesIn(notes_.attachments());
@@ -162,7 +162,7 @@ TEST_F(NotesApp, CleanKeepsWhatNotesReferTo) {
   EXPECT_EQ(namesIn(notes_.attachments()), kept);
 }
 
-TEST_F(NotesApp, CheckNamesWhatIsDamaged) {
+TEST_F(NotesApp, CheckNamesEachDamagedItem) {
   notes_.output({"init"});
   writeBytes(temp_.path() / "letters.txt", "abc");
   notes_.output({"add", "x", "x", "--attach", temp_.path() / "letters.txt"});
@@ -187,7 +187,7 @@ TEST_F(NotesApp, CheckNamesWhatIsDamaged) {
   }
 }
 
-TEST_F(NotesApp, CommandLinesThatMakeNoSenseAreRefusedWithTheUsage) {
+TEST_F(NotesApp, InvalidCommandLinesAreRefusedWithTheUsage) {
   const auto complaint = [&](const std::vector<std::string> &arguments) {
     const ProgramOutcome outcome = notes_.run(arguments);
     EXPECT_EQ(outcome.exitCode, 2);

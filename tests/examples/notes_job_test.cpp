@@ -22,11 +22,11 @@ class NotesJob : public JobFolder {
   const Notes live_{at("live")};
 };
 
-TEST_F(NotesJob, HoldsAPrefixOfWhatWasWrittenMeanwhile) {
+TEST_F(NotesJob, HoldsAPrefixOfTheNotesWrittenDuringTheBackup) {
   live_.output({"init"});
   live_.output({"fill", "--notes", "200", "--attachments", "20"});
   BackgroundProgram writer(live_.command({"write", "--pause", "1"}));
-  ASSERT_NE(writer.readLine(), "");  // the writing has begun
+  ASSERT_NE(writer.readLine(), "");  // the writer has started
   const std::string before = live_.dump();
   const ProcessResult backup = runNotes("backup", live_);
   ASSERT_EQ(backup.status, 0) << backup.out;
@@ -44,7 +44,7 @@ TEST_F(NotesJob, HoldsAPrefixOfWhatWasWrittenMeanwhile) {
   EXPECT_EQ(dump, after.substr(0, dump.size()));
 }
 
-TEST_F(NotesJob, LeavesTheApplicationItsOldStateWhenTheBackupIsDamaged) {
+TEST_F(NotesJob, KeepsTheOldStateWhenTheBackupIsDamaged) {
   live_.output({"init"});
   live_.output({"fill", "--notes", "20", "--attachments", "3"});
   ASSERT_EQ(runNotes("backup", live_).status, 0);

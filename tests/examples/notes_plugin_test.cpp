@@ -29,7 +29,7 @@ Json::Value withoutAttachments() {
   return config;
 }
 
-// The live notes, and the framework's side with what has been uploaded.
+// Owns the live notes and the framework's directory of uploaded files.
 class NotesPlugin : public testing::Test {
  protected:
   NotesPlugin() {
@@ -69,7 +69,7 @@ class NotesPlugin : public testing::Test {
 
   fs::path stored(const std::string &name) const { return script_.data / "notes" / name; }
 
-  // How the file's header says that the database is written: with a log next to it, or in itself.
+  // Returns the journal mode that the file's header records: a log next to the database, or none.
   static std::string journalOf(const fs::path &database) {
     const std::string versions = bytesOf(database).substr(18, 2);
     return versions == "\2\2" ? "wal" : versions == "\1\1" ? "delete" : versions;
@@ -147,7 +147,7 @@ TEST_F(NotesEstimate, CountsTheDatabaseAndItsAttachments) {
             fs::file_size(notes_.database()) + totalSize(notes_.attachments()));
 }
 
-TEST_F(NotesEstimate, LeavesOutWhatIsNotSelected) {
+TEST_F(NotesEstimate, CountsOnlyTheSelectedNotebooks) {
   fill("6", "6");  // two attachments in each of three notebooks
   script_.folders = {"work", "/home"};
   EXPECT_EQ(run("estimate_exportion").completion->payload["file_count"].asInt(), 5);
@@ -190,7 +190,7 @@ TEST_F(NotesCanExport, RefusesADatabaseThatFailsTheIntegrityCheck) {
   EXPECT_EQ(outcome.errors.rfind("notes: the database is damaged: ", 0), 0U) << outcome.errors;
 }
 
-TEST_F(NotesCanExport, RefusesWhatIsNoDatabase) {
+TEST_F(NotesCanExport, RefusesAFileThatIsNotADatabase) {
   fill("1", "0");
   writeBytes(notes_.database(), std::string(8192, 'x'));
   EXPECT_EQ(run("can_export").errorKey(), "notes.database_damaged");
@@ -222,13 +222,13 @@ TEST_F(NotesCanExport, RefusesAMissingAttachmentUnlessItIsLeftOut) {
   EXPECT_TRUE(run("can_export").succeeded());
 }
 
-TEST_F(NotesCanExport, RefusesASelectedFolderThatIsNoNotebook) {
+TEST_F(NotesCanExport, RefusesASelectedDirectoryThatIsNotANotebook) {
   fill("3", "0");
   script_.folders = {"work", "/garage"};
   expectFailure("can_export", "notebook_unknown", "there is no notebook [garage]");
 }
 
-TEST_F(NotesCanExport, RefusesAConfigurationThatMakesNoSense) {
+TEST_F(NotesCanExport, RefusesAnInvalidConfiguration) {
   fill("1", "0");
   script_.exportConfig["attachments"] = "no";
   expectFailure("can_export", "config_invalid",
@@ -296,7 +296,7 @@ TEST_F(NotesExport, ShowsRisingProgressInTheLanguageOfTheUser) {
   EXPECT_EQ(stages, (Names{"Daten werden gesichert", "Datenbank wird kopiert"}));
 }
 
-TEST_F(NotesExport, AsksAnOlderFrameworkForNothingThatItDoesNotKnow) {
+TEST_F(NotesExport, SendsNoUnknownRequestToAnOlderFramework) {
   fill("3", "1");
   script_.version = "2.2";
   const StepOutcome outcome = run("export");
@@ -306,11 +306,11 @@ TEST_F(NotesExport, AsksAnOlderFrameworkForNothingThatItDoesNotKnow) {
                                            PACKET_UPLOAD_REQUEST, PACKET_UPLOAD_REQUEST}));
 }
 
-TEST_F(NotesExport, TakesOneMomentOfADatabaseThatIsBeingWritten) {
+TEST_F(NotesExport, UploadsAConsistentSnapshotOfADatabaseInUse) {
   fill("500", "5");
   BackgroundProgram writer(notes_.command({"write"}));
   int requests = 0;
-  script_.onRequest = [&](const Packet &) {  // a note more is written during each request
+  script_.onRequest = [&](const Packet &) {  // writes another note during each request
     EXPECT_NE(writer.readLine(), "");
     ++requests;
   };
@@ -329,7 +329,7 @@ TEST_F(NotesExport, TakesOneMomentOfADatabaseThatIsBeingWritten) {
   EXPECT_EQ(grown.compare(0, dump.size(), dump), 0) << "the copy is no prefix";
 }
 
-TEST_F(NotesExport, LeavesOutTheAttachmentsWhenSoConfigured) {
+TEST_F(NotesExport, SkipsTheAttachmentsIfSoConfigured) {
   fill("10", "4");
   script_.exportConfig = withoutAttachments();
   mustExport();
@@ -341,7 +341,7 @@ TEST_F(NotesExport, LeavesOutTheAttachmentsWhenSoConfigured) {
   EXPECT_EQ(notes_.output({"count"}), "notes 10\nnotebooks 3\nattachments 0\n");
 }
 
-TEST_F(NotesExport, TakesTheSelectedNotebooksAloneAndNoTraceOfOthers) {
+TEST_F(NotesExport, UploadsTheSelectedNotebooksAndNoTraceOfOthers) {
   notes_.output({"init"});
   writeBytes(temp_.path() / "letters.txt", "abc");
   notes_.output({"add", "--notebook", "work", "Plan", "harmless"});
@@ -362,7 +362,7 @@ TEST_F(NotesExport, TakesTheSelectedNotebooksAloneAndNoTraceOfOthers) {
   EXPECT_EQ(notes_.output({"list"}), "1\twork\tPlan\n");
 }
 
-TEST_F(NotesExport, FailsOnASelectedFolderThatIsNoNotebook) {
+TEST_F(NotesExport, FailsOnASelectedDirectoryThatIsNotANotebook) {
   fill("3", "0");
   script_.folders = {"garage"};
   expectFailure("export", "notebook_unknown", "there is no notebook [garage]");
@@ -404,7 +404,7 @@ TEST_F(NotesExport, RunsOnceAtATime) {
   EXPECT_TRUE(tried);
 }
 
-TEST_F(NotesExport, LeavesNothingBehindWhereverItIsCanceledOrKilled) {
+TEST_F(NotesExport, LeavesNothingWhenCanceledOrKilledAtAnyRequest) {
   fill("10", "2");
   const std::string before = notes_.dump();
   const std::size_t requests = run("export").requests.size();
@@ -420,14 +420,14 @@ TEST_F(NotesExport, LeavesNothingBehindWhereverItIsCanceledOrKilled) {
     script_.killAt = at;
     EXPECT_EQ(run("export").signal, SIGKILL) << at;
     script_.killAt.reset();
-    EXPECT_EQ(notes_.check(), "ok\n") << at;  // the next run of anything tidies up
+    EXPECT_EQ(notes_.check(), "ok\n") << at;  // the next command removes leftovers
     expectNoLeftovers();
   }
   EXPECT_EQ(notes_.dump(), before);
   mustExport();
 }
 
-TEST_F(NotesExport, HandsOutDataOfRelease10AsItIs) {
+TEST_F(NotesExport, UploadsDataOfRelease10Unchanged) {
   notes_.make10(5, 7);
   const StepOutcome outcome = run("export");
   ASSERT_TRUE(outcome.succeeded()) << outcome.errors;
@@ -515,7 +515,7 @@ class NotesImport : public NotesPlugin {
   std::string live_;
 };
 
-TEST_F(NotesImport, PutsTheBackupInThePlaceOfTheLiveData) {
+TEST_F(NotesImport, ReplacesTheLiveDataWithTheBackup) {
   const StepOutcome outcome = run("import");
   EXPECT_TRUE(outcome.succeeded());
   EXPECT_EQ(outcome.errors, "");
@@ -532,13 +532,13 @@ TEST_F(NotesImport, PutsTheBackupInThePlaceOfTheLiveData) {
   }
 }
 
-TEST_F(NotesImport, MakesADirectoryThatIsGone) {
+TEST_F(NotesImport, CreatesAMissingDirectory) {
   fs::remove_all(notes_.dir());
   mustImport();
   expectRestored();
 }
 
-TEST_F(NotesImport, RestoredNotesGoOnBeingWritten) {
+TEST_F(NotesImport, RestoresNotesThatCanBeWritten) {
   mustImport();
   EXPECT_EQ(notes_.output({"add", "--notebook", "work", "Milk", "quintessence"}), "21\n");
   EXPECT_EQ(notes_.output({"search", "quintessence"}), "21\twork\tMilk\n");
@@ -599,7 +599,7 @@ TEST_F(NotesImport, RefusesADamagedDatabase) {
   expectUntouched();
 }
 
-TEST_F(NotesImport, RefusesAnAttachmentThatWouldLandElsewhere) {
+TEST_F(NotesImport, RefusesAnAttachmentPathOutsideTheDirectory) {
   fs::create_directories(temp_.path() / "forged");
   fs::copy_file(stored("notes.db"), temp_.path() / "forged/notes.db");
   Notes(temp_.path() / "forged").tamper("UPDATE attachments SET sha256 = '../x' WHERE id = 1");
@@ -653,7 +653,7 @@ TEST_F(NotesImport, ReplacesDataBetweenTwoCommandsOfAWriter) {
   BackgroundProgram writer(notes_.command({"write", "--pause", "1"}));
   EXPECT_NE(writer.readLine(), "");
   mustImport();
-  // Lines in flight may tell of the old notes; then the numbers go on from the restored ones.
+  // Buffered lines may belong to the old notes; then the numbers continue from the restored ones.
   std::string line = writer.readLine();
   while (line.size() < 2 || std::stoi(line) < 21) {
     ASSERT_NE(line, "");
@@ -664,7 +664,7 @@ TEST_F(NotesImport, ReplacesDataBetweenTwoCommandsOfAWriter) {
   EXPECT_EQ(notes_.check(), "ok\n");
 }
 
-TEST_F(NotesImport, KeepsTheOldStateWhereverItIsCanceled) {
+TEST_F(NotesImport, KeepsTheOldStateWhenCanceledAtAnyRequest) {
   for (std::size_t at = 0; at < kRequests; ++at) {
     script_.closeAt = at;
     const StepOutcome outcome = run("import");
@@ -675,7 +675,7 @@ TEST_F(NotesImport, KeepsTheOldStateWhereverItIsCanceled) {
   }
 }
 
-TEST_F(NotesImport, KeepsTheOldStateWhereverItIsKilledBeforeTheEnd) {
+TEST_F(NotesImport, KeepsTheOldStateWhenKilledBeforeTheEnd) {
   for (std::size_t at = 0; at < kRequests; ++at) {
     script_.killAt = at;
     const StepOutcome outcome = run("import");
@@ -685,7 +685,7 @@ TEST_F(NotesImport, KeepsTheOldStateWhereverItIsKilledBeforeTheEnd) {
   }
 }
 
-TEST_F(NotesImport, HasTheOldStateWhenKilledBeforeTheExchangeAndTheNewOneAfterIt) {
+TEST_F(NotesImport, HasTheNewStateOnlyAfterTheExchange) {
   for (const long call : {SYS_syncfs, SYS_renameat2}) {
     script_.fault = SystemCallFault::killAt(call);
     EXPECT_EQ(run("import").signal, SIGSYS) << call;
@@ -697,7 +697,7 @@ TEST_F(NotesImport, HasTheOldStateWhenKilledBeforeTheExchangeAndTheNewOneAfterIt
   expectRestored();
 }
 
-TEST_F(NotesImport, ReplacesInTwoStepsWhereDirectoriesCannotBeExchanged) {
+TEST_F(NotesImport, RenamesTwiceIfDirectoriesCannotBeExchanged) {
   script_.fault = SystemCallFault::refuseExchange();
   mustImport();
   expectRestored();
@@ -719,8 +719,8 @@ TEST_F(NotesImport, BringsDataOfRelease10UpToDate) {
   expectRestored();
 }
 
-// As a directory of release 1.0 lies on the framework's side.
-TEST_F(NotesImport, RefusesDataOfRelease10ThatDoesNotHoldTogether) {
+// The uploaded files have the layout of release 1.0.
+TEST_F(NotesImport, RefusesInconsistentDataOfRelease10) {
   fs::remove_all(script_.data / "notes");
   const Notes old(temp_.path() / "old");
   old.make10(2, 2);

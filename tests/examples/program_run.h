@@ -89,8 +89,8 @@ struct StepOutcome {
   std::string errorKey() const;  // "section.key" of a failure; empty without one
 };
 
-// Runs the executable with -f and -v in the current environment until it ends. Fails the test if a request
-// breaks its rule.
+// Runs the executable with -f and -v in the current environment until it ends. Fails the test if a
+// request breaks its rule.
 StepOutcome runStep(const std::filesystem::path &executable, const FrameworkScript &script);
 
 }  // namespace arvl_test

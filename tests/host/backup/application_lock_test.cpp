@@ -20,7 +20,7 @@ namespace {
 
 using arvl_test::storeErrorOf;
 
-TEST(ApplicationLock, IsLockedByOneAtATime) {
+TEST(ApplicationLock, HasOneHolderAtATime) {
   const arvl_test::TempDir dir;
   std::optional<ApplicationLock> lock(std::in_place, dir.at("app"));
   EXPECT_EQ(storeErrorOf([&] { ApplicationLock(dir.at("app")); })
@@ -32,12 +32,12 @@ TEST(ApplicationLock, IsLockedByOneAtATime) {
   EXPECT_EQ(storeErrorOf([&] { ApplicationLock(dir.at("app")); }), "");
 }
 
-TEST(ApplicationLock, IsFreeOnceTheHolderIsGone) {
+TEST(ApplicationLock, IsFreeAfterItsHolderExits) {
   const arvl_test::TempDir dir;
   const pid_t child = fork();
   if (child == 0) {
     const ApplicationLock lock(dir.at("app"));
-    _exit(0);  // as a process that is killed
+    _exit(0);  // without the destructor, like a killed process
   }
   int status = 0;
   waitpid(child, &status, 0);
@@ -45,7 +45,7 @@ TEST(ApplicationLock, IsFreeOnceTheHolderIsGone) {
   EXPECT_EQ(storeErrorOf([&] { ApplicationLock(dir.at("app")); }), "");
 }
 
-TEST(ApplicationLock, DoesNotWriteThroughALinkInPlaceOfTheLock) {
+TEST(ApplicationLock, RefusesASymbolicLinkAsLockFile) {
   const arvl_test::TempDir dir;
   dir.makeDir("app");
   std::ofstream(dir.at("precious")) << "contents";

@@ -31,7 +31,7 @@ class CatalogOf : public testing::Test {
   const Catalog catalog_{dir_.path()};
 };
 
-TEST(ApplicationName, IsThatOfAFolder) {
+TEST(ApplicationName, IsAValidDirectoryName) {
   for (const std::string name : {"notes", "an application", "a.b", "\xc3\xa4", "-x"}) {
     EXPECT_EQ(checkApplicationName(name), "") << name;
   }
@@ -45,14 +45,14 @@ TEST(ApplicationName, IsThatOfAFolder) {
             "\".x\"");
 }
 
-TEST(CatalogOfNothing, IsAnError) {
+TEST(CatalogOfNothing, CannotBeOpened) {
   EXPECT_EQ(storeErrorOf([] { Catalog("/no/store"); }),
             "cannot open the directory \"/no/store\": No such file or directory");
   EXPECT_EQ(storeErrorOf([] { Catalog("/dev/null"); }),
             "cannot open the directory \"/dev/null\": Not a directory");
 }
 
-TEST_F(CatalogOf, TellsBackupsFromAllElse) {
+TEST_F(CatalogOf, IgnoresEntriesThatAreNoBackups) {
   make({"app/20261121T092532.123Z", "app/20251121T092532.123Z", "app/20261121T092532.124Z.partial",
         "app/lost+found", "app/20261121T092532.123", "app/20261121T092532.123Z.old", "app/.partial",
         "app/x20261121T092532.123Z.partial", "other", ".hidden"});
@@ -74,7 +74,7 @@ TEST_F(CatalogOf, FollowsALinkToAnApplication) {
   EXPECT_EQ(catalog_.backups("app"), Names{"20261121T092532.123Z"});
 }
 
-TEST_F(CatalogOf, FindsTheLatestOrTheOneThatIsNamed) {
+TEST_F(CatalogOf, FindsTheLatestOrTheNamedBackup) {
   make({"app/20261121T092532.123Z", "app/20251121T092532.123Z", "app/20271121T092532.123Z.partial",
         "empty"});
   EXPECT_EQ(catalog_.find("app", ""), "20261121T092532.123Z");
@@ -88,12 +88,12 @@ TEST_F(CatalogOf, FindsTheLatestOrTheOneThatIsNamed) {
             "the store " + storeName() + " has no backup of none; it has backups of app");
 }
 
-TEST_F(CatalogOf, SaysThatAnEmptyStoreHasNothing) {
+TEST_F(CatalogOf, ReportsAnEmptyStore) {
   EXPECT_EQ(storeErrorOf([&] { catalog_.find("app", ""); }),
             "the store " + storeName() + " has no backup of app");
 }
 
-TEST_F(CatalogOf, NamesAnApplicationThatCannotBeRead) {
+TEST_F(CatalogOf, ReportsAnApplicationThatCannotBeRead) {
   EXPECT_EQ(storeErrorOf([&] { catalog_.backups("none"); }),
             "cannot read the directory \"" + dir_.at("none") + "\": No such file or directory");
 }

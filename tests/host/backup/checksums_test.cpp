@@ -55,7 +55,7 @@ TEST(Checksums, AreReadAsTheyWereWritten) {
   EXPECT_FALSE(reader.next());
 }
 
-TEST(Checksums, OfAPathThatCouldLeadElsewhereAreRefusedWithTheLine) {
+TEST(Checksums, WithAnUnsafePathAreRefusedWithTheLineNumber) {
   const TempDir dir;
   const std::string sum(64, 'a');
   const std::pair<const char *, const char *> cases[] = {
@@ -72,7 +72,7 @@ TEST(Checksums, OfAPathThatCouldLeadElsewhereAreRefusedWithTheLine) {
   }
 }
 
-TEST(Checksums, ThatAreNoneAreRefusedWithTheLine) {
+TEST(Checksums, WithAnInvalidLineAreRefusedWithTheLineNumber) {
   const TempDir dir;
   const std::string sum(64, 'a');
   for (const std::string &line :

@@ -40,7 +40,7 @@ TEST(FileIndex, KeepsEveryMember) {
   arvl_test::expectSame(*found, record);
 }
 
-TEST(FileIndex, FindsAPathByItsBytesAlone) {
+TEST(FileIndex, FindsOnlyThePathWithTheSameBytes) {
   FileIndex index;
   for (const char *path : {"/a", "/a/b", "/\xc3\xa4"}) {
     index.add(recordOf(path));
@@ -59,7 +59,7 @@ TEST(FileIndex, ReplacesTheRecordOfAPath) {
   EXPECT_EQ(pathsOf(index).size(), 1u);
 }
 
-TEST(FileIndex, CountsTheEntriesOfAFolderAndNotThoseBelow) {
+TEST(FileIndex, CountsTheDirectEntriesOfADirectory) {
   FileIndex index;
   for (const char *path : {"/a", "/b", "/a/1", "/a/2", "/a/2/3", "/ab/1"}) {
     index.add(recordOf(path));
@@ -71,7 +71,7 @@ TEST(FileIndex, CountsTheEntriesOfAFolderAndNotThoseBelow) {
   EXPECT_EQ(index.countIn("/none"), 0u);
 }
 
-TEST(FileIndex, GivesTheEntriesOfAFolderTogetherInTheOrderOfTheBytes) {
+TEST(FileIndex, ListsDirectoryByDirectoryInByteOrder) {
   FileIndex index;
   for (const char *path : {"/b/x", "/\xff", "/a-/x", "/B", "/a/x", "/a/Y", "/a"}) {
     index.add(recordOf(path));
@@ -89,7 +89,7 @@ TEST(FileIndex, HoldsManyEntries) {
   EXPECT_EQ(index.find("/folder/19999")->size, 19999);
 }
 
-TEST(FileIndex, KnowsAChecksumAsLongAsTheStatusStays) {
+TEST(FileIndex, KnowsAChecksumUntilTheFileStatusChanges) {
   struct stat status = {};
   status.st_ino = 7;
   status.st_dev = 1;
@@ -97,7 +97,7 @@ TEST(FileIndex, KnowsAChecksumAsLongAsTheStatusStays) {
   FileIndex index;
   index.addChecksum(status, "a checksum");
   EXPECT_EQ(index.checksumOf(status), "a checksum");
-  status.st_mtim.tv_sec = 1;  // anyone may set that
+  status.st_mtim.tv_sec = 1;  // any process can set the modification time
   EXPECT_EQ(index.checksumOf(status), "a checksum");
   for (const auto change :
        {+[](struct stat &s) { s.st_ino = 8; }, +[](struct stat &s) { s.st_dev = 2; },
@@ -128,7 +128,7 @@ TEST(FileIndex, TellsWhichMovedFilesHaveChanged) {
   EXPECT_FALSE(index.hasChangedSinceMove(copied));
   moved.st_ctim.tv_nsec = copied.st_ctim.tv_nsec = 6;
   EXPECT_TRUE(index.hasChangedSinceMove(moved));
-  EXPECT_FALSE(index.hasChangedSinceMove(copied));  // which is read again
+  EXPECT_FALSE(index.hasChangedSinceMove(copied));  // a changed copy is hashed again
   moved.st_ctim = {101, 5};
   EXPECT_TRUE(index.hasChangedSinceMove(moved));
 }

@@ -27,7 +27,7 @@ using Arguments = std::vector<std::string>;
 
 class Job : public JobFolder {
  protected:
-  // A plug-in with these steps alone.
+  // Creates a plug-in that has only these steps.
   std::string pluginOf(const Names &steps) const {
     const std::string folder = dir_.makeDir("plugin");
     for (const std::string &step : steps) {
@@ -36,7 +36,7 @@ class Job : public JobFolder {
     return folder;
   }
 
-  // A file of that content as the backup's only one.
+  // Backs up a single file with this content and returns the directory of the backup.
   fs::path backUpFile(const std::string &content) const {
     const std::string file = dir_.makeFile("local/file", content);
     script("export", {{"upload", "file", file, "/file"}});
@@ -46,7 +46,7 @@ class Job : public JobFolder {
   void expectNothingLeft() const { EXPECT_EQ(backups(), Names{}); }
 };
 
-// ---- What comes is what goes.
+// ---- A restore returns what was backed up.
 
 class MinimalJob : public JobFolder {
  protected:
@@ -62,7 +62,7 @@ class MinimalJob : public JobFolder {
   }
 };
 
-TEST_F(MinimalJob, BringsBackEveryByteNameModeAndTime) {
+TEST_F(MinimalJob, RestoresEveryByteNameModeAndTime) {
   const auto before = treeOf(at("local/source"));
   ASSERT_EQ(before.size(), 16u);
   const ProcessResult backup = runMinimal("backup");
@@ -88,7 +88,7 @@ TEST_F(MinimalJob, WritesChecksumsThatSha256sumAccepts) {
   EXPECT_EQ(run({"/bin/sh", "-c", check, latest("minimal").string()}).status, 1);
 }
 
-TEST_F(MinimalJob, TellsOfEachStepAndOfWhatCame) {
+TEST_F(MinimalJob, ReportsEachStepAndWhatWasBackedUp) {
   const ProcessResult backup = runMinimal("backup", {"--language", "ger"});
   const std::string id = latest("minimal").filename();
   EXPECT_EQ(backup.out.substr(0, 31), "backup of minimal\nstep summary\n");
@@ -106,7 +106,7 @@ TEST_F(MinimalJob, TellsOfEachStepAndOfWhatCame) {
                     "\nrestored minimal from " + id + "\n  served    11 files, 3.0 MiB\n  time "));
 }
 
-TEST_F(MinimalJob, RestoresTheBackupThatIsNamed) {
+TEST_F(MinimalJob, RestoresTheNamedBackup) {
   writeBytes(at("local/source/plain"), "the first");
   ASSERT_EQ(runMinimal("backup").status, 0);
   const std::string first = latest("minimal").filename();
@@ -145,7 +145,7 @@ Json::Value recordOf(const fs::path &data, const std::string &path, const std::s
   return record;
 }
 
-TEST_F(Job, KeepsAllThatIsKnownInTheManifest) {
+TEST_F(Job, WritesACompleteManifest) {
   const std::string results =
       R"([{"handler":"mail","handler_type":"server","result":{"boxes":[1,2]}}])";
   dir_.makeFile("local/a file", "contents");
@@ -194,7 +194,7 @@ TEST_F(Job, KeepsAllThatIsKnownInTheManifest) {
   EXPECT_TRUE(holds(restore.out, "\n[stdout] mail server {\"boxes\":[1,2]}\n"));
 }
 
-TEST_F(Job, ServesNoExternalResultWhereNoneWasGiven) {
+TEST_F(Job, ServesNoExternalResultIfNoneWasGiven) {
   mustBackUp();
   script("import", {{"show external results"}});
   const ProcessResult result = restore();
@@ -212,7 +212,7 @@ TEST_F(Job, RefusesAnExternalResultThatBreaksTheRules) {
 
 // ---- Steps that are missing or fail.
 
-TEST_F(Job, NeedsTheExecutableOfItsTransfer) {
+TEST_F(Job, FailsWithoutAnExportOrImportExecutable) {
   const std::string plugin = pluginOf({"summary", "can_export", "can_import"});
   for (const auto &[command, step] :
        {std::pair("backup", "export"), std::pair("restore", "import")}) {
@@ -225,8 +225,8 @@ TEST_F(Job, NeedsTheExecutableOfItsTransfer) {
   EXPECT_EQ(namesIn(at("store")), Names{});
 }
 
-// One that was copied without its mode has lost nothing of what its author wants of it.
-TEST_F(Job, DoesNotLeaveOutAStepThatIsThereAndCannotBeRun) {
+// A copy of the plug-in may have lost the file modes: to skip its steps would hide that.
+TEST_F(Job, ReportsANonExecutableStepAsAnError) {
   const std::string plugin = pluginOf({"export", "import"});
   for (const auto &[command, step] :
        {std::pair("backup", "can_export"), std::pair("restore", "can_import")}) {
@@ -250,7 +250,7 @@ TEST_F(Job, DoesNotLeaveOutAStepThatIsThereAndCannotBeRun) {
   }
 }
 
-TEST_F(Job, LeavesOutTheStepsThatThePluginDoesNotHave) {
+TEST_F(Job, SkipsTheStepsThatThePluginDoesNotHave) {
   const std::string plugin = pluginOf({"export", "import"});
   const ProcessResult backup = run(storeCommand("backup", {"--plugin", plugin}), variables());
   EXPECT_EQ(backup.status, 0);
@@ -269,7 +269,7 @@ TEST_F(Job, LeavesOutTheStepsThatThePluginDoesNotHave) {
   EXPECT_EQ(parseJson(restore.out)["missing_steps"], parseJson(R"(["can_import"])"));
 }
 
-TEST_F(Job, GoesOnAfterAnEstimateThatDoesNotFit) {
+TEST_F(Job, ContinuesAfterAnEstimateBeyond32Bits) {
   script("estimate_exportion", {{"be", "an estimate of 3 GB"}});
   const ProcessResult result = backup();
   EXPECT_EQ(result.status, 0);
@@ -284,7 +284,7 @@ TEST_F(Job, GoesOnAfterAnEstimateThatDoesNotFit) {
   EXPECT_EQ(manifest["estimate"]["size"].asInt64(), 3000000000);
 }
 
-TEST_F(Job, FailsIfNoPacketCouldHandTheExportResultToAnImport) {
+TEST_F(Job, FailsIfTheExportResultIsTooLargeForAnImportPacket) {
   script("export", {{"be", "exports a result for no packet"}});
   const ProcessResult result = backup();
   EXPECT_EQ(result.status, 2);
@@ -294,7 +294,7 @@ TEST_F(Job, FailsIfNoPacketCouldHandTheExportResultToAnImport) {
   EXPECT_EQ(backups(), std::set<std::string>{});
 }
 
-// In KiB, of any child so far.
+// Returns the largest peak memory of a child so far, in KiB.
 long peakMemoryOfChildren() {
   rusage usage = {};
   getrusage(RUSAGE_CHILDREN, &usage);
@@ -307,7 +307,7 @@ constexpr bool kHasSanitizer = true;
 constexpr bool kHasSanitizer = false;
 #endif
 
-TEST_F(Job, TakesBoundedMemoryForTheLargestManifest) {
+TEST_F(Job, UsesBoundedMemoryForTheLargestManifest) {
   if (kHasSanitizer) {
     GTEST_SKIP() << "a sanitizer takes memory of its own";
   }
@@ -334,7 +334,7 @@ struct Failure {
   Arguments more = {};
 };
 
-TEST_F(Job, EndsWithTheStepThatFailsAndLeavesNothing) {
+TEST_F(Job, StopsAtAFailedStepAndLeavesNothing) {
   const Failure cases[] = {
       {"summary", {"be", "no JSON"}, 3, "the step summary ended with protocol violation"},
       {"estimate_exportion",
@@ -381,24 +381,24 @@ TEST_F(Job, EndsWithTheStepThatFailsAndLeavesNothing) {
   }
 }
 
-TEST_F(Job, EndsARestoreWithTheStepThatFails) {
+TEST_F(Job, StopsARestoreAtAFailedStep) {
   mustBackUp();
   script("can_import", {{"fail", "versions", "unknown"}});
   const ProcessResult result = restore();
   EXPECT_EQ(result.status, 1);
   EXPECT_EQ(lastLine(result.err),
             "error: the step can_import ended with failure, section \"versions\", key \"unknown\"");
-  EXPECT_EQ(countOf(result.out, "step import"), 0u);  // nothing is imported then
+  EXPECT_EQ(countOf(result.out, "step import"), 0u);  // the import step does not run
 }
 
-TEST_F(Job, ShowsWhatTheRuleBookSays) {
+TEST_F(Job, ShowsRuleBookWarnings) {
   script("export", {{"be", "an unknown type"}});
   const ProcessResult result = backup();
   EXPECT_EQ(result.status, 3);
   EXPECT_TRUE(holds(result.err, "warning: rule book: invalid packet type 99\n"));
 }
 
-TEST_F(Job, IsInterruptedAndLeavesNothing) {
+TEST_F(Job, LeavesNothingWhenInterrupted) {
   for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
     script("export", {{"be", "waits for a cancel"}});
     Command command(job("backup"), variables());
@@ -424,9 +424,9 @@ TEST_F(Job, KillsThePluginOnTheSecondCtrlC) {
   expectNothingLeft();
 }
 
-TEST_F(Job, IsInterruptedWhileItReadsWhatWasMoved) {
+TEST_F(Job, CanBeInterruptedWhileItReadsAMovedFile) {
   dir_.makeFile("local/endless");
-  fs::resize_file(at("local/endless"), std::uintmax_t(1) << 38);  // takes no room, and long to read
+  fs::resize_file(at("local/endless"), std::uintmax_t(1) << 38);  // a sparse file, slow to read
   script("export", {{"move", "file", at("local/endless"), "/endless"}});
   Command command(job("backup"), variables());
   ASSERT_TRUE(command.waitFor("\nstep export: success"));
@@ -439,7 +439,7 @@ TEST_F(Job, IsInterruptedWhileItReadsWhatWasMoved) {
 
 // ---- Transfers.
 
-TEST_F(Job, KeepsAWholeTreeCopiedOrMoved) {
+TEST_F(Job, BacksUpAWholeTreeCopiedOrMoved) {
   makeOddTree(at("local/copied"));
   makeOddTree(at("local/moved"));
   const auto copied = treeOf(at("local/copied"));
@@ -473,7 +473,7 @@ TEST_F(Job, KeepsTheLastOfTwoUploadsToOnePath) {
   EXPECT_EQ(parseJson(bytesOf(folder / "manifest.json"))["actual"]["size"], 14 + 9);
 }
 
-TEST_F(Job, CopiesWhatIsToBeMovedWhileItIsOpenForWriting) {
+TEST_F(Job, CopiesInsteadOfMovingAFileThatIsOpenForWriting) {
   const std::string file = dir_.makeFile("local/file", "contents");
   const std::string fifo = makeFifo();
   script("export", {{"move", "file", file, "/file"}, {"wait", fifo}});
@@ -496,8 +496,8 @@ TEST_F(Job, CopiesWhatIsToBeMovedWhileItIsOpenForWriting) {
   EXPECT_EQ(parseJson(bytesOf(latest() / "manifest.json"))["changed"][0], file);
 }
 
-// By a descriptor for reading, which no lease forbids, it can be opened again under its new name.
-TEST_F(Job, DoesNotKeepABackupWhoseMovedFileIsWritten) {
+// A lease permits descriptors for reading. Through one, the moved file can be opened for writing.
+TEST_F(Job, FailsIfAMovedFileIsWrittenLater) {
   const std::string file = dir_.makeFile("local/file", "contents");
   const std::string fifo = makeFifo();
   script("export", {{"move", "file", file, "/file"}, {"wait", fifo}});
@@ -521,7 +521,7 @@ TEST_F(Job, DoesNotKeepABackupWhoseMovedFileIsWritten) {
   expectNothingLeft();
 }
 
-TEST_F(Job, LetsNothingOutOfTheBackup) {
+TEST_F(Job, WritesNothingOutsideTheBackup) {
   const std::string file = dir_.makeFile("local/file", "contents");
   script("export",
          {{"upload", "file", file, "/../../../outside"}, {"upload", "file", file, "/folder/.."}});
@@ -535,7 +535,7 @@ TEST_F(Job, LetsNothingOutOfTheBackup) {
   EXPECT_EQ(backups().size(), 1u);
 }
 
-TEST_F(Job, GoesOnWithoutATerminalWhereTheUserSaysSo) {
+TEST_F(Job, ContinuesAfterAHangUpUnderNohup) {
   const std::string fifo = makeFifo();
   script("export", {{"wait", fifo}});
   Arguments words = {"/usr/bin/nohup"};
@@ -548,7 +548,7 @@ TEST_F(Job, GoesOnWithoutATerminalWhereTheUserSaysSo) {
   EXPECT_EQ(running.finish().status, 0);
 }
 
-TEST_F(Job, IsForTheOwnerAlone) {
+TEST_F(Job, IsReadableByTheOwnerOnly) {
   const fs::path folder = backUpFile("contents");
   for (const fs::path &path : {folder, folder / "manifest.json", folder / "SHA256SUMS"}) {
     EXPECT_EQ(fs::status(path).permissions() & (fs::perms::group_all | fs::perms::others_all),
@@ -557,7 +557,7 @@ TEST_F(Job, IsForTheOwnerAlone) {
   }
 }
 
-TEST_F(Job, TellsOfWhatWasDeniedAfterASuccess) {
+TEST_F(Job, ReportsDenialsAfterASuccess) {
   const std::string file = dir_.makeFile("local/file", "contents");
   script("export", {{"upload", "file", file, "/a"}, {"upload", "file", at("local/none"), "/b"}});
   const ProcessResult result = backup();
@@ -571,7 +571,7 @@ TEST_F(Job, TellsOfWhatWasDeniedAfterASuccess) {
   EXPECT_EQ(manifest["denials"][0], denial);
 }
 
-TEST_F(Job, KeepsNoFolderOfARequestThatIsDenied) {
+TEST_F(Job, KeepsNoDirectoryOfADeniedRequest) {
   std::string tooLong;
   while (tooLong.size() < PATH_MAX) {
     tooLong += "/" + std::string(250, 'n');
@@ -584,7 +584,7 @@ TEST_F(Job, KeepsNoFolderOfARequestThatIsDenied) {
   EXPECT_EQ(onStore("verify").status, 0);
 }
 
-TEST_F(Job, IsWholeWhateverALongPathOfADeniedUploadLeaves) {
+TEST_F(Job, IsConsistentAfterAnUploadIsDeniedForALongPath) {
   const std::string data = at("store") + "/unruly/20261121T092532.123Z.partial/data";
   std::string deep;
   while (data.size() + deep.size() < PATH_MAX - 1 - 202) {
@@ -599,7 +599,7 @@ TEST_F(Job, IsWholeWhateverALongPathOfADeniedUploadLeaves) {
   EXPECT_EQ(onStore("verify").status, 0);
 }
 
-TEST_F(Job, IsWholeWhateverAMoveThatIsDeniedLeaves) {
+TEST_F(Job, IsConsistentAfterADeniedMove) {
   const std::string own = dir_.makeDir("local/own");
   writeBytes(own + "/own", "");
   const std::string tree = dir_.makeDir("local/tree");
@@ -615,7 +615,7 @@ TEST_F(Job, IsWholeWhateverAMoveThatIsDeniedLeaves) {
 
 TEST_F(Job, CountsEveryDenialAndSaysWhenItStopsShowingThem) {
   std::string uploads;
-  for (int i = 0; i < 150; ++i) {  // the first of them twice
+  for (int i = 0; i < 150; ++i) {  // the first request is sent twice
     uploads += "upload\tfile\t" + at("local/none") + std::to_string(i % 149) + "\t/x\n";
   }
   writeBytes(at("script/export"), uploads);
@@ -636,7 +636,7 @@ TEST_F(Job, CountsEveryDenialAndSaysWhenItStopsShowingThem) {
   EXPECT_EQ(report["denial_count"], 150);
 }
 
-TEST_F(Job, SkipsAFileThatVanishesFromAFolderAndNamesIt) {
+TEST_F(Job, SkipsAndNamesAFileThatVanishesFromADirectory) {
   const std::string tree = dir_.makeDir("local/tree");
   const std::string vanishing = tree + "/vanishing";
   const std::string skipped =
@@ -673,7 +673,7 @@ TEST_F(Job, SkipsAFileThatVanishesFromAFolderAndNamesIt) {
   EXPECT_TRUE(holds(step.out, "\n[host] " + skipped));
 }
 
-TEST_F(Job, TakesWhatARequestHasBesideItsRule) {
+TEST_F(Job, AcceptsUnknownMembersInARequest) {
   backUpFile("contents");
   script("import", {{"be", "asks with more than is read"}});
   const ProcessResult result = restore();
@@ -681,7 +681,7 @@ TEST_F(Job, TakesWhatARequestHasBesideItsRule) {
   EXPECT_EQ(countOf(result.err, "error: in Json"), 0u) << result.err;
 }
 
-TEST_F(Job, KeepsAndGivesBackATreeDeeperThanTheUsualDescriptors) {
+TEST_F(Job, RestoresATreeDeeperThanTheDescriptorLimit) {
   const fs::path top = at("local/tree");
   fs::path folder = top;
   for (int level = 0; level < 400; ++level) {
@@ -701,7 +701,7 @@ TEST_F(Job, KeepsAndGivesBackATreeDeeperThanTheUsualDescriptors) {
   EXPECT_EQ(treeOf(at("back")), treeOf(top));
 }
 
-TEST_F(Job, GivesBackTheModesAndTimesOfAStoreThatWasCopiedWithoutThem) {
+TEST_F(Job, RestoresModesAndTimesFromTheManifest) {
   const fs::path folder = backUpFile("contents");
   const auto before = treeOf(folder / "data");
   fs::permissions(folder / "data/file", fs::perms::all);
@@ -713,7 +713,7 @@ TEST_F(Job, GivesBackTheModesAndTimesOfAStoreThatWasCopiedWithoutThem) {
   EXPECT_EQ(treeOf(at("back")), before);
 }
 
-TEST_F(Job, IsNotRestoredFromTheFolderOfAnother) {
+TEST_F(Job, IsNotRestoredFromTheDirectoryOfAnotherApplication) {
   const fs::path folder = backUpFile("contents");
   fs::create_directories(at("store/other"));
   run({"/bin/cp", "-a", folder.string(), at("store/other")});
@@ -729,7 +729,7 @@ TEST_F(Job, IsNotRestoredFromTheFolderOfAnother) {
   EXPECT_EQ(verified.err, "error: other " + id + ": manifest.json: " + error + "\n");
 }
 
-TEST_F(Job, IsNotWrittenToWhileItIsRestored) {
+TEST_F(Job, DoesNotChangeTheBackupDuringARestore) {
   const fs::path folder = backUpFile("contents");
   const auto before = treeOf(folder);
   script("import", {{"upload", "file", at("local/file"), "/another"},
@@ -749,7 +749,7 @@ TEST_F(Job, IsNotWrittenToWhileItIsRestored) {
   EXPECT_EQ(bytesOf(at("local/file")), "contents");
 }
 
-TEST_F(Job, DeniesAListingWithAFileBeyondTheProtocolByName) {
+TEST_F(Job, DeniesAListingWithATooLargeFileAndNamesTheFile) {
   dir_.makeFile("local/big");
   fs::resize_file(at("local/big"), std::uintmax_t(1) << 31);
   script("export", {{"create", "/folder"},
@@ -775,12 +775,12 @@ TEST_F(Job, ListsALinkAndDeliversIt) {
   const ProcessResult result = restore({"--trace", at("trace"), "--trace-full"});
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(countOf(result.out, "denied"), 0u) << result.out;
-  // A plug-in's own library takes no link from a listing, so the answer is looked up on the wire.
+  // The plug-in's library ignores links in a listing, so the test looks at the packets.
   EXPECT_TRUE(holds(bytesOf(at("trace")), R"("path":"/link","size":11,"type":"symlink")"));
   EXPECT_EQ(fs::read_symlink(at("local/back")), "/etc/passwd");
 }
 
-// ---- Damage, as a restore meets it.
+// ---- Restores of damaged backups.
 
 TEST_F(Job, DeliversNothingOfADamagedFile) {
   const fs::path folder = backUpFile("contents");
@@ -798,7 +798,7 @@ TEST_F(Job, DeliversNothingOfADamagedFile) {
   EXPECT_EQ(namesIn(at("local")), (Names{"back", "file"}));
 }
 
-TEST_F(Job, CountsWhatWasDeliveredAlone) {
+TEST_F(Job, CountsOnlyDeliveredFiles) {
   const std::string tree = dir_.makeDir("local/tree");
   writeBytes(tree + "/file", "contents");
   ASSERT_EQ(mkfifo((tree + "/fifo").c_str(), 0600), 0);
@@ -827,7 +827,7 @@ struct Damaged {
   const char *denial;
 };
 
-TEST_F(Job, DeniesWhatIsNotWhatWasBackedUp) {
+TEST_F(Job, DeniesEntriesThatDifferFromTheManifest) {
   makeOddTree(at("local/tree"));
   script("export", {{"upload", "dir", at("local/tree"), "/tree"}});
   const fs::path folder = mustBackUp();
@@ -857,7 +857,7 @@ TEST_F(Job, DeniesWhatIsNotWhatWasBackedUp) {
   }
 }
 
-TEST_F(Job, IsNotRestoredByADamagedManifest) {
+TEST_F(Job, IsNotRestoredWithADamagedManifest) {
   const fs::path folder = backUpFile("contents");
   const std::string manifest = bytesOf(folder / "manifest.json");
   const std::string checksums = bytesOf(folder / "SHA256SUMS");
@@ -885,7 +885,7 @@ TEST_F(Job, IsNotRestoredByADamagedManifest) {
             "\"" + (folder / "SHA256SUMS").string() + "\" has no checksum of manifest.json");
 }
 
-TEST_F(Job, IsNotRestoredThroughALinkInPlaceOfItsData) {
+TEST_F(Job, IsNotRestoredIfItsDataDirectoryIsALink) {
   const fs::path folder = backUpFile("contents");
   fs::rename(folder / "data", at("outside"));
   fs::create_symlink(at("outside"), folder / "data");
@@ -895,7 +895,7 @@ TEST_F(Job, IsNotRestoredThroughALinkInPlaceOfItsData) {
                             "\": Not a directory\n");
 }
 
-TEST_F(Job, OfANewerHostIsNotRestored) {
+TEST_F(Job, DoesNotRestoreABackupOfANewerVersion) {
   const fs::path folder = mustBackUp();
   damage(folder / "manifest.json", "\"version\":1", "\"version\":2");
   const ProcessResult result = restore();
@@ -905,9 +905,9 @@ TEST_F(Job, OfANewerHostIsNotRestored) {
                                       "use the newer one");
 }
 
-// ---- Several at once, and what a killed one leaves.
+// ---- Concurrent and killed backups.
 
-TEST_F(Job, OfOneApplicationRunsAloneAndNamesTheHolder) {
+TEST_F(Job, RefusesASecondBackupOfAnApplicationAndNamesTheHolder) {
   const std::string fifo = makeFifo();
   script("export", {{"wait", fifo}});
   Command first(job("backup"), variables());
@@ -925,7 +925,7 @@ TEST_F(Job, OfOneApplicationRunsAloneAndNamesTheHolder) {
   EXPECT_EQ(backups().size(), 2u);
 }
 
-TEST_F(Job, RemovesWhatAKilledOneLeft) {
+TEST_F(Job, RemovesTheUnfinishedBackupOfAKilledHost) {
   const std::string fifo = makeFifo();
   script("export", {{"upload", "dir", at("local"), "/local"}, {"wait", fifo}});
   {
@@ -933,7 +933,7 @@ TEST_F(Job, RemovesWhatAKilledOneLeft) {
     ASSERT_TRUE(killed.waitFor("[stdout] waiting\n"));
     killed.signal(SIGKILL);
     killed.finish();
-    release(fifo);  // the plug-in, to see that its host is gone
+    release(fifo);  // lets the plug-in notice that its host has exited
   }
   ASSERT_EQ(backups().size(), 1u);
   const std::string left = *backups().begin();
@@ -947,9 +947,9 @@ TEST_F(Job, RemovesWhatAKilledOneLeft) {
   EXPECT_EQ(backups(), Names{latest().filename()});
 }
 
-// ---- A disk that is full.
+// ---- Full disks.
 
-TEST_F(Job, DeniesAFileThatDoesNotFitAndLeavesNothing) {
+TEST_F(Job, DeniesAFileThatFillsTheStoreAndLeavesNothing) {
   const SmallFileSystem disk(at("store"), "size=64k");
   if (!disk.isMounted()) {
     GTEST_SKIP() << "mounting is not permitted here";
@@ -972,8 +972,8 @@ TEST_F(Job, LeavesNothingWhenTheManifestDoesNotFit) {
     GTEST_SKIP() << "mounting is not permitted here";
   }
   const long page = sysconf(_SC_PAGESIZE);
-  const std::string file =
-      dir_.makeFile("local/f", std::string((64 << 10) - page, 'x'));  // the lock
+  // The lock file takes the last page.
+  const std::string file = dir_.makeFile("local/f", std::string((64 << 10) - page, 'x'));
   script("export", {{"upload", "file", file, "/f"}});
   const ProcessResult result = backup();
   EXPECT_EQ(result.status, 2);
@@ -981,7 +981,7 @@ TEST_F(Job, LeavesNothingWhenTheManifestDoesNotFit) {
   expectNothingLeft();
 }
 
-TEST_F(Job, DeniesAFileThatDoesNotFitWhereItIsRestored) {
+TEST_F(Job, DeniesAFileThatFillsTheRestoreTarget) {
   const std::string large = dir_.makeFile("local/large", std::string(1 << 20, 'x'));
   script("export", {{"upload", "file", large, "/large"}});
   mustBackUp();
@@ -998,12 +998,13 @@ TEST_F(Job, DeniesAFileThatDoesNotFitWhereItIsRestored) {
   EXPECT_EQ(namesIn(at("target")), Names{});
 }
 
-TEST_F(Job, LeavesNothingWhenItCannotBegin) {
+TEST_F(Job, LeavesNothingWhenItCannotStart) {
   const SmallFileSystem disk(at("store"), "nr_inodes=4");
   if (!disk.isMounted()) {
     GTEST_SKIP() << "mounting is not permitted here";
   }
-  const ProcessResult result = backup();  // its folder fits, and the one within does not
+  // There is an inode for its directory, but none for "data".
+  const ProcessResult result = backup();
   EXPECT_EQ(result.status, 2);
   EXPECT_TRUE(holds(lastLine(result.err), "/data\": No space left on device"));
   expectNothingLeft();

@@ -65,7 +65,7 @@ class ManifestFixture : public testing::Test {
     while (const std::optional<FileRecord> record = reader.next()) {
       records.push_back(*record);
     }
-    EXPECT_FALSE(reader.next());  // and stays at the end
+    EXPECT_FALSE(reader.next());  // the end is reported again
     return records;
   }
 

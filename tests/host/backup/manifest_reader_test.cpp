@@ -21,7 +21,7 @@ using arvl_test::storeErrorOf;
 
 class ManifestReaderOf : public arvl_test::ManifestFixture {};
 
-TEST_F(ManifestReaderOf, IsReadAsItWasWritten) {
+TEST_F(ManifestReaderOf, ReadsWhatWasWritten) {
   const Manifest written = someManifest();
   FileRecord folder = recordOf("/folder", FileType::kDir);
   FileRecord file = recordOf("/folder/na\xffme\n\\ \xed\xb2\x80", FileType::kFile);
@@ -43,7 +43,7 @@ TEST_F(ManifestReaderOf, IsReadAsItWasWritten) {
   EXPECT_EQ(read.started, written.started);
   EXPECT_EQ(read.finished, written.finished);
   EXPECT_EQ(read.summary, written.summary);
-  // As text: of a number beyond 32 bits, one reader makes a signed value and the other an unsigned one.
+  // Compare text: one parser makes large numbers signed, the other unsigned.
   EXPECT_EQ(read.estimate.toStyledString(), written.estimate.toStyledString());
   EXPECT_TRUE(read.isEstimateRefused);
   EXPECT_EQ(read.exportResult, written.exportResult);
@@ -64,7 +64,7 @@ TEST_F(ManifestReaderOf, IsReadAsItWasWritten) {
   expectSame(records[2], link);
 }
 
-TEST_F(ManifestReaderOf, OfAnOlderVersionIsReadWithoutCounts) {
+TEST_F(ManifestReaderOf, ReadsAnOlderManifestWithoutCounts) {
   write(someManifest());
   std::string text = bytesOf(path());
   for (const std::string line :
@@ -84,7 +84,7 @@ struct Text {
   const char *error;
 };
 
-TEST_F(ManifestReaderOf, ThatIsNoneIsRefusedWithTheLine) {
+TEST_F(ManifestReaderOf, RefusesAnInvalidManifestWithTheLineNumber) {
   const std::string first = "{\"format\":\"arvl-backup\",\"version\":1,\n";
   const std::string head = first + "\"application\":\"a\",\n\"files\":[\n";
   const std::string good = R"({"path":"/a","type":"file","size":0,"mode":"0644","mtime":0,)"
@@ -118,8 +118,8 @@ TEST_F(ManifestReaderOf, ThatIsNoneIsRefusedWithTheLine) {
   EXPECT_EQ(errorWith(head + relative + "\n]}\n"), "line 4: a path does not begin with a slash");
 }
 
-// Below a backup, and nowhere else.
-TEST_F(ManifestReaderOf, WithAPathThatCouldLeadElsewhereIsRefusedWithTheLine) {
+// Accepts only paths below the backup.
+TEST_F(ManifestReaderOf, RefusesAnUnsafePathWithTheLineNumber) {
   const std::string head = "{\"format\":\"arvl-backup\",\"version\":1,\n\"files\":[\n";
   const auto errorOfPath = [&](const std::string &path) {
     return errorWith(head + "{\"path\":\"" + path +
@@ -142,7 +142,7 @@ TEST_F(ManifestReaderOf, WithAPathThatCouldLeadElsewhereIsRefusedWithTheLine) {
   }
 }
 
-TEST_F(ManifestReaderOf, OfALaterVersionIsRefusedByItsVersionAlone) {
+TEST_F(ManifestReaderOf, RefusesANewerVersionWithoutReadingFurther) {
   dir_.makeFile("manifest.json", "{\"format\":\"arvl-backup\",\"version\":2,\nanything\n");
   EXPECT_THROW(ManifestReader reader(dir_.path()), CannotExamine);
   EXPECT_EQ(storeErrorOf([&] { ManifestReader reader(dir_.path()); }),
@@ -150,7 +150,7 @@ TEST_F(ManifestReaderOf, OfALaterVersionIsRefusedByItsVersionAlone) {
                 "\" is of version 2, this arvl-host reads up to version 1: use the newer one");
 }
 
-TEST_F(ManifestReaderOf, ThatIsMissingIsNamed) {
+TEST_F(ManifestReaderOf, NamesAMissingManifest) {
   EXPECT_EQ(storeErrorOf([&] { ManifestReader reader(dir_.path()); }),
             "cannot open \"" + path() + "\": No such file or directory");
 }

@@ -15,7 +15,7 @@ TEST(Totals, CountEachType) {
   record.type = FileType::kDir;
   addTo(totals, record);
   record.type = FileType::kSymlink;
-  addTo(totals, record);  // whose size is not one of content
+  addTo(totals, record);  // the size of a link is not counted
   EXPECT_EQ(totals.files, 2u);
   EXPECT_EQ(totals.folders, 1u);
   EXPECT_EQ(totals.links, 1u);

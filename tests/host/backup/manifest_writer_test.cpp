@@ -24,7 +24,7 @@ using arvl_test::storeErrorOf;
 
 class ManifestWriter : public arvl_test::ManifestFixture {};
 
-TEST_F(ManifestWriter, WritesAMemberOrAnEntryOnEachLine) {
+TEST_F(ManifestWriter, WritesOneMemberOrEntryPerLine) {
   FileRecord link = recordOf("/a folder/\xff", FileType::kSymlink);
   link.size = 2;
   link.target = "\"\n";
@@ -61,7 +61,7 @@ TEST_F(ManifestWriter, WritesAMemberOrAnEntryOnEachLine) {
             sum + "  data/file\n" + sha256Of(text) + "  manifest.json\n");
 }
 
-TEST_F(ManifestWriter, IsStrictJsonWhateverItHolds) {
+TEST_F(ManifestWriter, WritesStrictJsonForAnyContent) {
   files_.add(recordOf("/\xff\x01\"", FileType::kFile));
   write(someManifest());
   Json::CharReaderBuilder builder;
@@ -78,14 +78,14 @@ TEST_F(ManifestWriter, IsStrictJsonWhateverItHolds) {
   EXPECT_EQ(text.find('\xff'), std::string::npos);
 }
 
-TEST_F(ManifestWriter, HoldsNoFileAsWell) {
+TEST_F(ManifestWriter, WritesAManifestWithoutFiles) {
   write(Manifest());
   EXPECT_TRUE(records().empty());
   EXPECT_EQ(ManifestReader(dir_.path()).manifest().dataVersion(), "");
   checkManifestFile(dir_.path());
 }
 
-// Arrays within arrays.
+// Returns nested arrays.
 Json::Value nested(int levels) {
   Json::Value value;
   for (int i = 0; i < levels; ++i) {
@@ -96,7 +96,7 @@ Json::Value nested(int levels) {
   return value;
 }
 
-TEST_F(ManifestWriter, IsWrittenOnlyIfItCanBeReadAgain) {
+TEST_F(ManifestWriter, RefusesContentThatCouldNotBeReadAgain) {
   Manifest manifest;
   bool isRefused = false;
   for (int levels = 190; levels <= 210; ++levels) {
@@ -112,7 +112,7 @@ TEST_F(ManifestWriter, IsWrittenOnlyIfItCanBeReadAgain) {
   EXPECT_TRUE(isRefused);
 }
 
-TEST_F(ManifestWriter, IsNotHalfWritten) {
+TEST_F(ManifestWriter, LeavesNoFileAfterAnError) {
   Manifest manifest;
   manifest.summary = nested(2000);
   EXPECT_EQ(storeErrorOf([&] { write(manifest); }),

@@ -31,7 +31,7 @@ class NewBackupIn : public testing::Test {
   const Catalog catalog_{dir_.path()};
 };
 
-TEST_F(NewBackupIn, NamesABackupAfterTheLastWhateverTheClockSays) {
+TEST_F(NewBackupIn, ChoosesAnIdAfterTheLastEvenIfTheClockIsBehind) {
   make({"app/29991231T235959.999Z"});
   NewBackup backup(catalog_, "app");
   EXPECT_EQ(backup.id(), "30000101T000000.000Z");
@@ -39,7 +39,7 @@ TEST_F(NewBackupIn, NamesABackupAfterTheLastWhateverTheClockSays) {
   EXPECT_EQ(catalog_.find("app", ""), "30000101T000000.000Z");
 }
 
-TEST_F(NewBackupIn, GivesABackupItsNameWhenItIsFinished) {
+TEST_F(NewBackupIn, RenamesABackupWhenItIsFinished) {
   NewBackup backup(catalog_, "app");
   EXPECT_EQ(backup.partialFolder(), dir_.path() / "app" / (backup.id() + ".partial"));
   EXPECT_TRUE(fs::is_directory(backup.partialFolder() / "data"));
@@ -52,7 +52,7 @@ TEST_F(NewBackupIn, GivesABackupItsNameWhenItIsFinished) {
   EXPECT_TRUE(fs::is_directory(backup.folder() / "data"));
 }
 
-TEST_F(NewBackupIn, LeavesNothingOfABackupThatIsNotFinished) {
+TEST_F(NewBackupIn, RemovesItselfIfItIsNotFinished) {
   {
     const NewBackup backup(catalog_, "app");
     std::ofstream(backup.partialFolder() / "data/file") << "contents";
@@ -61,8 +61,8 @@ TEST_F(NewBackupIn, LeavesNothingOfABackupThatIsNotFinished) {
   EXPECT_EQ(catalog_.backups("app"), Names{});
 }
 
-// The superuser removes anything: it is laid down meanwhile.
-TEST_F(NewBackupIn, RemovesFoldersThatAreForReadingOnly) {
+// Drops root privileges, because root can remove anything.
+TEST_F(NewBackupIn, RemovesReadOnlyDirectories) {
   fs::permissions(dir_.path(), fs::perms::all);
   const bool isSuperuser = geteuid() == 0;
   ASSERT_TRUE(!isSuperuser || seteuid(65534) == 0);
@@ -78,7 +78,7 @@ TEST_F(NewBackupIn, RemovesFoldersThatAreForReadingOnly) {
   ASSERT_TRUE(!isSuperuser || seteuid(0) == 0);
 }
 
-TEST_F(NewBackupIn, RemovesWhatDidNotFinishHoweverDeepItIs) {
+TEST_F(NewBackupIn, RemovesAnEarlierUnfinishedBackupOfAnyDepth) {
   const std::string left = "20261121T092532.123Z.partial";
   make({"app"});
   arvl_test::makeDeepTree(dir_.at("app/" + left));
@@ -88,7 +88,7 @@ TEST_F(NewBackupIn, RemovesWhatDidNotFinishHoweverDeepItIs) {
   EXPECT_EQ(catalog_.unfinished("app"), Names{backup.id() + ".partial"});
 }
 
-TEST_F(NewBackupIn, LeavesNothingOfABackupThatIsNotFinishedHoweverDeepItIs) {
+TEST_F(NewBackupIn, RemovesItselfAtAnyDepthIfItIsNotFinished) {
   const arvl_test::DescriptorLimit limit(64);
   {
     const NewBackup backup(catalog_, "app");
@@ -97,7 +97,7 @@ TEST_F(NewBackupIn, LeavesNothingOfABackupThatIsNotFinishedHoweverDeepItIs) {
   EXPECT_EQ(catalog_.unfinished("app"), Names{});
 }
 
-TEST_F(NewBackupIn, RemovesWhatDidNotFinishBeforeTheNext) {
+TEST_F(NewBackupIn, RemovesEarlierUnfinishedBackups) {
   make({"app/20261121T092532.123Z.partial/data/folder", "app/20261121T092532.124Z.partial"});
   const NewBackup backup(catalog_, "app");
   EXPECT_EQ(backup.unfinished().removed,
@@ -105,7 +105,7 @@ TEST_F(NewBackupIn, RemovesWhatDidNotFinishBeforeTheNext) {
   EXPECT_EQ(catalog_.unfinished("app"), Names{backup.id() + ".partial"});
 }
 
-TEST_F(NewBackupIn, MakesABackupBesideOneThatCannotBeRemoved) {
+TEST_F(NewBackupIn, IsCreatedNextToAnUnfinishedBackupThatCannotBeRemoved) {
   const std::string stuck = "29991231T235959.999Z.partial";
   make({"app/20261121T092532.124Z.partial", "app/" + stuck + "/data/mounted"});
   const arvl_test::SmallFileSystem disk(dir_.at("app/" + stuck + "/data/mounted"), "size=64k");
@@ -117,15 +117,15 @@ TEST_F(NewBackupIn, MakesABackupBesideOneThatCannotBeRemoved) {
   EXPECT_EQ(backup.unfinished().errors,
             Names{"cannot remove \"mounted\" in \"" + dir_.at("app/" + stuck) +
                   "\": Device or resource busy"});
-  EXPECT_EQ(backup.id(), "30000101T000000.000Z");  // and not within the one that is there
+  EXPECT_EQ(backup.id(), "30000101T000000.000Z");  // not the ID of the existing directory
 }
 
-TEST_F(NewBackupIn, IsClearedOfWhatDidNotFinishUnlessThatIsInUse) {
+TEST_F(NewBackupIn, IsClearedOfUnfinishedBackupsUnlessTheyAreInUse) {
   make({"app/20261121T092532.123Z.partial", "app/20261121T092532.123Z", "other"});
   EXPECT_EQ(removeUnfinished(catalog_, "app").removed, Names{"20261121T092532.123Z.partial"});
   EXPECT_EQ(catalog_.backups("app"), Names{"20261121T092532.123Z"});
   EXPECT_EQ(removeUnfinished(catalog_, "other").removed, Names{});
-  EXPECT_TRUE(fs::is_empty(dir_.at("other")));  // where there is nothing to do, nothing is made
+  EXPECT_TRUE(fs::is_empty(dir_.at("other")));  // no lock file is created
   const NewBackup running(catalog_, "app");
   EXPECT_THROW(removeUnfinished(catalog_, "app"), StoreBusy);
   EXPECT_TRUE(fs::exists(running.partialFolder()));

@@ -21,7 +21,7 @@ struct stat statusOf(mode_t mode, ino_t inode) {
   return status;
 }
 
-TEST(BackupWatcher, CountsAndRemembersWhatIsCopied) {
+TEST(BackupWatcher, CountsCopiedFilesAndRemembersTheirChecksums) {
   FileIndex index;
   TransferMeter meter;
   BackupWatcher watcher(index, meter);
@@ -33,7 +33,7 @@ TEST(BackupWatcher, CountsAndRemembersWhatIsCopied) {
   EXPECT_EQ(index.checksumOf(statusOf(S_IFREG, 1)), "a checksum");
 }
 
-TEST(TransferMeter, CountsNothingOfATransferThatIsDenied) {
+TEST(TransferMeter, DoesNotCountDeniedTransfers) {
   FileIndex index;
   TransferMeter meter;
   BackupWatcher watcher(index, meter);
@@ -47,11 +47,11 @@ TEST(TransferMeter, CountsNothingOfATransferThatIsDenied) {
   transfer(false);
   EXPECT_EQ(meter.files, 2u);
   EXPECT_EQ(meter.bytes, 17u);
-  watcher.onBytes(5);  // is seen while the transfer runs
+  watcher.onBytes(5);  // bytes of a running transfer are counted
   EXPECT_EQ(meter.bytes, 22u);
 }
 
-TEST(BackupWatcher, CountsTheFilesThatAreMoved) {
+TEST(BackupWatcher, CountsMovedFiles) {
   FileIndex index;
   TransferMeter meter;
   BackupWatcher watcher(index, meter);
@@ -61,19 +61,19 @@ TEST(BackupWatcher, CountsTheFilesThatAreMoved) {
   EXPECT_EQ(meter.bytes, 10u);
 }
 
-TEST(BackupWatcher, TakesAMovedFileForNoneThatWasCopied) {
+TEST(BackupWatcher, DropsAChecksumWhenAMovedFileReusesItsInode) {
   FileIndex index;
   TransferMeter meter;
   BackupWatcher watcher(index, meter);
   for (const ino_t inode : {1, 2}) {
     watcher.onStored(statusOf(S_IFREG, inode), "a checksum");
   }
-  watcher.onMoved(statusOf(S_IFREG, 1));  // the number of the copy came back
+  watcher.onMoved(statusOf(S_IFREG, 1));  // the inode number of the copy is reused
   EXPECT_EQ(index.checksumOf(statusOf(S_IFREG, 1)), "");
   EXPECT_EQ(index.checksumOf(statusOf(S_IFREG, 2)), "a checksum");
 }
 
-TEST(BackupWatcher, WarnsOnceOfEachFileThatIsWrittenMeanwhile) {
+TEST(BackupWatcher, WarnsOnceAboutEachFileWrittenDuringTheCopy) {
   FileIndex index;
   TransferMeter meter;
   BackupWatcher watcher(index, meter);
@@ -97,7 +97,7 @@ TEST(BackupWatcher, WarnsOnceOfEachFileThatIsWrittenMeanwhile) {
             "100 different changed files have been shown; further ones are counted, not shown");
 }
 
-TEST(BackupWatcher, CountsAllThatVanishesAndNamesAHundred) {
+TEST(BackupWatcher, CountsAllVanishedFilesAndNames100) {
   FileIndex index;
   TransferMeter meter;
   BackupWatcher watcher(index, meter);
@@ -109,7 +109,7 @@ TEST(BackupWatcher, CountsAllThatVanishesAndNamesAHundred) {
   EXPECT_EQ(watcher.skipped().texts[99], "/99");
 }
 
-// A file, a link and their folder are known.
+// Provides an index with a directory that holds a file and a link.
 class RestoreWatcherOf : public testing::Test {
  protected:
   RestoreWatcherOf() {
@@ -128,7 +128,7 @@ class RestoreWatcherOf : public testing::Test {
     index_.add(record);
   }
 
-  // Its status as it is to be delivered.
+  // Returns the status to deliver for the entry.
   struct stat enter(const std::string &path, mode_t mode, off_t size) {
     struct stat status = {};
     status.st_mode = mode;
@@ -142,7 +142,7 @@ class RestoreWatcherOf : public testing::Test {
   RestoreWatcher watcher_{index_, meter_};
 };
 
-TEST_F(RestoreWatcherOf, GivesBackTheModeAndTimeThatWereBackedUp) {
+TEST_F(RestoreWatcherOf, RestoresTheModeAndTimeOfTheManifest) {
   FileRecord record;
   record.path = "/script";
   record.mode = 0750;
@@ -155,7 +155,7 @@ TEST_F(RestoreWatcherOf, GivesBackTheModeAndTimeThatWereBackedUp) {
   EXPECT_EQ(delivered.st_mtim.tv_nsec, 7);
 }
 
-TEST_F(RestoreWatcherOf, LetsPassWhatIsAsItWas) {
+TEST_F(RestoreWatcherOf, AcceptsUnchangedEntries) {
   enter("/folder", S_IFDIR, 4096);
   enter("/folder/file", S_IFREG, 10);
   enter("/folder/link", S_IFLNK, 6);
@@ -168,7 +168,7 @@ TEST_F(RestoreWatcherOf, LetsPassWhatIsAsItWas) {
   EXPECT_EQ(meter_.bytes, 10u);
 }
 
-TEST_F(RestoreWatcherOf, NamesWhatIsNot) {
+TEST_F(RestoreWatcherOf, ReportsChangedEntries) {
   EXPECT_EQ(storeErrorOf([&] { enter("/new\n", S_IFREG, 0); }),
             "\"/new\\n\" was not backed up: the manifest has no such entry");
   EXPECT_EQ(storeErrorOf([&] { enter("/folder/file", S_IFREG, 11); }),

@@ -1,4 +1,4 @@
-// How far the examination of a backup is, and how it is ended. What it finds is tested by the command.
+// Progress and cancellation of verifyBackup(). The tests of the command cover the problems it finds.
 
 #include "backup/verify.h"
 
@@ -41,7 +41,7 @@ class Verify : public JobFolder {
   std::uint64_t problems_ = 0;
 };
 
-TEST_F(Verify, TellsWhatIsReadOfWhatTheManifestExpects) {
+TEST_F(Verify, ReportsProgressTowardsTheSizeInTheManifest) {
   const std::vector<StepProgress> all = progressOf(mustBackUp());
   ASSERT_FALSE(all.empty());
   EXPECT_EQ(problems_, 0u);
@@ -57,7 +57,7 @@ TEST_F(Verify, TellsWhatIsReadOfWhatTheManifestExpects) {
   }
 }
 
-TEST_F(Verify, CountsNoFileThatIsMissing) {
+TEST_F(Verify, DoesNotCountMissingFiles) {
   const fs::path folder = mustBackUp();
   fs::remove_all(folder / "data");
   const StepProgress last = progressOf(folder).back();
@@ -67,7 +67,7 @@ TEST_F(Verify, CountsNoFileThatIsMissing) {
   EXPECT_EQ(last.expectedBytes, totals_.bytes);
 }
 
-// The superuser may read everything, so it gives that up for the time of the examination.
+// Returns the error of verifyBackup() without root privileges, because root can read everything.
 std::string errorAsOtherUser(const fs::path &folder) {
   const bool isSuperuser = geteuid() == 0;
   EXPECT_TRUE(!isSuperuser || seteuid(65534) == 0);
@@ -83,7 +83,7 @@ std::string errorAsOtherUser(const fs::path &folder) {
   return error;
 }
 
-TEST_F(Verify, DoesNotJudgeABackupWithoutPermissionToReadIt) {
+TEST_F(Verify, ThrowsWithoutPermissionToReadTheBackup) {
   const fs::path folder = mustBackUp();
   fs::permissions(folder, fs::perms::all);
   for (const char *name : {"manifest.json", "SHA256SUMS"}) {
@@ -98,7 +98,7 @@ TEST_F(Verify, DoesNotJudgeABackupWithoutPermissionToReadIt) {
   fs::permissions(folder, fs::perms::all);
 }
 
-TEST_F(Verify, IsEndedByWhateverItsListenerThrows) {
+TEST_F(Verify, PropagatesAnExceptionOfItsListener) {
   const fs::path folder = mustBackUp();
   int calls = 0;
   const auto stop = [&](const StepProgress &) {
