@@ -61,7 +61,7 @@ void writeAndRead(int socket, const Json::Value &request) {
 
 }  // namespace
 
-// Each run has a heap to itself, as in a plug-in.
+// Each run has its own heap, as in a plug-in.
 Figure makeBigRequest() {
   Figure figure;
   figure.name = "setProgress, 32 MiB out";

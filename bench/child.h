@@ -1,4 +1,4 @@
-// Processes of their own, for what depends on the state of the heap.
+// Runs measurements that depend on the state of the heap in child processes.
 #ifndef ZARN_BENCH_CHILD_H_
 #define ZARN_BENCH_CHILD_H_
 
@@ -8,13 +8,13 @@
 
 namespace arvl_bench {
 
-// Runs the operation in a forked child. The result is the KiB by which the child grew at its peak.
+// Runs the operation in a forked child. Returns the peak growth of the child in KiB.
 long peakGrowth(const std::function<void()> &operation);
 
-// Runs the measurement in a forked child, and passes its result on.
+// Runs the measurement in a forked child and returns its result.
 double timeInChild(const std::function<double()> &measurement);
 
-// Runs the program to its end. The result is its peak in KiB.
+// Runs the program to its end and returns its peak memory in KiB.
 long peakOfProgram(const std::vector<std::string> &arguments);
 
 }  // namespace arvl_bench

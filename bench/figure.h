@@ -8,10 +8,10 @@
 
 namespace arvl_bench {
 
-// A figure that measures failures is worth nothing: ends the program unless the condition holds.
+// Ends the program unless the condition holds: a measurement of failures is useless.
 void require(bool condition, const char *what);
 
-// Seconds per repetition.
+// Returns the seconds per repetition.
 template <typename Operation>
 double timeOf(int repetitions, Operation operation) {
   const auto begin = std::chrono::steady_clock::now();
@@ -22,10 +22,10 @@ double timeOf(int repetitions, Operation operation) {
   return elapsed.count() / repetitions;
 }
 
-// Does the operation some fixed number of times; the result is the seconds that one took.
+// Does the operation a fixed number of times and returns the seconds per operation.
 using Run = std::function<double()>;
 
-// KiB by which a process of its own grew at its peak.
+// Peak growth, in KiB, of a process that only does the operation.
 struct PeakMemory {
   long library = 0;
   long bare = 0;
@@ -33,20 +33,20 @@ struct PeakMemory {
 
 struct Figure {
   std::string name;
-  double bound = 0;  // of the ratio library to bare; 0: there is none
-  int rounds = 0;    // odd, so that the median is a round's
-  // Sets up the operation and its neighbour; called once, when the figure's turn comes.
+  double bound = 0;  // upper bound of the ratio library to bare; 0: none
+  int rounds = 0;    // odd, so that the median is the value of one round
+  // Sets up the operation and its bare equivalent; called once, just before the measurement.
   std::function<void(Run &library, Run &bare)> prepare;
-  std::function<PeakMemory()> measurePeak;  // empty: memory is of no interest
+  std::function<PeakMemory()> measurePeak;  // empty: memory is not measured
 };
 
 Figure makeRoundTrip();         // setProgress, both ends on one processor
-Figure makeRoundTripOnTwo();    // each on its own
+Figure makeRoundTripOnTwo();    // each end on its own processor
 Figure makeListingOfPages();    // listDir: pages of 1,000 entries
 Figure makeListingOfBigPage();  // listDir: one page near 32 MiB
 Figure makeBigRequest();        // setProgress with 32 MiB
 Figure makeWalk();              // addDirRecursive
-Figure makeWalkByDu();          // du -sx, as a yardstick: in the place of the library
+Figure makeWalkByDu();          // du -sx instead of the library, for comparison
 Figure makeStartUp();           // the minimal plug-in, exec to exit
 
 }  // namespace arvl_bench

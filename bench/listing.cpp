@@ -21,7 +21,7 @@ namespace {
 
 constexpr int kPagesPerRun = 20;
 constexpr int kPageEntries = 1000;
-constexpr std::size_t kBigPageSize = 0x1FFFF00;  // the largest frame that gets through is 0x2000000
+constexpr std::size_t kBigPageSize = 0x1FFFF00;  // the largest possible frame is 0x2000000
 
 std::string makeEntry(int number) {
   char text[160];
@@ -119,7 +119,7 @@ Figure makeListingOfPages() {
   return figure;
 }
 
-// Each run has a heap to itself, as in a plug-in: one that has been used saves page faults.
+// Each run has its own heap, as in a plug-in: a heap that was used before saves page faults.
 Figure makeListingOfBigPage() {
   Figure figure;
   figure.name = "listDir, page of 32 MiB";

@@ -9,10 +9,10 @@
 //   du -sx /usr, in its place       the same, for comparison
 //   minimal plug-in, exec to exit   an empty program with the same libraries
 //
-// A round runs the two one after the other, taking turns at being first; every number is the median
-// of the rounds. A ratio compares the two of one round, so that what else the machine does meanwhile
-// tells on both. Peak memory is the growth of a process that does the operation once; of the plug-in,
-// the whole process. Google Benchmark's options apply: --benchmark_filter=listDir.
+// A round runs the two one after the other; the order alternates between rounds. Every number is the
+// median of the rounds. A ratio compares the two of one round, so that other load on the machine
+// affects both. Peak memory is the growth of a process that does the operation once; for the plug-in,
+// that of the whole process. Google Benchmark's options apply: --benchmark_filter=listDir.
 
 #include <benchmark/benchmark.h>
 
@@ -77,7 +77,7 @@ int run(int argc, char **argv) {
   const Figure figures[] = {makeRoundTrip(),        makeRoundTripOnTwo(), makeListingOfPages(),
                             makeListingOfBigPage(), makeBigRequest(),     makeWalk(),
                             makeWalkByDu(),         makeStartUp()};
-  // Memory comes first: a forked child counts what this process holds as its own.
+  // Measure memory first: the memory of this process counts for a forked child, too.
   TableReporter table;
   for (const Figure &figure : figures) {
     table.add(figure, figure.measurePeak ? figure.measurePeak() : PeakMemory());

@@ -18,13 +18,13 @@ using ZARN::ARVLAPP::PacketHeader;
 
 constexpr std::string_view kReady = "r";
 
-// One read does for a small frame. False at the end of file.
+// Reads one frame; a small one with a single read. Returns false at the end of file.
 bool skipFrame(int socket, std::string &buffer) {
   std::size_t received = 0;
   std::size_t expected = kPacketHeaderSize;
   PacketHeader header;
   while (received < expected) {
-    // The header stays at the front; of the rest, what was read last overwrites what was before.
+    // The header stays at the front. Each later read overwrites the bytes after it.
     const std::size_t at = received < kPacketHeaderSize ? received : kPacketHeaderSize;
     const ssize_t count = read(socket, &buffer[at], buffer.size() - at);
     if (count <= 0) {

@@ -1,5 +1,5 @@
-// The framework's end, as plain as can be: a forked process that blocks in read, takes one frame,
-// whatever it says, and writes the next of its answers, over and over.
+// A minimal framework: a forked process that reads one frame, ignores its content, and writes the next
+// of its answers, in a loop.
 #ifndef ZARN_BENCH_PEER_H_
 #define ZARN_BENCH_PEER_H_
 
@@ -9,17 +9,17 @@
 
 namespace arvl_bench {
 
-// Header and payload.
+// Returns the header and the payload.
 std::string makeFrame(int type, std::string_view payload);
 
-// Forks a peer and connects to it; the result is the socket, for the caller to close. The peer makes
-// its answers itself, so that they take no memory here; it has them when this returns, and ends with
-// the connection.
+// Forks a peer and returns a socket connected to it; the caller closes it. The peer makes its answers
+// itself, so that they take no memory here. They are ready when this returns. The peer ends with the
+// connection.
 int connectToPeer(std::vector<std::string> (*makeAnswers)());
 
-// This end without a library: blocking, all of the bytes.
+// Write and read all bytes, blocking, without the library.
 void writeAll(int socket, std::string_view bytes);
-void readAll(int socket, std::string &bytes);  // as many as there is room for
+void readAll(int socket, std::string &bytes);  // as many as bytes.size()
 
 }  // namespace arvl_bench
 

@@ -15,7 +15,7 @@ namespace arvl_bench {
 
 namespace {
 
-constexpr int kTrips = 50;  // a round is over before the scheduler thinks of others
+constexpr int kTrips = 50;  // few enough for a round to end within a time slice
 
 const char kRequest[] = "{\"progress_percentage\":40,\"progress_stage\":\"Exporting mail\"}\n";
 const char kAnswer[] = "{\"success\":true}\n";
@@ -36,7 +36,7 @@ std::vector<int> allowedProcessors() {
   return processors;
 }
 
-// Keeps this process, and those that it forks, on one processor.
+// Keeps this process and its children on one processor.
 class Pinned {
  public:
   explicit Pinned(int processor) {

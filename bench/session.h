@@ -13,7 +13,7 @@ namespace arvl_bench {
 
 class Session {
  public:
-  // Takes the socket over.
+  // Takes ownership of the socket.
   explicit Session(int socket) {
     std::string descriptor = std::to_string(socket);
     char name[] = "can_export";
@@ -21,7 +21,7 @@ class Session {
     char versionOption[] = "-v";
     char version[] = "2.3";
     char *argv[] = {name, socketOption, descriptor.data(), versionOption, version, nullptr};
-    optind = 1;  // getopt goes on where the session before left off
+    optind = 1;  // getopt continues where the previous session stopped
     require(agent_.init(5, argv), "no session");
   }
 

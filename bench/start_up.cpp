@@ -1,5 +1,5 @@
 // Compares the minimal plug-in, from exec to exit with its completion, with an empty program with the
-// same libraries. The step is the estimate of no directory at all, which asks the framework nothing.
+// same libraries. The step estimates no directories, so it sends the framework no request.
 
 #include <spawn.h>
 #include <sys/socket.h>
@@ -15,7 +15,7 @@ namespace {
 
 constexpr int kStarts = 10;
 
-// The completion fits the socket's buffer, so that nobody needs to read it.
+// The completion fits the socket's buffer, so that no process has to read it.
 void start(const char *program) {
   int ends[2];
   require(socketpair(AF_UNIX, SOCK_STREAM, 0, ends) == 0, "no socket");

@@ -1,4 +1,4 @@
-// One line per figure: what, ratio, bound, absolute figures, peak memory.
+// One line per figure: name, ratio, bound, absolute figures, peak memory.
 #ifndef ZARN_BENCH_TABLE_H_
 #define ZARN_BENCH_TABLE_H_
 

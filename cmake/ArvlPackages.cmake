@@ -1,5 +1,5 @@
-# Finds the packages that the project builds with. A missing one is named together with the Debian
-# package that brings it.
+# Finds the packages that the project builds with. The error for a missing package names the Debian
+# package that contains it.
 
 find_package(PkgConfig QUIET)
 
@@ -15,7 +15,7 @@ macro(arvl_require_jsoncpp)
   endif()
 endmacro()
 
-# PkgConfig::<prefix>, of a module that pkg-config knows
+# PkgConfig::<prefix>, for a pkg-config module
 macro(arvl_require_module prefix module what debian_package)
   if(NOT PkgConfig_FOUND)
     arvl_missing("pkg-config" pkg-config)

@@ -15,7 +15,7 @@ using namespace ZARN::ARVLAPP;
 
 namespace {
 
-const std::string kStore = "/documents";  // where the data lies on the framework's side
+const std::string kStore = "/documents";  // where the framework keeps the data
 
 std::string environment(const char *name) {
   const char *value = std::getenv(name);
@@ -88,7 +88,7 @@ bool exportData(Agent &agent) {
     }
   }
   agent.setProgress("Exporting documents", 100);
-  agent.setAppDataVersion(1, 0);  // the form of the data, for the import to come
+  agent.setAppDataVersion(1, 0);  // the format of the data, for a later import
   return true;
 }
 

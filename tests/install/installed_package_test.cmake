@@ -1,4 +1,4 @@
-# Installs the build tree to a prefix of its own, and builds and runs a consumer against that copy: as
+# Installs the build tree to a separate prefix, and builds and runs a consumer against that copy: as
 # a CMake package and as a pkg-config module.
 #
 # cmake -DBUILD_DIR= -DWORK_DIR= -DLIBDIR= -DMANDIR= -DDATADIR= -DHOST= -DGENERATOR= -DCXX=

@@ -25,7 +25,7 @@ bool attachmentsWanted(const Json::Value &config) {
   return config["attachments"].asBool();
 }
 
-// A folder names a notebook; "/work" is the notebook "work".
+// Returns the notebook that a selected directory names: "private" for "/private".
 std::string notebookOf(const std::string &folder) {
   const std::size_t start = folder.find_first_not_of('/');
   return start != std::string::npos ? folder.substr(start) : "";
