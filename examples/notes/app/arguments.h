@@ -28,7 +28,7 @@ class Arguments {
   std::string last(const std::string &option, const std::string &fallback) const;
   std::int64_t number(const std::string &option, std::int64_t fallback) const;
 
-  // The whole text as a number that is not negative.
+  // Returns the whole text as a number that is not negative. Throws UsageError otherwise.
   static std::int64_t parseNumber(const std::string &text);
 
  private:

@@ -22,7 +22,7 @@ constexpr std::chrono::seconds kPatience(5);
 constexpr std::array<std::string_view, 6> kOwnFiles = {
     "notes.db", "notes.db-wal", "notes.db-shm", "notes.db-journal", "attachments", ".export"};
 
-// False if the kernel or the file system cannot do it.
+// Returns false if the kernel or the file system does not support it.
 bool exchange(const fs::path &a, const fs::path &b) {
   if (::renameat2(AT_FDCWD, a.c_str(), AT_FDCWD, b.c_str(), RENAME_EXCHANGE) == 0) {
     return true;
@@ -62,7 +62,7 @@ void DataDir::recover() const {
   removeAbandoned(exportScratch());
 }
 
-// A replacement in two steps has been killed between them, or is at work just now: its lock tells.
+// A replacement in two steps was killed between them or is still running: its lock shows which.
 void DataDir::restoreRetired() const {
   try {
     const DirLock lock(retired(), DirLock::Kind::kExclusive, kPatience);
@@ -70,7 +70,7 @@ void DataDir::restoreRetired() const {
   } catch (const std::system_error &error) {
     if (error.code() != std::errc::no_such_file_or_directory) {
       throw;
-    }  // it was at work, and is done
+    }  // it was running, and has finished
   }
 }
 
@@ -120,7 +120,7 @@ void DataDir::replaceInTwoSteps(ScratchDir &scratch) const {
   }
   scratch.release();
   syncDirectory(path_.parent_path());
-  fs::remove_all(retired(), error);  // what remains, recover() removes
+  fs::remove_all(retired(), error);  // recover() removes the rest
 }
 
 }  // namespace notes

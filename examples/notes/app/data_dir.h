@@ -19,7 +19,7 @@
 
 namespace notes {
 
-// DIR holds files that are not the application's: it must not be replaced.
+// Thrown if DIR must not be replaced, because it holds files of others.
 class ForeignFiles : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
@@ -36,22 +36,22 @@ class DataDir {
   std::filesystem::path exportScratch() const { return path_ / ".export"; }
   std::filesystem::path importScratch() const { return sibling(".import"); }
 
-  // The same layout in a directory that is to become DIR.
+  // Return the paths of the same layout in a directory that will become DIR.
   static std::filesystem::path databaseIn(const std::filesystem::path &directory);
   static std::filesystem::path attachmentsIn(const std::filesystem::path &directory);
 
-  // Undoes or completes what a killed process has left half done, and removes its scratch files.
+  // Undoes or completes an operation of a killed process, and removes its scratch files.
   void recover() const;
 
   // Keeps the data from being replaced while the lock lives. Throws std::system_error if there is
   // no such directory.
   DirLock share() const;
 
-  // Throws ForeignFiles unless DIR is missing or holds the application's files alone.
+  // Throws ForeignFiles unless DIR is missing or holds only the application's files.
   void requireOwnFilesOnly() const;
 
-  // Puts the scratch directory's content in the place of DIR. At every moment, for other processes
-  // and after a crash, DIR is the old one or the new one. On failure it is the old one.
+  // Replaces DIR by the scratch directory. Other processes, also after a crash, find either the old
+  // or the new DIR. On failure DIR is the old one.
   void replaceWith(ScratchDir &scratch) const;
 
  private:

@@ -28,7 +28,7 @@ bool tryLock(const Fd &fd, DirLock::Kind kind, const fs::path &directory) {
   return false;
 }
 
-// The name may have got another directory between opening and locking.
+// The name may refer to another directory since it was opened.
 bool isStillNamed(const Fd &fd, const fs::path &directory) {
   struct stat held = {};
   struct stat named = {};
@@ -63,7 +63,7 @@ DirLock makeAndLock(const fs::path &directory) {
     } catch (const std::system_error &error) {
       if (error.code() != std::errc::no_such_file_or_directory) {
         throw;
-      }  // its last user has just removed it: make it again
+      }  // its last user has just removed it: create it again
     }
   }
 }
@@ -82,7 +82,7 @@ ScratchDir::ScratchDir(fs::path directory)
 
 ScratchDir::~ScratchDir() {
   if (owned_) {
-    std::error_code ignored;  // whatever remains, the next run removes
+    std::error_code ignored;  // the next run removes the rest
     fs::remove_all(path_, ignored);
   }
 }

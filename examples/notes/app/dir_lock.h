@@ -1,4 +1,4 @@
-// Locks on directories, and scratch directories that survive a crash without harm.
+// Locks on directories, and scratch directories that a crash may leave without harm.
 #ifndef NOTES_APP_DIR_LOCK_H_
 #define NOTES_APP_DIR_LOCK_H_
 
@@ -11,20 +11,20 @@
 
 namespace notes {
 
-// Another process holds the directory.
+// Thrown if another process holds the lock on the directory.
 class DirInUse : public std::runtime_error {
  public:
   explicit DirInUse(const std::filesystem::path &directory)
       : std::runtime_error(directory.string() + " is in use by another process") {}
 };
 
-// Holds a directory while it lives. The lock is on the directory itself, not on its name: it goes
-// along when the directory is renamed, leaves no file behind, and ends with the process.
+// Owns a lock on a directory. The lock is on the directory itself, not on its name: it remains when
+// the directory is renamed, needs no extra file, and ends with the process.
 class DirLock {
  public:
   enum class Kind { kShared, kExclusive };
 
-  // Waits for at most that long, then throws DirInUse. Throws std::system_error (ENOENT) if there is
+  // Waits for the lock. After the timeout throws DirInUse. Throws std::system_error (ENOENT) if there is
   // no such directory.
   DirLock(const std::filesystem::path &directory, Kind kind, std::chrono::milliseconds patience);
 
@@ -32,8 +32,8 @@ class DirLock {
   Fd fd_;
 };
 
-// A directory for one process's work in progress, empty at first and removed at the end. One that a
-// killed process has left is taken over; one that is in use is not touched: DirInUse.
+// Owns a temporary directory of one process: empty at first, and removed by the destructor. Takes over
+// a directory that a killed process left. Throws DirInUse if another process uses it.
 class ScratchDir {
  public:
   explicit ScratchDir(std::filesystem::path directory);
@@ -43,9 +43,9 @@ class ScratchDir {
 
   const std::filesystem::path &path() const { return path_; }
 
-  // The directory has been renamed and is no longer this object's business.
+  // Gives up the directory, which has been renamed.
   void release();
-  // Its name now belongs to another directory, which is to be removed at the end instead.
+  // Takes over the directory that now has the name, to remove it instead.
   void adopt(DirLock lock);
 
  private:
@@ -54,8 +54,8 @@ class ScratchDir {
   bool owned_ = true;
 };
 
-// Removes a scratch directory that a killed process has left; does nothing if there is none, if it
-// is in use or cannot be removed.
+// Removes a scratch directory that a killed process left. Does nothing if there is none, or if it is
+// in use or cannot be removed.
 void removeAbandoned(const std::filesystem::path &directory);
 
 }  // namespace notes

@@ -30,7 +30,7 @@ void writeAll(int fd, const char *bytes, std::size_t size, const fs::path &file)
   }
 }
 
-// A new file under a name of its own, which goes away unless it gets another.
+// Owns a new file with a temporary name. Removes it unless it gets another name.
 class NewFile {
  public:
   explicit NewFile(const fs::path &directory)

@@ -1,5 +1,5 @@
-// Writes a directory of notes as release 1.0 of the application left it: what the migration is tried
-// on. usage: notes-make-1.0 DIR NOTES ATTACHMENTS
+// Writes a directory of notes in the format of release 1.0, to test the migration.
+// usage: notes-make-1.0 DIR NOTES ATTACHMENTS
 
 #include <cstdlib>
 #include <fstream>

@@ -45,7 +45,7 @@ std::string readAll(std::istream &in) {
   return {std::istreambuf_iterator<char>(in), {}};
 }
 
-// The words from this one on, or standard input.
+// Returns the words from this one on, or standard input.
 std::string bodyFrom(const Arguments &arguments, std::size_t word) {
   const bool given = arguments.words().size() > word && arguments.words()[word] != "-";
   return given ? arguments.words()[word] : readAll(std::cin);

@@ -1,4 +1,4 @@
-// Notes and attachments made up to fill a store: the same number gives the same content.
+// Sample notes and attachments: the same number always gives the same content.
 #ifndef NOTES_APP_SAMPLE_H_
 #define NOTES_APP_SAMPLE_H_
 
@@ -11,7 +11,7 @@ std::string sampleNotebook(std::int64_t number);
 std::string sampleTitle(std::int64_t number);
 std::string sampleBody(std::int64_t number);
 
-// Between 1 KiB and 64 KiB of bytes that do not compress.
+// Returns between 1 KiB and 64 KiB of bytes that do not compress.
 std::string sampleAttachment(std::int64_t number);
 
 }  // namespace notes

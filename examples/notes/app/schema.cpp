@@ -63,7 +63,7 @@ void writeVersion(Database &database, DataVersion version) {
   database.execute("PRAGMA user_version = " + std::to_string(number));
 }
 
-// A restored database is not trusted to stay within the attachments' directory.
+// A restored database may name files outside the attachments' directory: reject them.
 std::string plainName(const std::string &name) {
   if (name.empty() || name[0] == '.' || name.find('/') != std::string::npos) {
     throw std::runtime_error("the attachment name [" + name + "] is not acceptable");
@@ -71,7 +71,7 @@ std::string plainName(const std::string &name) {
   return name;
 }
 
-// Gives the file a second name, its checksum: until the transaction is through, both must hold.
+// Gives the file its checksum as a second name. Both names must exist until the commit.
 std::string linkByChecksum(const AttachmentFile &file, const fs::path &attachments) {
   const Digest digest = digestFile(attachments / file.name);
   if (digest.size != file.size) {
@@ -87,7 +87,7 @@ std::string linkByChecksum(const AttachmentFile &file, const fs::path &attachmen
 void migrateTo11(Database &database, const fs::path &attachments) {
   Transaction writing(database, Transaction::Kind::kWrite);
   if (!(readVersion(database) == DataVersion{1, 0})) {
-    return;  // another process has been faster
+    return;  // another process has migrated it
   }
   const std::vector<AttachmentFile> files = attachmentFiles(database);
   Statement rename(database, "UPDATE attachments SET file = ? WHERE file = ?");

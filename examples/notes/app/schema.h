@@ -28,11 +28,11 @@ constexpr DataVersion kCurrentVersion = {1, 1};
 // Throws std::runtime_error if the database is not one of this application's.
 DataVersion readVersion(Database &database);
 
-// Makes the tables of version 1.0 in an empty database. migrate() leads on from there.
+// Creates the tables of version 1.0 in an empty database, for migrate() to update.
 void createOldestSchema(Database &database);
 
-// Brings database and attachments up to the current version; does nothing if they are. A crash
-// leaves the old version or the new one, besides files that nothing refers to.
+// Migrates database and attachments to the current version; does nothing if they have it. A crash
+// leaves the old version or the new one, and possibly unused files.
 void migrate(Database &database, const std::filesystem::path &attachments);
 
 // A file that the database refers to, by its name in the attachments' directory.
@@ -41,11 +41,11 @@ struct AttachmentFile {
   std::int64_t size = 0;
 };
 
-// Each file once, in the order of their names; limited to some notebooks, or of all if none is given.
+// Returns each file once, sorted by name, of these notebooks, or of all if none is given.
 std::vector<AttachmentFile> attachmentFiles(Database &database,
                                             const std::vector<std::string> &notebooks = {});
 
-// A fault of the full-text index, as the line that reports it.
+// Returns the line that reports a fault of the full-text index.
 std::string indexFault(const std::string &fault);
 
 // Returns the faults of the database, one line each; empty if it is sound.

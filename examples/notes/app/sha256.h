@@ -13,7 +13,7 @@ class Sha256 {
  public:
   void update(const char *bytes, std::size_t size);
 
-  // The digest in lower-case hexadecimal. Nothing may be added afterwards.
+  // Returns the digest in lower-case hexadecimal. Nothing may be added afterwards.
   std::string finish();
 
  private:

@@ -1,4 +1,4 @@
-// Owners of SQLite's handles. Every failure is a SqliteError with SQLite's own words.
+// Classes that own SQLite's handles. Every failure is a SqliteError with SQLite's message.
 #ifndef NOTES_APP_SQLITE_H_
 #define NOTES_APP_SQLITE_H_
 
@@ -24,16 +24,16 @@ class Database {
   enum class Mode { kExisting, kCreate };
   explicit Database(const std::filesystem::path &file, Mode mode = Mode::kExisting);
 
-  // Runs any number of statements; rows are dropped.
+  // Runs any number of statements and ignores their rows.
   void execute(const std::string &sql);
 
-  // The first column of the first row; 0 without a row.
+  // Returns the first column of the first row, or 0 without a row.
   std::int64_t integer(const std::string &sql);
 
   std::int64_t lastInsertId() const { return sqlite3_last_insert_rowid(handle()); }
 
-  // Copies the database as it is at this moment into a new file, while other processes go on
-  // writing. The function is called with pages done and pages in all; what it throws ends the copy.
+  // Copies the current state of the database to a new file, while other processes continue to write.
+  // Calls the function with the pages done and in all; an exception from it propagates.
   void copyTo(const std::filesystem::path &file, const std::function<void(int, int)> &progress);
 
   sqlite3 *handle() const { return handle_.get(); }
@@ -45,12 +45,12 @@ class Database {
   std::unique_ptr<sqlite3, Closer> handle_;
 };
 
-// One prepared statement: bind and step through its rows, or run it; as often as needed.
+// Owns a prepared statement, which can be used repeatedly: bind, then step or run.
 class Statement {
  public:
   Statement(Database &database, const std::string &sql);
 
-  // Starts over with these values for the parameters, in order.
+  // Resets the statement and binds these values to its parameters, in order.
   template <typename... Values>
   Statement &bind(const Values &...values) {
     sqlite3_reset(handle_.get());
@@ -59,7 +59,7 @@ class Statement {
     return *this;
   }
 
-  // Advances to the next row; false after the last one.
+  // Advances to the next row. Returns false after the last one.
   bool step();
   // Executes a statement that gives no rows.
   void run();
@@ -78,7 +78,7 @@ class Statement {
   std::unique_ptr<sqlite3_stmt, Finalizer> handle_;
 };
 
-// Everything between construction and commit() happens, or nothing does.
+// A transaction. The destructor rolls it back unless commit() was called.
 class Transaction {
  public:
   enum class Kind { kRead, kWrite };

@@ -30,7 +30,7 @@ std::vector<Note> readNotes(Statement &query) {
   return notes;
 }
 
-// The words as the index's query language quotes them: nothing in them is an operator.
+// Quotes the words for the index's query language, so that none is an operator.
 std::string quoteWords(const std::string &words) {
   std::istringstream in(words);
   std::string query;

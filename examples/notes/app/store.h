@@ -40,38 +40,38 @@ struct Counts {
   std::int64_t attachments = 0;
 };
 
-// Any number of processes may have a Store on the same directory. While one lives, the data is not
-// replaced by a restored one. Failures are exceptions whose text is meant for the user.
+// Access to the notes. Any number of processes may have a Store on the same directory. While one
+// exists, an import cannot replace the data. Exceptions have a text for the user.
 class Store {
  public:
-  // Makes an empty one; does nothing if there is one already.
+  // Creates an empty store; does nothing if one exists.
   static void init(const DataDir &dir);
-  // Brings an older one up to the current version.
+  // Migrates an older store to the current version.
   static void upgrade(const DataDir &dir);
-  // Removes the files that no note refers to, which a crash may have left. Needs the directory for
-  // itself. Returns their number.
+  // Removes the unused files that a crash may have left, and returns their number. Needs exclusive
+  // access to the directory.
   static std::int64_t clean(const DataDir &dir);
 
-  // Opens one of the current version.
+  // Opens a store of the current version.
   explicit Store(const DataDir &dir);
 
-  // Attachments go in before the note that refers to them, so that a crash between the two leaves a
-  // file too many, but never a note without its file.
+  // Stores an attachment. Call it before adding the note, so that a crash between the two leaves an
+  // unused file, but never a note without its file.
   Attachment keep(const std::string &name, std::istream &content);
   std::int64_t add(const NewNote &note);
-  // All or none.
+  // Adds all notes, or none on failure.
   void addAll(const std::vector<NewNote> &notes);
   void edit(std::int64_t id, const std::string &body);
 
-  // Empty name: of all notebooks. Bodies are left out.
+  // Returns the notes without their bodies; of all notebooks if the name is empty.
   std::vector<Note> list(const std::string &notebook);
-  // The notes that hold all of the words.
+  // Returns the notes that contain all of the words.
   std::vector<Note> search(const std::string &words);
   Note note(std::int64_t id);
   std::vector<Attachment> attachmentsOf(std::int64_t id);
   Counts count();
 
-  // Every note with all that belongs to it, one line of JSON each, in the order of their making.
+  // Returns each complete note as one line of JSON, in the order of creation.
   std::vector<std::string> dump();
 
   // Returns the faults of the data, one line each; empty if it is sound.

@@ -52,7 +52,7 @@ void requireSound(Database &database) {
   }
 }
 
-// Quick: sizes only. The content is read before it is uploaded.
+// Checks only the size, to be quick. The content is checked before the upload.
 void requireAttachment(const AttachmentFile &file, const fs::path &folder) {
   std::error_code error;
   const auto size = fs::file_size(folder / file.name, error);
@@ -63,7 +63,7 @@ void requireAttachment(const AttachmentFile &file, const fs::path &folder) {
   }
 }
 
-// Notes and attachments go with their notebook.
+// Notes and attachments are deleted with their notebook.
 void deleteOtherNotebooks(Database &database, const std::vector<std::string> &kept) {
   std::vector<std::string> others;
   Statement names(database, "SELECT name FROM notebooks");
@@ -78,8 +78,8 @@ void deleteOtherNotebooks(Database &database, const std::vector<std::string> &ke
   }
 }
 
-// Leaves in a copy of the database what is to be exported, and no trace of the rest: neither in the
-// index, which keeps deleted words for a while, nor in free pages.
+// Removes everything outside the scope from a copy of the database, also from the index, which keeps
+// deleted words for a while, and from free pages.
 void reduceTo(const ExportScope &scope, Database &copy) {
   if (scope.attachments && scope.notebooks.empty()) {
     return;
@@ -100,13 +100,13 @@ struct Snapshot {
   std::vector<AttachmentFile> attachments;
 };
 
-// Makes the file: the database at one moment, reduced to the scope, in one piece.
+// Writes one file: the database as of one moment, reduced to the scope.
 Snapshot takeSnapshot(Session &session, const DataDir &dir, const ExportScope &scope,
                       const fs::path &file) {
   Database live(dir.database());
   Snapshot snapshot;
   snapshot.version = exportableVersion(live);
-  // Now rather than at the end: without a version, even a failed export is complained about.
+  // Not at the end: the framework also complains about a failed export without a version.
   session.agent().setAppDataVersion(snapshot.version.major, snapshot.version.minor);
   int shown = -1;
   live.copyTo(file, [&](int done, int total) {
@@ -158,8 +158,8 @@ void summarize(Session &session) {
   session.agent().setSummaryInfo(info);
 }
 
-// Uses the live files, because the snapshot does not exist yet: what the selection leaves out of the
-// database is counted.
+// Uses the live files, because the snapshot does not exist yet. It counts the whole database, also the
+// parts that are not selected.
 void estimateExportion(Session &session, const DataDir &dir) {
   const ExportScope scope = session.exportScope();
   const DirLock lock = shareExisting(dir);

@@ -20,7 +20,7 @@ class Failure : public std::runtime_error {
   std::string key_;
 };
 
-// Does the work. An Error that it throws becomes a Failure of this key, unless it is one already.
+// Does the work. Turns an Error from it into a Failure with this key, unless it is a Failure.
 template <typename Error = std::exception, typename Work>
 auto orFail(const char *key, Work &&work) {
   try {

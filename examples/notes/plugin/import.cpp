@@ -1,5 +1,5 @@
 // The steps of a restore. Everything is fetched, checked and migrated in a directory next to the live
-// one, which then takes its place at once. Until that moment nothing of the live data is touched.
+// one, which then takes its place at once. The live data is not touched before.
 
 #include <unistd.h>
 
@@ -57,7 +57,7 @@ void downloadDatabase(Session &session, const fs::path &file) {
   session.download(kRemoteDatabase, file, kDatabasePercentage);
 }
 
-// All of them must be there before the first one is fetched.
+// Throws unless all attachments are listed. Called before the first download.
 void requireListed(Session &session, const std::vector<AttachmentFile> &files) {
   const Listing listing = listRemote(session, kRemoteAttachments);
   for (const AttachmentFile &file : files) {
@@ -89,7 +89,7 @@ void downloadAttachments(Session &session, const std::vector<AttachmentFile> &fi
   }
 }
 
-// Fills the directory with data of the current version, ready to be used.
+// Fills the directory with data of the current version, ready for use.
 void fetch(Session &session, const fs::path &directory) {
   const DataVersion version = session.importedVersion();
   const fs::path attachments = DataDir::attachmentsIn(directory);

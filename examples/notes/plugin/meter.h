@@ -1,4 +1,4 @@
-// The percentage of the whole job, from the bytes of one stretch of it.
+// Computes the percentage of the whole job from the bytes of one part of it.
 #ifndef NOTES_PLUGIN_METER_H_
 #define NOTES_PLUGIN_METER_H_
 
@@ -8,12 +8,12 @@ namespace notes {
 
 class Meter {
  public:
-  // The stretch leads from one percentage to the other.
+  // The part begins and ends at these percentages.
   Meter(int from, int to) : from_(from), to_(to) {}
 
   void expect(std::int64_t bytes) { expected_ += bytes; }
 
-  // The percentage that is reached with so many bytes more.
+  // Adds the bytes and returns the percentage reached.
   int add(std::int64_t bytes) {
     done_ += bytes;
     return expected_ > 0 ? from_ + static_cast<int>((to_ - from_) * done_ / expected_) : to_;

@@ -1,4 +1,4 @@
-// The framework as the steps see it: older versions are made up for, and refusals are Failures.
+// The framework as the steps see it: supports older versions, and turns refusals into Failures.
 #ifndef NOTES_PLUGIN_SESSION_H_
 #define NOTES_PLUGIN_SESSION_H_
 
@@ -30,34 +30,34 @@ class Session {
 
   ZARN::ARVLAPP::Agent &agent() { return agent_; }
 
-  // In the user's language; asked for once.
+  // Returns the texts in the user's language, which is queried once.
   const Texts &texts();
 
   ExportScope exportScope();
 
-  // The version of the data that is to be imported. It is one that migrate() can start from.
+  // Returns the version of the data to import, one that migrate() supports.
   DataVersion importedVersion();
 
   // Throws if the framework has canceled the job. Call it last before an action that cannot be undone.
   void requireNotCanceled();
 
-  // Shows a stage text. Nothing depends on it but cancellation, which it notices.
+  // Shows a stage text. Ignores failures other than a cancellation.
   void showProgress(const char *stage, int percentage);
 
-  // On the framework's side, in a directory that is there.
+  // Creates a directory on the framework's side; its parent must exist.
   void createDir(const std::string &remote);
 
-  // The percentage is what the whole job will have reached with this file.
+  // Uploads a file. The percentage is that of the whole job after this file.
   enum class Source { kStays, kTemporary };
   void upload(const std::filesystem::path &file, const std::string &remote, Source source,
               int percentage);
   void download(const std::string &remote, const std::filesystem::path &file, int percentage);
 
-  // The regular files in a directory on the framework's side.
+  // Returns the regular files in a directory on the framework's side.
   std::list<ZARN::ARVLAPP::FileInfo> filesIn(const std::string &remote);
 
  private:
-  // Language, selection, configuration and progress came with this version.
+  // Language, selection, configuration and progress exist since version 2.3.
   bool hasQueries() { return agent_.isVerionNotLessThan(2, 3); }
   bool isCanceled() { return agent_.getFrameworkMajorVersion() < 0; }
   void requireAnswer(bool answered, const char *key, const std::string &what);

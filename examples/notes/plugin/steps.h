@@ -1,4 +1,4 @@
-// The six steps of a job. A step that returns is a success; one that is not throws.
+// The six steps of a job. A step returns on success and throws on failure.
 #ifndef NOTES_PLUGIN_STEPS_H_
 #define NOTES_PLUGIN_STEPS_H_
 

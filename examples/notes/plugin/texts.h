@@ -18,7 +18,7 @@ struct Texts {
   const char *checking;
 };
 
-// English, unless the code is one of another language that is known here.
+// Returns the texts in the language with this code, or in English if it is not supported.
 const Texts &textsIn(const std::string &language);
 
 }  // namespace notes
