@@ -9,10 +9,11 @@
 //   du -sx /usr, in its place       the same, for comparison
 //   minimal plug-in, exec to exit   an empty program with the same libraries
 //
-// A round runs the two one after the other; the order alternates between rounds. Every number is the
-// median of the rounds. A ratio compares the two of one round, so that other load on the machine
-// affects both. Peak memory is the growth of a process that does the operation once; for the plug-in,
-// that of the whole process. Google Benchmark's options apply: --benchmark_filter=listDir.
+// A round runs the two one after the other; the order alternates between rounds. Every number is
+// the median of the rounds. A ratio compares the two of one round, so that other load on the
+// machine affects both. Peak memory is the growth of a process that does the operation once; for
+// the plug-in, that of the whole process. Google Benchmark's options apply:
+// --benchmark_filter=listDir.
 
 #include <benchmark/benchmark.h>
 

@@ -1,5 +1,5 @@
-// A minimal framework: a forked process that reads one frame, ignores its content, and writes the next
-// of its answers, in a loop.
+// A minimal framework: a forked process that reads one frame, ignores its content, and writes the
+// next of its answers, in a loop.
 #ifndef ZARN_BENCH_PEER_H_
 #define ZARN_BENCH_PEER_H_
 
@@ -12,9 +12,9 @@ namespace arvl_bench {
 // Returns the header and the payload.
 std::string makeFrame(int type, std::string_view payload);
 
-// Forks a peer and returns a socket connected to it; the caller closes it. The peer makes its answers
-// itself, so that they take no memory here. They are ready when this returns. The peer ends with the
-// connection.
+// Forks a peer and returns a socket connected to it; the caller closes it. The peer makes its
+// answers itself, so that they take no memory here. They are ready when this returns. The peer ends
+// with the connection.
 int connectToPeer(std::vector<std::string> (*makeAnswers)());
 
 // Write and read all bytes, blocking, without the library.

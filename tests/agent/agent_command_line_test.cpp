@@ -40,7 +40,7 @@ bool runInit(Agent &agent, std::vector<std::string> words) {
   return good;
 }
 
-TEST(AgentCommandLine, IsTakenInEveryWritingThatGetoptAndStrtolKnow) {
+TEST(AgentCommandLine, AcceptsEveryFormThatGetoptAndStrtolAccept) {
   const std::vector<std::vector<std::string>> lines = {
       {"export", "-f%", "-v2.3"},
       {"export", "-v", "2.3", "-f", "%"},
@@ -72,7 +72,7 @@ struct BadLine {
   std::string line;
 };
 
-TEST(AgentCommandLine, IsRefusedWithTheLineOfItsFirstFault) {
+TEST(AgentCommandLine, IsRefusedWithTheLogLineOfItsFirstFault) {
   const std::vector<BadLine> rows = {
       {{"export", "-v", "2.3", "-f"}, "invalid argument fd [-1]"},
       {{"export", "-f", "900", "-v"}, "invalid argument version [-1.-1]"},
@@ -105,8 +105,8 @@ TEST(AgentCommandLine, IsRefusedWithTheLineOfItsFirstFault) {
   }
 }
 
-// Up to there it has been read, and so it stays: the comparison looks at the numbers as they are.
-TEST(AgentCommandLine, LeavesWhatItReadBeforeTheFault) {
+// The version keeps the values read before the fault: the comparison uses them unchanged.
+TEST(AgentCommandLine, KeepsTheValuesReadBeforeTheFault) {
   Agent agent;
   EXPECT_FALSE(runInit(agent, {"export", "-v", "2.3", "-f", "x"}));
   EXPECT_TRUE(agent.isVerionNotLessThan(2, 3));

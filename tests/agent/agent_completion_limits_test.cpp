@@ -19,7 +19,7 @@ constexpr const char kImpossible[] = "/impossible/%lld/%lld";
 
 }  // namespace
 
-// In front of the C library's: a file system that reports negative numbers.
+// Replaces the C library's function: a file system that reports negative numbers.
 extern "C" ZARN_EXPORT int lstat64(const char *path, struct stat64 *status) {
   long long size = 0;
   long long blocks = 0;
@@ -70,7 +70,7 @@ Ending endOfEstimate(const std::string &path) {
   });
 }
 
-TEST(EstimateOfImpossibleCounters, IsAFailureThatShowsThem) {
+TEST(EstimateOfImpossibleCounters, FailsAndLogsThem) {
   const Ending size = endOfEstimate("/impossible/-5/8");
   EXPECT_EQ(size.wire, frame(2, kFailure));
   EXPECT_EQ(
@@ -118,7 +118,7 @@ TEST(TextsOfAnyBytes, ArriveAsTheWriterEscapesThem) {
 }
 
 // A text that begins with NUL is not empty, though it prints as nothing.
-TEST(TextsOfAnyBytes, AreJudgedByTheirLength) {
+TEST(TextsOfAnyBytes, AreEmptyOnlyIfTheirLengthIsZero) {
   const std::string nul(1, '\0');
   const Ending ending = endOf("summary", [&](Agent &agent) {
     SummaryInfo info;

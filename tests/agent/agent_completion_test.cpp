@@ -1,4 +1,4 @@
-// The one packet that every run ends with, to the byte.
+// The completion, the last packet of every run, byte for byte.
 
 #include <gtest/gtest.h>
 #include <sys/socket.h>
@@ -52,14 +52,14 @@ void expectEnding(const std::string &step, unsigned type, const std::string &pay
 const std::string kSuccess = "{\"success\":true}\n";
 const std::string kFailure = "{\"success\":false}\n";
 
-TEST(Completion, OfTheStepsWithoutAProductIsTheOutcomeAlone) {
+TEST(Completion, OfAStepWithoutAProductContainsOnlyTheOutcome) {
   const auto succeed = [](Agent &agent) { agent.setSuccess(); };
   expectEnding("can_export", 1, kSuccess, {}, succeed);
   expectEnding("can_import", 6, kSuccess, {}, succeed);
   expectEnding("import", 15, kSuccess, {}, succeed);
 }
 
-TEST(Completion, OfAPluginThatSaysNothingIsAFailureWithoutAReason) {
+TEST(Completion, IsAFailureWithoutAReasonByDefault) {
   expectEnding("can_export", 1, kFailure, {}, nothing);
   expectEnding("can_import", 6, kFailure, {}, nothing);
   expectEnding("import", 15, kFailure, {}, nothing);
@@ -71,7 +71,7 @@ TEST(Completion, OfAPluginThatSaysNothingIsAFailureWithoutAReason) {
                nothing);
 }
 
-TEST(Completion, OfAFailureCarriesItsReasonWhenSectionAndKeyAreThere) {
+TEST(Completion, OfAFailureContainsTheReasonIfSectionAndKeyAreSet) {
   const std::string reason = R"({"err_msg":{"key":"k","section":"s"},"success":false})"
                              "\n";
   for (const char *step : {"can_export", "estimate_exportion", "can_import", "import"}) {
@@ -86,7 +86,7 @@ TEST(Completion, OfAFailureCarriesItsReasonWhenSectionAndKeyAreThere) {
   });
 }
 
-TEST(Completion, OfASuccessHasNoReasonThoughOneWasRecorded) {
+TEST(Completion, OfASuccessOmitsARecordedReason) {
   expectEnding("import", 15, kSuccess, {}, [](Agent &agent) {
     agent.setSuccess();
     agent.setErrorMsg("section", "key");
@@ -200,7 +200,7 @@ TEST(ExportCompletion, CarriesTheVersionOfTheData) {
                [](Agent &agent) { agent.setSuccess(); });
 }
 
-TEST(Completion, TakesProductsThatWereRecordedBeforeInit) {
+TEST(Completion, ContainsProductsRecordedBeforeInit) {
   FrameworkEnd framework;
   std::string wire;
   framework.play([&] { wire = framework.readFrame(); });
@@ -248,7 +248,7 @@ TEST(Completion, IsNotSentAfterCancellation) {
 constexpr std::size_t kLargestPayload = 0x2000000;
 constexpr std::size_t kAroundKey = 53;
 
-TEST(Completion, OfTheLargestPayloadIsSentAndOneByteMoreIsRefused) {
+TEST(Completion, IsSentWithTheLargestPayloadAndRefusedWithOneByteMore) {
   const std::string key(kLargestPayload - kAroundKey, 'k');
   const std::string payload =
       "{\"err_msg\":{\"key\":\"" + key + "\",\"section\":\"s\"},\"success\":false}\n";
@@ -273,7 +273,7 @@ TEST(Completion, OfTheLargestPayloadIsSentAndOneByteMoreIsRefused) {
                                    "agent.cpp: send PACKET_IMPORT_COMPLETE packet failed"}));
 }
 
-TEST(Completion, ThatIsTooLongIsNamedByItsStep) {
+TEST(Completion, ThatIsTooLongIsLoggedWithItsStep) {
   const std::string key(kLargestPayload, 'k');
   // The log line has the enumerator, which is not always the printable name of the packet table.
   const std::pair<const char *, const char *> steps[] = {
@@ -292,7 +292,7 @@ TEST(Completion, ThatIsTooLongIsNamedByItsStep) {
 }
 
 // A stray packet stops the event loop, and still the completion goes out whole.
-TEST(Completion, IsWrittenOutWholeThoughPacketsArriveMeanwhile) {
+TEST(Completion, IsWrittenCompletelyWhilePacketsArrive) {
   const std::string key(3000000, 'k');
   FrameworkEnd framework;
   const int small = 4096;
@@ -324,7 +324,7 @@ TEST(Completion, IsWrittenOutWholeThoughPacketsArriveMeanwhile) {
   EXPECT_EQ(lines[1], "agent.cpp: append packet failed, skip it");
 }
 
-TEST(Completion, EndsWhenTheFrameworkLeavesInTheMiddleOfIt) {
+TEST(Completion, EndsWhenTheFrameworkClosesDuringIt) {
   const std::string key(3000000, 'k');
   FrameworkEnd framework;
   framework.play([&] {

@@ -64,7 +64,7 @@ LogLines completeLargely(const FrameworkEnd &framework, const std::string &key) 
   return log.take();
 }
 
-TEST(CompletionDelivery, ToASlowReaderIsWhole) {
+TEST(CompletionDelivery, ToASlowReaderIsComplete) {
   const std::string key(300000, 'k');
   FrameworkEnd framework;
   makeNarrow(framework);
@@ -80,7 +80,7 @@ TEST(CompletionDelivery, ToASlowReaderIsWhole) {
   EXPECT_TRUE(received == completionWithKey(key));
 }
 
-TEST(CompletionDelivery, ToAHalfClosedFrameworkIsGivenUp) {
+TEST(CompletionDelivery, StopsWhenTheFrameworkHalfCloses) {
   FrameworkEnd framework;
   shutdown(framework.fd(), SHUT_RD);
   const LogLines lines = completeLargely(framework, "k");
@@ -89,7 +89,7 @@ TEST(CompletionDelivery, ToAHalfClosedFrameworkIsGivenUp) {
   }
 }
 
-// ---- Packets that nobody asked for.
+// ---- Unrequested packets.
 
 struct Stray {
   std::string name;
@@ -103,7 +103,7 @@ std::ostream &operator<<(std::ostream &out, const Stray &stray) {
 
 class StrayPackets : public testing::TestWithParam<Stray> {};
 
-TEST_P(StrayPackets, LeaveTheCompletionWhole) {
+TEST_P(StrayPackets, DoNotTruncateTheCompletion) {
   const std::string key(1000000, 'k');
   FrameworkEnd framework;
   makeNarrow(framework);
@@ -121,7 +121,7 @@ TEST_P(StrayPackets, LeaveTheCompletionWhole) {
   EXPECT_TRUE(received == completionWithKey(key));
 }
 
-TEST_P(StrayPackets, LeaveTheCompletionWholeWhenTheyWereThereBeforeIt) {
+TEST_P(StrayPackets, DoNotTruncateTheCompletionIfTheyArriveBeforeIt) {
   const std::string key(1000000, 'k');
   FrameworkEnd framework;
   makeNarrow(framework);
@@ -163,7 +163,7 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto &row) { return row.param.name; });
 
 // One byte beyond what the input buffer holds, so that it fills up and reading pauses.
-TEST(CompletionDelivery, IsWholeThoughTheInputBufferFillsUp) {
+TEST(CompletionDelivery, IsCompleteWhenTheInputBufferIsFull) {
   const std::string key(1000000, 'k');
   FrameworkEnd framework;
   makeNarrow(framework);
@@ -284,7 +284,7 @@ TEST(LossDuringCompletion, LeavesTheSignalIgnored) {
             "");
 }
 
-TEST(LossDuringCompletion, RunsNoHandlerOfThePluginsOwn) {
+TEST(LossDuringCompletion, DoesNotRunAHandlerOfThePlugin) {
   EXPECT_EQ(inOwnProcess([] {
               setSigpipe(fail);
               return faultsOfLosses();

@@ -236,13 +236,13 @@ class FullSocket : public Faults {
   ~FullSocket() override { framework_.close(); }  // or the completion would wait behind the request
 };
 
-TEST_F(FullSocket, WritingThatCannotBeWaitedForLeavesARequestUnanswered) {
+TEST_F(FullSocket, AFailureToWatchForWritingFailsTheRequest) {
   EXPECT_FALSE(askWhile("bufferevent_enable", std::string(1000000, 's')));
   EXPECT_EQ(log_.take(),
             (LogLines{"agent.cpp: bufferEvent enable failed", kNothing, kReceiveFailed}));
 }
 
-TEST_F(FullSocket, ALoopThatFailsLeavesARequestUnanswered) {
+TEST_F(FullSocket, ALoopThatFailsFailsTheRequest) {
   EXPECT_FALSE(askWhile("event_base_dispatch", std::string(1000000, 's')));
   EXPECT_EQ(log_.take(), (LogLines{kNothing, kReceiveFailed}));
 }
@@ -271,7 +271,7 @@ TEST(Completion, ThatTheLoopCannotWriteIsLoggedOnce) {
             LogLines{"agent.cpp: bufferEvent enable failed"});
 }
 
-TEST_F(Faults, ALoopThatCannotBeLeftIsBrokenOff) {
+TEST_F(Faults, ALoopThatCannotExitIsBroken) {
   answerWith(kAnswer);
   EXPECT_TRUE(askWhile("event_base_loopexit"));
   EXPECT_EQ(log_.take(), LogLines{"agent.cpp: loop exit failed"});
@@ -311,7 +311,7 @@ TEST(Completion, ThatIsWrittenLogsABreakThatFails) {
   EXPECT_EQ(log.take(), LogLines{"agent.cpp: loop exit failed"});
 }
 
-TEST_F(Faults, ASocketThatIsBusyIsLeftToTheLoop) {
+TEST_F(Faults, ABusySocketIsWrittenByTheLoop) {
   for (const int error : {EINTR, EAGAIN, 0}) {
     framework_.finish();
     answerWith(kAnswer);
@@ -321,7 +321,7 @@ TEST_F(Faults, ASocketThatIsBusyIsLeftToTheLoop) {
   EXPECT_EQ(log_.take(), LogLines{});
 }
 
-TEST_F(Faults, ASocketThatFailsAtOnceLooksAsIfTheLoopHadMetTheError) {
+TEST_F(Faults, ASocketThatFailsAtOnceIsLoggedLikeAnErrorInTheLoop) {
   sendError = EIO;
   EXPECT_FALSE(askWhile("send"));
   EXPECT_EQ(log_.take(), (LogLines{"agent.cpp: Error: get bufferev error 34",
@@ -329,8 +329,8 @@ TEST_F(Faults, ASocketThatFailsAtOnceLooksAsIfTheLoopHadMetTheError) {
   EXPECT_EQ(agent_.getErrno(), 1);
 }
 
-// The loop writes to what is no socket, too, such as a pipe that somebody listens to.
-TEST(Completion, IsWrittenToWhatIsNoSocket) {
+// The loop also writes to a descriptor that is not a socket, such as a pipe with a reader.
+TEST(Completion, IsWrittenToADescriptorThatIsNotASocket) {
   int ends[2];
   ASSERT_EQ(pipe(ends), 0);
   LogCapture log;
@@ -363,7 +363,7 @@ TEST_F(Faults, ABufferThatCannotBeDrainedIsFatalToTheSession) {
   EXPECT_EQ(log_.take(), LogLines{"agent.cpp: failed to drain input buffer, fatal"});
 }
 
-TEST(Completion, ThatHasNoMemoryIsNotSentAndLetsNothingOut) {
+TEST(Completion, IsNotSentAndDoesNotThrowWhenOutOfMemory) {
   FrameworkEnd framework;
   LogCapture log;
   {
@@ -377,7 +377,7 @@ TEST(Completion, ThatHasNoMemoryIsNotSentAndLetsNothingOut) {
   EXPECT_EQ(framework.readAll(), "");
 }
 
-TEST_F(Faults, AnAnswerThatHasNoMemoryIsAParseFailure) {
+TEST_F(Faults, AnAnswerIsAParseFailureWhenOutOfMemory) {
   const std::string payload = "{\"success\":true,\"x\":\"" + std::string(1000000, 'x') + "\"}\n";
   answerWith(frame(26, payload));
   largestNew = 100000;

@@ -28,7 +28,7 @@ std::atomic<int> watchedFd{-1};
 // waits in which one was.
 std::atomic<bool> sleeps{false};
 std::atomic<long> wakeups{0};
-// More than reading a full buffer takes.
+// More waits than reading a full buffer needs.
 constexpr long kSpins = 200000;
 
 // The function that fails, or "".

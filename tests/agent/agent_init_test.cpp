@@ -54,7 +54,7 @@ TEST(AgentInit, RefusesOtherNamesAndShowsTheWholePath) {
   }
 }
 
-TEST(AgentInit, RefusesACommandLineThatIsNone) {
+TEST(AgentInit, RefusesAnInvalidCommandLine) {
   LogCapture log;
   Agent agent;
   CommandLine line = {"export"};
@@ -171,7 +171,7 @@ TEST(AgentInit, FailsTheSecondTimeEvenAfterAFailure) {
   EXPECT_EQ(log.take(), (LogLines{"agent.cpp: invalid plugin [/]", "agent.cpp: invalid arg"}));
 }
 
-TEST(AgentInit, FindsNoOptionsWhenGetoptHasBeenThroughThem) {
+TEST(AgentInit, FindsNoOptionsAfterGetoptHasReadThem) {
   FrameworkEnd framework;
   CommandLine line = {"export", "-f", std::to_string(framework.pluginFd()), "-v", "2.3"};
   Agent first;
@@ -183,7 +183,7 @@ TEST(AgentInit, FindsNoOptionsWhenGetoptHasBeenThroughThem) {
             (LogLines{"agent.cpp: invalid argument fd [-1]", "agent.cpp: invalid arg"}));
 }
 
-TEST(AgentInit, KeepsTheSocketFromProgramsThatThePluginStarts) {
+TEST(AgentInit, DoesNotPassTheSocketToProgramsOfThePlugin) {
   FrameworkEnd framework;
   ASSERT_EQ(fcntl(framework.pluginFd(), F_SETFD, 0), 0);  // as a plug-in gets it, to survive exec
   Agent agent;

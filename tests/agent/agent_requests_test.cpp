@@ -26,8 +26,8 @@ struct Operation {
   std::function<bool(Agent &)> call;
   unsigned type;
   std::string payload;
-  std::string answer;   // one that grants it
-  std::string refusal;  // one that refuses it with "no"
+  std::string answer;   // an answer that grants it
+  std::string refusal;  // an answer that refuses it with "no"
   std::string since;    // the framework version that brought it; empty: every one
   std::string sendLine;
   std::string receiveLine;
@@ -179,7 +179,7 @@ class EveryRequest : public testing::TestWithParam<std::size_t> {
   unsigned answerType() const { return findPacket(static_cast<int>(operation().type))->answer; }
 };
 
-TEST_P(EveryRequest, SendsItsBytesAndIsGranted) {
+TEST_P(EveryRequest, SendsItsBytesAndSucceeds) {
   for (const std::string version : {"1.9", "2.1", "2.2", "2.3", "3.0"}) {
     Exchange exchange(version);
     if (isBelow(version, operation().since)) {
@@ -200,7 +200,7 @@ TEST_P(EveryRequest, SendsItsBytesAndIsGranted) {
   }
 }
 
-TEST_P(EveryRequest, TellsTheReasonOfARefusal) {
+TEST_P(EveryRequest, ReportsTheReasonOfARefusal) {
   Exchange exchange;
   exchange.answer(answerType(), operation().refusal);
   EXPECT_FALSE(operation().call(exchange.agent));
@@ -224,7 +224,7 @@ TEST_P(EveryRequest, RefusesAnAnswerOfAnotherType) {
   EXPECT_TRUE(operation().call(exchange.agent));
 }
 
-TEST_P(EveryRequest, RefusesAnAnswerThatBreaksItsRule) {
+TEST_P(EveryRequest, RefusesAnInvalidAnswer) {
   Exchange exchange;
   exchange.answer(answerType(), R"({"success":"yes"})");
   EXPECT_FALSE(operation().call(exchange.agent));
@@ -247,7 +247,7 @@ TEST_P(EveryRequest, FailsBeforeInit) {
   EXPECT_EQ(agent.getErrno(), 0);
 }
 
-TEST_P(EveryRequest, FailsWhenTheFrameworkLeavesInTheMiddleAndAtOnceAfterwards) {
+TEST_P(EveryRequest, FailsWhenTheFrameworkClosesDuringItAndLater) {
   Exchange exchange;
   exchange.framework.play([&] {
     exchange.framework.readFrame();
@@ -305,9 +305,9 @@ TEST(VersionGate, ShowsNoVersionOnceTheFrameworkIsGone) {
   EXPECT_EQ(exchange.agent.getErrno(), 3);
 }
 
-// ---- What each hands out.
+// ---- The results of each request.
 
-TEST(GetExportResult, HandsOutTheWholeMember) {
+TEST(GetExportResult, ReturnsTheWholeMember) {
   Exchange exchange;
   exchange.answer(
       14, R"({"success":true,"export_result":{"success":1,"app_data_version":"1.4","x":[1]}})");
@@ -320,7 +320,7 @@ TEST(GetExportResult, HandsOutTheWholeMember) {
   EXPECT_EQ(result["app_data_version"].asString(), "1.4") << "left alone on failure";
 }
 
-TEST(GetAppDataVersion, HandsOutTheTwoNumbers) {
+TEST(GetAppDataVersion, ReturnsTheTwoNumbers) {
   const std::tuple<const char *, int, int> cases[] = {{"1.4", 1, 4},
                                                       {"1.2.3", 1, 2},
                                                       {"2.0beta", 2, 0},
@@ -347,7 +347,7 @@ TEST(GetAppDataVersion, HandsOutTheTwoNumbers) {
   EXPECT_EQ(minor, -7);
 }
 
-TEST(GetExportConfig, HandsOutAnyValue) {
+TEST(GetExportConfig, ReturnsAnyValue) {
   for (const char *value : {"null", "5", "\"text\"", "[1,{\"a\":null}]", "{\"b\":true}", "false"}) {
     Exchange exchange;
     exchange.answer(21, std::string("{\"success\":true,\"export_config\":") + value + "}");
@@ -357,7 +357,7 @@ TEST(GetExportConfig, HandsOutAnyValue) {
   }
 }
 
-TEST(GetLanguage, LeavesTheTextAloneWhenRefused) {
+TEST(GetLanguage, DoesNotChangeTheTextWhenRefused) {
   Exchange exchange;
   exchange.answer(23, R"({"success":false,"error":"not ready"})");
   std::string language = "before";
@@ -382,7 +382,7 @@ TEST(GetSelectedSource, FillsTheRecord) {
   EXPECT_EQ(source.getDisplayString(), "Folders: [docs], Apps: [mail]");
 }
 
-TEST(GetSelectedSource, DoesNotLookAtSuccess) {
+TEST(GetSelectedSource, IgnoresSuccess) {
   Exchange exchange;
   exchange.answer(19, kSelection);
   SelectedSourceInfo source;
@@ -434,7 +434,7 @@ TEST(GetSelectedSource, FailsBeforeInit) {
   EXPECT_EQ(agent.getErrorString(), "");
 }
 
-TEST(GetSelectedSource, FailsLikeTheOthersOtherwise) {
+TEST(GetSelectedSource, FailsLikeTheOtherRequests) {
   SelectedSourceInfo source;
   Exchange exchange;
   exchange.answer(19, R"({"success":false,"error":"x"})");
@@ -614,7 +614,7 @@ TEST(GetExternalHandleResult, AppendsTheRecordsInOrder) {
 
 // ---- Listings.
 
-TEST(CreateDir, TakesARefusalWithoutAnEchoForAnInvalidPacket) {
+TEST(CreateDir, TreatsARefusalWithoutAnEchoAsAnInvalidPacket) {
   Exchange exchange;
   exchange.answer(17, refusalWith(""));
   EXPECT_FALSE(exchange.agent.createDir("/x"));
@@ -704,7 +704,7 @@ TEST(ListDir, CarriesTheTokenOfEachPageToTheNext) {
   EXPECT_EQ(log, LogLines{});
 }
 
-TEST(ListDir, RefusesATokenThatIsNoText) {
+TEST(ListDir, RefusesATokenThatIsNotAString) {
   for (const char *token : {"5", "null", "[]", "{}", "true", "1.5"}) {
     std::list<FileInfo> entries;
     bool succeeded = true;
@@ -759,7 +759,7 @@ TEST(ListDir, RefusesASizeOf64Bits) {
                            "agent.cpp: failed to parse listDir output"}));
 }
 
-TEST(ListDir, TellsTheReasonOfARefusal) {
+TEST(ListDir, ReportsTheReasonOfARefusal) {
   Exchange exchange;
   std::list<FileInfo> entries(1);
   exchange.answer(8, refusalWith(R"(,"request":{"path":"/d"})"));
@@ -771,7 +771,7 @@ TEST(ListDir, TellsTheReasonOfARefusal) {
 }
 
 // The type of a page is not compared: any valid packet that says success and completes will do.
-TEST(ListDir, TakesAnyPacketForAPage) {
+TEST(ListDir, AcceptsAnyPacketAsAPage) {
   Exchange exchange;
   std::list<FileInfo> entries;
   exchange.answer(26, R"({"success":true,"list_complete":true})");
@@ -793,7 +793,7 @@ TEST(ListDir, TakesAnyPacketForAPage) {
 }
 
 // A listing response must have a text for its token; a packet of another type may have anything.
-TEST(ListDir, CarriesATokenOfAnyJsonTypeAsItCame) {
+TEST(ListDir, SendsATokenOfAnyJsonTypeUnchanged) {
   for (const std::string token : {"null", "true", "false", "5", "-9223372036854775808", "1.5",
                                   "\"t\"", "[1,\"x\",null]", "{\"a\":[{}]}"}) {
     Exchange exchange;
@@ -820,7 +820,7 @@ TEST(ListDir, SendsARelativePathAsGiven) {
   EXPECT_EQ(exchange.log.take(), LogLines{});
 }
 
-TEST(ListDir, LetsOutTheConversionErrorOfAForeignPacket) {
+TEST(ListDir, ThrowsTheConversionErrorOfAnotherPacket) {
   Exchange exchange;
   std::list<FileInfo> entries;
   const std::string named = R"({"a":)" + entry("/a", "file") + "}";
@@ -840,7 +840,7 @@ TEST(ListDir, LetsOutTheConversionErrorOfAForeignPacket) {
   EXPECT_TRUE(exchange.agent.listDir("/d", entries));
 }
 
-TEST(ListDir, LeavesTheEntriesAloneOnlyBeforeInit) {
+TEST(ListDir, KeepsTheOldEntriesOnlyBeforeInit) {
   LogCapture log;
   Agent agent;
   std::list<FileInfo> entries(2);

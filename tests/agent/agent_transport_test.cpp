@@ -1,5 +1,5 @@
-// Frames as they come and go: whole, in pieces, too many, malformed, and cut by a framework that
-// leaves. Driven by setProgress, whose answer is small.
+// Frames: whole, in pieces, too many, malformed, and cut by a framework that closes. Tested with
+// setProgress, whose answer is small.
 
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -72,7 +72,7 @@ TEST_F(Transport, DeliversAnAnswerThatComesByteByByte) {
   EXPECT_EQ(log_.take(), LogLines{});
 }
 
-TEST_F(Transport, TakesWhatJsonCppTakes) {
+TEST_F(Transport, AcceptsWhatJsonCppAccepts) {
   open();
   for (const char *text :
        {"{\"success\":true}", "  {\"success\" : true} \r\n\t", "{\"success\":true} x",
@@ -84,7 +84,7 @@ TEST_F(Transport, TakesWhatJsonCppTakes) {
   EXPECT_EQ(log_.take(), LogLines{});
 }
 
-TEST_F(Transport, RefusesPayloadsThatAreNoJsonObject) {
+TEST_F(Transport, RefusesPayloadsThatAreNotJsonObjects) {
   const LogLines notJson = {"agent.cpp: Failed to parse upload request payload",
                             "agent.cpp: append packet failed, skip it", kNothing, kReceiveFailed};
   const LogLines notObject = {"agent.cpp: payload is invalid (not a json object)",
@@ -157,7 +157,7 @@ TEST_F(Transport, LosesBothOfTwoAnswersInOneRead) {
 }
 
 // The second answer stays at the head of the buffer and comes to the next request.
-TEST_F(Transport, HandsALateDuplicateToTheNextRequest) {
+TEST_F(Transport, DeliversALateDuplicateToTheNextRequest) {
   open();
   answerWith(kAnswer + frame(23, "{\"success\":true,\"language\":\"x\"}"));
   EXPECT_FALSE(ask());
@@ -170,7 +170,7 @@ TEST_F(Transport, HandsALateDuplicateToTheNextRequest) {
   EXPECT_EQ(log_.take(), LogLines{"agent.cpp: invalid response"});
 }
 
-TEST_F(Transport, HandsDataThatCameBetweenCallsToTheNextOne) {
+TEST_F(Transport, DeliversDataReceivedBetweenCallsToTheNextCall) {
   open();
   framework_.write(kAnswer);
   answerWith("");
@@ -178,7 +178,7 @@ TEST_F(Transport, HandsDataThatCameBetweenCallsToTheNextOne) {
   EXPECT_EQ(log_.take(), LogLines{});
 }
 
-TEST_F(Transport, TakesAPacketOfType0ForNothing) {
+TEST_F(Transport, TreatsAPacketOfType0AsNoAnswer) {
   open();
   answerWith(frame(0, kSuccess));
   EXPECT_FALSE(ask());
@@ -198,7 +198,7 @@ TEST_F(Transport, ForgetsAnEmptyPacketOfType0) {
   EXPECT_TRUE(ask());
 }
 
-TEST_F(Transport, RefusesTypesThatAreNone) {
+TEST_F(Transport, RefusesUnknownTypes) {
   open();
   answerWith(frame(60000, kSuccess));
   EXPECT_FALSE(ask());
@@ -332,7 +332,7 @@ void block() {
   pthread_sigmask(SIG_BLOCK, &set, nullptr);
 }
 
-// The write meets a socket that has been closed by the other side.
+// Writes to a socket that the other side has closed.
 void writeToALostFramework() {
   FrameworkEnd framework;
   Agent agent;

@@ -24,16 +24,16 @@ class DirLock {
  public:
   enum class Kind { kShared, kExclusive };
 
-  // Waits for the lock. After the timeout throws DirInUse. Throws std::system_error (ENOENT) if there is
-  // no such directory.
+  // Waits for the lock. After the timeout throws DirInUse. Throws std::system_error (ENOENT) if
+  // there is no such directory.
   DirLock(const std::filesystem::path &directory, Kind kind, std::chrono::milliseconds patience);
 
  private:
   Fd fd_;
 };
 
-// Owns a temporary directory of one process: empty at first, and removed by the destructor. Takes over
-// a directory that a killed process left. Throws DirInUse if another process uses it.
+// Owns a temporary directory of one process: empty at first, and removed by the destructor. Takes
+// over a directory that a killed process left. Throws DirInUse if another process uses it.
 class ScratchDir {
  public:
   explicit ScratchDir(std::filesystem::path directory);
@@ -54,8 +54,8 @@ class ScratchDir {
   bool owned_ = true;
 };
 
-// Removes a scratch directory that a killed process left. Does nothing if there is none, or if it is
-// in use or cannot be removed.
+// Removes a scratch directory that a killed process left. Does nothing if there is none, or if it
+// is in use or cannot be removed.
 void removeAbandoned(const std::filesystem::path &directory);
 
 }  // namespace notes

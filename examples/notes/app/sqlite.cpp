@@ -105,8 +105,8 @@ void Statement::check(int code) const {
 }
 
 Transaction::Transaction(Database &database, Kind kind) : database_(database) {
-  // A write transaction waits for the lock here. A read transaction that later becomes a write could
-  // not wait, and would fail.
+  // A write transaction waits for the lock here. A read transaction that later becomes a write
+  // could not wait, and would fail.
   database_.execute(kind == Kind::kWrite ? "BEGIN IMMEDIATE" : "BEGIN");
 }
 

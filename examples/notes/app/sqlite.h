@@ -32,8 +32,8 @@ class Database {
 
   std::int64_t lastInsertId() const { return sqlite3_last_insert_rowid(handle()); }
 
-  // Copies the current state of the database to a new file, while other processes continue to write.
-  // Calls the function with the pages done and in all; an exception from it propagates.
+  // Copies the current state of the database to a new file, while other processes continue to
+  // write. Calls the function with the pages done and in all; an exception from it propagates.
   void copyTo(const std::filesystem::path &file, const std::function<void(int, int)> &progress);
 
   sqlite3 *handle() const { return handle_.get(); }

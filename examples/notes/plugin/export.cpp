@@ -78,8 +78,8 @@ void deleteOtherNotebooks(Database &database, const std::vector<std::string> &ke
   }
 }
 
-// Removes everything outside the scope from a copy of the database, also from the index, which keeps
-// deleted words for a while, and from free pages.
+// Removes everything outside the scope from a copy of the database, also from the index, which
+// keeps deleted words for a while, and from free pages.
 void reduceTo(const ExportScope &scope, Database &copy) {
   if (scope.attachments && scope.notebooks.empty()) {
     return;
@@ -158,8 +158,8 @@ void summarize(Session &session) {
   session.agent().setSummaryInfo(info);
 }
 
-// Uses the live files, because the snapshot does not exist yet. It counts the whole database, also the
-// parts that are not selected.
+// Uses the live files, because the snapshot does not exist yet. It counts the whole database, also
+// the parts that are not selected.
 void estimateExportion(Session &session, const DataDir &dir) {
   const ExportScope scope = session.exportScope();
   const DirLock lock = shareExisting(dir);
