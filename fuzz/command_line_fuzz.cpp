@@ -1,5 +1,5 @@
-// Command lines into Agent::init. Input: one argument a line, argv[0] first. Descriptor 100 is a
-// connected socket; any other number has to be one that nobody has open.
+// Command lines into Agent::init. Input: one argument per line, argv[0] first. Descriptor 100 is a
+// connected socket; any other number must not be an open descriptor.
 
 #include <event2/event.h>
 #include <fcntl.h>
@@ -55,7 +55,7 @@ bool isOpen(int fd) {
   return fcntl(fd, F_GETFD) != -1;
 }
 
-// Whether the Agent could come to hold, and close, a descriptor of the fuzzer itself.
+// Returns whether the Agent could own, and close, a descriptor of the fuzzer itself.
 bool namesForeignDescriptor(std::vector<std::string> arguments) {
   std::vector<char *> argv = makeArgv(arguments);
   restartGetopt();
@@ -128,7 +128,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
   openSockets();
   if (!namesForeignDescriptor(arguments)) {
     const bool isInitialized = runSession(arguments);
-    FUZZ_CHECK(isOpen(kSessionSocket) != isInitialized);  // there is no session on anything else
+    FUZZ_CHECK(isOpen(kSessionSocket) != isInitialized);  // only this descriptor carries a session
     if (isInitialized) {
       checkCompletion();
     }

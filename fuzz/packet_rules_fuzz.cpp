@@ -18,7 +18,7 @@ namespace {
 using arvl_fuzz::LogSink;
 using namespace ZARN::ARVLAPP;
 
-// The one case in which the rule book lets JsonCpp's conversion error out.
+// The only case in which the rules let a conversion error of JsonCpp propagate.
 bool isConversionExpectedToFail(PACKET_TYPE type, const Json::Value &payload) {
   if (type != PACKET_EXPORT_RESULT_RESPONSE || !payload.isObject() ||
       !payload["success"].isBool() || !payload["success"].asBool()) {
@@ -32,7 +32,7 @@ bool isConversionExpectedToFail(PACKET_TYPE type, const Json::Value &payload) {
 void checkVerdict(PACKET_TYPE type, bool isValid) {
   const bool isSilent = isValid || type == PACKET_STAT_REQUEST || type == PACKET_STAT_RESPONSE;
   if (isSilent) {
-    // A list request with a token alone is looked at for its path first, which leaves a line.
+    // A list request with only a token logs a line, because its path is checked first.
     FUZZ_CHECK(LogSink::lineCount() == 0 ||
                LogSink::lastLine() == "protocol_util.cpp: no member [path]");
   } else {

@@ -102,7 +102,7 @@ class ValueReader {
   std::size_t at_ = 0;
 };
 
-// Whether the bytes are well-formed UTF-8: no overlong form, no surrogate, nothing beyond U+10FFFF.
+// Returns whether the bytes are valid UTF-8: no overlong form, no surrogate, nothing beyond U+10FFFF.
 bool isUtf8(const std::string &text) {
   for (std::size_t i = 0; i < text.size();) {
     const auto lead = static_cast<unsigned char>(text[i++]);

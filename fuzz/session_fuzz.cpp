@@ -63,7 +63,7 @@ std::string makePacket(const std::string &line) {
   return arvl_fuzz::makeFrame(type, line.substr(std::min(skipped + 1, line.size())));
 }
 
-// "5,1" is 5, 1; "-" and nothing are none.
+// "5,1" yields 5 and 1; "-" and an empty string yield none.
 std::vector<std::size_t> readSizes(const std::string &text) {
   std::vector<std::size_t> sizes;
   std::istringstream fields(text == "-" ? "" : text);
@@ -295,7 +295,7 @@ void act(Agent &agent, Peer &peer, char action, const std::string &text) {
     case '-':
       return agent.setErrorMsg("section", text);
     case '.':
-      return peer.sendNext();  // unasked
+      return peer.sendNext();  // without a request
     case '<':
       return peer.endSending();
     case 'x':
@@ -357,7 +357,7 @@ void runSession(const Scenario &scenario) {
     for (const char action : scenario.actions) {
       const bool wasCanceled = agent.getErrno() == 1;
       act(agent, peer, action, scenario.argument);
-      FUZZ_CHECK(!wasCanceled || agent.getErrno() != 2);  // nothing is answered any more
+      FUZZ_CHECK(!wasCanceled || agent.getErrno() != 2);  // a canceled session gets no more answers
     }
   }
   activePeer = nullptr;

@@ -13,7 +13,7 @@ bool parse(const std::string &text, Json::Value &value, std::string *error = nul
   return parseJsonText(text.data(), text.data() + text.size(), value, error);
 }
 
-TEST(ParseJsonText, TakesCommentsRepeatedKeysAndTextBehindTheValue) {
+TEST(ParseJsonText, AcceptsCommentsRepeatedKeysAndTextAfterTheValue) {
   Json::Value value;
   EXPECT_TRUE(parse("{/* one */\"a\":1, // two\n\"a\":2} and more", value));
   EXPECT_EQ(value["a"], 2);
@@ -21,7 +21,7 @@ TEST(ParseJsonText, TakesCommentsRepeatedKeysAndTextBehindTheValue) {
   EXPECT_EQ(value["a"], 3);
 }
 
-TEST(ParseJsonText, SaysWhatIsWrongAndWhere) {
+TEST(ParseJsonText, ReportsTheErrorAndItsPosition) {
   Json::Value value;
   std::string error;
   EXPECT_FALSE(parse("{\"a\":true,}", value, &error));
@@ -31,7 +31,7 @@ TEST(ParseJsonText, SaysWhatIsWrongAndWhere) {
   EXPECT_EQ(error, "* Line 1, Column 1\n  Syntax error: value, object or array expected.\n");
 }
 
-TEST(ParseJsonText, SaysWhyNestingIsTooDeep) {
+TEST(ParseJsonText, ReportsNestingThatIsTooDeep) {
   const std::string deep(5000, '[');
   Json::Value value;
   std::string error;

@@ -19,14 +19,14 @@ std::size_t valuesIn(const Json::Value &value) {
   return count;
 }
 
-// Counts the values that the parser makes of the text.
+// Counts the values that the parser creates from the text.
 std::size_t valuesOf(const std::string &text) {
   Json::Value value;
   EXPECT_TRUE(parseJsonText(text.data(), text.data() + text.size(), value)) << text;
   return valuesIn(value);
 }
 
-TEST(CountJsonValues, CountsWhatIsInArraysAndObjects) {
+TEST(CountJsonValues, CountsTheValuesInArraysAndObjects) {
   for (const std::string text : {"1", "[1]", "[1,2,3]", R"({"a":1,"b":[null,"x"]})", "[[[1]]]"}) {
     EXPECT_EQ(countJsonValues(text), valuesOf(text)) << text;
   }
@@ -44,7 +44,7 @@ TEST(CountJsonValues, CountsNothingInComments) {
   EXPECT_EQ(countJsonValues("/*/ ,, */[1]"), 2u);
 }
 
-// A quotation mark in a comment begins no string, and a slash in a string no comment.
+// A quotation mark in a comment does not start a string. A slash in a string does not start a comment.
 TEST(CountJsonValues, IgnoresQuotesInCommentsAndSlashesInStrings) {
   for (const std::string text :
        {"[/*\"*/1,2,3/*\"*/]", "[//\"\n1,2,3//\"\n]", "[\"/*\",1,2,3,\"*/\"]", "[\"//\",1,2,3\n]",
@@ -53,7 +53,7 @@ TEST(CountJsonValues, IgnoresQuotesInCommentsAndSlashesInStrings) {
   }
 }
 
-TEST(CountJsonValues, TakesAnyText) {
+TEST(CountJsonValues, AcceptsAnyText) {
   for (const std::string text : {"", "\"", "\"\\", "/", "/*", "/* *", "//", "\"\\\"", "x/y"}) {
     EXPECT_EQ(countJsonValues(text), 1u) << text;
   }

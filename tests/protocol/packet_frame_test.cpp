@@ -9,7 +9,7 @@ namespace {
 
 using namespace ZARN::ARVLAPP;
 
-// The header as the wire shows it, with the check code in the order of this host.
+// Returns the bytes of the header on the wire, with the check code in the byte order of this host.
 PacketHeaderBytes wireHeader(std::uint16_t checkCode, std::array<unsigned char, 6> rest) {
   PacketHeaderBytes bytes{};
   std::memcpy(bytes.data(), &checkCode, sizeof checkCode);
@@ -25,13 +25,13 @@ TEST(EncodePacketHeader, WritesTheCheckCodeInHostOrderAndTheRestBigEndian) {
 }
 
 #if __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
-TEST(EncodePacketHeader, OpensWithDc55OnALittleEndianHost) {
+TEST(EncodePacketHeader, StartsWithDc55OnALittleEndianHost) {
   const PacketHeaderBytes expected = {0xDC, 0x55, 0x00, 0x05, 0x02, 0x00, 0x00, 0x00};
   EXPECT_EQ(encodePacketHeader({5, 0x2000000}), expected);
 }
 #endif
 
-TEST(EncodePacketHeader, DoesNotJudgeTheLength) {
+TEST(EncodePacketHeader, DoesNotCheckTheLength) {
   EXPECT_EQ(encodePacketHeader({1, 0x2000001}), wireHeader(0x55DC, {0, 1, 2, 0, 0, 1}));
   EXPECT_EQ(encodePacketHeader({0xFFFF, 0xFFFFFFFF}),
             wireHeader(0x55DC, {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}));
@@ -77,7 +77,7 @@ TEST(DecodePacketHeader, RefusesEveryOtherCheckCodeAndLeavesTheHeaderAlone) {
   }
 }
 
-TEST(DecodePacketHeader, JudgesTheCheckCodeBeforeTheLength) {
+TEST(DecodePacketHeader, ChecksTheCheckCodeBeforeTheLength) {
   const auto bytes = wireHeader(0xDC55, {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF});
   PacketHeader header;
   EXPECT_EQ(decodePacketHeader(bytes.data(), header), HeaderStatus::kBadCheckCode);
@@ -95,7 +95,7 @@ TEST(DecodePacketHeader, ReadsFromAnyAddress) {
   }
 }
 
-TEST(DecodePacketHeader, GivesBackEveryTypeThatWasEncoded) {
+TEST(DecodePacketHeader, ReturnsEveryTypeThatWasEncoded) {
   for (unsigned type = 0; type <= 0xFFFF; ++type) {
     const PacketHeaderBytes bytes = encodePacketHeader({static_cast<std::uint16_t>(type), type});
     PacketHeader header;

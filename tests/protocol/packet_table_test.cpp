@@ -50,7 +50,7 @@ TEST(PacketTable, HasEveryTypeOnce) {
   }
 }
 
-TEST(PacketTable, HasNoRowForANumberThatIsNoType) {
+TEST(PacketTable, HasNoRowForAnUnknownNumber) {
   for (const int number : {27, 28, 256, 65535, INT_MAX, -1, INT_MIN}) {
     EXPECT_EQ(findPacket(number), nullptr) << number;
   }
@@ -102,7 +102,7 @@ TEST(PacketTable, GivesEachStepItsCompletion) {
   }
 }
 
-TEST(PacketTable, HasNoCompletionForATextThatIsNoStep) {
+TEST(PacketTable, HasNoCompletionForAnUnknownStep) {
   for (const char *text : {"", "Export", "exporter", "/export"}) {
     EXPECT_EQ(findCompletion(text), nullptr) << text;
   }
@@ -122,7 +122,7 @@ TEST(PacketTable, NamesATypeAsTheRuleBookDoes) {
   }
 }
 
-TEST(PacketTable, NamesANumberThatIsNoType) {
+TEST(PacketTable, NamesAnUnknownNumber) {
   EXPECT_EQ(packetName(27), "type 27");
   EXPECT_EQ(packetName(-1), "type -1");
   EXPECT_EQ(packetName(65535), "type 65535");

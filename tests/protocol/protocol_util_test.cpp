@@ -17,7 +17,7 @@ using namespace arvl_test;
 constexpr Verdict kValid = Verdict::kValid;
 constexpr Verdict kInvalid = Verdict::kInvalid;
 
-// Payloads of every JSON type, for the rules that look at none of them.
+// Payloads of every JSON type, for the rules that ignore the payload.
 const std::vector<std::string> kAnyPayloads = {
     "null", "{}", "[]", "true", "0", "-1.5", R"("text")", R"({"success": 5})", R"([{}])", "false"};
 
@@ -73,7 +73,7 @@ TEST(PacketString, NamesEveryType) {
 
 const int kNumbersOfNoType[] = {27, 28, 255, 256, 65535, INT_MAX, -1, -26, INT_MIN};
 
-TEST(PacketString, ReportsANumberThatIsNoType) {
+TEST(PacketString, ReportsAnUnknownNumber) {
   for (const int number : kNumbersOfNoType) {
     LogCapture capture;
     EXPECT_EQ(Util::packetString(static_cast<PACKET_TYPE>(number)), "invalid_packet_type");
@@ -88,7 +88,7 @@ TEST(PacketType, IsAsLargeAsAnInt) {
 
 // ---- Dispatch.
 
-TEST(IsValidPacket, RefusesANumberThatIsNoType) {
+TEST(IsValidPacket, RefusesAnUnknownNumber) {
   for (const int number : kNumbersOfNoType) {
     checkRule(static_cast<PACKET_TYPE>(number),
               forAnyPayload(kInvalid, {"invalid packet type " + std::to_string(number)}));
@@ -111,7 +111,7 @@ TEST(IsValidPacket, AcceptsEveryPayloadOfARequestWithoutContent) {
   }
 }
 
-TEST(IsValidPacket, JudgesEachResultByItsOwnRule) {
+TEST(IsValidPacket, ChecksEachResultByItsOwnRule) {
   const std::vector<std::pair<PACKET_TYPE, std::string>> rules = {
       {PACKET_CAN_EXPORT_RESULT, "invalid can_export_result"},
       {PACKET_ESTIMATE_EXPORTION_RESULT, "invalid estimate_exportion_result"},
@@ -128,7 +128,7 @@ TEST(IsValidPacket, JudgesEachResultByItsOwnRule) {
 
 // ---- Threads.
 
-TEST(IsValidPacket, JudgesOnePayloadInSeveralThreadsAtOnce) {
+TEST(IsValidPacket, ChecksOnePayloadInSeveralThreadsAtOnce) {
   constexpr int kThreads = 4;
   constexpr int kRounds = 200;
   const Json::Value valid = parseJson(

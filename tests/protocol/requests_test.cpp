@@ -1,4 +1,4 @@
-// The rules of requests and responses: one row per check, with the lines that it leaves in the log.
+// The rules of requests and responses: one row per check, with the lines that it logs.
 
 #include <gtest/gtest.h>
 #include <json/value.h>
@@ -24,7 +24,7 @@ struct Case {
   LogLines lines;  // none: the payload is valid
 };
 
-// A payload is valid if its row names no line.
+// A payload is valid if its row has no log lines.
 void expectVerdicts(PACKET_TYPE type, const std::vector<Case> &cases) {
   std::vector<RuleCase> rows;
   for (const Case &row : cases) {
@@ -54,7 +54,7 @@ void expectResponseObject(PACKET_TYPE type, const std::string &wrapper) {
                  });
 }
 
-// The checks of a transfer request's items, whose request is {"data": [item]}.
+// Checks the items of a transfer request of the form {"data": [item]}.
 void expectItems(PACKET_TYPE type) {
   const auto request = [](const std::string &item) { return "{\"data\":[" + item + "]}"; };
   const auto source = [](const std::string &members) {
@@ -192,12 +192,12 @@ void expectTransferResponse(PACKET_TYPE type, const std::string &wrapper,
       });
 }
 
-TEST(UploadResponseRule, CarriesItsItemsEvenOfAFailure) {
+TEST(UploadResponseRule, RequiresItemsEvenOnFailure) {
   expectTransferResponse(PACKET_UPLOAD_RESPONSE, "invalid upload_response",
                          "isUploadResponseValid");
 }
 
-TEST(DownloadResponseRule, CarriesItsItemsEvenOfAFailure) {
+TEST(DownloadResponseRule, RequiresItemsEvenOnFailure) {
   expectTransferResponse(PACKET_DOWNLOAD_RESPONSE, "invalid download_response",
                          "isDownloadResponseValid");
 }
@@ -220,7 +220,7 @@ TEST(CreateDirRequestRule, TakesAnAbsolutePath) {
       });
 }
 
-TEST(CreateDirResponseRule, EchoesTheRequestEvenOfAFailure) {
+TEST(CreateDirResponseRule, EchoesTheRequestEvenOnFailure) {
   expectResponseObject(PACKET_CREATE_DIR_RESPONSE, "invalid create dir response");
   expectVerdicts(PACKET_CREATE_DIR_RESPONSE,
                  {
@@ -242,7 +242,7 @@ TEST(CreateDirResponseRule, EchoesTheRequestEvenOfAFailure) {
                  });
 }
 
-// A request with a token alone is valid and yet leaves a line behind.
+// A request with only a token is valid, but logs a line.
 TEST(ListDirRequestRule, TakesAPathOrATokenAndALimit) {
   expectVerdicts(
       PACKET_LIST_DIR_REQUEST,
@@ -275,7 +275,7 @@ TEST(ListDirRequestRule, TakesAPathOrATokenAndALimit) {
             });
 }
 
-TEST(ListDirResponseRule, EchoesTheRequestAndBringsAPage) {
+TEST(ListDirResponseRule, EchoesTheRequestAndHoldsAPage) {
   expectResponseObject(PACKET_LIST_DIR_RESPONSE, "invalid listDir response object");
   const auto page = [](const std::string &entry) {
     return R"({"success":true,"request":{"path":"/"},"list_complete":true,"entry_list":[)" + entry +
@@ -340,7 +340,7 @@ TEST(ListDirResponseRule, EchoesTheRequestAndBringsAPage) {
         {"no member [path]"}}});
 }
 
-TEST(SelectedSourceResponseRule, BringsBothListsEvenOfAFailure) {
+TEST(SelectedSourceResponseRule, HoldsBothListsEvenOnFailure) {
   expectResponseObject(PACKET_SELECTED_SOURCE_RESPONSE, "invalid get select source response");
   const std::string context = "[isSelectedSourceResponseValid]: member ";
   expectVerdicts(
@@ -370,7 +370,7 @@ TEST(SelectedSourceResponseRule, BringsBothListsEvenOfAFailure) {
       });
 }
 
-TEST(ExportConfigResponseRule, BringsAnyValue) {
+TEST(ExportConfigResponseRule, HoldsAnyValue) {
   expectResponseObject(PACKET_EXPORT_CONFIG_RESPONSE, "invalid export_config_response");
   expectVerdicts(PACKET_EXPORT_CONFIG_RESPONSE,
                  {
@@ -383,7 +383,7 @@ TEST(ExportConfigResponseRule, BringsAnyValue) {
                  });
 }
 
-TEST(LanguageResponseRule, BringsAText) {
+TEST(LanguageResponseRule, HoldsAString) {
   expectResponseObject(PACKET_LANGUAGE_RESPONSE, "invalid language_response");
   expectVerdicts(PACKET_LANGUAGE_RESPONSE,
                  {

@@ -26,7 +26,7 @@ Messages operator+(Messages messages, const std::string &last) {
 
 struct Completion {
   PACKET_TYPE type;
-  const char *wrapper;  // what each adds to a failure of its result object
+  const char *wrapper;  // the line that each adds when its result object is invalid
 };
 
 const Completion kCompletions[] = {
@@ -89,7 +89,7 @@ TEST(ResultObject, NeedsNoReasonForAFailure) {
   });
 }
 
-TEST(ResultObject, HasAnObjectOfSectionAndKeyAsReason) {
+TEST(ResultObject, HasAReasonOfSectionAndKey) {
   const Messages notAnObject = {"not a object", "invalid obj [err_msg]"};
   const Messages noSection = {"no member [section]", "invalid obj [err_msg]"};
   const Messages noKey = {"no member [key]", "invalid obj [err_msg]"};
@@ -111,7 +111,7 @@ TEST(ResultObject, HasAnObjectOfSectionAndKeyAsReason) {
   });
 }
 
-TEST(ResultObject, HasTextsInItsReason) {
+TEST(ResultObject, HasStringsInItsReason) {
   const Messages section = {"[isBasicResultObjectValid]: member [section] is not a string"};
   const Messages key = {"[isBasicResultObjectValid]: member [key] is not a string"};
   checkAllCompletions({
@@ -125,7 +125,7 @@ TEST(ResultObject, HasTextsInItsReason) {
   });
 }
 
-// ---- Completions that are a result object and nothing else.
+// ---- Completions that consist of a result object only.
 
 TEST(CompletionWithoutContent, NeedsNothingButSuccess) {
   for (const PACKET_TYPE type :
@@ -180,7 +180,7 @@ TEST(Estimate, OfAFailureNeedsNoCounts) {
             });
 }
 
-TEST(Estimate, ReportsTheFirstCountThatIsMissing) {
+TEST(Estimate, ReportsTheFirstMissingCount) {
   checkRule(
       PACKET_ESTIMATE_EXPORTION_RESULT,
       {
@@ -190,7 +190,7 @@ TEST(Estimate, ReportsTheFirstCountThatIsMissing) {
       });
 }
 
-TEST(Estimate, IsTestedForAllCountsBeforeTheirTypes) {
+TEST(Estimate, IsCheckedForAllCountsBeforeTheirTypes) {
   checkRule(PACKET_ESTIMATE_EXPORTION_RESULT,
             {
                 {R"({"success": true, "file_count": "x", "size": "x", "block_size": "x"})",
@@ -200,7 +200,7 @@ TEST(Estimate, IsTestedForAllCountsBeforeTheirTypes) {
             });
 }
 
-TEST(Estimate, ReportsTheFirstCountThatIsNoInt) {
+TEST(Estimate, ReportsTheFirstCountThatIsNotAnInt) {
   checkRule(PACKET_ESTIMATE_EXPORTION_RESULT,
             {
                 {R"({"success": true, "file_count": "1", "dir_count": null, "size": [],
@@ -218,7 +218,7 @@ TEST(Estimate, ReportsTheFirstCountThatIsNoInt) {
             });
 }
 
-TEST(Estimate, TakesCountsThatFitASigned32BitNumber) {
+TEST(Estimate, AcceptsCountsThatFitASigned32BitNumber) {
   const std::vector<std::pair<std::string, Verdict>> numbers = {
       {"2147483647", kValid},
       {"-2147483648", kValid},
@@ -290,7 +290,7 @@ std::string exportComplete(const std::string &version) {
   return R"({"success": true, "app_data_version": )" + version + "}";
 }
 
-TEST(ExportComplete, TakesTwoNumbersWithAFullStopBetween) {
+TEST(ExportComplete, AcceptsTwoNumbersSeparatedByAFullStop) {
   for (const std::string &version : kVersions) {
     checkRule(PACKET_EXPORT_COMPLETE, {{exportComplete('"' + version + '"'), kValid, {}}});
   }
@@ -306,7 +306,7 @@ TEST(ExportComplete, RefusesEveryOtherVersionText) {
   }
 }
 
-TEST(ExportComplete, RefusesAVersionThatIsNoText) {
+TEST(ExportComplete, RefusesAVersionThatIsNotAString) {
   for (const std::string &value : kNoTexts) {
     checkRule(PACKET_EXPORT_COMPLETE,
               {{exportComplete(value),
@@ -345,7 +345,7 @@ Messages textIsNoString(const std::string &key) {
   return {"[isSummaryCompleteValid]: member [" + key + "] is not a string"};
 }
 
-TEST(Summary, OfASuccessHasFourTexts) {
+TEST(Summary, OfASuccessHasFourStrings) {
   checkRule(PACKET_SUMMARY_RESULT,
             {
                 {R"({"success": true, "backup_short": "a", "backup_long": "b",
@@ -376,14 +376,14 @@ TEST(Summary, OfASuccessHasFourTexts) {
             });
 }
 
-TEST(Summary, OfAFailureNeedsNoTexts) {
+TEST(Summary, OfAFailureNeedsNoStrings) {
   checkRule(PACKET_SUMMARY_RESULT, {
                                        {R"({"success": false})", kValid, {}},
                                        {R"({"success": false, "backup_short": 5})", kValid, {}},
                                    });
 }
 
-TEST(Summary, ReportsTheFirstTextThatIsMissing) {
+TEST(Summary, ReportsTheFirstMissingString) {
   checkRule(PACKET_SUMMARY_RESULT,
             {
                 {R"({"success": true, "backup_short": "a"})", kInvalid, noText("backup_long")},
@@ -393,7 +393,7 @@ TEST(Summary, ReportsTheFirstTextThatIsMissing) {
             });
 }
 
-TEST(Summary, IsTestedForAllTextsBeforeTheirTypes) {
+TEST(Summary, IsCheckedForAllStringsBeforeTheirTypes) {
   checkRule(PACKET_SUMMARY_RESULT,
             {
                 {R"({"success": true, "backup_short": 5, "backup_long": 5, "restore_long": 5})",
@@ -403,7 +403,7 @@ TEST(Summary, IsTestedForAllTextsBeforeTheirTypes) {
             });
 }
 
-TEST(Summary, ReportsTheFirstTextThatIsNoString) {
+TEST(Summary, ReportsTheFirstMemberThatIsNotAString) {
   checkRule(PACKET_SUMMARY_RESULT,
             {
                 {R"({"success": true, "backup_short": null, "backup_long": 5, "restore_short": [],
@@ -535,14 +535,14 @@ TEST(ExportResult, HasASuccessThatReadsAsTrue) {
                                            });
 }
 
-TEST(ExportResult, HasItsSuccessReadBeforeItsVersion) {
+TEST(ExportResult, IsCheckedForSuccessBeforeVersion) {
   checkRule(PACKET_EXPORT_RESULT_RESPONSE,
             {{exportResult(R"({"success": false, "app_data_version": 5})"),
               kInvalid,
               {"export_result.success = false, impossible"}}});
 }
 
-TEST(ExportResult, LetsOutTheConversionErrorOfASuccessThatIsNoScalar) {
+TEST(ExportResult, PropagatesTheConversionErrorOfANonScalarSuccess) {
   for (const std::string value : {R"("true")", R"("")", "[]", "[true]", "{}", R"({"a": 1})"}) {
     SCOPED_TRACE(value);
     const Json::Value payload =
@@ -630,7 +630,7 @@ TEST(ExternalHandlerResults, AreObjectsOfHandlerTypeAndResult) {
       });
 }
 
-TEST(ExternalHandlerResults, NameHandlerAndTypeInTexts) {
+TEST(ExternalHandlerResults, HaveStringsAsHandlerAndType) {
   const auto wrongType = [](const std::string &key) {
     return Messages{"[isExternalHandlerResultValid]: member [" + key + "] is not a string",
                     kInvalidHandlers};

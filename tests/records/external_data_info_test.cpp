@@ -40,7 +40,7 @@ TEST(ExternalDataInfo, ReplacesAllFieldsEachTime) {
   EXPECT_TRUE(data.getExternalHandleResult().isNull());
 }
 
-TEST(ExternalDataInfo, KeepsItsResultWhereItIsWhenAssignedToItself) {
+TEST(ExternalDataInfo, KeepsItsResultInPlaceWhenAssignedToItself) {
   ExternalDataInfo data;
   data.setExternalHandleJson(parseJson(R"({"result":{"a":1}})"));
   const Json::Value &member = data.getExternalHandleResult()["a"];
@@ -49,7 +49,7 @@ TEST(ExternalDataInfo, KeepsItsResultWhereItIsWhenAssignedToItself) {
   EXPECT_EQ(&data.getExternalHandleResult()["a"], &member);
 }
 
-TEST(ExternalDataInfo, LetsAConversionErrorOut) {
+TEST(ExternalDataInfo, PropagatesAConversionError) {
   ExternalDataInfo data;
   data.setExternalHandleJson(parseJson(R"({"handler":"h","handler_type":"t","result":1})"));
   EXPECT_THROW(data.setExternalHandleJson(parseJson(R"({"handler":"new","handler_type":[]})")),

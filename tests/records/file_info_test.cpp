@@ -14,7 +14,7 @@ TEST(FileInfo, HasNoTypeUntilOneIsSet) {
   EXPECT_FALSE(file.isSymlinkType());
 }
 
-TEST(FileInfo, IsOfTheTypeThatWasSetLast) {
+TEST(FileInfo, HasTheTypeThatWasSetLast) {
   FileInfo file;
   file.setSymlinkType();
   EXPECT_EQ(file.getTypeStr(), "symlink");
@@ -31,7 +31,7 @@ TEST(FileInfo, IsOfTheTypeThatWasSetLast) {
   EXPECT_FALSE(file.isDirType());
 }
 
-TEST(FileInfo, TakesNumbersAsTheyAre) {
+TEST(FileInfo, KeepsNumbersUnchanged) {
   FileInfo file;
   file.setSizeByte(-5);
   file.setMtime(-1);

@@ -43,7 +43,7 @@ TEST(SelectedSourceInfo, ShowsBothListsInOneLine) {
   EXPECT_EQ(displayOf({"a, b", "c]"}, {"d", "d"}), "Folders: [a, b, c]], Apps: [d, d]");
 }
 
-TEST(SelectedSourceInfo, SeparatesNamesOnlyOnceThereIsText) {
+TEST(SelectedSourceInfo, WritesASeparatorOnlyAfterText) {
   EXPECT_EQ(displayOf({"", "a", "b"}, {"", ""}), "Folders: [a, b], Apps: []");
   EXPECT_EQ(displayOf({"a", "", "b"}, {"a", ""}), "Folders: [a, , b], Apps: [a, ]");
 }
@@ -57,7 +57,7 @@ TEST(SelectedSourceInfo, KeepsTheLastPayloadOnly) {
   EXPECT_EQ(source.getDisplayString(), "Folders: [c], Apps: []");
 }
 
-TEST(SelectedSourceInfo, TakesWhatIsMissingForEmpty) {
+TEST(SelectedSourceInfo, TreatsMissingMembersAsEmpty) {
   SelectedSourceInfo source;
   source.setSelectedSourceJson(
       parseJson(R"({"backup_folders":[{},{"object":null},{"object":5}]})"));
@@ -67,7 +67,7 @@ TEST(SelectedSourceInfo, TakesWhatIsMissingForEmpty) {
   EXPECT_TRUE(source.getSelectedFolders().empty());
 }
 
-// Fills a record with a folder and an application; then with the payload, which JsonCpp refuses.
+// Fills a record with a directory and an application, then with a payload that JsonCpp refuses.
 std::string displayAfterRefused(const std::string &payload) {
   SelectedSourceInfo source;
   source.setSelectedSourceJson(

@@ -55,7 +55,7 @@ struct stat statusOf(const std::string &path) {
   return status;
 }
 
-// The named entries, each counted once for each time it is named.
+// Returns the counts of the entries. An entry that is given twice counts twice.
 Counts sumOf(const std::vector<std::string> &paths) {
   Counts sum;
   for (const std::string &path : paths) {
@@ -86,7 +86,7 @@ void collect(const fs::path &path, std::vector<std::string> &paths) {
   }
 }
 
-// A walk of the tests' own.
+// Walks the tree independently of the library.
 Counts walk(const fs::path &start) {
   std::vector<std::string> paths;
   collect(start, paths);
@@ -227,7 +227,7 @@ TEST_F(StorageUsageAddOne, CountsAnEntryEachTimeItIsAdded) {
   EXPECT_EQ(counts().files, 3);
 }
 
-TEST_F(StorageUsageAddOne, TakesARelativePath) {
+TEST_F(StorageUsageAddOne, AcceptsARelativePath) {
   const fs::path before = fs::current_path();
   const std::string file = dir_.makeFile("file", "abc");
   fs::current_path(dir_.path());
@@ -274,14 +274,14 @@ TEST_F(StorageUsageAddOne, ReportsAnEntryThatCannotBeExamined) {
   EXPECT_EQ(counts(), Counts{});
 }
 
-TEST_F(StorageUsageAddOne, PrintsAnyNameAsItIs) {
+TEST_F(StorageUsageAddOne, LogsAnyNameUnchanged) {
   const std::string odd = dir_.at("100%s %n\nnext line");
   failToAddOne(odd, {"Failed to stat(" + odd + ") [No such file or directory]"});
   addOne(dir_.makeFile("100%s %n\nnext line", "abc"));
   EXPECT_EQ(counts(), sumOf({odd}));
 }
 
-TEST_F(StorageUsageAddOne, KeepsItsCountsThroughAFailure) {
+TEST_F(StorageUsageAddOne, KeepsItsCountsAfterAFailure) {
   const std::string file = dir_.makeFile("file", "abc");
   addOne(file);
   failToAddOne("/dev/null", {invalidFile(1, 0, 0, 0)});
@@ -343,7 +343,7 @@ TEST_F(StorageUsageAddDirRecursive, CountsLinksAsFilesAndFollowsNone) {
   EXPECT_EQ(counts().dirs, 1);
 }
 
-TEST_F(StorageUsageAddDirRecursive, PassesOverFifosAndSocketsSilently) {
+TEST_F(StorageUsageAddDirRecursive, SkipsFifosAndSocketsSilently) {
   makeFifo(dir_.at("fifo"));
   makeSocket(dir_.at("socket"));
   const std::string file = dir_.makeFile("file", "abc");
@@ -351,7 +351,7 @@ TEST_F(StorageUsageAddDirRecursive, PassesOverFifosAndSocketsSilently) {
   EXPECT_EQ(counts(), sumOf({dir_.path(), file}));
 }
 
-TEST_F(StorageUsageAddDirRecursive, PassesOverDevicesSilently) {
+TEST_F(StorageUsageAddDirRecursive, SkipsDevicesSilently) {
   for (const mode_t type : {S_IFCHR, S_IFBLK}) {
     const std::string device = dir_.at("device " + std::to_string(type));
     if (::mknod(device.c_str(), type | 0600, makedev(1, 3)) != 0) {
@@ -372,7 +372,7 @@ TEST_F(StorageUsageAddDirRecursive, CountsASparseFileByItsSizeAndItsBlocks) {
 }
 
 // Deeper than the walk may hold descriptors.
-TEST_F(StorageUsageAddDirRecursive, WalksATreeDeeperThanItsDescriptorsReach) {
+TEST_F(StorageUsageAddDirRecursive, WalksATreeDeeperThanItsDescriptorLimit) {
   constexpr int kLevels = 700;
   std::string level;
   for (int i = 0; i < kLevels; ++i) {
@@ -393,7 +393,7 @@ TEST_F(StorageUsageAddDirRecursive, AgreesWithAnotherWalkOfARealTree) {
   EXPECT_GT(counts().files, 0);
 }
 
-TEST_F(StorageUsageAddDirRecursive, CountsAStartThatIsNoDirectoryAsOneEntry) {
+TEST_F(StorageUsageAddDirRecursive, CountsAStartThatIsNotADirectoryAsOneEntry) {
   const std::string file = dir_.makeFile("file", "abc");
   dir_.makeDir("directory");
   fs::create_directory_symlink("directory", dir_.at("link"));
@@ -523,7 +523,7 @@ class StorageUsageWithoutPermission : public StorageUsageTest {
   std::string closed_;
 };
 
-TEST_F(StorageUsageWithoutPermission, FailsAtAnUnreadableDirectoryAndKeepsWhatItHad) {
+TEST_F(StorageUsageWithoutPermission, FailsAtAnUnreadableDirectoryAndKeepsItsCounts) {
   const std::string start = dir_.makeDir("start");
   const std::string middle = dir_.makeDir("start/middle");
   const std::string closed = makeClosedDir("start/middle/closed", 0000);
@@ -606,7 +606,7 @@ TEST_F(StorageUsageAddDirRecursive, NeitherCountsNorEntersAMountBelowItsStart) {
     addDirRecursive(start);
     EXPECT_EQ(counts(), sumOf({start, file}));
 
-    // The walk stays on the file system it starts on, whichever that is.
+    // The walk stays on the file system where it starts.
     StorageUsage inside;
     EXPECT_TRUE(inside.addDirRecursive(mountPoint));
     EXPECT_EQ(countsOf(inside), sumOf({mountPoint, mounted}));

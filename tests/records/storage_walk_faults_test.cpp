@@ -1,4 +1,4 @@
-// The results of callbacks that the C library's nftw never makes: the test's own nftw makes them.
+// Replaces nftw to make calls and results that the C library's nftw never makes.
 
 #include <ftw.h>
 #include <gtest/gtest.h>
@@ -63,7 +63,7 @@ class Walk : public testing::Test {
   LogCapture log_;
 };
 
-TEST_F(Walk, IsAskedForAsTheRulesOfTheAccountingSay) {
+TEST_F(Walk, IsCalledWithTheExpectedArguments) {
   EXPECT_TRUE(over([](Visit) { return 0; }));
   EXPECT_EQ(walkedPath, "/start");
   EXPECT_EQ(walkedDescriptors, 512);
@@ -98,7 +98,7 @@ TEST_F(Walk, StopsAtAVisitAfterItsEnd) {
             LogLines{"storage_usage.cpp: Error: bad param or no StorageUsage instance"});
   EXPECT_EQ(usage_.getDirCount(), 0);
 
-  // A path that is refused also ends whatever walk the slot was for.
+  // A refused path also ends the walk that used the slot.
   EXPECT_FALSE(usage_.addDirRecursive("relative"));
   EXPECT_EQ(kept("/x", &status, FTW_D, nullptr), 1);
 }
@@ -119,7 +119,7 @@ TEST_F(Walk, RequiresADotToBeADirectory) {
   EXPECT_EQ(usage_.getDirCount(), 2);
 }
 
-TEST_F(Walk, StopsWhereTheWalkerCouldNotLook) {
+TEST_F(Walk, StopsAtAnEntryThatTheWalkerCannotExamine) {
   for (const int flag : {FTW_DNR, FTW_NS}) {
     errno = 0;
     EXPECT_FALSE(over([flag](Visit visit) {
@@ -132,7 +132,7 @@ TEST_F(Walk, StopsWhereTheWalkerCouldNotLook) {
   }
 }
 
-TEST_F(Walk, CountsByTheRecordAndNotByTheFlag) {
+TEST_F(Walk, CountsByTheRecordNotByTheFlag) {
   EXPECT_TRUE(over([](Visit visit) {
     const struct stat status = directory();
     int stops = 0;
@@ -146,7 +146,7 @@ TEST_F(Walk, CountsByTheRecordAndNotByTheFlag) {
   EXPECT_EQ(usage_.getBlockCount(), 15);
 }
 
-TEST_F(Walk, TakesEveryOtherResultOfTheWalkerForSuccess) {
+TEST_F(Walk, TreatsEveryOtherResultOfTheWalkerAsSuccess) {
   EXPECT_TRUE(over([](Visit) { return 2; }));
   errno = ENOENT;
   EXPECT_FALSE(over([](Visit) { return -1; }));

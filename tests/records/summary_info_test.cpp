@@ -52,7 +52,7 @@ TEST(SummaryInfo, KeepsCopiesOfItsArguments) {
   EXPECT_EQ(texts(info), Texts(4, "before"));
 }
 
-TEST(SummaryInfo, HandsOutReferencesToItsOwnTexts) {
+TEST(SummaryInfo, ReturnsReferencesToItsOwnTexts) {
   SummaryInfo info;
   info.setSummaryInfo("1", "2", "3", "4");
   EXPECT_EQ(&info.getBackupShort(), &info.getBackupShort());
@@ -61,7 +61,7 @@ TEST(SummaryInfo, HandsOutReferencesToItsOwnTexts) {
   EXPECT_EQ(&info.getRestoreLong(), &info.getRestoreLong());
 }
 
-TEST(SummaryInfo, SetsAllTextsAtOnceEvenFromItsOwn) {
+TEST(SummaryInfo, CanBeSetFromItsOwnTexts) {
   SummaryInfo info;
   info.setSummaryInfo("1", "2", "3", "4");
   info.setSummaryInfo(info.getBackupLong(), info.getBackupShort(), info.getRestoreLong(),

@@ -1,4 +1,4 @@
-// The percentage of downloads and uploads, which belongs to one transfer.
+// The percentage of downloads and uploads. It belongs to one transfer.
 
 #include <gtest/gtest.h>
 

@@ -77,7 +77,7 @@ struct RecordTraits<FileInfo> {
   }
 };
 
-// A copy does not take the percentage, which has a test of its own.
+// A copy does not include the percentage, which has its own test.
 template <typename Transfer>
 struct TransferTraits {
   static Fields defaults() { return {"", "", "-1", "0", "none", "0"}; }

@@ -153,9 +153,9 @@ class AllocationTorture : public testing::TestWithParam<std::size_t> {
  protected:
   const Scenario &scenario() const { return scenarios()[GetParam()]; }
 
-  // Each in turn, in one process, so that a hang or crash ends that process alone.
+  // Fails each in turn, in one process, so that a hang or crash ends only that process.
   std::string failEachInTurn(bool sticky) {
-    runWithFailure(scenario(), 0, false);  // what is made once and kept is made now
+    runWithFailure(scenario(), 0, false);  // makes the allocations that are kept for later runs
     const long count = runWithFailure(scenario(), 0, false).count;
     for (long failAt = 1; failAt <= count; ++failAt) {
       const std::string fault = inProcess(20, [&] {
@@ -186,11 +186,11 @@ TEST_P(AllocationTorture, EndsAsExpectedAndLeaksNothingWhenNothingFails) {
   EXPECT_EQ(openDescriptors(), before);
 }
 
-TEST_P(AllocationTorture, IsSoundWhenOneAllocationFails) {
+TEST_P(AllocationTorture, SurvivesOneFailedAllocation) {
   EXPECT_EQ(failEachInTurn(false), "") << scenario().name;
 }
 
-TEST_P(AllocationTorture, IsSoundWhenAllAllocationsFailFromOneOn) {
+TEST_P(AllocationTorture, SurvivesFailureOfAllLaterAllocations) {
   EXPECT_EQ(failEachInTurn(true), "") << scenario().name;
 }
 

@@ -117,7 +117,7 @@ TEST_P(PeerTorture, ARequestCutShortIsALostConnection) {
   }
 }
 
-TEST_P(PeerTorture, AWholeLastAnswerIsDeliveredThoughThePeerClosesAtOnce) {
+TEST_P(PeerTorture, AWholeLastAnswerIsDeliveredEvenIfThePeerClosesAtOnce) {
   Misdeed misdeed;
   misdeed.exchange = scenario().answers.size() - 1;
   for (const Misdeed::Kind kind : {Misdeed::kClose, Misdeed::kSilence, Misdeed::kHalfClose}) {

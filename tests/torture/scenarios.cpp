@@ -37,7 +37,7 @@ const char kHandlerResults[] =
 const char kTransferred[] =
     R"({"success":true,"data":[{"source":{"type":"file","path":"/a"},"success":true}]})";
 
-// One expectation after another; the first that does not hold decides.
+// Evaluates expectations in order. The first that fails decides the verdict.
 class Verdict {
  public:
   // A call that must succeed.
@@ -213,7 +213,7 @@ Result listTwoPages(Agent &agent) {
   return succeed(agent, verdict);
 }
 
-// Here the framework refuses, and the call has to say so.
+// The framework refuses these requests, so the calls must fail.
 Result beRefused(Agent &agent) {
   const bool granted = agent.setProgress("stage", 1);
   if (!granted && agent.getErrno() != 2) {
@@ -224,7 +224,7 @@ Result beRefused(Agent &agent) {
                                                  "a reason that is longer than a small string"));
 }
 
-// An answer that breaks its rule, or is none of the request's, is never a success.
+// An invalid answer, or an answer to another request, is never a success.
 Result beMisanswered(Agent &agent) {
   std::string language = "before";
   const bool succeeded = agent.getLanguage(language);

@@ -1,5 +1,5 @@
 // The runs that are tortured: together they use every public operation, every completion and the
-// destructor. Each knows what it must see when nothing goes wrong.
+// destructor. Each knows its expected results without faults.
 #ifndef ARVL_TESTS_TORTURE_SCENARIOS_H_
 #define ARVL_TESTS_TORTURE_SCENARIOS_H_
 

@@ -69,7 +69,7 @@ SocketPair makePair(bool tcp) {
   return pair;
 }
 
-// The framework's end. It allocates nothing, so that it stays out of what is being counted.
+// The framework's end. It allocates nothing, so that only allocations of the library are counted.
 class Framework {
  public:
   Framework(int fd, const Scenario &scenario, const Misdeed &misdeed)
@@ -122,7 +122,7 @@ class Framework {
     return true;
   }
 
-  // False when a completion came in place of a request, or the plug-in left.
+  // Returns false if a completion came instead of a request, or the plug-in hung up.
   bool readRequest() {
     char bytes[ZARN::ARVLAPP::kPacketHeaderSize];
     std::size_t have = 0;

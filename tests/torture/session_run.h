@@ -1,4 +1,4 @@
-// Runs one scenario against a framework end that plays its part to the byte, in a thread that
+// Runs one scenario against a framework end that sends exactly the given bytes, in a thread that
 // allocates nothing.
 #ifndef ARVL_TESTS_TORTURE_SESSION_RUN_H_
 #define ARVL_TESTS_TORTURE_SESSION_RUN_H_
@@ -35,7 +35,7 @@ struct SessionReport {
   Result result = Result::kFailed;
   int errorNumber = 0;
   int logLines = 0;
-  std::string received;                   // what came after the last answer: the completion
+  std::string received;                   // the bytes after the last answer: the completion
   std::vector<std::size_t> requestSizes;  // of the whole frames that were read
 };
 

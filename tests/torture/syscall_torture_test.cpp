@@ -38,7 +38,7 @@ enum Call {
 constexpr const char *kCallNames[] = {"readv", "writev",        "send",      "ioctl",
                                       "fcntl", "epoll_create1", "epoll_ctl", "epoll_wait"};
 
-constexpr int kShort = -1;  // in place of an error: one byte only
+constexpr int kShort = -1;  // instead of an error: transfers one byte only
 
 // The fault that is injected into the calls of the plug-in's thread while it is armed.
 struct Injection {
@@ -49,7 +49,7 @@ struct Injection {
   int counts[kCallCount] = {};
   int closedTwice = 0;
 
-  // True when this is the call that fails.
+  // Returns true if this call must fail.
   bool strikes(Call made) { return armed && ++counts[made] == failAt && made == call; }
 };
 
@@ -266,7 +266,7 @@ std::string strikeOnce(const Scenario &scenario, const Failure &failure, int fai
 
 class SyscallTorture : public testing::TestWithParam<std::size_t> {};
 
-TEST_P(SyscallTorture, EndsInAFailedCallOrUnharmed) {
+TEST_P(SyscallTorture, EndsInAFailedCallOrAsExpected) {
   const Scenario &scenario = scenarios()[GetParam()];
   const Failure none = {kCallCount, 0, true};
   const Outcome clean = runWith(scenario, none, 0);

@@ -1,4 +1,4 @@
-// The commands that go through the applications of a store.
+// Commands that process each application of a store.
 
 #include <gtest/gtest.h>
 

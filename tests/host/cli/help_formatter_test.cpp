@@ -112,7 +112,7 @@ TEST(Help, ShowsEveryDefinition) {
             "\n");
 }
 
-TEST(Help, BreaksADescriptionBetweenWordsOnly) {
+TEST(Help, WrapsADescriptionBetweenWordsOnly) {
   const std::string indent(28, ' ');
   const std::string first = indent.substr(4);
   EXPECT_EQ(shownDescription(std::string(25, 'a') + ' ' + std::string(25, 'b')),

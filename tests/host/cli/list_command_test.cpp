@@ -41,7 +41,7 @@ TEST_F(ListCommand, ListsTheBackupsOfEachApplication) {
                 third + "  1.0   2 files, 2 folders, 1 link, 8 B\n");
 }
 
-TEST_F(ListCommand, ListsInColumnsOfATerminalsCells) {
+TEST_F(ListCommand, AlignsColumnsByTerminalCells) {
   for (const char *name : {"\u65e5\u672c", "caf\u00e9"}) {
     ASSERT_EQ(backup({"--name", name}).status, 0);
   }
@@ -57,7 +57,7 @@ TEST_F(ListCommand, ListsInColumnsOfATerminalsCells) {
                 "  1.0      2 files, 2 folders, 1 link, 8 B\n");
 }
 
-TEST_F(ListCommand, ListsInJsonWhenEachBackupStarted) {
+TEST_F(ListCommand, ReportsTheStartOfEachBackupInJson) {
   const fs::path folder = mustBackUp();
   const Json::Value report = parseJson(onStore("list", {"--json"}).out);
   ASSERT_EQ(report["backups"].size(), 1u);
@@ -89,7 +89,7 @@ TEST_F(ListCommand, ListsABackupWhoseManifestCannotBeRead) {
                                              "\", line 1: this is not the manifest of a backup\n"));
 }
 
-TEST_F(ListCommand, ListsAManifestWithAnExportResultOfAnotherKind) {
+TEST_F(ListCommand, ListsAManifestWithAnExportResultOfAnotherType) {
   const fs::path folder = mustBackUp();
   damage(folder / "manifest.json", "{\"app_data_version\":\"1.0\",\"success\":true}", "\"1.0\"");
   const ProcessResult result = onStore("list");

@@ -1,4 +1,4 @@
-// How the commands on a store speak: --json, --quiet, a terminal, and an output that cannot be written.
+// Output of the commands on a store: --json, --quiet, a terminal, and an output that cannot be written.
 
 #include <gtest/gtest.h>
 #include <json/reader.h>
@@ -22,7 +22,7 @@ const char *const kStoreCommands[] = {"list", "verify", "prune"};
 
 class Output : public JobFolder {
  protected:
-  // The one object that standard output has to be, to its last byte.
+  // Parses standard output, which must hold exactly one object.
   static Json::Value reportOf(const ProcessResult &result) {
     Json::CharReaderBuilder builder;
     Json::CharReaderBuilder::strictMode(&builder.settings_);
@@ -102,7 +102,7 @@ TEST_F(Output, IsOneReportOfAJobThatFails) {
             "the store \"" + at("store") + "\" has no finished backup of unruly");
 }
 
-TEST_F(Output, IsOneReportWhateverThePluginWrites) {
+TEST_F(Output, IsOneReportForAnyOutputOfThePlugin) {
   for (const char *how : {"floods", "a line of a megabyte", "closes its output"}) {
     script("summary", {{"be", how}});
     const ProcessResult result = backup({"--json"});
@@ -113,7 +113,7 @@ TEST_F(Output, IsOneReportWhateverThePluginWrites) {
   }
 }
 
-TEST_F(Output, IsOneReportHoweverDeepACompletionNests) {
+TEST_F(Output, IsOneReportForADeeplyNestedCompletion) {
   mustBackUp();
   script("import", {{"be", "completes in depth"}});
   const ProcessResult result = restore({"--json"});
@@ -123,7 +123,7 @@ TEST_F(Output, IsOneReportHoweverDeepACompletionNests) {
   EXPECT_TRUE(report["steps"][1]["completion"]["deep"].isArray());
 }
 
-TEST_F(Output, IsOneReportOfEachCommandOnTheStore) {
+TEST_F(Output, IsOneReportForEachCommandOnTheStore) {
   mustBackUp();
   for (const std::string command : kStoreCommands) {
     const ProcessResult result = onStore(command, {"--json"});
@@ -143,8 +143,8 @@ TEST_F(Output, RefusesValuesThatAreEmpty) {
   EXPECT_EQ(onStore("verify", {"--name", "unruly", "--backup", ""}).status, 2);
 }
 
-// A store whose disk is not mounted is empty, and must not pass for sound.
-TEST_F(Output, OfVerifyIsAFailureWhereThereIsNothingToVerify) {
+// A store whose disk is not mounted is empty. Verify must not report it as sound.
+TEST_F(Output, ReportsAFailureIfThereIsNothingToVerify) {
   const std::string store = "the store \"" + at("store") + "\" has no ";
   const auto expectFailure = [&](const Arguments &more, const std::string &what) {
     const ProcessResult result = onStore("verify", more);
@@ -168,7 +168,7 @@ TEST_F(Output, OfVerifyIsAFailureWhereThereIsNothingToVerify) {
   expectFailure({"--name", "empty", "--backup", id}, "finished backup of empty");
 }
 
-TEST_F(Output, IsAReportOfWrongUsageToo) {
+TEST_F(Output, ReportsWrongUsage) {
   const auto reportOfWords = [this](const Arguments &more) {
     Arguments words = {job("list")[0]};
     words.insert(words.end(), more.begin(), more.end());
@@ -183,7 +183,7 @@ TEST_F(Output, IsAReportOfWrongUsageToo) {
   EXPECT_EQ(reportOfWords({"--json"})["command"], "");
 }
 
-// As another user, who cannot read every directory.
+// Runs as another user, which cannot read every directory.
 class OutputForAnotherUser : public Output {
  protected:
   void SetUp() override {
@@ -207,9 +207,9 @@ class OutputForAnotherUser : public Output {
   }
 };
 
-TEST_F(OutputForAnotherUser, ShowsAStoreAsFarAsItCanBeRead) {
+TEST_F(OutputForAnotherUser, ShowsTheReadablePartOfAStore) {
   const fs::path folder = mustBackUp();
-  const std::string manifest = folder / "manifest.json";  // in a folder for its owner alone
+  const std::string manifest = folder / "manifest.json";  // only its owner can enter the directory
   fs::create_directory(at("store/closed"));
   fs::permissions(at("store/closed"), fs::perms::none);
   for (const std::string command : kStoreCommands) {
@@ -227,7 +227,7 @@ TEST_F(OutputForAnotherUser, ShowsAStoreAsFarAsItCanBeRead) {
   fs::permissions(at("store/closed"), fs::perms::all);
 }
 
-TEST_F(OutputForAnotherUser, OfABackupDoesNotDependOnWhatElseCannotBeRead) {
+TEST_F(OutputForAnotherUser, OfABackupIgnoresOtherUnreadableDirectories) {
   const fs::path folder = mustBackUp();
   fs::create_directory(at("store/closed"));
   fs::permissions(at("store/closed"), fs::perms::none);
@@ -240,7 +240,7 @@ TEST_F(OutputForAnotherUser, OfABackupDoesNotDependOnWhatElseCannotBeRead) {
   fs::permissions(at("store/closed"), fs::perms::all);
 }
 
-TEST_F(Output, IsNothingWhereAllIsWellAndQuiet) {
+TEST_F(Output, IsEmptyOnSuccessIfQuiet) {
   for (const ProcessResult &result : {backup({"--quiet"}), restore({"--quiet"}),
                                       onStore("verify", {"-q"}), onStore("prune", {"-q"})}) {
     EXPECT_EQ(result.status, 0);
@@ -254,12 +254,12 @@ TEST_F(Output, IsNothingWhereAllIsWellAndQuiet) {
   EXPECT_EQ(countOf(failed.out, "success"), 0u) << failed.out;
 }
 
-TEST_F(Output, NamesTheProcessesWhereItIsVerbose) {
+TEST_F(Output, NamesTheProcessesIfVerbose) {
   EXPECT_TRUE(holds(backup({"--verbose"}).out,
                     std::string("\nrunning ") + UNRULY_PLUGIN + "/export (process "));
 }
 
-TEST_F(Output, HasColourOnATerminalUnlessThatIsNotWanted) {
+TEST_F(Output, HasColourOnATerminalUnlessDisabled) {
   if (access("/usr/bin/script", X_OK) != 0) {
     GTEST_SKIP() << "there is no script command to make a terminal";
   }
@@ -278,7 +278,7 @@ TEST_F(Output, HasColourOnATerminalUnlessThatIsNotWanted) {
   EXPECT_EQ(countOf(plain.out, "\x1b[1m"), 0u);
 }
 
-TEST_F(Output, ThatCannotBeWrittenIsAnError) {
+TEST_F(Output, ReportsAnErrorIfItCannotBeWritten) {
   mustBackUp();
   std::vector<Arguments> commands = {job("backup"), job("backup", {"--json"}), job("restore"),
                                      job("restore", {"--json"})};

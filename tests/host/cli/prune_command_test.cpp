@@ -74,7 +74,7 @@ TEST_F(PruneCommand, RemovesADeepUnfinishedBackup) {
   EXPECT_EQ(backups(), Names{});
 }
 
-TEST_F(PruneCommand, GoesOnAfterABackupThatCannotBeRemoved) {
+TEST_F(PruneCommand, ContinuesAfterABackupThatCannotBeRemoved) {
   const std::string stuck = at("store/unruly/20261121T092532.123Z.partial");
   const std::string mounted = dir_.makeDir("store/unruly/20261121T092532.123Z.partial/mounted");
   const std::string last = dir_.makeDir("store/unruly/20261121T092532.124Z.partial");

@@ -1,4 +1,4 @@
-// "arvl-host step --backup": one step on what an existing backup holds.
+// "arvl-host step --backup": one step on the data of an existing backup.
 
 #include <gtest/gtest.h>
 
@@ -30,7 +30,7 @@ class StepOnBackup : public JobFolder {
     return run(words, variables());
   }
 
-  // Expects a step that does not start.
+  // Expects that the step is refused before it starts.
   void expectRefusal(const std::string &folder, const std::string &error) const {
     const ProcessResult result = step("import", folder);
     EXPECT_EQ(result.status, 2) << folder;
@@ -39,7 +39,7 @@ class StepOnBackup : public JobFolder {
   }
 };
 
-TEST_F(StepOnBackup, IsServedWhatARestoreServes) {
+TEST_F(StepOnBackup, ReceivesTheSameDataAsInARestore) {
   makeOddTree(at("local/source"));
   dir_.makeDir("target");
   const Arguments variables = {"MINIMAL_DIRS=" + at("local/source"),
@@ -57,7 +57,7 @@ TEST_F(StepOnBackup, IsServedWhatARestoreServes) {
   EXPECT_EQ(treeOf(folder), before);
 }
 
-TEST_F(StepOnBackup, IsHandedTheResultsOfExternalHandlers) {
+TEST_F(StepOnBackup, ReceivesTheResultsOfExternalHandlers) {
   const std::string results = R"([{"handler":"mail","handler_type":"server","result":[1]}])";
   const fs::path folder =
       backUpFile({"--external-handler-result", dir_.makeFile("results.json", results)});
@@ -79,7 +79,7 @@ TEST_F(StepOnBackup, TakesAPathFromWithinTheStore) {
   EXPECT_EQ(result.status, 0) << result.err;
 }
 
-TEST_F(StepOnBackup, WritesNothingToIt) {
+TEST_F(StepOnBackup, LeavesTheBackupUnchanged) {
   const fs::path folder = backUpFile();
   const auto before = treeOf(folder);
   script("import", {{"move", "file", at("local/file"), "/another"}, {"create", "/folder"}});
@@ -97,7 +97,7 @@ TEST_F(StepOnBackup, WritesNothingToIt) {
             "--backup: an export cannot write to a finished backup: use --store instead\n"));
 }
 
-TEST_F(StepOnBackup, DeliversNothingThatIsDamaged) {
+TEST_F(StepOnBackup, DoesNotDeliverDamagedFiles) {
   const fs::path folder = backUpFile();
   damage(folder / "data/file", "cont", "CONT");
   script("import", {{"download", "file", "/file", at("local/back")}});
@@ -118,7 +118,7 @@ TEST_F(StepOnBackup, RefusesADamagedManifest) {
                             "\": No such file or directory");
 }
 
-TEST_F(StepOnBackup, RefusesAFolderThatIsNoFinishedBackup) {
+TEST_F(StepOnBackup, RefusesADirectoryThatIsNotAFinishedBackup) {
   const fs::path folder = backUpFile();
   for (const fs::path &path : {folder / "data", folder.parent_path(), fs::path(at("store"))}) {
     expectRefusal(path,
@@ -134,7 +134,7 @@ TEST_F(StepOnBackup, RefusesAFolderThatIsNoFinishedBackup) {
   EXPECT_TRUE(holds(missing.err, "--backup: Directory does not exist: " + folder.string()));
 }
 
-TEST_F(StepOnBackup, TakesNoOtherStoreAndNoOtherExportResult) {
+TEST_F(StepOnBackup, RefusesAStoreOrAnExportResultInAddition) {
   const fs::path folder = backUpFile();
   for (const Arguments &more : {Arguments{"--store", at("store")},
                                 Arguments{"--export-result", dir_.makeFile("result.json")}}) {

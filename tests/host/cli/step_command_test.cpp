@@ -45,7 +45,7 @@ std::string verdictOf(const ProcessResult &result) {
   return without(lastLine(result.out), " (");
 }
 
-// The number of the plug-in's process, from the first line.
+// Returns the process ID of the plug-in from the first line.
 std::string processOf(const std::string &out) {
   const std::size_t at = out.find("(process ") + 9;
   return out.substr(at, out.find(',', at) - at);
@@ -108,7 +108,7 @@ TEST(Step, SendsNoSyslogLineOverADescriptorThatIsThePluginsOwn) {
   EXPECT_TRUE(holds(result.out, "\n[stdout] nothing arrived\n"));
 }
 
-TEST(Step, KeepsThePreloadsOfTheUser) {
+TEST(Step, KeepsThePreloadedLibrariesOfTheUser) {
   const ProcessResult result = run(stepCommand("import", UNRULY_PLUGIN),
                                    {"UNRULY=shows what is preloaded", "LD_PRELOAD=/no/such.so"});
   EXPECT_EQ(result.status, 0);
@@ -128,8 +128,8 @@ TEST(Step, GivesThePluginFiveDescriptorsAndNoMore) {
                     "[stdout] descriptor socket\n"));
 }
 
-// The host raises its own.
-TEST(Step, GivesThePluginTheLimitOfDescriptorsThatItHadItself) {
+// The host raises its own limit, but must not pass the raised limit on.
+TEST(Step, GivesThePluginItsOriginalLimitOfDescriptors) {
   std::vector<std::string> words = {"/bin/sh", "-c", "ulimit -Sn 256 && exec \"$0\" \"$@\""};
   for (const std::string &word : stepCommand("import", UNRULY_PLUGIN)) {
     words.push_back(word);
@@ -236,7 +236,7 @@ TEST(Step, AcceptsTheLongestText) {
   EXPECT_TRUE(holds(result.out.substr(0, 300), "  text: xxx"));
 }
 
-TEST(Step, ReadsNoRequestBeforeTheAnswerToTheLastIsOut) {
+TEST(Step, ReadsNoRequestBeforeThePreviousAnswerIsSent) {
   const TempDir store;
   const ProcessResult result =
       runUnruly("asks and never reads", "import",
@@ -295,7 +295,7 @@ TEST(Step, EndsAPluginThatHangs) {
   }
 }
 
-TEST(Step, EndsAPluginThatClosesItsConnectionBeforeItsCompletionAndLivesOn) {
+TEST(Step, EndsAPluginThatKeepsRunningAfterAHangUpBeforeItsCompletion) {
   for (const std::string how : {"closes and lives on", "closes and ignores TERM"}) {
     const ProcessResult result = runUnruly(how, "import", {"--grace", "0.1"});
     EXPECT_EQ(result.status, 5) << how;
@@ -306,7 +306,7 @@ TEST(Step, EndsAPluginThatClosesItsConnectionBeforeItsCompletionAndLivesOn) {
   }
 }
 
-TEST(Step, EndsAPluginThatClosesItsConnectionInsideAPacketAndLivesOn) {
+TEST(Step, EndsAPluginThatKeepsRunningAfterAHangUpInsideAPacket) {
   const ProcessResult result =
       runUnruly("closes inside a packet and lives on", "import", {"--grace", "0.1"});
   EXPECT_EQ(result.status, 3);
@@ -314,7 +314,7 @@ TEST(Step, EndsAPluginThatClosesItsConnectionInsideAPacketAndLivesOn) {
   EXPECT_TRUE(isGone(processOf(result.out)));
 }
 
-TEST(Step, NamesHowAPluginEndedWithinTheGraceAfterItsClose) {
+TEST(Step, NamesHowAPluginEndedSoonAfterItsHangUp) {
   Command command(stepCommand("import", UNRULY_PLUGIN, {"--grace", "1000"}),
                   {"UNRULY=closes and exits with 3 when told"});
   ASSERT_TRUE(command.waitFor("[stdout] closed\n"));
@@ -352,12 +352,12 @@ TEST(Step, KillsThePluginOnTheSecondCtrlC) {
   EXPECT_EQ(command.finish().status, 130);
 }
 
-TEST(Step, BreaksOffACopyOnCtrlC) {
+TEST(Step, AbortsACopyOnCtrlC) {
   const TempDir dir;
   const std::string source = dir.path().string() + "/large";
   const std::string store = dir.path().string() + "/store";
   const int large = open(source.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
-  ASSERT_EQ(posix_fallocate(large, 0, off_t(1) << 30), 0);  // made at once, and long to copy
+  ASSERT_EQ(posix_fallocate(large, 0, off_t(1) << 30), 0);  // quick to allocate, slow to copy
   close(large);
   std::filesystem::create_directory(store);
 
@@ -435,7 +435,7 @@ TEST(Step, ListsEveryOptionInItsHelp) {
   EXPECT_EQ(run({ARVL_HOST, "--version"}).status, 0);
 }
 
-// ---- What the framework knows, by way of the minimal plug-in, which uses every request.
+// ---- Answers of the framework to the minimal plug-in, which uses every request.
 
 class Minimal : public testing::Test {
  protected:
@@ -539,7 +539,7 @@ TEST_F(Minimal, IsNotStartedOnAnExportResultThatBreaksTheRules) {
   EXPECT_EQ(result.status, 2);
   EXPECT_TRUE(holds(result.err, at("result.json") + ": the rule book refuses the export result:\n"
                                                     "  invalid app_data_version format [x]\n"));
-  // In a manifest of a backup, null: there were no external handlers.
+  // A manifest holds null if there were no external handlers.
   std::ofstream(at("manifest.json"))
       << R"({"export_result":{"success":true,"app_data_version":"1.7"},)"
          R"("external_handler_result":null,"files":[]})";

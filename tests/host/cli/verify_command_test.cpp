@@ -91,8 +91,9 @@ TEST_F(VerifyCommand, NamesEachDifference) {
        "error: SHA256SUMS: names a file that the manifest does not know: "
        "data/tree/folded/file\n"},
       {"sed -i s/" + sha256 + "/broken/ SHA256SUMS",
-       "error: manifest.json: \"" + sums + "\", line 2: invalid line: it is not a checksum and a name\n" +
-           "error: SHA256SUMS: \"" + sums + "\", line 2: invalid line: it is not a checksum and a name\n"},
+       "error: manifest.json: \"" + sums +
+           "\", line 2: invalid line: it is not a checksum and a name\n" + "error: SHA256SUMS: \"" +
+           sums + "\", line 2: invalid line: it is not a checksum and a name\n"},
       {"sed -i 's/^.\\(.*  manifest\\)/z\\1/;s/^z/0/;s/^0\\(.*  manifest\\)/f\\1/' SHA256SUMS; "
        "sed -i 's/^f\\(.\\)\\(.*  manifest\\)/f0\\2/' SHA256SUMS",
        mismatch},
@@ -144,7 +145,7 @@ TEST_F(VerifyCommand, FollowsNoPathOutOfTheBackup) {
   EXPECT_TRUE(holds(verify(1), "SHA256SUMS\", line 2: invalid path \"data" + outside + "\""));
 }
 
-// Each with a checksum that agrees, so that nothing but the value itself is wrong.
+// The checksums match, so only the value itself is wrong.
 TEST_F(VerifyCommand, FindsEachManifestValueThatARestoreRefuses) {
   const std::string results = R"([{"handler":"h","handler_type":"t","result":1}])";
   const fs::path folder =
@@ -205,7 +206,7 @@ TEST_F(VerifyCommand, ReportsTheProblemsOfEveryBackupInJson) {
   EXPECT_EQ(none.status, 1);
   EXPECT_EQ(none.err, "error: there is no backup none of unruly; there are " + first + ", " +
                           second + ": nothing was verified\n");
-  EXPECT_EQ(onStore("verify", {"--backup", second}).status, 2);  // of which application?
+  EXPECT_EQ(onStore("verify", {"--backup", second}).status, 2);  // the application is missing
 }
 
 TEST_F(VerifyCommand, SkipsTheBackupOfANewerHostAndChecksTheOthers) {
@@ -224,9 +225,9 @@ TEST_F(VerifyCommand, SkipsTheBackupOfANewerHostAndChecksTheOthers) {
   EXPECT_EQ(report["backups"].size(), 1u);
 }
 
-TEST_F(VerifyCommand, EndsVerifyWhenItIsInterrupted) {
+TEST_F(VerifyCommand, StopsWhenInterrupted) {
   const fs::path folder = mustBackUp();
-  fs::resize_file(folder / "data/tree/folder/file", std::uintmax_t(1) << 38);  // long to read
+  fs::resize_file(folder / "data/tree/folder/file", std::uintmax_t(1) << 38);  // slow to read
   Arguments words = {"/bin/sh", "-c", "exec \"$0\" \"$@\" 2>&1"};
   for (const std::string &word : storeCommand("verify")) {
     words.push_back(word);

@@ -433,7 +433,7 @@ TEST_F(TerminalOptions, DetectsThatAFileIsNotATerminal) {
   EXPECT_EQ(found.columns(), 80U);
 }
 
-TEST_F(TerminalOptions, HeedsNoColorUnlessItIsEmpty) {
+TEST_F(TerminalOptions, ObeysNoColorUnlessItIsEmpty) {
   noColour_.set("0");
   EXPECT_TRUE(options().isTerminal);
   EXPECT_FALSE(options().hasColour);

@@ -71,7 +71,7 @@ TEST(ProgressLine, GroupsTheDigitsOfManyFiles) {
   }
 }
 
-TEST(PercentageOf, IsThePluginsOrThatOfTheExpectedBytes) {
+TEST(PercentageOf, ComesFromThePluginOrTheExpectedBytes) {
   struct Row {
     std::optional<int> said;
     std::uint64_t bytes;

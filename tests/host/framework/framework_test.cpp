@@ -57,7 +57,7 @@ class FrameworkAnswers : public testing::Test {
   std::string progress_;
 };
 
-TEST_F(FrameworkAnswers, AreThoseOfTheCommandLine) {
+TEST_F(FrameworkAnswers, HoldTheValuesOfTheCommandLine) {
   FrameworkValues values;
   values.exportConfig = parseJson("[1,2]");
   values.language = "ger";
@@ -102,7 +102,7 @@ TEST_F(FrameworkAnswers, DoNotRepeatAPathThatIsTooLong) {
   }
 }
 
-TEST_F(FrameworkAnswers, OfTheExportResultTakeBothForms) {
+TEST_F(FrameworkAnswers, AcceptBothFormsOfTheExportResult) {
   FrameworkValues values;
   values.exportResult = makeExportResult(parseJson(R"({"success":true,"app_data_version":"1.2"})"));
   Framework bare = make(values);
@@ -138,7 +138,7 @@ const std::string kUpload = R"({"data":[
     {"source":{"type":"file","path":"/no/such"},"destination":{"path":"/a"}},
     {"source":{"type":"file","path":"/proc/self/cmdline"},"destination":{"path":"/b"}}]})";
 
-TEST_F(FrameworkAnswers, OfATransferHaveTheResultOfEachItem) {
+TEST_F(FrameworkAnswers, OfATransferHoldTheResultOfEachItem) {
   Framework framework = make();
   const Json::Value answer = ask(framework, PACKET_UPLOAD_REQUEST, kUpload);
   EXPECT_FALSE(answer["success"].asBool());
@@ -196,7 +196,7 @@ TEST_F(FrameworkAnswers, OfAListingComeInPages) {
             1u);
 }
 
-TEST_F(FrameworkAnswers, OfAListingFitAPacketWhateverTheLimitOfEntries) {
+TEST_F(FrameworkAnswers, OfAListingFitAPacketForAnyEntryLimit) {
   // Each character of these names takes six bytes in a packet.
   std::string folder;
   for (int depth = 0; depth < 14; ++depth) {

@@ -85,7 +85,7 @@ TEST_F(BashCompletion, BelongsToTheCommand) {
   EXPECT_EQ(bash("complete -p arvl-host"), Arguments({"complete -F _arvl_host arvl-host"}));
 }
 
-TEST_F(BashCompletion, IsInstalledAsTheDefinitionsAreNow) {
+TEST_F(BashCompletion, IsInstalledInItsCurrentForm) {
   EXPECT_EQ(run({"/usr/bin/cmp", script(), ARVL_MANUAL_DIR "/arvl-host.bash"}).status, 0);
 }
 
@@ -151,7 +151,7 @@ TEST_F(BashCompletion, CompletesAValueJoinedByAnEqualsSign) {
   EXPECT_EQ(offered({"step", "--plugin", "=", "deep", "exp"}), Arguments({"export"}));
 }
 
-TEST_F(BashCompletion, CompletesAValueJoinedWhereTheSignBreaksNoWord) {
+TEST_F(BashCompletion, CompletesAJoinedValueIfTheSignBreaksNoWord) {
   EXPECT_EQ(offered({"step", "--plugin="}), Arguments({"--plugin=deep"}));
   EXPECT_EQ(offered({"step", "--export-config=da"}), Arguments({"--export-config=data one"}));
   EXPECT_EQ(offered({"step", "--plugin=deep", "exp"}), Arguments({"export"}));

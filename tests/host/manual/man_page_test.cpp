@@ -1,4 +1,4 @@
-// The man page: of the command itself, and of apps made to be hard to write down.
+// The man pages of the command and of apps whose definitions are hard to format.
 
 #include "manual/man_page.h"
 
@@ -75,7 +75,7 @@ TEST(ManPage, HoldsEverySubcommandAndOptionOfTheCommand) {
   }
 }
 
-TEST(ManPage, IsInstalledAsTheDefinitionsAreNow) {
+TEST(ManPage, IsInstalledInItsCurrentForm) {
   arvl_host::CommandLine commandLine;
   std::ostringstream built;
   built << std::ifstream(ARVL_MANUAL_DIR "/arvl-host.1").rdbuf();

@@ -58,7 +58,7 @@ constexpr unsigned kHeldCalls[] = {
 int installFilter() {
   std::vector<sock_filter> filter = {{BPF_LD | BPF_W | BPF_ABS, 0, 0, offsetof(seccomp_data, nr)}};
   for (const unsigned call : kHeldCalls) {
-    filter.push_back({BPF_JMP | BPF_JEQ | BPF_K, 0, 1, call});  // any other skips the next
+    filter.push_back({BPF_JMP | BPF_JEQ | BPF_K, 0, 1, call});  // another call skips the next
     filter.push_back({BPF_RET | BPF_K, 0, 0, SECCOMP_RET_USER_NOTIF});
   }
   filter.push_back({BPF_RET | BPF_K, 0, 0, SECCOMP_RET_ALLOW});
@@ -111,7 +111,7 @@ int receiveDescriptor(int socket) {
   return fd;
 }
 
-// ---- What is held.
+// ---- The held calls.
 
 std::string fileOf(pid_t thread, std::uint64_t fd) {
   std::error_code error;

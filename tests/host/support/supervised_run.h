@@ -30,7 +30,7 @@ class Supervisor {
   virtual ~Supervisor() = default;
   // Called before the write, which follows unless its process has been killed.
   virtual void onWrite(const PendingWrite &write) = 0;
-  // Called before the call, likewise.
+  // Called before the call, which follows unless its process has been killed.
   virtual void onStorage(const StorageCall &) {}
   // Returns false to hold the process. Called again after each event until it returns true.
   virtual bool mayExit(pid_t process) = 0;

@@ -8,7 +8,7 @@
 
 namespace arvl_test {
 
-// Has the script of an export of two files, two directories and a link, 8 bytes in all.
+// Writes the script of an export of two files, two directories and a link, 8 bytes in all.
 class TreeBackup : public JobFolder {
  protected:
   TreeBackup() {

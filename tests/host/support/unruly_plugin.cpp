@@ -113,7 +113,7 @@ bool behaveRaw(const std::string &how, int fd) {
              "exports a result for no packet") {  // the answer has more than the result alone
     const std::string begin = R"({"success":true,"app_data_version":"1.0","text":")";
     writeAll(fd, frame(5, begin + std::string(0x2000000 - begin.size() - 2, 'x') + "\"}"));
-  } else if (how == "a summary that JSON makes longer") {  // six bytes for each
+  } else if (how == "a summary that JSON makes longer") {  // six bytes for each character
     std::string texts = R"({"success":true)";
     for (const char *name : {"backup_short", "backup_long", "restore_short", "restore_long"}) {
       texts += std::string(",\"") + name + "\":\"" + std::string(8388000, '\1') + '"';
