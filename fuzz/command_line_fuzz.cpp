@@ -1,4 +1,4 @@
-// Command lines into Agent::init. Input: one argument per line, argv[0] first. Descriptor 100 is a
+// Passes command lines to Agent::init. Input: one argument per line, argv[0] first. Descriptor 100 is a
 // connected socket; any other number must not be an open descriptor.
 
 #include <event2/event.h>

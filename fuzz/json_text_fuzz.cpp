@@ -1,6 +1,6 @@
-// Text, JSON or not, into the parser of payloads: it reads nothing beyond the end, and its verdict and
-// value are those of the bare parser, which sees the same text with a NUL behind it; and no text becomes
-// more values than are counted before.
+// Passes any text to the parser of payloads. The parser must not read beyond the end. Its verdict and
+// value must equal those of the bare parser, which gets the same text with a NUL appended. The value must
+// not contain more values than countJsonValues() returns.
 
 #include <json/reader.h>
 #include <json/value.h>

@@ -1,4 +1,4 @@
-// Passes JSON text and a packet type to the rule book. Input: the type in decimal, a space, the payload.
+// Passes JSON text and a packet type to the rules. Input: the type in decimal, a space, the payload.
 
 #include <json/value.h>
 

@@ -1,5 +1,4 @@
-// Any payload written, framed and read again. Input: a value in this notation, of which every text
-// makes one:
+// Writes, frames and reads any payload. Input: a value in this notation. Every text is a value.
 //
 //   n t f        null, true, false
 //   i-5; u5;     signed and unsigned integer
@@ -8,9 +7,9 @@
 //   [...]        array of values
 //   {TEXT;...}   object of keys and values
 //
-// The text of a value is the value again, but for: a null payload (no text), NaN (becomes null), an
-// infinity and nesting beyond 1000 levels (not parsed), and strings that are not UTF-8 (replacement
-// characters).
+// Reading the text of a value yields the same value, except for: a null payload (no text), NaN (becomes
+// null), an infinity and nesting beyond 1000 levels (not parsed), and strings that are not UTF-8
+// (replacement characters).
 
 #include <json/value.h>
 

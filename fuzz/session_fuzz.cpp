@@ -1,13 +1,13 @@
-// Bytes from the peer into a live session, over a real socket. Input:
+// Sends bytes to a live session over a real socket. Input:
 //
 //   export 2.3 lp+ 5,1 /some/text    step, framework version, actions, sizes of pieces, argument text
-//   23 {"success":true}              type and payload of a packet, framed by the fuzzer; one a line
+//   23 {"success":true}              type and payload of a packet, framed by the fuzzer; one per line
 //                                    an empty line, and after it
 //   any bytes                        sent as they are
 //
-// Actions are one letter each, see act(). The peer sends one packet, or one piece if sizes are given
-// (the list is repeated), whenever the session waits, and closes when it has none left: so a session
-// that keeps waiting is a finding, at once. What the session sends has to be whole packets.
+// Actions are one letter each, see act(). Whenever the session waits, the peer sends one packet, or one
+// piece if sizes are given (the list is repeated). The peer closes when it has none left. A session that
+// waits after that has a bug. The session must send whole packets.
 //
 // With ARVL_FUZZ_GUARDED, an unreadable page follows each block of libevent's memory.
 

@@ -116,7 +116,7 @@ TEST(PacketTable, HasEmptyFieldsForTypeNone) {
   EXPECT_EQ(none.step, nullptr);
 }
 
-TEST(PacketTable, NamesATypeAsTheRuleBookDoes) {
+TEST(PacketTable, NamesATypeLikePacketString) {
   for (int type = 0; type < kPacketTypeCount; ++type) {
     EXPECT_EQ(packetName(type), Util::packetString(static_cast<PACKET_TYPE>(type)));
   }

@@ -202,7 +202,7 @@ TEST(DownloadResponseRule, RequiresItemsEvenOnFailure) {
                          "isDownloadResponseValid");
 }
 
-TEST(CreateDirRequestRule, TakesAnAbsolutePath) {
+TEST(CreateDirRequestRule, AcceptsAnAbsolutePathOnly) {
   expectVerdicts(
       PACKET_CREATE_DIR_REQUEST,
       {

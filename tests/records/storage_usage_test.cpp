@@ -113,7 +113,7 @@ void makeSocket(const std::string &path) {
   ::close(descriptor);
 }
 
-// An accumulator, and the log of what it is told to count.
+// Owns an accumulator and checks the lines that its calls log.
 class StorageUsageTest : public testing::Test {
  protected:
   ~StorageUsageTest() override { EXPECT_EQ(countOpenDescriptors(), openDescriptors_); }

@@ -162,7 +162,7 @@ TYPED_TEST(ValueRecord, StartsWithItsDefaults) {
   EXPECT_EQ(this->read(record), TestFixture::Traits::defaults());
 }
 
-// Without this the other tests would show little.
+// The other tests rely on this to detect a field that is not copied.
 TYPED_TEST(ValueRecord, ChangesInEveryFieldEachTimeItIsFilled) {
   TypeParam record;
   Fields before = this->read(record);

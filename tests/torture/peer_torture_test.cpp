@@ -38,8 +38,8 @@ const char *nameOf(Misdeed::Kind kind) {
   return "none";
 }
 
-// A session whose framework left before the answer was whole has failed, knows that the connection is
-// gone, and sends no completion.
+// If the framework hangs up before the answer is complete, the session must fail, report the lost
+// connection and send no completion.
 const char *findFaultOfLostPeer(const SessionReport &report) {
   if (!report.initialized) {
     return "init failed";
@@ -68,7 +68,7 @@ class PeerTorture : public testing::TestWithParam<std::size_t> {
       const std::size_t size = misdeed.inRequest ? requestSizes[misdeed.exchange]
                                                  : scenario().answers[misdeed.exchange].size();
       for (misdeed.bytes = first; misdeed.bytes < size; ++misdeed.bytes) {
-        alarm(20);  // of the process that runs this
+        alarm(20);  // ends the process of this run
         dprintf(STDERR_FILENO, "\r%s at byte %zu of exchange %zu", nameOf(misdeed.kind),
                 misdeed.bytes, misdeed.exchange);
         const char *fault = judge(run(scenario(), misdeed));

@@ -65,7 +65,7 @@ Result succeed(Agent &agent, const Verdict &verdict) {
   return verdict.result();
 }
 
-// A small tree of a file, a link and a directory below; made once, removed at exit.
+// A small tree of a file, a link and a directory. Created once, removed at exit.
 class Tree {
  public:
   Tree() {

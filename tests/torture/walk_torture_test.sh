@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Every system call of a walk fails in turn: the walk ends, and is a failure or counts what is there.
+# Fails every system call of a walk in turn. The walk must end, and either fail or return correct counts.
 #
 #   walk_torture_test.sh PROBE
 #

@@ -102,7 +102,7 @@ TEST(Step, ShowsSyslogLinesHoweverTheyAreWritten) {
   EXPECT_TRUE(holds(result.out, "\n[syslog err] by __syslog_chk\n"));
 }
 
-TEST(Step, SendsNoSyslogLineOverADescriptorThatIsThePluginsOwn) {
+TEST(Step, SendsNoSyslogLineOverADescriptorOfThePlugin) {
   const ProcessResult result = runUnruly("closes the log channel");
   EXPECT_EQ(result.status, 0);
   EXPECT_TRUE(holds(result.out, "\n[stdout] nothing arrived\n"));
@@ -314,7 +314,7 @@ TEST(Step, EndsAPluginThatKeepsRunningAfterAHangUpInsideAPacket) {
   EXPECT_TRUE(isGone(processOf(result.out)));
 }
 
-TEST(Step, NamesHowAPluginEndedSoonAfterItsHangUp) {
+TEST(Step, NamesHowAPluginEndedInTheGracePeriodAfterItsHangUp) {
   Command command(stepCommand("import", UNRULY_PLUGIN, {"--grace", "1000"}),
                   {"UNRULY=closes and exits with 3 when told"});
   ASSERT_TRUE(command.waitFor("[stdout] closed\n"));
