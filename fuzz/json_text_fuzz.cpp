@@ -1,6 +1,6 @@
 // Passes any text to the parser of payloads. The parser must not read beyond the end. Its verdict and
-// value must equal those of the bare parser, which gets the same text with a NUL appended. The value must
-// not contain more values than countJsonValues() returns.
+// value must equal those of the bare parser, which gets the same text with a NUL appended. The value
+// must not contain more values than countJsonValues() returns.
 
 #include <json/reader.h>
 #include <json/value.h>

@@ -76,7 +76,7 @@ std::string displayAfterRefused(const std::string &payload) {
   return source.getDisplayString();
 }
 
-TEST(SelectedSourceInfo, EmptiesAndReadsTheFoldersBeforeTheApps) {
+TEST(SelectedSourceInfo, ClearsAndReadsTheDirectoriesBeforeTheApps) {
   EXPECT_EQ(displayAfterRefused("[1]"), "Folders: [], Apps: [b]");
   EXPECT_EQ(displayAfterRefused(R"({"backup_folders":[{"object":"c"},3]})"),
             "Folders: [c], Apps: [b]");

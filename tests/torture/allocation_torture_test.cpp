@@ -1,4 +1,4 @@
-// Every allocation of every scenario, by operator new or by libevent, fails in turn: alone, and with all
+// Fails every allocation of every scenario, by operator new or by libevent, in turn: alone, and with all
 // later ones. Nothing may crash, hang or leak, and a call that is out of memory must not report success.
 
 #include <dirent.h>
@@ -64,7 +64,7 @@ void *reallocate(void *memory, std::size_t size) {
   return std::realloc(memory, size);
 }
 
-// Before libevent allocates anything.
+// Runs before libevent allocates anything.
 const bool hooked = (event_set_mem_functions(allocate, reallocate, release), true);
 
 }  // namespace

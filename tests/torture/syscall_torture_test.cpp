@@ -1,4 +1,4 @@
-// Every system call of the transport fails in turn, with each of its errors. A temporary error (EINTR,
+// Fails every system call of the transport in turn, with each of its errors. A temporary error (EINTR,
 // EAGAIN, a short count) must have no effect; any other error must end in a failed call.
 
 #include <dirent.h>

@@ -69,7 +69,7 @@ TEST_F(StepOnBackup, ReceivesTheResultsOfExternalHandlers) {
   }
 }
 
-TEST_F(StepOnBackup, TakesAPathFromWithinTheStore) {
+TEST_F(StepOnBackup, AcceptsARelativePath) {
   backUpFile();
   const std::string id = latest().filename();
   const Arguments words = {

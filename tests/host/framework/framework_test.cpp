@@ -1,4 +1,4 @@
-// Tests the answers of the framework, and that each is valid.
+// Tests the answers of the framework and their validity.
 
 #include "framework/framework.h"
 

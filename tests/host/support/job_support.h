@@ -26,7 +26,7 @@ void damage(const std::filesystem::path &file, const std::string &part, const st
 std::string sha256Sum(const std::filesystem::path &file);
 
 // Maps each relative path below a directory to its type and mode, its modification time (except for links,
-// whose time no copy keeps), and its size with checksum or its target.
+// because no copy keeps their time), and its size with checksum or its target.
 std::map<std::string, std::string> treeOf(const std::filesystem::path &folder);
 
 // Makes files of every kind: odd names, modes and times, links, empty and sparse files.
