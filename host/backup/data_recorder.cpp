@@ -7,8 +7,8 @@
 #include <optional>
 #include <utility>
 
-#include "files/sha256.h"
 #include "files/file_error.h"
+#include "files/sha256.h"
 #include "files/unique_fd.h"
 #include "text/durations.h"
 

@@ -91,8 +91,9 @@ TEST_F(VerifyCommand, NamesEachDifference) {
        "error: SHA256SUMS: names a file that the manifest does not know: "
        "data/tree/folded/file\n"},
       {"sed -i s/" + sha256 + "/broken/ SHA256SUMS",
-       "error: manifest.json: \"" + sums + "\", line 2: invalid line: it is not a checksum and a name\n" +
-           "error: SHA256SUMS: \"" + sums + "\", line 2: invalid line: it is not a checksum and a name\n"},
+       "error: manifest.json: \"" + sums +
+           "\", line 2: invalid line: it is not a checksum and a name\n" + "error: SHA256SUMS: \"" +
+           sums + "\", line 2: invalid line: it is not a checksum and a name\n"},
       {"sed -i 's/^.\\(.*  manifest\\)/z\\1/;s/^z/0/;s/^0\\(.*  manifest\\)/f\\1/' SHA256SUMS; "
        "sed -i 's/^f\\(.\\)\\(.*  manifest\\)/f0\\2/' SHA256SUMS",
        mismatch},
